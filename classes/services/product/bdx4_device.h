@@ -1,0 +1,11 @@
+/// The device driver, as far as this library needs it.
+#pragma once
+
+#include <cstdint>
+
+/// Implemented by the product over its driver; this library borrows it for the length of a call.
+class BDX4Device {
+  public:
+    virtual ~BDX4Device() = default;
+    virtual uint32_t GetBoardID() = 0;
+};

@@ -1,0 +1,33 @@
+#include "services/product/product_id.h"
+
+#include <cstdlib>
+
+#include "services/product/read_file.h"
+
+namespace {
+
+std::string FindProductID()
+{
+    if (const char* name = getenv("PRODUCT_ID")) return name;
+    std::string text = ReadWholeFile("/etc/product_id");
+    text.erase(text.find_last_not_of(" \n\r\t") + 1);
+    return text;
+}
+
+}  // namespace
+
+std::string CProductID::getProductID()
+{
+    // Never destroyed: a worker thread may still ask while the process ends.
+    static const std::string& name = *new std::string(FindProductID());
+    return name;
+}
+
+bool CProductID::isRelease()
+{
+#ifdef VEXA_ENGINEERING_BUILD
+    return false;
+#else
+    return true;
+#endif
+}

@@ -1,0 +1,24 @@
+/// Which model this process runs on.
+#pragma once
+
+#include <string>
+
+/// The model's name and one predicate per model. Everything here is settled on the first call and cached for
+/// the process. Thread: any.
+class CProductID {
+  public:
+    /// The environment variable PRODUCT_ID or, when it is not set, the content of /etc/product_id without
+    /// trailing blanks and line ends. A file that cannot be read prints one line and gives "".
+    static std::string getProductID();
+
+#define MODEL(NAME, ...)                \
+    static bool is##NAME()              \
+    {                                   \
+        return getProductID() == #NAME; \
+    }
+#include "services/product/product_models.inc"
+#undef MODEL
+
+    /// False in an engineering build (CMake option VEXA_ENGINEERING_BUILD).
+    static bool isRelease();
+};

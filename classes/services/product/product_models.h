@@ -1,0 +1,41 @@
+/// What the models of the family are and can do, as data. The rows stand in product_models.inc.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+/// How a model's serial number follows from the last four bytes of its Ethernet address.
+struct SerialRow {
+    const char* prefix = "XX";         ///< two or three letters before the digits
+    uint32_t offset = 0;               ///< added to the serial before it is printed
+    uint32_t low = 0, high = 0;        ///< production range of addresses, both ends excluded
+    uint32_t engLow = 0, engHigh = 0;  ///< engineering range of addresses, both ends excluded
+};
+
+/// One model. A default row is what an unknown model gets: no feature.
+struct ProductModel {
+    std::string_view name;
+    SerialRow serial;
+    int ethernetPorts = 1;
+    int minimumHeight = 0;  ///< smallest picture height in lines
+    int sdiInputs = 1;
+    int mediaSlots = 1;
+    bool signalProcessor = false;  ///< a converter or frame synchroniser: no media
+    bool frontPanel = true;        ///< a display and keys
+    bool uhd = false, sdi12G = false, rgb444 = false, xq = false, frameSync = false, analogInputs = false,
+         rs422 = false, fireWire = false, cameraData = false, lut = false, colourDisplay = false;
+    bool multiChannel = false, i18n = false, gang = false, playback = false, rollover = false,
+         timecode = false, genlock = false, fan = false, secondPowerSupply = false, voltageSensing = false,
+         dashboard = false, reelInUI = false, flashFileSystem = false, identifyLed = false,
+         twoLinePanel = false, eraseAllPresets = false, storageCert = false;
+};
+
+/// All models, in the order of the table.
+std::span<const ProductModel> ProductModels();
+
+/// The row of a model, compared exactly; null when there is none.
+const ProductModel* FindProductModel(std::string_view name);
+
+/// The row of the device that this process runs on; the default row for an unknown model. Thread: any.
+const ProductModel& CurrentProductModel();
