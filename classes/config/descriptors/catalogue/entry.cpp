@@ -1,0 +1,70 @@
+#include "config/descriptors/catalogue/entry.h"
+
+#include <libintl.h>
+
+#include "config/descriptors/placeholder.h"
+#include "config/descriptors/registry.h"
+
+namespace vexa::config::catalogue {
+
+Enum& Enum::Values(const std::vector<NamedValue>& values)
+{
+    unsigned int highest = m_descriptor->GetMaxValue();
+    for (NamedValue entry : values) {
+        highest = std::max(highest, entry.value);
+        m_descriptor->AddNameValuePair(
+            entry.value, entry.name, entry.shortName.empty() ? entry.name : entry.shortName, &entry.data, "");
+    }
+    m_descriptor->SetMinValue(0);
+    m_descriptor->SetMaxValue(highest);
+    m_descriptor->SetAdjustBy(1);
+    return *this;
+}
+
+Enum& Enum::ValuesIf(bool condition, const std::vector<NamedValue>& values)
+{
+    return condition ? Values(values) : *this;
+}
+
+Integer& Integer::Range(unsigned int min, unsigned int max)
+{
+    m_descriptor->SetMinValue(min);
+    m_descriptor->SetMaxValue(max);
+    return *this;
+}
+
+Integer& Integer::Suffixes(const char* singular, const char* plural)
+{
+    // The first key is spelt as every front end reads it.
+    return Attribute("value_suffix_singluar", singular).Attribute("value_suffix_plural", plural);
+}
+
+String& String::Length(unsigned int min, unsigned int max)
+{
+    m_descriptor->SetMinLength(min);
+    m_descriptor->SetMaxLength(max);
+    m_descriptor->SetMinIndex(0);
+    m_descriptor->SetMaxIndex(max == 0 ? 0 : max - 1);
+    return *this;
+}
+
+Data& Data::SizeLimit(unsigned int bytes)
+{
+    m_descriptor->SetMaxLength(bytes);
+    m_descriptor->SetMaxIndex(bytes == 0 ? 0 : bytes - 1);
+    return Attribute("size_limit", bytes);
+}
+
+void Register(std::unique_ptr<ParamDescriptor> descriptor)
+{
+    ParamDescriptor*& slot = g_paramDescriptors[descriptor->GetParamID()];
+    if (slot) RetainDescriptor(slot);
+    slot = descriptor.release();
+}
+
+const char* Translated(const char* text)
+{
+    return dgettext("config", text);
+}
+
+}  // namespace vexa::config::catalogue

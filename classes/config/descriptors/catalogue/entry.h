@@ -1,0 +1,176 @@
+/// How a catalogue entry is written: the class, the names, then only what differs from the default.
+///
+///     Register(Enum(PARAM_ID(LED_Identify), "Identify LED", "ID LED")
+///                  .Feature(eFeature_5)
+///                  .Values({{0, "OFF"}, {1, "ON"}, {2, "Blink"}})
+///                  .ClassName("led")
+///                  .Description("Provides control of the Identify LED on the back of the unit."));
+///
+/// Defaults: type 3 for enumerations, 4 for integers, 12 for texts; feature 3, persistent, part of user
+/// registers, reset on factory reset, pattern "*". An enumeration ranges from 0 to its highest value.
+#pragma once
+
+#include <algorithm>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "config/descriptors/enum_descriptor.h"
+#include "config/descriptors/string_descriptor.h"
+
+/// Identifier and symbolic name of a parameter, for the first two arguments of an entry.
+#define PARAM_ID(name) eParamID_##name, "eParamID_" #name
+
+namespace vexa::config::catalogue {
+
+/// One enumerated value of an entry. The short name is the name unless given.
+struct NamedValue {
+    unsigned int value;
+    std::string name;
+    std::string shortName = {};
+    EnumValueDescriptor::EnumValueData data = {};
+};
+
+/// The steps that all entries share. Self is the concrete entry, so that steps chain in any order.
+template <class Descriptor, class Self>
+class Entry {
+  public:
+    Entry(eParam_t id, std::string idName, std::string name, std::string shortName, eParamType_t type)
+        : m_descriptor(std::make_unique<Descriptor>())
+    {
+        m_descriptor->SetParamID(id);
+        m_descriptor->SetParamIDName(std::move(idName));
+        m_descriptor->SetName(std::move(name));
+        m_descriptor->SetShortName(std::move(shortName));
+        m_descriptor->SetParamType(type);
+        m_descriptor->SetRegEx("*");
+    }
+
+    // clang-format off
+    Self& Type(eParamType_t type) { m_descriptor->SetParamType(type); return This(); }
+    Self& Feature(eFeature_t feature) { m_descriptor->SetFeatureType(feature); return This(); }
+    Self& NotPersisted() { m_descriptor->SetPersistenceType(ePersist_Exclude); return This(); }
+    Self& NotInRegisters() { m_descriptor->SetRegisterType(eRegister_Exclude); return This(); }
+    Self& Reset(eFactoryReset_t reset) { m_descriptor->SetFactoryResetType(reset); return This(); }
+    Self& NotReset() { return Reset(eFactoryReset_Exclude); }
+    /// A status value: reported by the device, neither kept, nor in registers, nor reset, nor set by users.
+    Self& Status() { return NotPersisted().NotInRegisters().NotReset().ClassName("readonly"); }
+    /// A request to the device: neither kept, nor in registers, nor reset.
+    Self& Command() { return NotPersisted().NotInRegisters().NotReset(); }
+    /// A word between the device's own processes, which no front end shows: neither kept, nor in registers, nor reset.
+    Self& Internal() { return Command().Feature(eFeature_2).ClassName("hidden_param"); }
+    Self& ClassName(const char* name) { m_descriptor->AddClassName(name); return This(); }
+    Self& ClassNameIf(bool condition, const char* name) { return condition ? ClassName(name) : This(); }
+    /// For a parameter that must exist because the store works with it, on models whose users have no need of it.
+    Self& HiddenUnless(bool shown) { return ClassNameIf(!shown, "hidden_param"); }
+    Self& Attribute(const char* key, unsigned int value) { m_descriptor->AddAttribute(key, value); return This(); }
+    Self& Attribute(const char* key, const char* value)
+    {
+        m_descriptor->AddAttribute(key, std::string(value));
+        return This();
+    }
+    Self& Description(const char* text) { return Attribute("description", text); }
+    Self& EnabledBy(eParam_t id, unsigned int value)
+    {
+        m_descriptor->AddRelation("enabled_by", id, value);
+        return This();
+    }
+    Self& DisabledByIf(bool condition, eParam_t id, unsigned int value)
+    {
+        return condition ? DisabledBy(id, value) : This();
+    }
+    Self& DisabledBy(eParam_t id, unsigned int value)
+    {
+        m_descriptor->AddRelation("disabled_by", id, value);
+        return This();
+    }
+    Self& Dependent(eParam_t id) { m_descriptor->AddDependentParamID(id); return This(); }
+    Self& DependentIf(bool condition, eParam_t id) { return condition ? Dependent(id) : This(); }
+    Self& DependsOn(eParam_t id) { m_descriptor->AddDependsOnParamID(id); return This(); }
+    Self& Action(ParamDescriptor::Action action) { m_descriptor->SetAction(std::move(action)); return This(); }
+    // clang-format on
+
+    std::unique_ptr<ParamDescriptor> Release() { return std::move(m_descriptor); }
+
+  protected:
+    Self& This() { return static_cast<Self&>(*this); }
+    std::unique_ptr<Descriptor> m_descriptor;
+};
+
+class Enum : public Entry<EnumDescriptor, Enum> {
+  public:
+    Enum(eParam_t id, const char* idName, std::string name, std::string shortName)
+        : Entry(id, idName, std::move(name), std::move(shortName), eCParam_EnumValue)
+    {
+    }
+    /// Appends values, in display order. The range becomes 0 .. highest value.
+    Enum& Values(const std::vector<NamedValue>& values);
+    /// The same for values that only some models have.
+    Enum& ValuesIf(bool condition, const std::vector<NamedValue>& values);
+    // clang-format off
+    Enum& Default(unsigned int value) { m_descriptor->SetFactoryDefault(value); return *this; }
+    /// Only where the range is not that of the values, so that the exception is visible.
+    Enum& MaxValue(unsigned int value) { m_descriptor->SetMaxValue(value); return *this; }
+    // clang-format on
+};
+
+class Integer : public Entry<IntegerDescriptor, Integer> {
+  public:
+    Integer(eParam_t id, const char* idName, std::string name, std::string shortName)
+        : Entry(id, idName, std::move(name), std::move(shortName), eCParam_IntegerValue)
+    {
+    }
+    Integer& Range(unsigned int min, unsigned int max);
+    // clang-format off
+    Integer& Default(unsigned int value) { m_descriptor->SetFactoryDefault(value); return *this; }
+    Integer& AdjustBy(unsigned int step) { m_descriptor->SetAdjustBy(step); return *this; }
+    Integer& ScaleBy(unsigned int scale) { m_descriptor->SetScaleBy(scale); return *this; }
+    Integer& OffsetBy(unsigned int offset) { m_descriptor->SetOffsetBy(offset); return *this; }
+    Integer& DisplayPrecision(unsigned int digits) { m_descriptor->SetDisplayPrecision(digits); return *this; }
+    Integer& Units(const char* units) { m_descriptor->SetUnits(units); return *this; }
+    // clang-format on
+    /// The words that front ends put after a value of one and of several.
+    Integer& Suffixes(const char* singular, const char* plural);
+    /// Keeps the value above this one's maximum less what the other parameter holds. The other one's minimum
+    /// must be 1 or more: 0 would push every value above the maximum.
+    Integer& DependentMinimum(eParam_t other) { return Attribute("dependent_minimum", other); }
+};
+
+class String : public Entry<StringDescriptor, String> {
+  public:
+    String(eParam_t id, const char* idName, std::string name, std::string shortName)
+        : Entry(id, idName, std::move(name), std::move(shortName), eCParam_StringValue)
+    {
+    }
+    /// Length limits in bytes; the character positions follow.
+    String& Length(unsigned int min, unsigned int max);
+    // clang-format off
+    String& Default(const char* text) { m_descriptor->SetFactoryDefault(text); return *this; }
+    // clang-format on
+};
+
+/// Opaque bytes, written and read whole.
+class Data : public Entry<DataDescriptor, Data> {
+  public:
+    Data(eParam_t id, const char* idName, std::string name, std::string shortName)
+        : Entry(id, idName, std::move(name), std::move(shortName), eCParam_StringValue)
+    {
+    }
+    /// Largest number of bytes, also told to front ends as "size_limit".
+    Data& SizeLimit(unsigned int bytes);
+};
+
+/// Hands a descriptor to the main registry, in place of an earlier one with its identifier.
+void Register(std::unique_ptr<ParamDescriptor> descriptor);
+
+template <class Descriptor, class Self>
+void Register(Entry<Descriptor, Self>& entry)
+{
+    Register(entry.Release());
+}
+
+/// The text in the language of the process, from the text domain "config".
+const char* Translated(const char* text);
+
+}  // namespace vexa::config::catalogue

@@ -1,0 +1,74 @@
+#include "config/descriptors/catalogue/builders.h"
+#include "config/descriptors/catalogue/value_lists.h"
+#include "services/product/product_features.h"
+
+namespace vexa::config::catalogue {
+
+namespace {
+
+/// What tells the files of a multi-channel recording apart.
+void CreateClipIdentifiers()
+{
+    Register(
+        Enum(PARAM_ID(UseClipIdentifiers), "Use Clip Identifiers", "Use ID")
+            .Values(OffOn())
+            .Default(1)
+            .Description("Ends the file names of a multi-channel recording with an identifier per channel."));
+    Register(String(PARAM_ID(ClipIdentifier_Ch1), "Clip Identifier Ch1", "ClpID 1")
+                 .Length(0, 8)
+                 .Default("Ch1")
+                 .EnabledBy(eParamID_UseClipIdentifiers, 1)
+                 .Description("End of the file names of channel 1."));
+    Register(String(PARAM_ID(ClipIdentifier_Ch2), "Clip Identifier Ch2", "ClpID 2")
+                 .Length(0, 8)
+                 .Default("Ch2")
+                 .EnabledBy(eParamID_UseClipIdentifiers, 1)
+                 .Description("End of the file names of channel 2."));
+    Register(String(PARAM_ID(ClipIdentifier_Ch3), "Clip Identifier Ch3", "ClpID 3")
+                 .Length(0, 8)
+                 .Default("Ch3")
+                 .EnabledBy(eParamID_UseClipIdentifiers, 1)
+                 .Description("End of the file names of channel 3."));
+    Register(String(PARAM_ID(ClipIdentifier_Ch4), "Clip Identifier Ch4", "ClpID 4")
+                 .Length(0, 8)
+                 .Default("Ch4")
+                 .EnabledBy(eParamID_UseClipIdentifiers, 1)
+                 .Description("End of the file names of channel 4."));
+}
+
+}  // namespace
+
+/// Group 19: clip names that users write themselves. The store counts takes on every model, so the first four
+/// parameters always exist.
+void CreateGroup_19()
+{
+    const bool shown = CProductFeatures::hasMedia();
+    Register(Enum(PARAM_ID(UseCustomClipName), "Use Custom Clip Name", "UseCstmN")
+                 .Values(OffOn())
+                 .HiddenUnless(shown)
+                 .Dependent(eParamID_CombinedName)
+                 .Description("Names clips with the custom name instead of word and number."));
+    Register(String(PARAM_ID(CustomClipName), "Custom Clip Name", "CstmName")
+                 .Length(0, 32)
+                 .Attribute("field_width", 32)
+                 .HiddenUnless(shown)
+                 .EnabledBy(eParamID_UseCustomClipName, 1)
+                 .Dependent(eParamID_CombinedName)
+                 .Description("Name of new clips, without the take."));
+    Register(Enum(PARAM_ID(UseCustomClipTake), "Use Custom Clip Take", "UseCstmT")
+                 .Values(OffOn())
+                 .HiddenUnless(shown)
+                 .Dependent(eParamID_CombinedName)
+                 .Description("Ends clip names with the custom take instead of the counted one."));
+    Register(Integer(PARAM_ID(CustomTake), "Custom Take", "CstmTake")
+                 .Range(1, 999)
+                 .Default(1)
+                 .NotInRegisters()
+                 .HiddenUnless(shown)
+                 .EnabledBy(eParamID_UseCustomClipTake, 1)
+                 .Dependent(eParamID_CombinedName)
+                 .Description("Take number of the next recording under the custom name."));
+    if (CProductFeatures::isMultiChannel()) CreateClipIdentifiers();
+}
+
+}  // namespace vexa::config::catalogue

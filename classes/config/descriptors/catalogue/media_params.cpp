@@ -1,0 +1,18 @@
+#include "config/descriptors/catalogue/builders.h"
+#include "config/descriptors/catalogue/entry.h"
+
+namespace vexa::config::catalogue {
+
+/// Group 125: changes on the media.
+void CreateParamDescriptor_MediaParams()
+{
+    Register(Integer(PARAM_ID(MediaUpdated), "Media Updated", "MedUpd")
+                 .Type(eCParam_Counter)
+                 .Range(0, 0xffffffff)
+                 .Command()
+                 .ClassName("volatile")
+                 .ClassName("do_not_validate")
+                 .Description("Counts up each time files may have been deleted or added."));
+}
+
+}  // namespace vexa::config::catalogue

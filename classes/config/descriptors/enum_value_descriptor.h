@@ -1,0 +1,24 @@
+/// EnumValueDescriptor: one named value of an enumeration.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+/// A plain value. A default one marks a missing value: 99999, "Invalid".
+struct EnumValueDescriptor {
+    /// What a single enumerated value may carry besides its names, in the vocabulary of whole parameters.
+    struct EnumValueData {
+        std::map<std::string, unsigned int> numericAttributes;
+        std::map<std::string, std::string> stringAttributes;
+        std::vector<std::string> classNames;
+        bool operator==(const EnumValueData&) const = default;
+    };
+
+    unsigned int value = 99999;
+    std::string name = "Invalid";
+    std::string shortName = "Invalid";
+    std::string info;
+    EnumValueData data;
+    bool operator==(const EnumValueDescriptor&) const = default;
+};

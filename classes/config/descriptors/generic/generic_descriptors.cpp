@@ -1,0 +1,90 @@
+#include "config/descriptors/generic/generic_descriptors.h"
+
+#include "config/descriptors/catalogue/entry.h"
+#include "config/descriptors/placeholder.h"
+
+namespace vexa::config::generic {
+
+DescriptorTable& g_paramDescriptors = *new DescriptorTable;
+
+namespace {
+
+using catalogue::Enum;
+using catalogue::String;
+
+/// The mapping layer serves these on the device's behalf: the device neither keeps, nor presets, nor resets
+/// them.
+template <class Entry>
+void Register(Entry& entry)
+{
+    auto descriptor = entry.NotPersisted().NotInRegisters().NotReset().Release();
+    g_paramDescriptors[descriptor->GetParamID()] = descriptor.get();
+    descriptor.release();
+}
+
+}  // namespace
+
+void CreateGroup_0()
+{
+    Register(String(PARAM_ID(SystemPassword), "System Password", "Password")
+                 .Length(0, 32)
+                 .ClassName("password")
+                 .Description("Password that web and remote-control clients must give."));
+    Register(Enum(PARAM_ID(Authentication), "Authentication", "Auth")
+                 .Values({{0, "Disabled"}, {1, "Basic"}})
+                 .Description("Whether web and remote-control clients must give the system password."));
+}
+
+void CreateGroup_1()
+{
+    Register(
+        Enum(PARAM_ID(ConfigCommand), "Config Command", "CfgCmd")
+            .Values({{0, "Full Backup"}, {1, "Partial Backup"}, {2, "Full Restore"}, {3, "Normal Restore"}})
+            .Description("Starts a backup or restore of the configuration."));
+    Register(Enum(PARAM_ID(ConfigCommandStatus), "Config Command Status", "CfgStat")
+                 .Values({{0, "Idle"}, {1, "In Process"}, {2, "Error"}})
+                 .Description("Progress of the last configuration command."));
+    Register(String(PARAM_ID(ConfigPath), "Config Path", "CfgPath")
+                 .Length(0, 255)
+                 .Description("File that a configuration backup is written to or restored from."));
+}
+
+void CreateDescriptors()
+{
+    if (!g_paramDescriptors.empty()) return;
+    CreateGroup_0();
+    CreateGroup_1();
+}
+
+void DestroyDescriptors()
+{
+    DeleteAllIn(g_paramDescriptors);
+}
+
+ParamDescriptor* GetDescriptor(eParam_t id)
+{
+    ParamDescriptor* const found = FindIn(g_paramDescriptors, id);
+    return found ? found : CreatePlaceholderDescriptor(id);
+}
+
+ParamDescriptor* GetDescriptor(std::string paramIDName)
+{
+    return FindNameIn(g_paramDescriptors, paramIDName);
+}
+
+std::list<std::string> GetParamIDNames()
+{
+    return ParamIDNamesOf(g_paramDescriptors);
+}
+
+std::list<eParam_t> GetParamIDs()
+{
+    return ParamIDsOf(g_paramDescriptors);
+}
+
+bool IsValidParamID(eParam_t id)
+{
+    return g_paramDescriptors.contains(id);
+}
+
+}  // namespace vexa::config::generic

@@ -1,0 +1,105 @@
+#include "config/descriptors/param_descriptor.h"
+
+#include <algorithm>
+
+#include "config/semaphore_helper.h"
+
+namespace {
+
+/// One lock for the relations of all descriptors: look-ups are rare and short.
+StaticLock relationsLock;
+
+template <class T>
+bool RemoveFirst(std::vector<T>& list, const T& item)
+{
+    const auto found = std::ranges::find(list, item);
+    if (found == list.end()) return false;
+    list.erase(found);
+    return true;
+}
+
+template <class T>
+bool Find(const std::map<std::string, T>& attributes, const std::string& key, T& out)
+{
+    const auto found = attributes.find(key);
+    if (found == attributes.end()) return false;
+    out = found->second;
+    return true;
+}
+
+}  // namespace
+
+void ParamDescriptor::AddDependentParamID(eParam_t id)
+{
+    RemoveDependentParamID(id);
+    m_dependentParamIDs.push_back(id);
+}
+
+bool ParamDescriptor::RemoveDependentParamID(eParam_t id)
+{
+    return RemoveFirst(m_dependentParamIDs, id);
+}
+
+void ParamDescriptor::AddDependsOnParamID(eParam_t id)
+{
+    RemoveDependsOnParamID(id);
+    m_dependsOnParamIDs.push_back(id);
+}
+
+bool ParamDescriptor::RemoveDependsOnParamID(eParam_t id)
+{
+    return RemoveFirst(m_dependsOnParamIDs, id);
+}
+
+ParamDescriptor::Relations ParamDescriptor::GetRelations()
+{
+    SemaphoreHelper hold(relationsLock);
+    return m_relations;
+}
+
+// Several front ends look relations up at once, and a look-up of an unknown name leaves an entry: hence the
+// lock.
+std::vector<ParamDescriptor::Relation> ParamDescriptor::GetRelation(std::string name)
+{
+    SemaphoreHelper hold(relationsLock);
+    return m_relations[name];
+}
+
+void ParamDescriptor::AddRelation(std::string name, eParam_t id, unsigned int value)
+{
+    SemaphoreHelper hold(relationsLock);
+    m_relations[name].push_back({id, value});
+}
+
+void ParamDescriptor::AddClassName(std::string name)
+{
+    if (!HasClassName(name)) m_classNames.push_back(std::move(name));
+}
+
+bool ParamDescriptor::RemoveClassName(std::string name)
+{
+    return RemoveFirst(m_classNames, name);
+}
+
+bool ParamDescriptor::HasClassName(std::string name)
+{
+    return std::ranges::find(m_classNames, name) != m_classNames.end();
+}
+
+void ParamDescriptor::ToggleClassName(std::string name)
+{
+    if (HasClassName(name))
+        RemoveClassName(name);
+    else
+        AddClassName(name);
+}
+
+bool ParamDescriptor::GetAttribute(std::string key, unsigned int& out)
+{
+    return Find(m_numericAttributes, key, out);
+}
+
+bool ParamDescriptor::GetAttribute(std::string key, std::string& out)
+{
+    return Find(m_stringAttributes, key, out);
+}

@@ -1,0 +1,39 @@
+/// Descriptors of texts, opaque data and alarms.
+#pragma once
+
+#include "config/descriptors/param_descriptor.h"
+
+/// A text. The limits are told to front ends; the store enforces none. Ownership and threads as in
+/// ParamDescriptor.
+class StringDescriptor : public ParamDescriptor {
+  public:
+    /// Only eCParam_StringValue is accepted; anything else is a mistake in the catalogue and ends the process
+    /// with exit status -1 after a message, so that it is seen at start-up.
+    void SetParamType(eParamType_t type) override;
+
+    /// Length limits in bytes.
+    virtual unsigned int GetMinLength() { return m_minLength; }
+    virtual void SetMinLength(unsigned int value) { m_minLength = value; }
+    virtual unsigned int GetMaxLength() { return m_maxLength; }
+    virtual void SetMaxLength(unsigned int value) { m_maxLength = value; }
+    /// Limits of a character's position, for panels that edit character by character.
+    virtual unsigned int GetMinIndex() { return m_minIndex; }
+    virtual void SetMinIndex(unsigned int value) { m_minIndex = value; }
+    virtual unsigned int GetMaxIndex() { return m_maxIndex; }
+    virtual void SetMaxIndex(unsigned int value) { m_maxIndex = value; }
+    virtual std::string GetFactoryDefault() { return m_factoryDefault; }
+    virtual void SetFactoryDefault(std::string value) { m_factoryDefault = std::move(value); }
+
+  private:
+    unsigned int m_minLength = 0, m_maxLength = 20, m_minIndex = 0, m_maxIndex = 19;
+    std::string m_factoryDefault;
+};
+
+/// Opaque bytes, held in a string.
+class DataDescriptor : public StringDescriptor {};
+
+/// An alarm: its value is a serialized alarm message. The class name "alarm" is how alarm components find it.
+class AlarmDescriptor : public StringDescriptor {
+  public:
+    AlarmDescriptor() { AddClassName("alarm"); }
+};
