@@ -1,0 +1,16 @@
+/// Identifiers of the serializable classes.
+#pragma once
+
+#include <cstdint>
+
+/// What precedes an object in a stream. Values from a peer may be any 32-bit number.
+enum eClassID_t : uint32_t {
+    eClassID_IntegerValue = 0,
+    eClassID_StringValue = 1,
+    eClassID_SectorHeader = 6,
+    eClassID_Checkpoint = 7,
+    eClassID_PresetsParamVector = 8,
+    eClassID_Vector = 9,
+    eClassID_PackageHeader = 14,
+    eClassID_Unset = 17,  ///< of objects that the class factory has not labelled yet; not registered
+};

@@ -1,0 +1,95 @@
+/// Config: the interface to a set of parameters, wherever they live. Start reading here.
+///
+/// A caller gets a Config from the connector (config/access/config_factory_impl.h) for a URI, works only
+/// through this interface, and gives it back there. Descriptors (config/descriptors/param_descriptor.h) say
+/// what each parameter is.
+#pragma once
+
+#include <sys/time.h>
+
+#include <list>
+#include <string>
+#include <vector>
+
+#include "config/config_event.h"
+#include "config/config_event_listener.h"
+#include "config/descriptors/param_descriptor.h"
+#include "config/param_ids.h"
+
+class Serializable;
+namespace vexa::config {
+class UpdatePrecondition;
+}
+
+/// Reads, changes and watches parameters.
+///
+/// Results: true or a value on success; false, null or 0 otherwise, after one line on standard error. Nothing
+/// throws. Thread: as the implementation says; those of this library allow any thread. The order of the
+/// virtual operations is part of the contract: append only.
+class Config {
+  public:
+    /// What Lock asks for. No implementation gives it a meaning.
+    enum eParamLock_t : uint32_t { eParamLock_Shared, eParamLock_Exclusive };
+
+    virtual ~Config() = default;
+
+    /// Sets a number, stamped with the current time.
+    /// @return true only when the value was accepted and stored, perhaps corrected into its range.
+    virtual bool Set(eParam_t id, unsigned int value);
+    /// The number; 0 when there is none.
+    virtual unsigned int Get(eParam_t id) = 0;
+    virtual eConfigID_t GetConfigID() = 0;
+    virtual timeval GetLastConfigUpdate() = 0;
+    /// Borrowed from the registry; null for a parameter that does not exist.
+    virtual ParamDescriptor* GetParamDescriptor(eParam_t id) = 0;
+    /// By symbolic name, "eParamID_Take".
+    virtual ParamDescriptor* GetParamDescriptor(std::string paramIDName) = 0;
+    /// All parameters, ascending.
+    virtual std::list<eParam_t> GetParamIDs() = 0;
+    /// @param time  of the change; listeners get it unchanged.
+    virtual bool Set(eParam_t id, unsigned int value, timeval time) = 0;
+    /// @param value  untouched on failure.
+    virtual bool Get(eParam_t id, unsigned int& value) = 0;
+    virtual bool Set(eParam_t id, std::string value, timeval time) = 0;
+    virtual bool Set(eParam_t id, std::string value);
+    virtual bool Get(eParam_t id, std::string& value) = 0;
+    /// The stored object itself, which stays the store's; null when there is none.
+    virtual Serializable* GetSerializable(eParam_t) { return nullptr; }
+    virtual bool SetSerializable(eParam_t, Serializable*) { return false; }
+    /// Bytes of a data parameter. Only for implementations that carry data values: the default is a
+    /// programming error and ends the process, in release builds as well.
+    virtual bool GetData(eParam_t id, std::string& data);
+    virtual bool SetData(eParam_t id, std::string& data, timeval time);
+    virtual bool SetData(eParam_t id, std::string& data);
+
+    /// @param listener  borrowed until it is removed.
+    virtual bool AddConfigEventListener(ConfigEventListener*) { return false; }
+    virtual bool AddConfigEventListener(eParam_t, ConfigEventListener*) { return false; }
+    virtual bool AddConfigEventListener(std::list<eParam_t>, ConfigEventListener*) { return false; }
+    /// After this returned on another thread than the callback's, the listener is not running and not called
+    /// again.
+    virtual bool RemoveConfigEventListener(ConfigEventListener*) { return false; }
+    /// Waits for the next change; the two numbers bound the wait (seconds, microseconds).
+    virtual bool WaitForConfigEvent(ConfigEvent&, long, long) { return false; }
+    virtual std::vector<ParamDescriptor*> GetDescriptorsByClassName(std::string) { return {}; }
+
+    /// Locks and transactions exist in the interface only: every implementation answers false.
+    virtual bool Lock(eParam_t, eParamLock_t) { return false; }
+    virtual bool Unlock(eParam_t) { return false; }
+    virtual bool StartTransaction(std::vector<eParam_t>, unsigned int&) { return false; }
+    virtual bool Commit(unsigned int) { return false; }
+    virtual bool Rollback(unsigned int) { return false; }
+
+    /// @param precondition  asked before every change; the store owns it from now on. Add before concurrent
+    /// writes.
+    virtual bool AddUpdatePrecondition(vexa::config::UpdatePrecondition*) { return false; }
+    virtual bool RemoveUpdatePrecondition(vexa::config::UpdatePrecondition*) { return false; }
+};
+
+/// The interface before Config, kept for its place in old code; nothing implements it.
+class ConfigLegacy {
+  public:
+    virtual ~ConfigLegacy() = default;
+    virtual bool Load() = 0;
+    virtual bool Store() = 0;
+};

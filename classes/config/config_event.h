@@ -1,0 +1,20 @@
+/// ConfigEvent: one change of a parameter, as a record.
+#pragma once
+
+#include <sys/time.h>
+
+#include <string>
+
+#include "config/descriptors/descriptor_types.h"
+#include "config/param_ids.h"
+
+/// A plain value. A producer fills the fields of its kind and leaves the others empty.
+struct ConfigEvent {
+    eParam_t paramID{};
+    /// eCParam_EnumValue (3): an integer change. eCParam_StringValue (12): a string or a data change.
+    eParamType_t paramType = eCParam_Unset;
+    unsigned int value = 0;
+    std::string text;
+    std::string data;
+    timeval time{};  ///< of the change, from whoever made it
+};

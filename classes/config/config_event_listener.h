@@ -1,0 +1,22 @@
+/// ConfigEventListener: told of every change of the configurations it is registered with.
+#pragma once
+
+#include <sys/time.h>
+
+#include <string>
+
+#include "config/config_event.h"
+
+/// Callbacks run on the thread that made the change and should be quick. The results are ignored. A callback
+/// may read and write the same configuration: what it writes is announced after the current change has
+/// reached everyone. The order of the virtual operations is part of the contract: append only.
+class ConfigEventListener {
+  public:
+    virtual ~ConfigEventListener() = default;
+    virtual bool ParamChanged(eParam_t id, unsigned int value, timeval time) = 0;
+    virtual bool ParamChanged(eParam_t id, std::string value, timeval time) = 0;
+    /// @param data  this listener's own copy.
+    virtual bool DataChanged(eParam_t, std::string&, timeval) { return false; }
+    /// The record form, for listeners that queue events; stores never call it.
+    virtual void ParamChanged(ConfigEvent) {}
+};

@@ -1,0 +1,113 @@
+/// ConfigValue and its two kinds: the value of one parameter as an object.
+#pragma once
+
+#include <string>
+
+#include "config/descriptors/descriptor_types.h"
+#include "config/param_ids.h"
+#include "config/semaphore_helper.h"
+#include "config/serializable.h"
+
+/// The identity of a value: which store, which parameter, which type.
+///
+/// Thread: the identity is set once, before the object is shared; the values of the subclasses have a lock of
+/// their own. The order of the virtual operations is part of the contract: append only.
+class ConfigValue : public Serializable {
+  public:
+    /// Same class, identity, dirty flag and value. The dirty flag takes part deliberately: a value that still
+    /// has to be saved differs from one that was.
+    bool IsEqual(Serializable* other) override;
+    bool Serialize(Serializer* serializer) override;
+    /// Sets the fields as read; the dirty flag stays.
+    bool Deserialize(DeSerializer* deserializer) override;
+
+    virtual eConfigID_t GetConfigID() { return m_configID; }
+    /// A different identity marks the object dirty; this holds for the next two as well.
+    virtual void SetConfigID(eConfigID_t id);
+    virtual eParam_t GetParamID() { return m_paramID; }
+    virtual void SetParamID(eParam_t id);
+    virtual eParamType_t GetParamType() { return m_paramType; }
+    virtual void SetParamType(eParamType_t type);
+    /// A new object with the same identity and value, not dirty; the caller owns it.
+    virtual ConfigValue* Clone() = 0;
+    /// Takes over the configuration ID and the value, not the parameter nor its type.
+    virtual void Copy(ConfigValue& other);
+    /// Takes over the value. Another class than this one's changes nothing.
+    virtual void CopyValue(ConfigValue& other) = 0;
+    /// Sets the parameter's factory default. A descriptor of another kind changes nothing.
+    virtual void ResetToFactory() {}
+    virtual std::string ToString();
+
+  protected:
+    ConfigValue() = default;
+    ConfigValue(eClassID_t classID, eConfigID_t configID, eParam_t paramID, eParamType_t type)
+        : Serializable(classID), m_configID(configID), m_paramID(paramID), m_paramType(type)
+    {
+    }
+
+  private:
+    eConfigID_t m_configID = 0;
+    eParam_t m_paramID{};
+    eParamType_t m_paramType = eCParam_Unset;
+};
+
+/// A 32-bit unsigned value. Thread: Get, Set, comparing, copying and streaming may run on several threads at
+/// once.
+class IntegerValue : public ConfigValue {
+  public:
+    /// For the class factory; filled by Deserialize.
+    IntegerValue();
+    IntegerValue(eConfigID_t configID, eParam_t paramID, eParamType_t type, unsigned int value);
+    ~IntegerValue() override;
+    /// A new object that the caller owns.
+    static IntegerValue* Create(eConfigID_t configID, eParam_t paramID, eParamType_t type,
+                                unsigned int value);
+    static IntegerValue* Create(eParam_t paramID, eParamType_t type, unsigned int value);
+
+    void Get(unsigned int& value) VEXA_EXCLUDES(m_lock);
+    /// A different value marks the object dirty.
+    void Set(unsigned int value) VEXA_EXCLUDES(m_lock);
+
+    bool IsEqual(Serializable* other) override;
+    bool Serialize(Serializer* serializer) override;
+    bool Deserialize(DeSerializer* deserializer) override;
+    ConfigValue* Clone() override;
+    void Copy(ConfigValue& other) override;
+    void CopyValue(ConfigValue& other) override;
+    void ResetToFactory() override;
+    std::string ToString() override;
+
+  private:
+    LockSemaphore m_lock;
+    unsigned int m_value VEXA_GUARDED_BY(m_lock) = 0;
+};
+
+/// A text, or any bytes: data and alarm parameters use it too. Thread: as IntegerValue.
+class StringValue : public ConfigValue {
+  public:
+    /// For the class factory; filled by Deserialize.
+    StringValue();
+    StringValue(eConfigID_t configID, eParam_t paramID, eParamType_t type, std::string value);
+    ~StringValue() override;
+    /// A new object that the caller owns.
+    static StringValue* Create(eConfigID_t configID, eParam_t paramID, eParamType_t type, std::string value);
+    static StringValue* Create(eParam_t paramID, eParamType_t type, std::string value);
+
+    void Get(std::string& value) VEXA_EXCLUDES(m_lock);
+    /// A different value marks the object dirty.
+    void Set(std::string value) VEXA_EXCLUDES(m_lock);
+
+    bool IsEqual(Serializable* other) override;
+    /// A value with an embedded NUL is cut there by its reader: the stream ends texts with a NUL.
+    bool Serialize(Serializer* serializer) override;
+    bool Deserialize(DeSerializer* deserializer) override;
+    ConfigValue* Clone() override;
+    void Copy(ConfigValue& other) override;
+    void CopyValue(ConfigValue& other) override;
+    void ResetToFactory() override;
+    std::string ToString() override;
+
+  private:
+    LockSemaphore m_lock;
+    std::string m_value VEXA_GUARDED_BY(m_lock);
+};

@@ -1,0 +1,25 @@
+/// Checkpoint: marks a position for one configuration instance.
+#pragma once
+
+#include "config/param_ids.h"
+#include "config/serializable.h"
+
+/// Thread: one at a time.
+class Checkpoint : public Serializable {
+  public:
+    /// No configuration: -1.
+    Checkpoint() : Checkpoint(-1) {}
+    explicit Checkpoint(eConfigID_t configID) : Serializable(eClassID_Checkpoint), m_configID(configID) {}
+
+    eConfigID_t GetConfigID() const { return m_configID; }
+    void SetConfigID(eConfigID_t id) { m_configID = id; }
+    unsigned int GetOffset() const { return m_offset; }
+    void SetOffset(unsigned int offset) { m_offset = offset; }
+
+    bool Serialize(Serializer* serializer) override;
+    bool Deserialize(DeSerializer* deserializer) override;
+
+  private:
+    eConfigID_t m_configID;
+    unsigned int m_offset = 0;
+};
