@@ -1,0 +1,382 @@
+#include "config/manager/config_manager.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <set>
+
+#include "config/config_value.h"
+#include "config/descriptors/integer_descriptor.h"
+#include "config/descriptors/registry.h"
+#include "config/descriptors/string_descriptor.h"
+#include "config/manager/value_pool.h"
+
+using vexa::config::IntegerQueue;
+using vexa::config::StringQueue;
+using vexa::config::UpdatePrecondition;
+
+namespace {
+
+/// Log readers know the three places by these numbers, wherever the code stands.
+enum DescriptorErrorLine { kSetInteger = 109, kSetString = 206, kSetData = 266 };
+
+void PrintDescriptorError(DescriptorErrorLine line)
+{
+    fprintf(stderr, "GetParamDescriptor Error in %s at line %d\n", "config_manager", line);
+}
+
+const char* NameOf(const IntegerQueue&)
+{
+    return "uint32_t";
+}
+
+const char* NameOf(const StringQueue&)
+{
+    return "std::string";
+}
+
+}  // namespace
+
+// --- life ---
+
+ConfigManager::ConfigManager(eConfigID_t configID) : m_configID(configID)
+{
+    SemaphoreHelper::Init(m_useCountLock);
+    m_listenerLock.Init();
+    SemaphoreHelper::Init(m_valueLock);
+    SemaphoreHelper::Init(m_takeLock);
+}
+
+ConfigManager::~ConfigManager()
+{
+    DeleteAllUpdatePreconditions();
+    SemaphoreHelper::Destroy(m_useCountLock);
+    m_listenerLock.Destroy();
+    SemaphoreHelper::Destroy(m_takeLock);
+    // The value lock is left alone, like the values: a late reader may be on its way out of it.
+    SemaphoreHelper hold(m_valueLock);
+    value_pool::Give(m_configID, m_values);
+}
+
+bool ConfigManager::Init()
+{
+    m_lastUpdateSeconds = 0;
+    m_lastUpdateMicroseconds = 0;
+    fputs("ConfigManager::Init - calling AddDefaultPreconditions!\n", stderr);
+    AddDefaultPreconditions();
+    InitDefaultConfig();
+    return true;
+}
+
+bool ConfigManager::InitDefaultConfig()
+{
+    for (const eParam_t id : ::GetParamIDs()) {
+        Serializable* value = nullptr;
+        if (!GetConfigValue(id, value))
+            fprintf(stderr, "ConfigManager::InitDefaultConfig - GetConfigValue failed for paramid %d!!!!\n",
+                    static_cast<int>(id));
+    }
+    fputs("ConfigManager::InitDefaultConfig() - end\n", stderr);
+    return true;
+}
+
+int32_t ConfigManager::IncrementUseCount()
+{
+    SemaphoreHelper hold(m_useCountLock);
+    return ++m_useCount;
+}
+
+int32_t ConfigManager::DecrementUseCount()
+{
+    SemaphoreHelper hold(m_useCountLock);
+    return --m_useCount;
+}
+
+int32_t ConfigManager::GetUseCount()
+{
+    SemaphoreHelper hold(m_useCountLock);
+    return m_useCount;
+}
+
+// --- descriptors and preconditions ---
+
+// Not the registry's GetDescriptor: identifiers come from peers, and a placeholder for each would never be
+// freed.
+ParamDescriptor* ConfigManager::GetParamDescriptor(eParam_t id)
+{
+    return FindDescriptor(id);
+}
+
+ParamDescriptor* ConfigManager::GetParamDescriptor(std::string paramIDName)
+{
+    return GetDescriptor(std::move(paramIDName));
+}
+
+std::list<eParam_t> ConfigManager::GetParamIDs()
+{
+    return ::GetParamIDs();
+}
+
+bool ConfigManager::AddDefaultPreconditions()
+{
+    return AddUpdatePrecondition(new vexa::config::UpdatePreconditionValues);
+}
+
+bool ConfigManager::AddUpdatePrecondition(UpdatePrecondition* precondition)
+{
+    if (!precondition) return false;
+    fprintf(stderr, "%s: adding precondition(%p)\n", "AddUpdatePrecondition",
+            static_cast<void*>(precondition));
+    m_preconditions.push_back(precondition);
+    return true;
+}
+
+bool ConfigManager::RemoveUpdatePrecondition(UpdatePrecondition* precondition)
+{
+    const auto found = std::ranges::find(m_preconditions, precondition);
+    if (found == m_preconditions.end()) return false;
+    m_preconditions.erase(found);
+    return true;
+}
+
+bool ConfigManager::DeleteAllUpdatePreconditions()
+{
+    // One that was added twice is deleted once.
+    const std::set<UpdatePrecondition*> distinct(m_preconditions.begin(), m_preconditions.end());
+    m_preconditions.clear();
+    for (UpdatePrecondition* const precondition : distinct) delete precondition;
+    return true;
+}
+
+template <class Queue>
+bool ConfigManager::PassesPreconditions(ParamDescriptor* descriptor, Queue& queue)
+{
+    static const std::string& kDoNotValidate = *new std::string("do_not_validate");
+    if (descriptor->HasClassName(kDoNotValidate)) return true;
+    for (UpdatePrecondition* const precondition : m_preconditions) {
+        if (queue.empty()) return true;  // dropped by an earlier one: there is nothing left to ask about
+        if (precondition->IsUpdateValid(this, queue)) continue;
+        fprintf(stderr, "ConfigManager::Set(%s) - update precondition failed, returning false\n",
+                NameOf(queue));
+        return false;
+    }
+    return true;
+}
+
+// --- single values ---
+
+Serializable* ConfigManager::CreateValue(ParamDescriptor* descriptor)
+{
+    const eParam_t id = descriptor->GetParamID();
+    if (ConfigValue* const value = value_pool::Take(m_configID, id)) return value;
+    ConfigValue* value = nullptr;
+    if (auto* const integer = dynamic_cast<IntegerDescriptor*>(descriptor))
+        value = IntegerValue::Create(id, integer->GetParamType(), integer->GetFactoryDefault());
+    else if (auto* const text = dynamic_cast<StringDescriptor*>(descriptor))
+        value = StringValue::Create(id, text->GetParamType(), text->GetFactoryDefault());
+    if (value) value->SetConfigID(m_configID);
+    return value;
+}
+
+bool ConfigManager::GetConfigValue(eParam_t id, Serializable*& value)
+{
+    ParamDescriptor* const descriptor = FindDescriptor(id);
+    if (!descriptor) return false;
+    SemaphoreHelper hold(m_valueLock);
+    const auto found = m_values.find(id);
+    if (found != m_values.end()) {
+        value = found->second;
+        return true;
+    }
+    Serializable* const created = CreateValue(descriptor);
+    if (!created) {
+        fprintf(stderr,
+                "ConfigManager::GetConfigValue - Clone() returned defaultValue == NULL, paramID = 0x%0X\n",
+                id);
+        return false;
+    }
+    m_values.emplace(id, created);
+    value = created;
+    return true;
+}
+
+Serializable* ConfigManager::GetConfigValue(eParam_t id)
+{
+    if (!IsValidParamID(id)) return nullptr;
+    SemaphoreHelper hold(m_valueLock);
+    const auto found = m_values.find(id);
+    return found == m_values.end() ? nullptr : found->second;
+}
+
+void ConfigManager::StampUpdate()
+{
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    m_lastUpdateSeconds.store(static_cast<uint32_t>(now.tv_sec), std::memory_order_relaxed);
+    m_lastUpdateMicroseconds.store(static_cast<uint32_t>(now.tv_usec), std::memory_order_relaxed);
+}
+
+bool ConfigManager::SetConfigParam(eParam_t id, unsigned int value)
+{
+    auto* const integer = dynamic_cast<IntegerValue*>(GetConfigValue(id));
+    if (!integer) {
+        fprintf(stderr, "ConfigManager::SetConfigParam() - configValue == NULL for paramID = %X\n", id);
+        return false;
+    }
+    integer->Set(value);
+    StampUpdate();
+    return true;
+}
+
+// Unlike the integer form it makes the value on demand, and prints all eight digits; the two differ on
+// purpose.
+bool ConfigManager::SetConfigParam(eParam_t id, std::string value)
+{
+    Serializable* object = nullptr;
+    if (!GetConfigValue(id, object)) {
+        fprintf(stderr, "ConfigManager::SetConfigParam() - configValue == NULL for paramID = %08X\n", id);
+        return false;
+    }
+    auto* const text = dynamic_cast<StringValue*>(object);
+    if (!text) return false;
+    text->Set(std::move(value));
+    StampUpdate();
+    return true;
+}
+
+bool ConfigManager::GetConfigParam(eParam_t id, unsigned int& value)
+{
+    auto* const integer = dynamic_cast<IntegerValue*>(GetConfigValue(id));
+    if (integer) integer->Get(value);
+    return integer != nullptr;
+}
+
+bool ConfigManager::GetConfigParam(eParam_t id, std::string& value)
+{
+    Serializable* object = nullptr;
+    if (!GetConfigValue(id, object)) {
+        fprintf(stderr, "ConfigManager::GetConfigParam() - configValue == NULL for paramID = %X\n", id);
+        return false;
+    }
+    auto* const text = dynamic_cast<StringValue*>(object);
+    if (!text) {
+        fputs("ConfigManager::GetConfigParam - error - not a StringValue\n", stderr);
+        return false;
+    }
+    text->Get(value);
+    return true;
+}
+
+unsigned int ConfigManager::Get(eParam_t id)
+{
+    unsigned int value = 0;
+    GetConfigParam(id, value);
+    return value;
+}
+
+bool ConfigManager::Get(eParam_t id, unsigned int& value)
+{
+    return GetConfigParam(id, value);
+}
+
+bool ConfigManager::Get(eParam_t id, std::string& value)
+{
+    return GetConfigParam(id, value);
+}
+
+Serializable* ConfigManager::GetSerializable(eParam_t id)
+{
+    return GetConfigValue(id);
+}
+
+bool ConfigManager::SetSerializable(eParam_t, Serializable*)
+{
+    return false;
+}
+
+bool ConfigManager::GetData(eParam_t id, std::string& data)
+{
+    return GetConfigParam(id, data);
+}
+
+// --- writing ---
+
+bool ConfigManager::Set(eParam_t id, unsigned int value, timeval time)
+{
+    IntegerQueue queue{{id, value}};
+    while (!queue.empty())
+        if (!SetFront(queue, time)) return false;
+    return true;
+}
+
+bool ConfigManager::SetFront(IntegerQueue& queue, timeval time)
+{
+    auto [id, value] = queue.front();
+    ParamDescriptor* const descriptor = GetParamDescriptor(id);
+    if (!descriptor) {
+        PrintDescriptorError(kSetInteger);
+        return false;
+    }
+    if (!PassesPreconditions(descriptor, queue)) return false;
+    if (queue.empty()) return false;
+
+    // The range rules run for what they do to other parameters; stored is what the preconditions left in the
+    // queue.
+    EnforceRangeLimits(id, value);
+    std::tie(id, value) = queue.front();
+
+    // From the store to the last event: otherwise two writers could announce in another order than they
+    // stored.
+    ListenerLock::Guard hold(m_listenerLock);
+    if (!SetConfigParam(id, value)) return false;
+    ExecutePostTriggers(id, value);
+    StampUpdate();
+    FireParamChangedEvent(id, value, time);
+    FireDependents(id, time);
+    queue.pop_front();
+    return true;
+}
+
+bool ConfigManager::Set(eParam_t id, std::string value, timeval time)
+{
+    StringQueue queue{{id, std::move(value)}};
+    while (!queue.empty())
+        if (!SetFront(queue, time)) return false;
+    return true;
+}
+
+// What a precondition does to the string in the queue has no effect, and neither has taking it out: they may
+// only veto.
+bool ConfigManager::SetFront(StringQueue& queue, timeval time)
+{
+    const auto [id, value] = queue.front();
+    ParamDescriptor* const descriptor = GetParamDescriptor(id);
+    if (!descriptor) {
+        PrintDescriptorError(kSetString);
+        return false;
+    }
+    if (!PassesPreconditions(descriptor, queue)) return false;
+
+    ListenerLock::Guard hold(m_listenerLock);
+    if (!SetConfigParam(id, value)) return false;
+    ExecutePostTriggers(id, value);
+    StampUpdate();
+    FireParamChangedEvent(id, value, time);
+    FireDependents(id, time);
+    if (!queue.empty()) queue.pop_front();
+    return true;
+}
+
+bool ConfigManager::SetData(eParam_t id, std::string& data, timeval time)
+{
+    ParamDescriptor* const descriptor = GetParamDescriptor(id);
+    if (!descriptor) {
+        PrintDescriptorError(kSetData);
+        return false;
+    }
+    ListenerLock::Guard hold(m_listenerLock);
+    const bool stored = SetConfigParam(id, data);
+    StampUpdate();
+    FireDataChangedEvent(id, data, time);
+    FireDataChangedEvents(descriptor->GetDependentParamIDs(), time);
+    return stored;
+}

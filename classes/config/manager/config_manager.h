@@ -1,0 +1,139 @@
+/// ConfigManager: the in-process store of parameter values.
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "config/config.h"
+#include "config/manager/listener_lock.h"
+#include "config/manager/update_precondition.h"
+#include "config/semaphore_helper.h"
+#include "config/serializable.h"
+
+/// One configuration instance: every registered parameter with its value.
+///
+/// A write asks the update preconditions, stores, runs the range rules and post-triggers, and tells all
+/// listeners, then one level of dependent parameters. Listeners hear changes of one store one after the
+/// other; what they hear last is what the store holds. A listener may write to the store from its callback:
+/// its change is stored at once and announced after the current one has reached everyone. It may also remove
+/// itself or others.
+///
+/// Thread: any, for every operation; preconditions are added and removed before concurrent writes begin.
+/// Lock order: listener lock, take lock, value lock, the lock of one value.
+class ConfigManager : public Config {
+  public:
+    explicit ConfigManager(eConfigID_t configID);
+    /// Nobody may use the store any more. The value objects live on: somebody may hold one from
+    /// GetSerializable.
+    ~ConfigManager() override;
+
+    // Config; the forms that are not named here keep its defaults.
+    using Config::AddConfigEventListener;
+    using Config::Set;
+    using Config::SetData;
+    unsigned int Get(eParam_t id) override;
+    eConfigID_t GetConfigID() override { return m_configID; }
+    /// Always zero: clients compare it with zero to learn that a store keeps no update time for them.
+    timeval GetLastConfigUpdate() override { return {}; }
+    ParamDescriptor* GetParamDescriptor(eParam_t id) override;
+    ParamDescriptor* GetParamDescriptor(std::string paramIDName) override;
+    std::list<eParam_t> GetParamIDs() override;
+    bool Set(eParam_t id, unsigned int value, timeval time) override;
+    bool Get(eParam_t id, unsigned int& value) override;
+    bool Set(eParam_t id, std::string value, timeval time) override;
+    bool Get(eParam_t id, std::string& value) override;
+    Serializable* GetSerializable(eParam_t id) override;
+    bool SetSerializable(eParam_t id, Serializable* value) override;
+    bool GetData(eParam_t id, std::string& data) override;
+    /// No precondition, range rule or trigger. The listeners are told even when the parameter holds no text.
+    bool SetData(eParam_t id, std::string& data, timeval time) override;
+    /// A listener that is added twice hears each change twice; each removal takes one registration away.
+    bool AddConfigEventListener(ConfigEventListener* listener) override;
+    /// A listener always hears every parameter, this one or not.
+    bool AddConfigEventListener(eParam_t id, ConfigEventListener* listener) override;
+    bool RemoveConfigEventListener(ConfigEventListener* listener) override;
+    /// Null is refused.
+    bool AddUpdatePrecondition(vexa::config::UpdatePrecondition* precondition) override;
+    /// The precondition is the caller's again.
+    bool RemoveUpdatePrecondition(vexa::config::UpdatePrecondition* precondition) override;
+
+    /// Called once by the creator: default preconditions, then every parameter's factory default.
+    bool Init();
+    bool InitDefaultConfig();
+    bool AddDefaultPreconditions();
+    bool DeleteAllUpdatePreconditions();
+
+    /// Clients that share this store; the store itself never acts on the count. @return the new, or current,
+    /// count.
+    int32_t IncrementUseCount();
+    int32_t DecrementUseCount();
+    int32_t GetUseCount();
+
+    /// The stored object, which stays the store's; null when there is none.
+    Serializable* GetConfigValue(eParam_t id);
+    /// The same, made from the descriptor's factory default when it is missing.
+    bool GetConfigValue(eParam_t id, Serializable*& value);
+    /// One value without preconditions, triggers or events. The integer form never creates a value.
+    bool SetConfigParam(eParam_t id, unsigned int value);
+    bool SetConfigParam(eParam_t id, std::string value);
+    bool GetConfigParam(eParam_t id, unsigned int& value);
+    bool GetConfigParam(eParam_t id, std::string& value);
+    /// The device's range rules.
+    bool EnforceRangeLimits(eParam_t id, unsigned int& value);
+    /// Raises a take number above the takes on the media, at most to 999.
+    bool EnforceTakeLimits(unsigned int& value);
+    /// What a change sets off: new clip naming resets the take. The value plays no part.
+    bool ExecutePostTriggers(eParam_t id, unsigned int& value);
+    bool ExecutePostTriggers(eParam_t id, std::string value);
+    bool FireParamChangedEvent(eParam_t id, unsigned int value, timeval time);
+    bool FireParamChangedEvent(eParam_t id, std::string value, timeval time);
+    /// The current values of these parameters; unknown ones are skipped.
+    bool FireParamsChangedEvents(std::vector<eParam_t> ids, timeval time);
+    bool FireDataChangedEvent(eParam_t id, std::string& data, timeval time);
+    bool FireDataChangedEvents(std::vector<eParam_t> ids, timeval time);
+
+  private:
+    using Delivery = std::function<void(ConfigEventListener&)>;
+
+    template <class Queue>
+    bool PassesPreconditions(ParamDescriptor* descriptor, Queue& queue);
+    bool SetFront(vexa::config::IntegerQueue& queue, timeval time);
+    bool SetFront(vexa::config::StringQueue& queue, timeval time);
+    Serializable* CreateValue(ParamDescriptor* descriptor);
+    void StampUpdate();
+    void FireDependents(eParam_t id, timeval time);
+    void EnforceCustomTakeLimits(unsigned int& value);
+    void ResetTake(eParam_t take);
+    void PutBack(eParam_t id, unsigned int forced, unsigned int saved);
+    template <class Call>
+    bool Deliver(const Call& call) VEXA_EXCLUDES(m_valueLock);
+    template <class Call>
+    void CallListeners(const Call& call) VEXA_REQUIRES(m_listenerLock);
+
+    const eConfigID_t m_configID;
+
+    std::map<eParam_t, Serializable*> m_values VEXA_GUARDED_BY(m_valueLock);  // owned; only ever grows
+    LockSemaphore m_valueLock;
+
+    // Two words that nobody reads together; the newest store wins.
+    std::atomic<uint32_t> m_lastUpdateSeconds = 0, m_lastUpdateMicroseconds = 0;
+
+    std::vector<ConfigEventListener*> m_listeners VEXA_GUARDED_BY(m_listenerLock);  // borrowed
+    std::deque<Delivery> m_deferred VEXA_GUARDED_BY(m_listenerLock);  // changes made by listeners
+    bool m_delivering VEXA_GUARDED_BY(m_listenerLock) = false;
+    // The listeners of the running delivery that are still to be called: a callback may remove some.
+    size_t m_nextListener VEXA_GUARDED_BY(m_listenerLock) = 0, m_endListener
+                                                               VEXA_GUARDED_BY(m_listenerLock) = 0;
+    ListenerLock m_listenerLock;
+
+    std::vector<vexa::config::UpdatePrecondition*> m_preconditions;  // owned; set up before concurrent writes
+
+    int32_t m_useCount VEXA_GUARDED_BY(m_useCountLock) = 0;
+    LockSemaphore m_useCountLock;
+
+    LockSemaphore m_takeLock;  // one thread at a time forces the clip-naming parameters and puts them back
+};

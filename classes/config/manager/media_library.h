@@ -1,0 +1,48 @@
+/// What the store asks of the product's media library: which takes exist already.
+#pragma once
+
+#include <list>
+#include <memory>
+#include <string>
+
+class Config;
+
+/// One clip on the media.
+struct Clip {
+    std::string name;
+    unsigned int take = 0;
+};
+
+/// Finds clips. It reads the clip-naming parameters through the Config it was made for and must not write to
+/// it: the store holds locks while it asks.
+class ClipFinder {
+  public:
+    virtual ~ClipFinder() = default;
+    virtual std::list<Clip> findClips(bool, bool, bool) = 0;
+    virtual bool allowOverwriteOfExistingClips() = 0;
+    virtual bool useCustomClipTake(bool allowOverwrite) = 0;
+    /// The highest take number in use, 0 when none is.
+    virtual unsigned int getLastMatchingTakeInList(const std::list<Clip>& clips, bool customTake,
+                                                   std::string name) = 0;
+};
+
+/// A shared cache of the media's content: open while the object lives.
+class MediaCache {
+  public:
+    virtual ~MediaCache() = default;
+};
+
+/// Implemented by a product that has media. Thread: asked by any thread that writes clip-naming parameters.
+class MediaLibrary {
+  public:
+    virtual ~MediaLibrary() = default;
+    /// @param config  borrowed while the finder lives. @return never null.
+    virtual std::unique_ptr<ClipFinder> MakeClipFinder(Config* config) = 0;
+    /// @return null when there is no such cache.
+    virtual std::unique_ptr<MediaCache> OpenMediaCache(const std::string& name) = 0;
+};
+
+/// Plugs a product's library in; null brings back the default one, which reports no clips. Borrowed for the
+/// life of the process. Call it before the first Connect.
+void SetMediaLibrary(MediaLibrary* library);
+MediaLibrary& GetMediaLibrary();

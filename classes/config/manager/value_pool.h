@@ -1,0 +1,23 @@
+/// The values of deleted stores.
+#pragma once
+
+#include <map>
+
+#include "config/param_ids.h"
+
+class ConfigValue;
+class Serializable;
+
+/// Values outlive their store, because somebody may still hold a pointer from GetSerializable. They wait here
+/// for the next store of the same configuration ID, so that connecting again and again does not grow the
+/// process. Thread: any.
+namespace value_pool {
+
+/// @param values  become the pool's.
+void Give(eConfigID_t configID, const std::map<eParam_t, Serializable*>& values);
+
+/// A value of an earlier store, set to its factory default and not dirty; the caller owns it. Null when there
+/// is none.
+ConfigValue* Take(eConfigID_t configID, eParam_t paramID);
+
+}  // namespace value_pool
