@@ -1,0 +1,20 @@
+/// ConfigFactory: what connects a URI to a Config.
+#pragma once
+
+#include <string>
+
+class Config;
+
+class Runnable {
+  public:
+    virtual ~Runnable() = default;
+    virtual void Run() = 0;
+};
+
+/// Thread: any. The order of the virtual operations is part of the contract: append only.
+class ConfigFactory : public Runnable {
+  public:
+    /// @return null on failure. Not the caller's to delete: give it back with Disconnect.
+    virtual Config* Connect(std::string uri) = 0;
+    virtual void Disconnect(Config* config) = 0;
+};
