@@ -1,0 +1,11 @@
+/// The verbs of the tool.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "vexactl/session.h"
+
+/// Adds list, info, get, set and watch to a command line. Each leaves its result in `status` when the line is
+/// parsed.
+/// @param inShell  watch returns at once, and unwatch ends it.
+void AddCommands(CLI::App& app, Session& session, ExitStatus& status, bool inShell);

@@ -1,0 +1,12 @@
+/// How a command of vexactl ends.
+#pragma once
+
+enum class ExitStatus {
+    kDone = 0,
+    kFalse = 1,  ///< nothing matched
+    kUsage = 2,
+    kUnknownParameter = 3,
+    kRefused = 4,
+    kCorrected = 5,  ///< stored, but not as requested
+    kCannotConnect = 6,
+};

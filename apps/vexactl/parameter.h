@@ -1,0 +1,55 @@
+/// A parameter as the tool names, reads and shows it.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "config/config.h"
+
+using Json = nlohmann::ordered_json;
+
+/// A number, or a text (of a string, data or alarm parameter).
+using Value = std::variant<unsigned int, std::string>;
+
+/// A parameter of one configuration. Borrows its descriptor.
+class Parameter {
+  public:
+    explicit Parameter(ParamDescriptor* descriptor) : m_descriptor(descriptor) {}
+
+    /// By symbolic name, with or without "eParamID_", or by identifier in hexadecimal ("0x5c010000").
+    static std::optional<Parameter> Find(Config& config, const std::string& name);
+
+    eParam_t Id() const { return m_descriptor->GetParamID(); }
+    std::string IdText() const;
+    /// The symbolic name without its prefix.
+    std::string Name() const;
+    /// "int", "enum", "str", "data" or "alarm".
+    const char* Kind() const;
+    ParamDescriptor& Descriptor() const { return *m_descriptor; }
+    bool HoldsText() const { return m_descriptor->GetParamType() == eCParam_StringValue; }
+
+    /// @return nothing when the configuration has no value for it.
+    std::optional<Value> Read(Config& config) const;
+    /// What a user typed: a number, the name of an enumerated value, an address, or a text.
+    /// @return nothing when it is no value of this kind of parameter.
+    std::optional<Value> Parse(const std::string& typed) const;
+    /// For people: "4 eSystemStateRunning", "12.50 V", "\"Scene 12\"".
+    std::string Text(const Value& value) const;
+    /// For programs: "id", "param", "value", and "name", "text" or "units" where they say more.
+    Json ToJson(const Value& value) const;
+    /// Whether the parameter takes the value as it is; else why not.
+    std::optional<std::string> Objection(const Value& value) const;
+
+  private:
+    std::string Scaled(unsigned int number) const;
+    std::string Units() const;
+
+    ParamDescriptor* m_descriptor;
+};
+
+/// One line; bytes that are no UTF-8 are replaced.
+std::string Dump(const Json& json);
+/// A text in quotes, with control characters escaped: it may come from anywhere and goes to a terminal.
+std::string Quoted(const std::string& text);

@@ -1,0 +1,87 @@
+#include "vexactl/shell.h"
+
+#include <editline/readline.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+
+#include "vexactl/commands.h"
+
+namespace {
+
+/// The next line, typed with editing and history on a terminal.
+std::optional<std::string> ReadLine(bool terminal)
+{
+    std::string line;
+    if (!terminal) return std::getline(std::cin, line) ? std::optional(line) : std::nullopt;
+    char* const typed = readline("vexactl> ");
+    if (!typed) return std::nullopt;
+    if (*typed) add_history(typed);
+    line = typed;
+    free(typed);
+    return line;
+}
+
+ExitStatus RunCommand(Session& session, std::vector<std::string> words, bool& quit)
+{
+    ExitStatus status = ExitStatus::kDone;
+    CLI::App app("Commands of the shell; a line starting with # is a comment", "");
+    app.require_subcommand(1);
+    AddCommands(app, session, status, true);
+    app.add_subcommand("quit", "Leave the shell")->alias("exit")->callback([&] { quit = true; });
+    app.add_subcommand("help", "Show the commands")->callback([&] { session.Print(app.help()); });
+    try {
+        app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
+    } catch (const CLI::Success& help) {
+        app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        session.Complain(error.what());
+        status = ExitStatus::kUsage;
+    }
+    return status;
+}
+
+ExitStatus RunLine(Session& session, const std::string& line, bool& quit)
+{
+    const auto words = SplitWords(line);
+    if (!words) {
+        session.Complain("a quote is not closed");
+        return ExitStatus::kUsage;
+    }
+    return words->empty() ? ExitStatus::kDone : RunCommand(session, *words, quit);
+}
+
+}  // namespace
+
+std::optional<std::vector<std::string>> SplitWords(const std::string& line)
+{
+    std::istringstream stream(line);
+    std::vector<std::string> words;
+    while (stream >> std::ws, stream.peek() != EOF && stream.peek() != '#') {
+        const char delimiter = stream.peek() == '\'' ? '\'' : '"';
+        std::string word;
+        if (!(stream >> std::quoted(word, delimiter))) return std::nullopt;
+        words.push_back(std::move(word));
+    }
+    return words;
+}
+
+ExitStatus RunShell(Session& session)
+{
+    if (!session.Connect()) return ExitStatus::kCannotConnect;
+    const bool terminal = isatty(STDIN_FILENO);
+    ExitStatus result = ExitStatus::kDone;
+    bool quit = false;
+    for (int number = 1; !quit; ++number) {
+        const auto line = ReadLine(terminal);
+        if (!line) break;
+        session.scriptLine = terminal ? 0 : number;
+        const ExitStatus status = RunLine(session, *line, quit);
+        if (result == ExitStatus::kDone) result = status;
+    }
+    session.scriptLine = 0;
+    return result;
+}
