@@ -1,0 +1,155 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "support/program.h"
+
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using Json = nlohmann::json;
+
+namespace {
+
+ProgramResult Tool(std::vector<std::string> arguments, const std::string& input = "",
+                   std::vector<std::string> environment = {"PRODUCT_ID=OAK", "VEXACTL_URI"})
+{
+    arguments.insert(arguments.begin(), VEXACTL);
+    return RunProgram(arguments, input, environment);
+}
+
+TEST(Vexactl, AScriptGoesOnAfterErrorsAndTellsEveryChange)
+{
+    const char* const script =
+        "watch\n"
+        "set RegisterSave 7\n"
+        "set RegisterSave 500\n"
+        "get RegisterSave\n"
+        "# a comment, then an empty line\n"
+        "\n"
+        "set SystemCommand 9\n"
+        "set ClipNumber 2\n"
+        "get Take\n"
+        "set CustomClipName \"Scene 12 é\"\n"
+        "get CustomClipName\n"
+        "info SystemState\n"
+        "set NoSuch 1\n"
+        "set MediaUpdated 4294967295\n"
+        "unwatch\n"
+        "set RegisterSave 8\n";
+    for (const char* model : {"PRODUCT_ID=OAK", "PRODUCT_ID=", "PRODUCT_ID"}) {
+        const ProgramResult run = Tool({"--uri", "local:", "shell"}, script, {model});
+        EXPECT_EQ(run.status, 5) << "the first failure was a correction";
+        EXPECT_THAT(run.out,
+                    ContainsRegex("[0-9-]+T[0-9:]+\\.[0-9]{6}  RegisterSave = 7\nRegisterSave stored 7\n"));
+        EXPECT_THAT(run.out, ContainsRegex(
+                                 "  RegisterSave = 20\nRegisterSave corrected to 20 \\(500 is outside 1 to 20"
+                                 "\\)\nRegisterSave = 20\n"));
+        EXPECT_THAT(run.err, HasSubstr("vexactl: line 7: SystemCommand: \"9\" refused: not one of 0 "
+                                       "eSystemCommandUnitialized, 1 eSystemCommandInitializeFirmware"));
+        EXPECT_THAT(run.out, HasSubstr("\nTake = 1\n"));
+        EXPECT_THAT(run.out, HasSubstr("\nCustomClipName = \"Scene 12 é\"\n"));
+        EXPECT_THAT(run.out,
+                    HasSubstr("  0 eSystemStateUninitialized\n  1 eSystemStateInitializingConfig\n"));
+        EXPECT_THAT(run.out, HasSubstr("  9 eSystemStateShutdown\n  10 eSystemStateFatalError\n"));
+        EXPECT_THAT(run.err, HasSubstr("vexactl: line 13: unknown parameter \"NoSuch\""));
+        EXPECT_THAT(run.out, ContainsRegex("  MediaUpdated = 4294967295\nMediaUpdated stored 4294967295\n"));
+        EXPECT_THAT(run.out, testing::EndsWith("MediaUpdated stored 4294967295\nRegisterSave stored 8\n"));
+    }
+}
+
+TEST(Vexactl, ExitStatusSaysHowItWent)
+{
+    struct Row {
+        std::vector<std::string> arguments;
+        int status;
+        const char* message;
+    };
+    const Row rows[] = {
+        {{"get", "RegisterSave"}, 0, ""},
+        {{"get", "eParamID_RegisterSave", "0x5c010000", "registersave"}, 0, ""},
+        {{"set", "RegisterSave", "0x10"}, 0, ""},
+        {{"set", "SystemCommand", "eSystemCommandReboot"}, 0, ""},
+        {{"watch", "--for", "0.01"}, 0, ""},
+        {{"--help"}, 0, ""},
+        {{"list", "Register*"}, 0, ""},
+        {{"list", "nothing-like-this"}, 1, "no parameter matches"},
+        {{}, 2, "vexactl: "},
+        {{"get"}, 2, "vexactl: "},
+        {{"frobnicate"}, 2, "vexactl: "},
+        {{"get", "NoSuch", "RegisterSave"}, 3, "unknown parameter \"NoSuch\""},
+        {{"get", "0xffffffff"}, 3, "unknown parameter \"0xffffffff\""},
+        {{"set", "SystemCommand", "7"}, 4, "\"7\" refused: not one of"},
+        {{"set", "RegisterSave", "many"}, 4, "\"many\" refused: not a number or a named value"},
+        {{"set", "RegisterSave", "4294967296"}, 4, "not a number or a named value"},
+        {{"set", "SystemState", "4"}, 4, "the device reports it; --force"},
+        {{"set", "--force", "SystemState", "4"}, 0, ""},
+        {{"set", "TestData", "x"}, 4, "it holds data, not a text"},
+        {{"set", "RegisterSave", "0"}, 5, ""},
+        {{"--uri", "socket://127.0.0.1:43110", "list"}, 6, "cannot connect to socket://127.0.0.1:43110"},
+        {{"--uri", "", "get", "Take"}, 6, "cannot connect to"},
+    };
+    for (const Row& row : rows) {
+        const ProgramResult run = Tool(row.arguments);
+        EXPECT_EQ(run.status, row.status) << testing::PrintToString(row.arguments) << run.err;
+        EXPECT_THAT(run.err, HasSubstr(row.message)) << testing::PrintToString(row.arguments);
+    }
+}
+
+TEST(Vexactl, JsonIsOneObjectALine)
+{
+    const ProgramResult run = Tool({"--json", "shell"},
+                                   "watch CustomClipName\nset CustomClipName 'a\"b'\nset RegisterSave 99\n"
+                                   "set SystemCommand 9\nget IPAddress\ninfo SystemState\nlist\n");
+    std::vector<Json> lines;
+    std::istringstream stream(run.out);
+    for (std::string line; std::getline(stream, line);) lines.push_back(Json::parse(line));
+    ASSERT_GT(lines.size(), 100u);
+    EXPECT_EQ(lines[0]["param"], "CustomClipName");
+    EXPECT_EQ(lines[0]["value"], "a\"b");
+    EXPECT_TRUE(lines[0].contains("time"));
+    EXPECT_EQ(lines[1]["result"], "stored");
+    EXPECT_EQ(lines[2]["result"], "corrected");
+    EXPECT_EQ(lines[2]["value"], 20);
+    EXPECT_EQ(lines[3]["result"], "refused");
+    EXPECT_EQ(lines[3]["requested"], "9");
+    EXPECT_TRUE(lines[4]["text"].is_string()) << "an address with its dots";
+    EXPECT_EQ(lines[5]["values"].size(), 11u);
+    EXPECT_EQ(lines[5]["values"][10]["name"], "eSystemStateFatalError");
+}
+
+TEST(Vexactl, TextsArriveWholeAndAreShownSafely)
+{
+    const std::string text(5000, 'x');
+    const ProgramResult run =
+        Tool({"shell"}, "set ReelName " + text +
+                            "\nset ReelName \"\"\nget ReelName\n"
+                            "set ReelName \"tab\there \\\"quoted\\\" back\\\\slash\"\n"
+                            "set ReelName '\x1b[31mred \xff'\nset ReelName \"open\nget ReelName\n");
+    EXPECT_THAT(run.out, HasSubstr("ReelName stored \"" + text + "\"\n"));
+    EXPECT_THAT(run.out, HasSubstr("ReelName = \"\"\n"));
+    EXPECT_THAT(run.out, HasSubstr("ReelName stored \"tab\\there \\\"quoted\\\" back\\\\slash\"\n"));
+    EXPECT_THAT(run.out, AllOf(HasSubstr("\\u001b[31mred \xef\xbf\xbd"), Not(HasSubstr("\x1b"))));
+    EXPECT_THAT(run.err, HasSubstr("line 6: a quote is not closed"));
+}
+
+TEST(Vexactl, GarbageOnStandardInputHarmsNothing)
+{
+    std::string garbage;
+    for (unsigned int i = 0; i < 20'000; ++i) garbage += static_cast<char>(i * 2654435761u >> 24);
+    const ProgramResult run = Tool({"shell"}, garbage + "\nquit\nset RegisterSave 7\n");
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.out, Not(HasSubstr("stored")));
+}
+
+TEST(Vexactl, TheUriComesFromTheEnvironmentUnlessGiven)
+{
+    EXPECT_EQ(Tool({"get", "Take"}, "", {"VEXACTL_URI=nowhere:"}).status, 6);
+    EXPECT_EQ(Tool({"--uri", "local:", "get", "Take"}, "", {"VEXACTL_URI=nowhere:"}).status, 0);
+}
+
+}  // namespace

@@ -1,0 +1,462 @@
+#include "config/manager/config_manager.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+#include <thread>
+
+#include "config/config_value.h"
+#include "config/descriptors/enum_descriptor.h"
+#include "config/descriptors/string_descriptor.h"
+#include "support/store.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using vexa::config::IntegerQueue;
+using vexa::config::StringQueue;
+
+namespace {
+
+constexpr timeval kTime{1'700'000'000, 123'456};
+constexpr eParam_t kUnknown{0x01020304};
+
+/// Does what a test says with the queue.
+class ScriptedPrecondition : public vexa::config::UpdatePrecondition {
+  public:
+    bool IsUpdateValid(Config*, IntegerQueue& queue) override
+    {
+        ++asked;
+        return onInteger ? onInteger(queue) : true;
+    }
+    bool IsUpdateValid(Config*, StringQueue& queue) override
+    {
+        ++asked;
+        return onString ? onString(queue) : true;
+    }
+    bool IsUpdateValid(Config*, eParam_t, Serializable&) override { return true; }
+
+    std::function<bool(IntegerQueue&)> onInteger;
+    std::function<bool(StringQueue&)> onString;
+    int asked = 0;
+};
+
+ScriptedPrecondition& AddPrecondition(TestStore& store)
+{
+    auto* const precondition = new ScriptedPrecondition;
+    StderrOf([&] { store->AddUpdatePrecondition(precondition); });
+    return *precondition;
+}
+
+TEST(ConfigManager, HoldsEveryFactoryDefaultAfterInit)
+{
+    TestStore store(7);
+    EXPECT_EQ(store->GetConfigID(), 7);
+    for (const eParam_t id : store->GetParamIDs()) {
+        ParamDescriptor* const descriptor = store->GetParamDescriptor(id);
+        ASSERT_NE(descriptor, nullptr);
+        auto* const value = dynamic_cast<ConfigValue*>(store->GetSerializable(id));
+        ASSERT_NE(value, nullptr) << descriptor->GetParamIDName();
+        EXPECT_EQ(value->GetConfigID(), 7);
+        if (auto* const integer = dynamic_cast<IntegerDescriptor*>(descriptor)) {
+            EXPECT_EQ(store->Get(id), integer->GetFactoryDefault()) << descriptor->GetParamIDName();
+        } else {
+            std::string text;
+            EXPECT_TRUE(store->Get(id, text));
+            EXPECT_EQ(text, dynamic_cast<StringDescriptor*>(descriptor)->GetFactoryDefault());
+        }
+    }
+}
+
+TEST(ConfigManager, InitSaysWhatItDoes)
+{
+    CreateDescriptors();
+    ConfigManager store(0);
+    EXPECT_THAT(StderrOf([&] { store.Init(); }),
+                testing::MatchesRegex("ConfigManager::Init - calling AddDefaultPreconditions!\n"
+                                      "AddUpdatePrecondition: adding precondition\\(0x[0-9a-f]+\\)\n"
+                                      "ConfigManager::InitDefaultConfig\\(\\) - end\n"));
+}
+
+TEST(ConfigManager, StoresCorrectsAndTellsWithTheCallersTime)
+{
+    TestStore store;
+    EXPECT_TRUE(store->Set(eParamID_RegisterSave, 7u, kTime));
+    EXPECT_TRUE(store->Set(eParamID_RegisterSave, 500u, kTime));
+    EXPECT_EQ(store->Get(eParamID_RegisterSave), 20u);
+    EXPECT_THAT(store.listener.Heard(), ElementsAre("int 5c010000=7", "int 5c010000=20"));
+    EXPECT_EQ(store.listener.LastTime().tv_sec, kTime.tv_sec);
+    EXPECT_EQ(store.listener.LastTime().tv_usec, kTime.tv_usec);
+    const timeval update = store->GetLastConfigUpdate();
+    EXPECT_EQ(update.tv_sec, 0) << "the store keeps no update time for its clients";
+    EXPECT_EQ(update.tv_usec, 0);
+}
+
+TEST(ConfigManager, RefusesAnUnlistedEnumerationAndStaysAsItWas)
+{
+    TestStore store;
+    bool stored = true;
+    EXPECT_EQ(StderrOf([&] { stored = store->Set(eParamID_SystemCommand, 9u); }),
+              "ConfigManager::Set(uint32_t) - update precondition failed, returning false\n");
+    EXPECT_FALSE(stored);
+    EXPECT_EQ(store->Get(eParamID_SystemCommand), 0u);
+    EXPECT_THAT(store.listener.Heard(), IsEmpty());
+}
+
+TEST(ConfigManager, MessagesForWhatDoesNotExist)
+{
+    TestStore store;
+    std::string text = "untouched";
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->Set(kUnknown, 1u)); }),
+              "GetParamDescriptor Error in config_manager at line 109\n");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->Set(kUnknown, std::string("x"))); }),
+              "GetParamDescriptor Error in config_manager at line 206\n");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->SetData(kUnknown, text)); }),
+              "GetParamDescriptor Error in config_manager at line 266\n");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->SetConfigParam(kUnknown, 1u)); }),
+              "ConfigManager::SetConfigParam() - configValue == NULL for paramID = 1020304\n");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->SetConfigParam(kUnknown, std::string())); }),
+              "ConfigManager::SetConfigParam() - configValue == NULL for paramID = 01020304\n");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->GetConfigParam(kUnknown, text)); }),
+              "ConfigManager::GetConfigParam() - configValue == NULL for paramID = 1020304\n");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->GetConfigParam(eParamID_Take, text)); }),
+              "ConfigManager::GetConfigParam - error - not a StringValue\n");
+    unsigned int number = 5;
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->GetConfigParam(eParamID_CustomClipName, number)); }), "");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->SetConfigParam(eParamID_Take, std::string("x"))); }), "");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->SetSerializable(eParamID_Take, nullptr)); }), "");
+    EXPECT_EQ(text, "untouched");
+    EXPECT_EQ(number, 5u);
+    EXPECT_EQ(store->GetSerializable(kUnknown), nullptr);
+    EXPECT_EQ(store->GetParamDescriptor(kUnknown), nullptr);
+}
+
+/// A catalogue entry of this test, gone with it.
+class ExtraDescriptor {
+  public:
+    explicit ExtraDescriptor(ParamDescriptor* descriptor) : m_id(descriptor->GetParamID())
+    {
+        g_paramDescriptors[m_id] = descriptor;
+    }
+    ~ExtraDescriptor()
+    {
+        delete g_paramDescriptors[m_id];
+        g_paramDescriptors.erase(m_id);
+    }
+
+  private:
+    eParam_t m_id;
+};
+
+TEST(ConfigManager, OnlyTheStringFormMakesMissingValues)
+{
+    CreateDescriptors();
+    ConfigManager store(0);  // not initialised: it holds nothing yet
+    std::string text;
+    EXPECT_NE(StderrOf([&] { EXPECT_FALSE(store.SetConfigParam(eParamID_Take, 5u)); }), "");
+    EXPECT_EQ(store.GetSerializable(eParamID_Take), nullptr);
+    EXPECT_TRUE(store.SetConfigParam(eParamID_CustomClipName, std::string("made")));
+    EXPECT_TRUE(store.Get(eParamID_CustomClipName, text));
+    EXPECT_EQ(text, "made");
+
+    auto* const bare = new ParamDescriptor;
+    bare->SetParamID(kUnknown);
+    const ExtraDescriptor extra(bare);
+    EXPECT_THAT(StderrOf([&] { store.InitDefaultConfig(); }),
+                testing::StartsWith("ConfigManager::GetConfigValue - Clone() returned defaultValue == NULL, "
+                                    "paramID = 0x1020304\n"
+                                    "ConfigManager::InitDefaultConfig - GetConfigValue failed for paramid "
+                                    "16909060!!!!\n"));
+}
+
+// --- preconditions ---
+
+TEST(ConfigManager, PreconditionsMayVetoCorrectAddAndDrop)
+{
+    TestStore store;
+    ScriptedPrecondition& precondition = AddPrecondition(store);
+
+    precondition.onInteger = [](IntegerQueue&) { return false; };
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->Set(eParamID_RegisterSave, 3u)); }),
+              "ConfigManager::Set(uint32_t) - update precondition failed, returning false\n");
+
+    precondition.onInteger = [](IntegerQueue& queue) {
+        queue.clear();
+        return true;
+    };
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->Set(eParamID_RegisterSave, 3u)); }), "");
+    EXPECT_EQ(store->Get(eParamID_RegisterSave), 1u);
+
+    precondition.onInteger = [](IntegerQueue& queue) {
+        if (queue.front().second == 3) queue.push_back({eParamID_CustomTake, 12});
+        if (queue.front().second == 3) queue.front().second = 4;
+        return true;
+    };
+    EXPECT_TRUE(store->Set(eParamID_RegisterSave, 3u));
+    EXPECT_EQ(store->Get(eParamID_RegisterSave), 4u);
+    EXPECT_EQ(store->Get(eParamID_CustomTake), 12u);
+}
+
+TEST(ConfigManager, StringPreconditionsMayOnlyVeto)
+{
+    TestStore store;
+    ScriptedPrecondition& precondition = AddPrecondition(store);
+    std::string text;
+
+    precondition.onString = [](StringQueue& queue) {
+        queue.front().second = "changed";
+        return true;
+    };
+    EXPECT_TRUE(store->Set(eParamID_ReelName, std::string("A001")));
+    EXPECT_TRUE(store->Get(eParamID_ReelName, text));
+    EXPECT_EQ(text, "A001");
+
+    precondition.onString = [](StringQueue& queue) {
+        queue.clear();
+        return true;
+    };
+    EXPECT_TRUE(store->Set(eParamID_ReelName, std::string("A002")));
+    EXPECT_TRUE(store->Get(eParamID_ReelName, text));
+    EXPECT_EQ(text, "A002");
+
+    precondition.onString = [](StringQueue&) { return false; };
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->Set(eParamID_ReelName, std::string("A003"))); }),
+              "ConfigManager::Set(std::string) - update precondition failed, returning false\n");
+}
+
+TEST(ConfigManager, NoPreconditionIsAskedOnDoNotValidateNorForAnEmptyQueue)
+{
+    TestStore store;
+    ScriptedPrecondition& first = AddPrecondition(store);
+    ScriptedPrecondition& second = AddPrecondition(store);
+    EXPECT_TRUE(store->Set(eParamID_MediaUpdated, 0xffffffffu));
+    EXPECT_EQ(store->Get(eParamID_MediaUpdated), 0xffffffffu);
+    EXPECT_EQ(first.asked, 0);
+
+    first.onInteger = [](IntegerQueue& queue) {
+        queue.pop_front();
+        return true;
+    };
+    EXPECT_FALSE(store->Set(eParamID_RegisterSave, 3u));
+    EXPECT_EQ(first.asked, 1);
+    EXPECT_EQ(second.asked, 0);
+}
+
+TEST(ConfigManager, PreconditionsBelongToTheStoreUntilRemoved)
+{
+    auto removed = std::make_unique<ScriptedPrecondition>();
+    {
+        TestStore store;
+        StderrOf([&] {
+            EXPECT_FALSE(store->AddUpdatePrecondition(nullptr));
+            store->AddUpdatePrecondition(removed.get());
+            auto* const twice = new ScriptedPrecondition;
+            store->AddUpdatePrecondition(twice);
+            store->AddUpdatePrecondition(twice);  // still deleted once
+        });
+        EXPECT_TRUE(store->RemoveUpdatePrecondition(removed.get()));
+        EXPECT_FALSE(store->RemoveUpdatePrecondition(removed.get()));
+        store->Set(eParamID_RegisterSave, 3u);
+    }
+    EXPECT_EQ(removed->asked, 0);
+}
+
+// --- data and dependents ---
+
+TEST(ConfigManager, SetDataStoresBytesAndTellsEvenWhenItCannotStore)
+{
+    TestStore store;
+    std::string bytes("a\0b", 3), read;
+    EXPECT_TRUE(store->SetData(eParamID_TestData, bytes, kTime));
+    EXPECT_TRUE(store->GetData(eParamID_TestData, read));
+    EXPECT_EQ(read, bytes);
+    std::string text = "x";
+    EXPECT_FALSE(store->SetData(eParamID_RegisterSave, text, kTime)) << "an integer holds no data";
+    EXPECT_EQ(store->Get(eParamID_RegisterSave), 1u);
+    EXPECT_THAT(store.listener.Heard(), ElementsAre("data 7d04000a=" + bytes, "data 5c010000=x"));
+}
+
+TEST(ConfigManager, TellsDependentsOneLevelDeep)
+{
+    TestStore store;
+    ParamDescriptor* const save = GetDescriptor(eParamID_RegisterSave);
+    ParamDescriptor* const custom = GetDescriptor(eParamID_CustomTake);
+    const auto saved = custom->GetDependentParamIDs();
+    save->SetDependentParamIDs({eParamID_CustomTake, kUnknown, eParamID_ReelName});
+    custom->SetDependentParamIDs({eParamID_SystemState});
+    EXPECT_TRUE(store->Set(eParamID_RegisterSave, 2u));
+    std::string data = "d";
+    store->SetData(eParamID_RegisterSave, data, kTime);
+    EXPECT_THAT(store.listener.Heard(), ElementsAre("int 5c010000=2", "int 1304000a=1", "str 1101000a=",
+                                                    "data 5c010000=d", "data 1304000a=", "data 1101000a="));
+    save->SetDependentParamIDs({});
+    custom->SetDependentParamIDs(saved);
+}
+
+// --- listeners ---
+
+TEST(ConfigManager, AListenerHearsEveryParameterOnceForEachRegistration)
+{
+    TestStore store;
+    RecordingListener twice;
+    store->AddConfigEventListener(eParamID_Take, &twice);
+    store->AddConfigEventListener(&twice);
+    EXPECT_FALSE(store->AddConfigEventListener(std::list<eParam_t>{eParamID_Take}, &twice));
+    EXPECT_FALSE(store->AddConfigEventListener(nullptr));
+    store->Set(eParamID_RegisterSave, 2u);
+    EXPECT_THAT(twice.Heard(), ElementsAre("int 5c010000=2", "int 5c010000=2"));
+    EXPECT_TRUE(store->RemoveConfigEventListener(&twice));
+    store->Set(eParamID_RegisterSave, 3u);
+    EXPECT_EQ(twice.Heard().size(), 3u);
+    EXPECT_TRUE(store->RemoveConfigEventListener(&twice));
+    EXPECT_FALSE(store->RemoveConfigEventListener(&twice));
+    store->Set(eParamID_RegisterSave, 4u);
+    EXPECT_EQ(twice.Heard().size(), 3u);
+}
+
+/// Does what a test says at a change.
+class ReactingListener : public RecordingListener {
+  public:
+    using RecordingListener::ParamChanged;
+    bool ParamChanged(eParam_t id, unsigned int value, timeval time) override
+    {
+        RecordingListener::ParamChanged(id, value, time);
+        if (react) react(id, value);
+        return true;
+    }
+    std::function<void(eParam_t, unsigned int)> react;
+};
+
+TEST(ConfigManager, AChangeMadeByAListenerIsToldAfterTheCurrentOne)
+{
+    TestStore store;
+    ReactingListener reacting;
+    RecordingListener last;
+    store->RemoveConfigEventListener(&store.listener);
+    store->AddConfigEventListener(&reacting);
+    store->AddConfigEventListener(&last);
+    reacting.react = [&](eParam_t id, unsigned int value) {
+        if (id != eParamID_RegisterSave || value >= 4) return;
+        EXPECT_TRUE(store->Set(eParamID_RegisterSave, value + 1));
+        EXPECT_EQ(store->Get(eParamID_RegisterSave), value + 1) << "stored at once";
+        if (value == 2) {
+            EXPECT_TRUE(store->Set(eParamID_ReelName, std::string("B002")));
+        }
+    };
+    store->Set(eParamID_RegisterSave, 2u);
+    const auto order = ElementsAre("int 5c010000=2", "int 5c010000=3", "str 1101000a=B002", "int 5c010000=4");
+    EXPECT_THAT(last.Heard(), order);
+    EXPECT_THAT(reacting.Heard(), order);
+}
+
+TEST(ConfigManager, ListenersMayComeAndGoInACallback)
+{
+    TestStore store;
+    ReactingListener first;
+    RecordingListener second, third, late;
+    store->AddConfigEventListener(&first);
+    store->AddConfigEventListener(&second);
+    store->AddConfigEventListener(&third);
+    first.react = [&](eParam_t, unsigned int) {
+        store->RemoveConfigEventListener(&first);           // itself
+        store->RemoveConfigEventListener(&second);          // one that is still to be called
+        store->RemoveConfigEventListener(&store.listener);  // one that was called
+        store->AddConfigEventListener(&late);
+    };
+    store->Set(eParamID_RegisterSave, 2u);
+    store->Set(eParamID_RegisterSave, 3u);
+    EXPECT_THAT(first.Heard(), ElementsAre("int 5c010000=2"));
+    EXPECT_THAT(second.Heard(), IsEmpty());
+    EXPECT_THAT(third.Heard(), ElementsAre("int 5c010000=2", "int 5c010000=3"));
+    EXPECT_THAT(late.Heard(), ElementsAre("int 5c010000=3"));
+}
+
+TEST(ConfigManager, AThrowingListenerKeepsNobodyFromHearing)
+{
+    TestStore store;
+    ReactingListener throwing;
+    RecordingListener after;
+    throwing.react = [](eParam_t, unsigned int) { throw 1; };
+    store->AddConfigEventListener(&throwing);
+    store->AddConfigEventListener(&after);
+    StderrOf([&] { EXPECT_TRUE(store->Set(eParamID_RegisterSave, 2u)); });
+    StderrOf([&] { EXPECT_TRUE(store->Set(eParamID_RegisterSave, 3u)); });
+    EXPECT_THAT(after.Heard(), ElementsAre("int 5c010000=2", "int 5c010000=3"));
+}
+
+TEST(ConfigManager, WhatListenersHearLastIsWhatTheStoreHolds)
+{
+    TestStore store;
+    std::vector<std::thread> writers;
+    for (unsigned int n = 0; n < 4; ++n)
+        writers.emplace_back([&store, n] {
+            for (unsigned int i = 0; i < 500; ++i) store->Set(eParamID_MediaUpdated, n * 1000 + i);
+        });
+    for (std::thread& writer : writers) writer.join();
+    const auto heard = store.listener.Heard();
+    ASSERT_EQ(heard.size(), 2000u);
+    EXPECT_EQ(heard.back(), "int 7d06000a=" + std::to_string(store->Get(eParamID_MediaUpdated)));
+}
+
+/// Notices calls after its removal returned.
+class RemovableListener : public RecordingListener {
+  public:
+    using RecordingListener::ParamChanged;
+    bool ParamChanged(eParam_t, unsigned int, timeval) override
+    {
+        EXPECT_FALSE(removed);
+        return true;
+    }
+    std::atomic<bool> removed = false;
+};
+
+TEST(ConfigManager, ARemovedListenerIsNeitherRunningNorCalledAgain)
+{
+    TestStore store;
+    std::atomic<bool> stop = false;
+    std::thread writer([&] {
+        for (unsigned int i = 0; !stop; ++i) store->Set(eParamID_MediaUpdated, i);
+    });
+    for (int i = 0; i < 300; ++i) {
+        auto listener = std::make_unique<RemovableListener>();
+        store->AddConfigEventListener(listener.get());
+        store->RemoveConfigEventListener(listener.get());
+        listener->removed = true;  // and freed: the address sanitizer sees a late call
+    }
+    stop = true;
+    writer.join();
+}
+
+// --- life ---
+
+TEST(ConfigManager, ValuesOutliveTheirStoreAndServeTheNextOfItsNumber)
+{
+    std::set<Serializable*> objects;
+    for (int round = 0; round < 3; ++round) {
+        TestStore store(4711);
+        Serializable* const object = store->GetSerializable(eParamID_RegisterSave);
+        objects.insert(object);
+        EXPECT_EQ(store->Get(eParamID_RegisterSave), 1u) << "the factory default, not the last store's value";
+        if (round > 0) {
+            EXPECT_FALSE(object->IsDirty());
+        }
+        store->Set(eParamID_RegisterSave, 9u);
+    }
+    EXPECT_EQ(objects.size(), 1u);
+    unsigned int value = 0;
+    dynamic_cast<IntegerValue*>(*objects.begin())->Get(value);
+    EXPECT_EQ(value, 9u) << "whoever kept the pointer may still read it";
+}
+
+TEST(ConfigManager, CountsItsUsers)
+{
+    TestStore store;
+    EXPECT_EQ(store->GetUseCount(), 0);
+    EXPECT_EQ(store->IncrementUseCount(), 1);
+    EXPECT_EQ(store->IncrementUseCount(), 2);
+    EXPECT_EQ(store->DecrementUseCount(), 1);
+    EXPECT_EQ(store->GetUseCount(), 1);
+}
+
+}  // namespace

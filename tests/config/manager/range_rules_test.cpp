@@ -1,0 +1,161 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "config/manager/media_library.h"
+#include "support/store.h"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+/// A library whose media hold takes up to a number, and that notes how it was asked.
+class FakeMedia : public MediaLibrary {
+  public:
+    explicit FakeMedia(unsigned int last) : lastTake(last) { SetMediaLibrary(this); }
+    ~FakeMedia() override { SetMediaLibrary(nullptr); }
+
+    std::unique_ptr<ClipFinder> MakeClipFinder(Config* config) override
+    {
+        return std::make_unique<Finder>(*this, *config);
+    }
+    std::unique_ptr<MediaCache> OpenMediaCache(const std::string& name) override
+    {
+        log.push_back("open " + name);
+        return nullptr;
+    }
+
+    const unsigned int lastTake;
+    std::vector<std::string> log;
+    std::function<void(Config&)> whileSearching;
+
+  private:
+    class Finder : public ClipFinder {
+      public:
+        Finder(FakeMedia& media, Config& config) : m_media(media), m_config(config) {}
+        std::list<Clip> findClips(bool a, bool b, bool c) override
+        {
+            m_media.log.push_back("find " + std::to_string(a) + std::to_string(b) + std::to_string(c));
+            return {{"Clip", 1}};
+        }
+        bool allowOverwriteOfExistingClips() override { return true; }
+        bool useCustomClipTake(bool allowOverwrite) override
+        {
+            EXPECT_TRUE(allowOverwrite);
+            return m_config.Get(eParamID_UseCustomClipTake) == 1;
+        }
+        unsigned int getLastMatchingTakeInList(const std::list<Clip>& clips, bool custom,
+                                               std::string name) override
+        {
+            EXPECT_EQ(clips.size(), 1u);
+            EXPECT_EQ(name, "");
+            m_media.log.push_back(std::string("last ") + (custom ? "custom" : "plain") + " gang " +
+                                  std::to_string(m_config.Get(eParamID_GangEnable)));
+            if (m_media.whileSearching) m_media.whileSearching(m_config);
+            return m_media.lastTake;
+        }
+
+      private:
+        FakeMedia& m_media;
+        Config& m_config;
+    };
+};
+
+TEST(RangeRules, NewClipNamingResetsTheTakeWithoutAnEvent)
+{
+    TestStore store;
+    for (const eParam_t id :
+         {eParamID_ClipName, eParamID_ClipNumber, eParamID_ClipAppend, eParamID_AlphaAppend}) {
+        store->SetConfigParam(eParamID_Take, 55u);
+        EXPECT_TRUE(store->Set(id, 1u));
+        EXPECT_EQ(store->Get(eParamID_Take), 1u);
+    }
+    store->SetConfigParam(eParamID_CustomTake, 55u);
+    EXPECT_TRUE(store->Set(eParamID_CustomClipName, std::string("Scene")));
+    EXPECT_EQ(store->Get(eParamID_CustomTake), 1u);
+    EXPECT_THAT(store.listener.Heard(), Not(Contains(StartsWith("int 1106000a"))));
+    EXPECT_THAT(store.listener.Heard(), Not(Contains(StartsWith("int 1304000a"))));
+}
+
+TEST(RangeRules, TheTakeGoesAboveTheTakesOnTheMedia)
+{
+    struct Row {
+        unsigned int onMedia, wanted, result;
+    };
+    for (const Row& row : {Row{0, 1, 1}, Row{41, 1, 42}, Row{41, 41, 42}, Row{41, 42, 42}, Row{998, 1, 999},
+                           Row{999, 1, 999}, Row{0xffffffff, 1, 999}, Row{0, 5000, 999}}) {
+        FakeMedia media(row.onMedia);
+        TestStore store;
+        unsigned int take = row.wanted;
+        EXPECT_TRUE(store->EnforceRangeLimits(eParamID_Take, take));
+        EXPECT_EQ(take, row.result) << row.onMedia << " on the media, wanted " << row.wanted;
+        EXPECT_THAT(media.log, ElementsAre("open NewCache", "find 101", "last plain gang 0"));
+    }
+}
+
+TEST(RangeRules, TheRangeStepDoesNotDecideWhatIsStored)
+{
+    FakeMedia media(41);
+    TestStore store;
+    EXPECT_TRUE(store->Set(eParamID_Take, 7u));
+    EXPECT_EQ(store->Get(eParamID_Take), 7u)
+        << "taken on the media, but the step runs for its side effects only";
+
+    unsigned int available = 150;
+    store->EnforceRangeLimits(eParamID_CurrentMediaAvailable, available);
+    EXPECT_EQ(available, 99u);
+    store->DeleteAllUpdatePreconditions();
+    EXPECT_TRUE(store->Set(eParamID_CurrentMediaAvailable, 150u));
+    EXPECT_EQ(store->Get(eParamID_CurrentMediaAvailable), 150u);
+    EXPECT_THAT(store.listener.Heard(), Contains("int 7b03050a=150"));
+}
+
+TEST(RangeRules, ACustomTakeIsSoughtUnderForcedNamingThatIsPutBack)
+{
+    FakeMedia media(12);
+    TestStore store;
+    store->SetConfigParam(eParamID_GangEnable, 1u);
+    store->SetConfigParam(eParamID_UseCustomClipName, 0u);
+    store->SetConfigParam(eParamID_UseCustomClipTake, 0u);
+    unsigned int take = 1;
+    store->EnforceRangeLimits(eParamID_CustomTake, take);
+    EXPECT_EQ(take, 13u);
+    EXPECT_THAT(media.log, Contains("last custom gang 0"));
+    EXPECT_EQ(store->Get(eParamID_GangEnable), 1u);
+    EXPECT_EQ(store->Get(eParamID_UseCustomClipName), 0u);
+    EXPECT_EQ(store->Get(eParamID_UseCustomClipTake), 0u);
+    EXPECT_TRUE(store.listener.Heard().empty());
+}
+
+TEST(RangeRules, WhatAUserSetsMeanwhileIsNotPutBack)
+{
+    FakeMedia media(0);
+    TestStore store;
+    store->SetConfigParam(eParamID_GangEnable, 0u);
+    media.whileSearching = [&](Config&) { store->SetConfigParam(eParamID_GangEnable, 1u); };
+    unsigned int take = 1;
+    store->EnforceRangeLimits(eParamID_CustomTake, take);
+    EXPECT_EQ(store->Get(eParamID_GangEnable), 1u);
+}
+
+TEST(RangeRules, ParallelCustomTakesLeaveTheNamingAsItWas)
+{
+    FakeMedia* const none = nullptr;
+    SetMediaLibrary(none);
+    TestStore store;
+    std::vector<std::thread> writers;
+    for (int n = 0; n < 4; ++n)
+        writers.emplace_back([&store] {
+            for (unsigned int i = 1; i < 200; ++i) store->Set(eParamID_CustomTake, i);
+        });
+    for (std::thread& writer : writers) writer.join();
+    EXPECT_EQ(store->Get(eParamID_UseCustomClipName), 0u);
+    EXPECT_EQ(store->Get(eParamID_UseCustomClipTake), 0u);
+    EXPECT_EQ(store->Get(eParamID_GangEnable), 0u);
+}
+
+}  // namespace
