@@ -20,6 +20,7 @@ ExitStatus Run(int argc, char** argv)
     CLI::App app("Reads, changes and watches the parameters of a device.", "vexactl");
     app.footer(kFooter);
     app.require_subcommand(1);
+    app.fallthrough();  // --json and --uri may follow the verb
     app.add_option("--uri", session.uri, "The configuration: local: or local:configid=N")
         ->envname("VEXACTL_URI")
         ->capture_default_str();

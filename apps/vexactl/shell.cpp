@@ -32,7 +32,9 @@ ExitStatus RunCommand(Session& session, std::vector<std::string> words, bool& qu
     app.require_subcommand(1);
     AddCommands(app, session, status, true);
     app.add_subcommand("quit", "Leave the shell")->alias("exit")->callback([&] { quit = true; });
-    app.add_subcommand("help", "Show the commands")->callback([&] { session.Print(app.help()); });
+    app.add_subcommand("help", "Show the commands")->callback([&] {
+        session.Print(app.get_formatter()->make_help(&app, "", CLI::AppFormatMode::Normal));
+    });
     try {
         app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::Success& help) {

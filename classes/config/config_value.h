@@ -51,63 +51,63 @@ class ConfigValue : public Serializable {
     eParamType_t m_paramType = eCParam_Unset;
 };
 
-/// A 32-bit unsigned value. Thread: Get, Set, comparing, copying and streaming may run on several threads at
-/// once.
-class IntegerValue : public ConfigValue {
+/// What the two kinds of values share: one T behind a lock.
+/// Thread: Get, Set, comparing, copying and streaming may run on several threads at once.
+template <class T>
+class TypedValue : public ConfigValue {
+  public:
+    ~TypedValue() override;
+
+    void Get(T& value) VEXA_EXCLUDES(m_lock);
+    /// A different value marks the object dirty.
+    void Set(T value) VEXA_EXCLUDES(m_lock);
+
+    bool IsEqual(Serializable* other) override;
+    bool Serialize(Serializer* serializer) override;
+    bool Deserialize(DeSerializer* deserializer) override;
+    void Copy(ConfigValue& other) override;
+    void CopyValue(ConfigValue& other) override;
+
+  protected:
+    /// @param fieldName  of the value in a stream.
+    explicit TypedValue(const char* fieldName);
+    TypedValue(const char* fieldName, eClassID_t classID, eConfigID_t configID, eParam_t paramID,
+               eParamType_t type, T value);
+
+  private:
+    const char* const m_fieldName;
+    LockSemaphore m_lock;
+    T m_value VEXA_GUARDED_BY(m_lock){};
+};
+
+/// A 32-bit unsigned value.
+class IntegerValue : public TypedValue<unsigned int> {
   public:
     /// For the class factory; filled by Deserialize.
     IntegerValue();
     IntegerValue(eConfigID_t configID, eParam_t paramID, eParamType_t type, unsigned int value);
-    ~IntegerValue() override;
     /// A new object that the caller owns.
     static IntegerValue* Create(eConfigID_t configID, eParam_t paramID, eParamType_t type,
                                 unsigned int value);
     static IntegerValue* Create(eParam_t paramID, eParamType_t type, unsigned int value);
 
-    void Get(unsigned int& value) VEXA_EXCLUDES(m_lock);
-    /// A different value marks the object dirty.
-    void Set(unsigned int value) VEXA_EXCLUDES(m_lock);
-
-    bool IsEqual(Serializable* other) override;
-    bool Serialize(Serializer* serializer) override;
-    bool Deserialize(DeSerializer* deserializer) override;
     ConfigValue* Clone() override;
-    void Copy(ConfigValue& other) override;
-    void CopyValue(ConfigValue& other) override;
     void ResetToFactory() override;
     std::string ToString() override;
-
-  private:
-    LockSemaphore m_lock;
-    unsigned int m_value VEXA_GUARDED_BY(m_lock) = 0;
 };
 
-/// A text, or any bytes: data and alarm parameters use it too. Thread: as IntegerValue.
-class StringValue : public ConfigValue {
+/// A text, or any bytes: data and alarm parameters use it too. A stream ends texts with a NUL, so the reader
+/// of a value with an embedded NUL gets what stands before it.
+class StringValue : public TypedValue<std::string> {
   public:
     /// For the class factory; filled by Deserialize.
     StringValue();
     StringValue(eConfigID_t configID, eParam_t paramID, eParamType_t type, std::string value);
-    ~StringValue() override;
     /// A new object that the caller owns.
     static StringValue* Create(eConfigID_t configID, eParam_t paramID, eParamType_t type, std::string value);
     static StringValue* Create(eParam_t paramID, eParamType_t type, std::string value);
 
-    void Get(std::string& value) VEXA_EXCLUDES(m_lock);
-    /// A different value marks the object dirty.
-    void Set(std::string value) VEXA_EXCLUDES(m_lock);
-
-    bool IsEqual(Serializable* other) override;
-    /// A value with an embedded NUL is cut there by its reader: the stream ends texts with a NUL.
-    bool Serialize(Serializer* serializer) override;
-    bool Deserialize(DeSerializer* deserializer) override;
     ConfigValue* Clone() override;
-    void Copy(ConfigValue& other) override;
-    void CopyValue(ConfigValue& other) override;
     void ResetToFactory() override;
     std::string ToString() override;
-
-  private:
-    LockSemaphore m_lock;
-    std::string m_value VEXA_GUARDED_BY(m_lock);
 };

@@ -16,7 +16,6 @@ inline constexpr unsigned int kMaxObjectNesting = 16;
 /// Writes fields one after the other, without names, tags or padding: the names are for the reader of the
 /// code.
 ///
-/// Pass texts as std::string: a string literal as second argument would choose the bool overload.
 /// Thread: one at a time. The order of the virtual operations is part of the contract: append only.
 class Serializer {
   public:
@@ -33,6 +32,8 @@ class Serializer {
     virtual void Write(std::string name, Serializable* object) = 0;
     virtual void Write(std::string name, char* buffer, unsigned int length) = 0;
     virtual void Write(ClassFactoryHeader& header);
+    /// Texts are passed as std::string: a literal would be taken for a bool.
+    void Write(std::string name, const char* text) = delete;
     /// Counts bytes that were written.
     virtual void Wrote(unsigned int bytes) { m_bytesWritten += bytes; }
 

@@ -5,6 +5,7 @@
 /// registry.
 #pragma once
 
+#include <cstddef>
 #include <list>
 #include <string>
 
@@ -28,6 +29,8 @@ void DestroyDescriptors();
 ParamDescriptor* GetDescriptor(eParam_t id);
 /// The first descriptor with this symbolic name, exactly; null when there is none.
 ParamDescriptor* GetDescriptor(std::string paramIDName);
+/// A literal 0 would be taken for a text.
+ParamDescriptor* GetDescriptor(std::nullptr_t) = delete;
 /// The descriptor of an identifier, or null when it is not registered. For identifiers from anywhere.
 ParamDescriptor* FindDescriptor(eParam_t id);
 bool IsValidParamID(eParam_t id);
