@@ -1,5 +1,6 @@
 #include "config/config.h"
 
+#undef NDEBUG  // release builds, too, need what stands behind assert()
 #include <cassert>
 #include <cstdio>
 

@@ -37,9 +37,10 @@ void MemorySerializer::Write(std::string, long value)
     WriteRaw(&word, sizeof word);
 }
 
-void MemorySerializer::Write(std::string name, bool value)
+void MemorySerializer::Write(std::string, bool value)
 {
-    Write(std::move(name), value ? kStreamTrue : kStreamFalse);
+    const unsigned int word = value ? kStreamTrue : kStreamFalse;
+    WriteRaw(&word, sizeof word);
 }
 
 void MemorySerializer::Write(std::string, std::string value)
@@ -52,9 +53,9 @@ void MemorySerializer::Write(std::string, unsigned int value)
     WriteRaw(&value, sizeof value);
 }
 
-void MemorySerializer::Write(std::string name, int value)
+void MemorySerializer::Write(std::string, int value)
 {
-    Write(std::move(name), static_cast<unsigned int>(value));
+    WriteRaw(&value, sizeof value);
 }
 
 void MemorySerializer::Write(std::string, Serializable* object)

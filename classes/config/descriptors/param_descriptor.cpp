@@ -18,15 +18,6 @@ bool RemoveFirst(std::vector<T>& list, const T& item)
     return true;
 }
 
-template <class T>
-bool Find(const std::map<std::string, T>& attributes, const std::string& key, T& out)
-{
-    const auto found = attributes.find(key);
-    if (found == attributes.end()) return false;
-    out = found->second;
-    return true;
-}
-
 }  // namespace
 
 void ParamDescriptor::AddDependentParamID(eParam_t id)
@@ -94,12 +85,28 @@ void ParamDescriptor::ToggleClassName(std::string name)
         AddClassName(name);
 }
 
+void ParamDescriptor::GetAttributes(std::map<std::string, unsigned int>& out)
+{
+    out = {m_numericAttributes.begin(), m_numericAttributes.end()};
+}
+
+const unsigned int* ParamDescriptor::FindNumber(std::string_view key) const
+{
+    const auto found = m_numericAttributes.find(key);
+    return found == m_numericAttributes.end() ? nullptr : &found->second;
+}
+
 bool ParamDescriptor::GetAttribute(std::string key, unsigned int& out)
 {
-    return Find(m_numericAttributes, key, out);
+    const unsigned int* const number = FindNumber(key);
+    if (number) out = *number;
+    return number != nullptr;
 }
 
 bool ParamDescriptor::GetAttribute(std::string key, std::string& out)
 {
-    return Find(m_stringAttributes, key, out);
+    const auto found = m_stringAttributes.find(key);
+    if (found == m_stringAttributes.end()) return false;
+    out = found->second;
+    return true;
 }

@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "config/descriptors/descriptor_types.h"
@@ -91,8 +92,10 @@ class ParamDescriptor {
     virtual void ToggleClassName(std::string name);
 
     /// Replace the content of the caller's map. Numeric and string attributes are separate name spaces.
-    virtual void GetAttributes(std::map<std::string, unsigned int>& out) { out = m_numericAttributes; }
+    virtual void GetAttributes(std::map<std::string, unsigned int>& out);
     virtual void GetAttributes(std::map<std::string, std::string>& out) { out = m_stringAttributes; }
+    /// The numeric attribute, or null: for look-ups on every write, which must not allocate.
+    const unsigned int* FindNumber(std::string_view key) const;
     /// @param out  untouched when the key is absent.
     virtual bool GetAttribute(std::string key, unsigned int& out);
     virtual bool GetAttribute(std::string key, std::string& out);
@@ -124,6 +127,6 @@ class ParamDescriptor {
     std::vector<eParam_t> m_dependentParamIDs, m_dependsOnParamIDs;
     Relations m_relations;  // changed by look-ups, so guarded by a lock of its own in the .cpp
     std::vector<std::string> m_classNames;
-    std::map<std::string, unsigned int> m_numericAttributes;
+    std::map<std::string, unsigned int, std::less<>> m_numericAttributes;
     std::map<std::string, std::string> m_stringAttributes;
 };

@@ -327,9 +327,8 @@ bool ConfigManager::SetFront(IntegerQueue& queue, timeval time)
     // From the store to the last event: otherwise two writers could announce in another order than they
     // stored.
     ListenerLock::Guard hold(m_listenerLock);
-    if (!SetConfigParam(id, value)) return false;
+    if (!SetConfigParam(id, value)) return false;  // stamps the update
     ExecutePostTriggers(id, value);
-    StampUpdate();
     FireParamChangedEvent(id, value, time);
     FireDependents(id, time);
     queue.pop_front();
@@ -357,9 +356,8 @@ bool ConfigManager::SetFront(StringQueue& queue, timeval time)
     if (!PassesPreconditions(descriptor, queue)) return false;
 
     ListenerLock::Guard hold(m_listenerLock);
-    if (!SetConfigParam(id, value)) return false;
+    if (!SetConfigParam(id, value)) return false;  // stamps the update
     ExecutePostTriggers(id, value);
-    StampUpdate();
     FireParamChangedEvent(id, value, time);
     FireDependents(id, time);
     if (!queue.empty()) queue.pop_front();

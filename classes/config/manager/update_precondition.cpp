@@ -17,7 +17,6 @@ int32_t Above(unsigned int minimum, unsigned int value)
 
 bool UpdatePreconditionValues::IsUpdateValid(Config* config, IntegerQueue& queue)
 {
-    static const std::string& kDependentMinimum = *new std::string("dependent_minimum");
     if (queue.empty()) return false;
     auto [id, value] = queue.front();
     ParamDescriptor* const descriptor = config->GetParamDescriptor(id);
@@ -31,9 +30,8 @@ bool UpdatePreconditionValues::IsUpdateValid(Config* config, IntegerQueue& queue
     if (!integer) return true;
     unsigned int& pending = queue.front().second;
     if (!IsValidRange(integer, value)) ForceValidRange(integer, pending);
-    unsigned int other = 0;
-    if (integer->GetAttribute(kDependentMinimum, other) && other != 0)
-        ForceValidRange(pending, config->Get(eParam_t{other}), integer->GetMaxValue());
+    const unsigned int* const other = integer->FindNumber("dependent_minimum");
+    if (other && *other != 0) ForceValidRange(pending, config->Get(eParam_t{*other}), integer->GetMaxValue());
     return true;
 }
 
