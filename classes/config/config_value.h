@@ -38,6 +38,8 @@ class ConfigValue : public Serializable {
     virtual void ResetToFactory() {}
     virtual std::string ToString();
 
+    ConfigValue(const ConfigValue&) = delete;
+
   protected:
     ConfigValue() = default;
     ConfigValue(eClassID_t classID, eConfigID_t configID, eParam_t paramID, eParamType_t type)

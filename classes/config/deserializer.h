@@ -38,9 +38,6 @@ class DeSerializer {
     /// Marks what was read as unusable; for objects that find nonsense in their fields.
     void Fail() { m_failed = true; }
 
-  protected:
-    void ClearFailure() { m_failed = false; }
-
   private:
     eSerializationFormat m_format;
     bool m_failed = false;

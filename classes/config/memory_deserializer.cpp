@@ -18,10 +18,16 @@ bool MemoryDeSerializer::FailAtEnd()
     return false;
 }
 
+/// Compares as sizes: a length of 2 GiB and more is negative as a ptrdiff_t on the 32-bit device.
+bool MemoryDeSerializer::Holds(size_t length) const
+{
+    return !Failed() && m_position && m_start <= m_position && m_position <= m_end &&
+           length <= static_cast<size_t>(m_end - m_position);
+}
+
 bool MemoryDeSerializer::Peek(void* bytes, size_t length)
 {
-    if (Failed() || !m_position || m_position < m_start || Available() < static_cast<ptrdiff_t>(length))
-        return FailAtEnd();
+    if (!Holds(length)) return FailAtEnd();
     memcpy(bytes, m_position, length);
     return true;
 }
@@ -58,7 +64,7 @@ bool MemoryDeSerializer::Read(const char* name, bool& value)
 bool MemoryDeSerializer::Read(const char*, std::string& value)
 {
     value.clear();
-    if (Failed() || !m_position || m_position < m_start || IsEndOfSector()) return FailAtEnd();
+    if (!Holds(1)) return FailAtEnd();
     const auto* const nul = static_cast<const char*>(memchr(m_position, 0, static_cast<size_t>(Available())));
     if (!nul) return FailAtEnd();
     value.assign(m_position, static_cast<size_t>(nul - m_position));
@@ -132,7 +138,7 @@ bool MemoryDeSerializer::Read(const char* name, char*& buffer, unsigned int& len
     if (!Read(name, n)) return false;
     if (n == 0) return true;
     // The peer's length word decides an allocation only after the bytes are known to be here.
-    if (Available() < static_cast<ptrdiff_t>(n)) return FailAtEnd();
+    if (!Holds(n)) return FailAtEnd();
     char* const bytes = new (std::nothrow) char[n];
     if (!bytes) return FailAtEnd();
     Take(bytes, n);

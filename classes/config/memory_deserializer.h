@@ -47,6 +47,7 @@ class MemoryDeSerializer : public DeSerializer {
 
   private:
     bool FailAtEnd();
+    bool Holds(size_t length) const;
     bool Peek(void* bytes, size_t length);
     bool Take(void* bytes, size_t length);
 

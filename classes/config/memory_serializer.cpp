@@ -10,10 +10,16 @@ MemorySerializer::MemorySerializer(eSerializationFormat format, char* start, cha
 {
 }
 
+/// Compares as sizes: a length of 2 GiB and more is negative as a ptrdiff_t on the 32-bit device.
+bool MemorySerializer::HasRoom(size_t length) const
+{
+    return m_position && m_start <= m_position && m_position <= m_end &&
+           length <= static_cast<size_t>(m_end - m_position);
+}
+
 void MemorySerializer::WriteRaw(const void* bytes, size_t length)
 {
-    if (Failed() || !m_position || m_position < m_start || Available() < static_cast<ptrdiff_t>(length))
-        return Fail();
+    if (Failed() || !HasRoom(length)) return Fail();
     memcpy(m_position, bytes, length);
     Wrote(static_cast<unsigned int>(length));
 }
@@ -65,12 +71,12 @@ void MemorySerializer::Write(std::string, Serializable* object)
 
 void MemorySerializer::Write(std::string name, char* buffer, unsigned int length)
 {
-    if (Available() < ptrdiff_t{4} + length) return Fail();
+    if (!HasRoom(4) || static_cast<size_t>(Available()) - 4 < length) return Fail();
     Write(std::move(name), length);
     if (length != 0) WriteRaw(buffer, length);
 }
 
-void MemorySerializerSizer::Count(size_t bytes)
+void MemorySerializerSizer::Count(uint64_t bytes)
 {
     if (bytes > std::numeric_limits<unsigned int>::max() - GetBytesWritten()) return Fail();
     Wrote(static_cast<unsigned int>(bytes));
@@ -80,10 +86,10 @@ void MemorySerializerSizer::Count(size_t bytes)
 void MemorySerializerSizer::Write(std::string, unsigned char) { Count(1); }
 void MemorySerializerSizer::Write(std::string, long) { Count(4); }
 void MemorySerializerSizer::Write(std::string, bool) { Count(4); }
-void MemorySerializerSizer::Write(std::string, std::string value) { Count(value.size() + 1); }
+void MemorySerializerSizer::Write(std::string, std::string value) { Count(uint64_t{value.size()} + 1); }
 void MemorySerializerSizer::Write(std::string, unsigned int) { Count(4); }
 void MemorySerializerSizer::Write(std::string, int) { Count(4); }
-void MemorySerializerSizer::Write(std::string, char*, unsigned int length) { Count(size_t{4} + length); }
+void MemorySerializerSizer::Write(std::string, char*, unsigned int length) { Count(uint64_t{4} + length); }
 void MemorySerializerSizer::Write(ClassFactoryHeader&) { Count(4); }
 // clang-format on
 

@@ -46,6 +46,7 @@ class MemorySerializer : public Serializer {
     virtual ptrdiff_t Available() { return m_end - m_position; }
 
   private:
+    bool HasRoom(size_t length) const;
     void WriteRaw(const void* bytes, size_t length);
 
     char* m_position;
@@ -75,5 +76,5 @@ class MemorySerializerSizer : public Serializer {
     static unsigned int GetSize(Serializable* object, MemorySerializer* serializer);
 
   private:
-    void Count(size_t bytes);
+    void Count(uint64_t bytes);
 };

@@ -15,7 +15,8 @@ int WaitThroughSignals(sem_t* semaphore)
 
 }  // namespace
 
-SemaphoreHelper::SemaphoreHelper(sem_t* semaphore) : m_semaphore(semaphore), m_owesPost(semaphore != nullptr)
+SemaphoreHelper::SemaphoreHelper(LockSemaphore* lock)
+    : m_semaphore(lock ? &lock->raw : nullptr), m_owesPost(lock != nullptr)
 {
     if (m_owesPost && WaitThroughSignals(m_semaphore) != 0) perror("Semaphore(): call to sem_wait failed\n");
 }

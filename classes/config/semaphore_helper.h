@@ -17,9 +17,9 @@ struct VEXA_CAPABILITY("semaphore") LockSemaphore {
 /// Thread: create and destroy on one thread. Not recursive.
 class VEXA_SCOPED_CAPABILITY SemaphoreHelper {
   public:
-    explicit SemaphoreHelper(LockSemaphore& lock) VEXA_ACQUIRE(lock) : SemaphoreHelper(&lock.raw) {}
-    /// @param semaphore  borrowed; null: nothing is waited for and nothing posted.
-    explicit SemaphoreHelper(sem_t* semaphore);
+    explicit SemaphoreHelper(LockSemaphore& lock) VEXA_ACQUIRE(lock) : SemaphoreHelper(&lock) {}
+    /// @param lock  borrowed; null: nothing is waited for and nothing posted.
+    explicit SemaphoreHelper(LockSemaphore* lock) VEXA_ACQUIRE(lock);
     ~SemaphoreHelper() VEXA_RELEASE();
     SemaphoreHelper(const SemaphoreHelper&) = delete;
     SemaphoreHelper& operator=(const SemaphoreHelper&) = delete;

@@ -20,7 +20,7 @@ class VEXA_CAPABILITY("semaphore") ListenerLock {
         explicit Guard(ListenerLock& lock) VEXA_ACQUIRE(lock) VEXA_NO_THREAD_SAFETY_ANALYSIS : m_lock(lock)
         {
             if (m_lock.m_owner == std::this_thread::get_id()) return;
-            m_hold.emplace(&m_lock.m_semaphore.raw);
+            m_hold.emplace(m_lock.m_semaphore);
             m_lock.m_owner = std::this_thread::get_id();
         }
         ~Guard() VEXA_RELEASE() VEXA_NO_THREAD_SAFETY_ANALYSIS

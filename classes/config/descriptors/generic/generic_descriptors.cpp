@@ -18,8 +18,9 @@ template <class Entry>
 void Register(Entry& entry)
 {
     auto descriptor = entry.NotPersisted().NotInRegisters().NotReset().Release();
-    g_paramDescriptors[descriptor->GetParamID()] = descriptor.get();
-    descriptor.release();
+    ParamDescriptor*& slot = g_paramDescriptors[descriptor->GetParamID()];
+    if (slot) RetainDescriptor(slot);
+    slot = descriptor.release();
 }
 
 }  // namespace
