@@ -68,29 +68,6 @@ TEST(Config, ConvenienceSettersStampOnceWithTheCurrentTime)
     }
 }
 
-TEST(Config, WhatAnImplementationDoesNotOfferIsRefused)
-{
-    BareConfig bare;
-    Config& config = bare;
-    ConfigEvent event;
-    unsigned int handle = 0;
-    EXPECT_EQ(config.GetSerializable(eParamID_Take), nullptr);
-    EXPECT_FALSE(config.SetSerializable(eParamID_Take, nullptr));
-    EXPECT_FALSE(config.AddConfigEventListener(nullptr));
-    EXPECT_FALSE(config.AddConfigEventListener(eParamID_Take, nullptr));
-    EXPECT_FALSE(config.AddConfigEventListener(std::list<eParam_t>{eParamID_Take}, nullptr));
-    EXPECT_FALSE(config.RemoveConfigEventListener(nullptr));
-    EXPECT_FALSE(config.WaitForConfigEvent(event, 0, 0));
-    EXPECT_TRUE(config.GetDescriptorsByClassName("readonly").empty());
-    EXPECT_FALSE(config.Lock(eParamID_Take, Config::eParamLock_Exclusive));
-    EXPECT_FALSE(config.Unlock(eParamID_Take));
-    EXPECT_FALSE(config.StartTransaction({eParamID_Take}, handle));
-    EXPECT_FALSE(config.Commit(handle));
-    EXPECT_FALSE(config.Rollback(handle));
-    EXPECT_FALSE(config.AddUpdatePrecondition(nullptr));
-    EXPECT_FALSE(config.RemoveUpdatePrecondition(nullptr));
-}
-
 TEST(ConfigDeathTest, DataOnAnImplementationWithoutItEndsTheProcessInEveryBuild)
 {
     BareConfig config;

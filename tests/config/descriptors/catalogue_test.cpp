@@ -15,7 +15,6 @@
 #include <set>
 #include <sstream>
 
-#include "config/config.h"
 #include "config/descriptors/catalogue/builders.h"
 #include "config/descriptors/enum_descriptor.h"
 #include "config/descriptors/placeholder.h"
@@ -23,6 +22,8 @@
 #include "config/descriptors/string_descriptor.h"
 #include "services/product/product_features.h"
 #include "services/product/product_models.h"
+#include "support/in_child.h"
+#include "support/store.h"
 
 using namespace vexa::config::catalogue;
 
@@ -42,19 +43,18 @@ std::vector<std::string> AllModels()
 std::string OnModel(const std::string& model, const std::function<void()>& check)
 {
     SCOPED_TRACE(model);
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     std::string text;
     const testing::Matcher<const std::string&> keepText = testing::Truly([&](const std::string& written) {
         text = written;
         return true;
     });
-    const auto child = [&] {
-        setenv("PRODUCT_ID", model.c_str(), 1);
-        CreateDescriptors();
-        check();
-        exit(testing::Test::HasFailure() ? 1 : 0);
-    };
-    EXPECT_EXIT(child(), testing::ExitedWithCode(0), keepText);
+    ExpectInChild(
+        [&] {
+            setenv("PRODUCT_ID", model.c_str(), 1);
+            CreateDescriptors();
+            check();
+        },
+        keepText);
     return text;
 }
 
@@ -408,18 +408,6 @@ TEST(Catalogue, EntriesToTheLetter)
     });
 }
 
-TEST(Catalogue, ModelsDifferInSingleValues)
-{
-    const auto formatOf525 = [] { return Get<EnumDescriptor>(eParamID_DetectInputFormat).HasEnumValue(1); };
-    OnModel("ALDER", [&] { EXPECT_TRUE(formatOf525()); });
-    OnModel("MAPLE", [&] {
-        EXPECT_FALSE(formatOf525()) << "no SD on a model that starts at 720 lines";
-        for (const eParam_t id : {eParamID_VideoInConvert, eParamID_VideoOutConvert})
-            for (const auto& value : Get<EnumDescriptor>(id).GetOrderedEnumValueDescriptors())
-                EXPECT_EQ(value.name.find("SD"), std::string::npos) << value.name;
-    });
-}
-
 /// Number of values whose name has two lines.
 size_t CountTwoLineNames()
 {
@@ -451,55 +439,41 @@ TEST(Catalogue, TwoLineNamesOnlyOnTheTwoLinePanelAndOnlyWhenAsked)
 
 // ---- The action of the factory settings ----
 
-/// Values without rules.
-class PlainConfig : public Config {
-  public:
-    unsigned int Get(eParam_t id) override { return numbers[id]; }
-    eConfigID_t GetConfigID() override { return 0; }
-    timeval GetLastConfigUpdate() override { return {}; }
-    ParamDescriptor* GetParamDescriptor(eParam_t id) override { return FindDescriptor(id); }
-    ParamDescriptor* GetParamDescriptor(std::string name) override { return GetDescriptor(name); }
-    std::list<eParam_t> GetParamIDs() override { return ::GetParamIDs(); }
-    using Config::Set;
-    bool Set(eParam_t id, unsigned int value, timeval) override { return numbers[id] = value, true; }
-    bool Get(eParam_t id, unsigned int& value) override { return value = numbers[id], true; }
-    bool Set(eParam_t id, std::string value, timeval) override { return texts[id] = value, true; }
-    bool Get(eParam_t id, std::string& value) override { return value = texts[id], true; }
-
-    std::map<eParam_t, unsigned int> numbers;
-    std::map<eParam_t, std::string> texts;
-};
-
 TEST(Catalogue, FactorySettingsRestoreWhatTheirValueAsksFor)
 {
     OnModel("OAK", [] {
         ParamDescriptor* const command = FindDescriptor(eParamID_FactorySettings);
         const ParamDescriptor::Action action = command->GetAction();
-        PlainConfig config;
+        TestStore store;
         const auto run = [&](unsigned int request) {
-            config.numbers = {{eParamID_FactorySettings, request},
-                              {eParamID_ClipNumber, 7},
-                              {eParamID_TimeZone, 3},
-                              {eParamID_RegisterSave, 9}};
-            config.texts = {
-                {eParamID_CustomClipName, "x"}, {eParamID_SysName, "x"}, {eParamID_PresetName_1, "x"}};
-            return action(&config, command);
+            store->Set(eParamID_FactorySettings, request);
+            store->Set(eParamID_ClipNumber, 7u);
+            store->Set(eParamID_TimeZone, 3u);
+            store->Set(eParamID_RegisterSave, 9u);
+            for (const eParam_t id : {eParamID_CustomClipName, eParamID_SysName, eParamID_PresetName_1})
+                store->Set(id, std::string("x"));
+            return action(&*store, command);
+        };
+        const auto text = [&](eParam_t id) {
+            std::string value;
+            store->Get(id, value);
+            return value;
         };
         EXPECT_FALSE(run(0));
-        EXPECT_EQ(config.numbers[eParamID_ClipNumber], 7u);
+        EXPECT_EQ(store->Get(eParamID_ClipNumber), 7u);
 
         EXPECT_TRUE(run(1));
-        EXPECT_EQ(config.numbers[eParamID_ClipNumber], 1u);
-        EXPECT_EQ(config.texts[eParamID_CustomClipName], "");
-        EXPECT_EQ(config.numbers[eParamID_TimeZone], 3u);
-        EXPECT_EQ(config.texts[eParamID_SysName], "x");
-        EXPECT_EQ(config.numbers[eParamID_FactorySettings], 0u);
+        EXPECT_EQ(store->Get(eParamID_ClipNumber), 1u);
+        EXPECT_EQ(text(eParamID_CustomClipName), "");
+        EXPECT_EQ(store->Get(eParamID_TimeZone), 3u);
+        EXPECT_EQ(text(eParamID_SysName), "x");
+        EXPECT_EQ(store->Get(eParamID_FactorySettings), 0u);
 
         EXPECT_TRUE(run(2));
-        EXPECT_NE(config.numbers[eParamID_TimeZone], 3u);
-        EXPECT_EQ(config.texts[eParamID_SysName], "");
-        EXPECT_EQ(config.numbers[eParamID_RegisterSave], 9u) << "would store a preset";
-        EXPECT_EQ(config.texts[eParamID_PresetName_1], "x") << "this model keeps its presets";
+        EXPECT_NE(store->Get(eParamID_TimeZone), 3u);
+        EXPECT_EQ(text(eParamID_SysName), "");
+        EXPECT_EQ(store->Get(eParamID_RegisterSave), 9u) << "would store a preset";
+        EXPECT_EQ(text(eParamID_PresetName_1), "x") << "this model keeps its presets";
         EXPECT_FALSE(action(nullptr, command));
     });
 }

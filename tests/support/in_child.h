@@ -1,0 +1,20 @@
+/// A check in a process of its own, for what is settled, or spoilt, once per process.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+/// The check's expectations count. What follows in the test also runs in the child, so ask about the text
+/// that the check writes to standard error through `written`.
+template <class Check>
+void ExpectInChild(Check&& check, const testing::Matcher<const std::string&>& written = testing::_)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto child = [&] {
+        check();
+        exit(testing::Test::HasFailure() ? 1 : 0);
+    };
+    EXPECT_EXIT(child(), testing::ExitedWithCode(0), written);
+}
