@@ -47,7 +47,8 @@ ExitStatus List(Session& session, const Names& patterns)
         result = ExitStatus::kDone;
         const auto value = parameter.Read(*config);
         if (session.json)
-            session.Print(value ? parameter.ToJson(*value) : Json{{"id", parameter.IdText()}});
+            session.Print(value ? parameter.ToJson(*value)
+                                : Json{{"id", parameter.IdText()}, {"param", parameter.Name()}});
         else
             session.Print(parameter.IdText() + "  " + Padded(parameter.Kind(), 5) + "  " +
                           Padded(parameter.Name(), 32) + "  " + (value ? parameter.Text(*value) : "-"));
@@ -112,8 +113,6 @@ Json Describe(Config& config, const Parameter& parameter)
               {"classNames", descriptor.GetClassNames()}};
     for (const Json& part : {LimitsOf(parameter), RelationsOf(config, descriptor)})
         if (!part.is_null()) json.update(part);
-    if (const auto value = parameter.Read(config))
-        json["value"] = parameter.ToJson(*value).value("value", Json());
     return json;
 }
 
@@ -127,7 +126,8 @@ void PrintDescription(Session& session, const Json& description)
             for (const Json& entry : fact)
                 session.Print("  " + entry["value"].dump() + " " + entry["name"].get<std::string>());
         } else {
-            session.Print(Padded(key + ":", 14) + (fact.is_string() ? fact.get<std::string>() : Dump(fact)));
+            const bool plain = fact.is_string() && key != "default";
+            session.Print(Padded(key + ":", 14) + (plain ? fact.get<std::string>() : Dump(fact)));
         }
     }
 }
@@ -135,11 +135,16 @@ void PrintDescription(Session& session, const Json& description)
 ExitStatus Info(Session& session, const Names& names)
 {
     return ForEachNamed(session, names, [&](const Parameter& parameter) {
-        const Json description = Describe(*session.Connect(), parameter);
-        if (session.json)
+        Config& config = *session.Connect();
+        Json description = Describe(config, parameter);
+        const auto value = parameter.Read(config);
+        if (session.json) {
+            if (value) description["current"] = parameter.ToJson(*value);
             session.Print(description);
-        else
+        } else {
             PrintDescription(session, description);
+            session.Print(Padded("value:", 14) + (value ? parameter.Text(*value) : "-"));
+        }
         return ExitStatus::kDone;
     });
 }
@@ -182,7 +187,8 @@ ExitStatus Set(Session& session, const Parameter& parameter, const std::string& 
 {
     Config& config = *session.Connect();
     const auto wanted = parameter.Parse(typed);
-    if (!wanted) return Refused(session, parameter, typed, "not a number or a named value");
+    if (!wanted)
+        return Refused(session, parameter, typed, "neither a named value nor a number from 0 to 4294967295");
     if (!force && parameter.Descriptor().HasClassName("readonly"))
         return Refused(session, parameter, typed, "the device reports it; --force sets it all the same");
     if (std::string_view kind = parameter.Kind(); kind == "data" || kind == "alarm")
@@ -215,6 +221,11 @@ struct WatchLimits {
 
 ExitStatus Watch(Session& session, const Names& names, WatchLimits limits, bool inShell)
 {
+    constexpr double kLongest = 1e9;  // seconds, some thirty years
+    if (!(limits.seconds >= 0 && limits.seconds <= kLongest)) {
+        session.Complain("--for takes 0 to 1000000000 seconds");
+        return ExitStatus::kUsage;
+    }
     std::vector<eParam_t> only;
     const ExitStatus found = ForEachNamed(session, names, [&](const Parameter& parameter) {
         only.push_back(parameter.Id());
@@ -261,7 +272,9 @@ void AddCommands(CLI::App& app, Session& session, ExitStatus& status, bool inShe
     const auto words = std::make_shared<std::pair<std::string, std::string>>();
     const auto force = std::make_shared<bool>(false);
     set->add_option("PARAMETER", words->first)->required();
-    set->add_option("VALUE", words->second, "A number, the name of an enumerated value, or a text")
+    set->add_option(
+           "VALUE", words->second,
+           "A number, the name of an enumerated value, or a text; one that begins with - goes behind --")
         ->required();
     set->add_flag("--force", *force, "Set what the device normally reports");
     set->callback([=, &session, &status] {
@@ -270,4 +283,12 @@ void AddCommands(CLI::App& app, Session& session, ExitStatus& status, bool inShe
         });
     });
     AddWatch(app, session, status, inShell);
+}
+
+std::string Explain(const CLI::App& app, const CLI::ParseError& error)
+{
+    const auto unknown = app.remaining();
+    if (app.get_subcommands().empty() && !unknown.empty())
+        return "unknown command " + Quoted(unknown.front());
+    return error.what();
 }

@@ -9,3 +9,6 @@
 /// parsed.
 /// @param inShell  watch returns at once, and unwatch ends it.
 void AddCommands(CLI::App& app, Session& session, ExitStatus& status, bool inShell);
+
+/// Why a command line was refused, in one line.
+std::string Explain(const CLI::App& app, const CLI::ParseError& error);

@@ -34,7 +34,7 @@ ExitStatus Run(int argc, char** argv)
     } catch (const CLI::Success& help) {
         app.exit(help);
     } catch (const CLI::ParseError& error) {
-        session.Complain(std::string(error.what()) + "; \"vexactl --help\" shows how it is used");
+        session.Complain(Explain(app, error) + "; \"vexactl --help\" shows how it is used");
         return ExitStatus::kUsage;
     }
     return status;
@@ -45,5 +45,8 @@ ExitStatus Run(int argc, char** argv)
 int main(int argc, char** argv)
 {
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    return static_cast<int>(Run(argc, argv));
+    const ExitStatus status = Run(argc, argv);
+    if (fflush(stdout) == 0 && !ferror(stdout)) return static_cast<int>(status);
+    fputs("vexactl: cannot write to standard output\n", stderr);
+    return static_cast<int>(ExitStatus::kFalse);
 }

@@ -58,7 +58,7 @@ std::string Hex(const std::string& bytes)
 
 ParamDescriptor* FindDescriptor(Config& config, const std::string& name)
 {
-    if (const auto id = ParseNumber(name); id && name.starts_with("0"))
+    if (const auto id = ParseNumber(name); id && name.starts_with("0x"))
         return config.GetParamDescriptor(eParam_t{*id});
     const std::string full = name.starts_with(kPrefix) ? name : std::string(kPrefix) + name;
     if (ParamDescriptor* const exact = config.GetParamDescriptor(full)) return exact;

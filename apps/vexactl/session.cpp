@@ -17,14 +17,15 @@
 
 namespace {
 
-/// "2026-03-01T12:00:00.000123", local time.
+/// "2026-03-01T12:00:00.000123+0100", local time.
 std::string TimeText(timeval time)
 {
     tm parts{};
     localtime_r(&time.tv_sec, &parts);
-    char date[32], text[48];
+    char date[32], zone[8], text[56];
     strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
-    snprintf(text, sizeof text, "%s.%06ld", date, static_cast<long>(time.tv_usec));
+    strftime(zone, sizeof zone, "%z", &parts);
+    snprintf(text, sizeof text, "%s.%06ld%s", date, static_cast<long>(time.tv_usec), zone);
     return text;
 }
 

@@ -40,7 +40,7 @@ ExitStatus RunCommand(Session& session, std::vector<std::string> words, bool& qu
     } catch (const CLI::Success& help) {
         app.exit(help);
     } catch (const CLI::ParseError& error) {
-        session.Complain(error.what());
+        session.Complain(Explain(app, error));
         status = ExitStatus::kUsage;
     }
     return status;

@@ -38,7 +38,9 @@ class Config {
     virtual bool Set(eParam_t id, unsigned int value);
     /// The number; 0 when there is none.
     virtual unsigned int Get(eParam_t id) = 0;
+    /// The configuration instance, the number behind "configid=" in its URI.
     virtual eConfigID_t GetConfigID() = 0;
+    /// When a value last changed; zero where that is not told.
     virtual timeval GetLastConfigUpdate() = 0;
     /// Borrowed from the registry; null for a parameter that does not exist.
     virtual ParamDescriptor* GetParamDescriptor(eParam_t id) = 0;
@@ -50,11 +52,13 @@ class Config {
     virtual bool Set(eParam_t id, unsigned int value, timeval time) = 0;
     /// @param value  untouched on failure.
     virtual bool Get(eParam_t id, unsigned int& value) = 0;
+    /// The same for a text. No length is enforced.
     virtual bool Set(eParam_t id, std::string value, timeval time) = 0;
     virtual bool Set(eParam_t id, std::string value);
     virtual bool Get(eParam_t id, std::string& value) = 0;
     /// The stored object itself, which stays the store's; null when there is none.
     virtual Serializable* GetSerializable(eParam_t) { return nullptr; }
+    /// Refused by every implementation.
     virtual bool SetSerializable(eParam_t, Serializable*) { return false; }
     /// Bytes of a data parameter. Only for implementations that carry data values: the default is a
     /// programming error and ends the process, in release builds as well.
@@ -62,15 +66,18 @@ class Config {
     virtual bool SetData(eParam_t id, std::string& data, timeval time);
     virtual bool SetData(eParam_t id, std::string& data);
 
+    /// Tells the listener of every change from now on. The forms for some parameters are a wish: a store
+    /// tells of every parameter all the same, and refuses the list.
     /// @param listener  borrowed until it is removed.
     virtual bool AddConfigEventListener(ConfigEventListener*) { return false; }
     virtual bool AddConfigEventListener(eParam_t, ConfigEventListener*) { return false; }
     virtual bool AddConfigEventListener(std::list<eParam_t>, ConfigEventListener*) { return false; }
     /// After this returned on another thread than the callback's, the listener is not running and not called
-    /// again.
+    /// again. So it waits for a running callback: hold no lock that the callback takes.
     virtual bool RemoveConfigEventListener(ConfigEventListener*) { return false; }
     /// Waits for the next change; the two numbers bound the wait (seconds, microseconds).
     virtual bool WaitForConfigEvent(ConfigEvent&, long, long) { return false; }
+    /// The parameters with a class name, borrowed from the registry.
     virtual std::vector<ParamDescriptor*> GetDescriptorsByClassName(std::string) { return {}; }
 
     /// Locks and transactions exist in the interface only: every implementation answers false.
@@ -83,6 +90,7 @@ class Config {
     /// @param precondition  asked before every change; the store owns it from now on. Add before concurrent
     /// writes.
     virtual bool AddUpdatePrecondition(vexa::config::UpdatePrecondition*) { return false; }
+    /// It is the caller's again.
     virtual bool RemoveUpdatePrecondition(vexa::config::UpdatePrecondition*) { return false; }
 };
 

@@ -45,7 +45,8 @@ TEST(Vexactl, AScriptGoesOnAfterErrorsAndTellsEveryChange)
         const ProgramResult run = Tool({"--uri", "local:", "shell"}, script, {model});
         EXPECT_EQ(run.status, 5) << "the first failure was a correction";
         EXPECT_THAT(run.out,
-                    ContainsRegex("[0-9-]+T[0-9:]+\\.[0-9]{6}  RegisterSave = 7\nRegisterSave stored 7\n"));
+                    ContainsRegex(
+                        "[0-9-]+T[0-9:]+\\.[0-9]{6}[+-][0-9]{4}  RegisterSave = 7\nRegisterSave stored 7\n"));
         EXPECT_THAT(run.out, ContainsRegex(
                                  "  RegisterSave = 20\nRegisterSave corrected to 20 \\(500 is outside 1 to 20"
                                  "\\)\nRegisterSave = 20\n"));
@@ -80,12 +81,15 @@ TEST(Vexactl, ExitStatusSaysHowItWent)
         {{"list", "nothing-like-this"}, 1, "no parameter matches"},
         {{}, 2, "vexactl: "},
         {{"get"}, 2, "vexactl: "},
-        {{"frobnicate"}, 2, "vexactl: "},
+        {{"frobnicate"}, 2, "unknown command \"frobnicate\""},
+        {{"watch", "--for", "nan"}, 2, "--for takes 0 to"},
+        {{"watch", "--for", "1e300"}, 2, "--for takes 0 to"},
         {{"get", "NoSuch", "RegisterSave"}, 3, "unknown parameter \"NoSuch\""},
+        {{"get", "010"}, 3, "unknown parameter \"010\""},
         {{"get", "0xffffffff"}, 3, "unknown parameter \"0xffffffff\""},
         {{"set", "SystemCommand", "7"}, 4, "\"7\" refused: not one of"},
-        {{"set", "RegisterSave", "many"}, 4, "\"many\" refused: not a number or a named value"},
-        {{"set", "RegisterSave", "4294967296"}, 4, "not a number or a named value"},
+        {{"set", "RegisterSave", "many"}, 4, "\"many\" refused: neither a named value nor a number"},
+        {{"set", "RegisterSave", "4294967296"}, 4, "neither a named value nor a number from 0 to 4294967295"},
         {{"set", "SystemState", "4"}, 4, "the device reports it; --force"},
         {{"set", "--force", "SystemState", "4"}, 0, ""},
         {{"set", "TestData", "x"}, 4, "it holds data, not a text"},
@@ -129,7 +133,7 @@ TEST(Vexactl, TextsArriveWholeAndAreShownSafely)
         Tool({"shell"}, "set ReelName " + text +
                             "\nset ReelName \"\"\nget ReelName\n"
                             "set ReelName \"tab\there \\\"quoted\\\" back\\\\slash\"\n"
-                            "set ReelName '\x1b[31mred \xff'\nset ReelName \"open\nget ReelName\n");
+                            "set ReelName '\x1b[31mred \xff'\nset ReelName \"open\ninfo ReelName\n");
     EXPECT_THAT(run.out, HasSubstr("ReelName stored \"" + text + "\"\n"));
     EXPECT_THAT(run.out, HasSubstr("ReelName = \"\"\n"));
     EXPECT_THAT(run.out, HasSubstr("ReelName stored \"tab\\there \\\"quoted\\\" back\\\\slash\"\n"));

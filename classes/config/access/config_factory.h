@@ -16,5 +16,6 @@ class ConfigFactory : public Runnable {
   public:
     /// @return null on failure. Not the caller's to delete: give it back with Disconnect.
     virtual Config* Connect(std::string uri) = 0;
+    /// The Config must not be used any more. Null, and what this factory did not hand out, is left alone.
     virtual void Disconnect(Config* config) = 0;
 };

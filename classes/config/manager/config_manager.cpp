@@ -43,7 +43,6 @@ ConfigManager::ConfigManager(eConfigID_t configID) : m_configID(configID)
     SemaphoreHelper::Init(m_useCountLock);
     m_listenerLock.Init();
     SemaphoreHelper::Init(m_valueLock);
-    SemaphoreHelper::Init(m_takeLock);
 }
 
 ConfigManager::~ConfigManager()
@@ -51,7 +50,6 @@ ConfigManager::~ConfigManager()
     DeleteAllUpdatePreconditions();
     SemaphoreHelper::Destroy(m_useCountLock);
     m_listenerLock.Destroy();
-    SemaphoreHelper::Destroy(m_takeLock);
     // The value lock is left alone, like the values: a late reader may be on its way out of it.
     SemaphoreHelper hold(m_valueLock);
     value_pool::Give(m_configID, m_values);
@@ -147,6 +145,18 @@ bool ConfigManager::DeleteAllUpdatePreconditions()
     return true;
 }
 
+/// One that fails with an exception vetoes: the writer expects none.
+template <class Queue>
+bool ConfigManager::Asks(UpdatePrecondition& precondition, Queue& queue)
+{
+    try {
+        return precondition.IsUpdateValid(this, queue);
+    } catch (...) {
+        fputs("ConfigManager::Asks - a precondition failed with an exception\n", stderr);
+        return false;
+    }
+}
+
 template <class Queue>
 bool ConfigManager::PassesPreconditions(ParamDescriptor* descriptor, Queue& queue)
 {
@@ -154,7 +164,7 @@ bool ConfigManager::PassesPreconditions(ParamDescriptor* descriptor, Queue& queu
     if (descriptor->HasClassName(kDoNotValidate)) return true;
     for (UpdatePrecondition* const precondition : m_preconditions) {
         if (queue.empty()) return true;  // dropped by an earlier one: there is nothing left to ask about
-        if (precondition->IsUpdateValid(this, queue)) continue;
+        if (Asks(*precondition, queue)) continue;
         fprintf(stderr, "ConfigManager::Set(%s) - update precondition failed, returning false\n",
                 NameOf(queue));
         return false;

@@ -18,12 +18,12 @@
 ///
 /// A write asks the update preconditions, stores, runs the range rules and post-triggers, and tells all
 /// listeners, then one level of dependent parameters. Listeners hear changes of one store one after the
-/// other; what they hear last is what the store holds. A listener may write to the store from its callback:
-/// its change is stored at once and announced after the current one has reached everyone. It may also remove
-/// itself or others.
+/// other; what they hear last is what the store holds, but for the takes that new clip naming resets without
+/// an event. A listener may write to the store from its callback: its change is stored at once and announced
+/// after the current one has reached everyone. It may also remove itself or others.
 ///
 /// Thread: any, for every operation; preconditions are added and removed before concurrent writes begin.
-/// Lock order: listener lock, take lock, value lock, the lock of one value.
+/// Lock order: listener lock, value lock, the lock of one value.
 class ConfigManager : public Config {
   public:
     explicit ConfigManager(eConfigID_t configID);
@@ -37,7 +37,7 @@ class ConfigManager : public Config {
     using Config::SetData;
     unsigned int Get(eParam_t id) override;
     eConfigID_t GetConfigID() override { return m_configID; }
-    /// Always zero: clients compare it with zero to learn that a store keeps no update time for them.
+    /// Always zero, deliberately: the store stamps its updates for itself only.
     timeval GetLastConfigUpdate() override { return {}; }
     ParamDescriptor* GetParamDescriptor(eParam_t id) override;
     ParamDescriptor* GetParamDescriptor(std::string paramIDName) override;
@@ -86,7 +86,7 @@ class ConfigManager : public Config {
     bool EnforceRangeLimits(eParam_t id, unsigned int& value);
     /// Raises a take number above the takes on the media, at most to 999.
     bool EnforceTakeLimits(unsigned int& value);
-    /// What a change sets off: new clip naming resets the take. The value plays no part.
+    /// What a change sets off: new clip naming resets the take, without an event. The value plays no part.
     bool ExecutePostTriggers(eParam_t id, unsigned int& value);
     bool ExecutePostTriggers(eParam_t id, std::string value);
     bool FireParamChangedEvent(eParam_t id, unsigned int value, timeval time);
@@ -99,6 +99,8 @@ class ConfigManager : public Config {
   private:
     using Delivery = std::function<void(ConfigEventListener&)>;
 
+    template <class Queue>
+    bool Asks(vexa::config::UpdatePrecondition& precondition, Queue& queue);
     template <class Queue>
     bool PassesPreconditions(ParamDescriptor* descriptor, Queue& queue);
     bool SetFront(vexa::config::IntegerQueue& queue, timeval time);
@@ -134,6 +136,4 @@ class ConfigManager : public Config {
 
     int32_t m_useCount VEXA_GUARDED_BY(m_useCountLock) = 0;
     LockSemaphore m_useCountLock;
-
-    LockSemaphore m_takeLock;  // one thread at a time forces the clip-naming parameters and puts them back
 };

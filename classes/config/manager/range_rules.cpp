@@ -1,4 +1,7 @@
 /// The device's own rules in ConfigManager: take numbers and clip naming.
+#include <algorithm>
+#include <cstdio>
+
 #include "config/manager/config_manager.h"
 #include "config/manager/media_library.h"
 
@@ -6,6 +9,27 @@ namespace {
 
 constexpr unsigned int kMaxTake = 999;
 constexpr unsigned int kMaxMediaAvailable = 99;  // per cent, two digits on the panel
+
+unsigned int AskMedia(Config& config)
+{
+    MediaLibrary& library = GetMediaLibrary();
+    const auto finder = library.MakeClipFinder(&config);
+    const auto cache = library.OpenMediaCache("NewCache");
+    const auto clips = finder->findClips(true, false, true);
+    const bool custom = finder->useCustomClipTake(finder->allowOverwriteOfExistingClips());
+    return finder->getLastMatchingTakeInList(clips, custom, "");
+}
+
+/// A product's library that fails counts as one without clips.
+unsigned int LastTakeOnMedia(Config& config)
+{
+    try {
+        return AskMedia(config);
+    } catch (...) {
+        fputs("ConfigManager::EnforceTakeLimits - the media library failed with an exception\n", stderr);
+        return 0;
+    }
+}
 
 }  // namespace
 
@@ -24,7 +48,7 @@ bool ConfigManager::EnforceRangeLimits(eParam_t id, unsigned int& value)
 /// takes and no gang, whatever the user has set, so these are forced for the length of the search.
 void ConfigManager::EnforceCustomTakeLimits(unsigned int& value)
 {
-    SemaphoreHelper hold(m_takeLock);
+    ListenerLock::Guard hold(m_listenerLock);  // nobody's change comes in between, and none is told of
     const unsigned int clipName = Get(eParamID_UseCustomClipName);
     const unsigned int clipTake = Get(eParamID_UseCustomClipTake);
     const unsigned int gang = Get(eParamID_GangEnable);
@@ -45,12 +69,7 @@ void ConfigManager::PutBack(eParam_t id, unsigned int forced, unsigned int saved
 
 bool ConfigManager::EnforceTakeLimits(unsigned int& value)
 {
-    MediaLibrary& library = GetMediaLibrary();
-    const auto finder = library.MakeClipFinder(this);
-    const auto cache = library.OpenMediaCache("NewCache");
-    const auto clips = finder->findClips(true, false, true);
-    const bool custom = finder->useCustomClipTake(finder->allowOverwriteOfExistingClips());
-    const unsigned int last = finder->getLastMatchingTakeInList(clips, custom, "");
+    const unsigned int last = LastTakeOnMedia(*this);
     if (last >= value) value = std::min(last, kMaxTake) + 1;
     value = std::min(value, kMaxTake);
     return true;

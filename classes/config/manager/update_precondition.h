@@ -48,7 +48,7 @@ class UpdatePreconditionValues : public UpdatePrecondition {
     /// below it, else the maximum.
     virtual unsigned int ForceValidRange(IntegerDescriptor* descriptor, unsigned int& value);
     /// The dependent minimum: keeps the value above `maximum` - `minimum`, in wrapping 32-bit arithmetic.
-    /// With `minimum` 0 every value becomes `maximum` + 1, which clients of such parameters expect.
+    /// With `minimum` 0 every value becomes `maximum` + 1; the result is deliberate.
     virtual void ForceValidRange(unsigned int& value, unsigned int minimum, unsigned int maximum);
 };
 

@@ -10,7 +10,9 @@ class Serializable;
 
 /// Values outlive their store, because somebody may still hold a pointer from GetSerializable. They wait here
 /// for the next store of the same configuration ID, so that connecting again and again does not grow the
-/// process. Thread: any.
+/// process.
+/// They come back clean, while the first values of a store with a number other than 0 start dirty, since they
+/// were given it. Thread: any.
 namespace value_pool {
 
 /// @param values  become the pool's.

@@ -181,6 +181,9 @@ TEST(ConfigManager, PreconditionsMayVetoCorrectAddAndDrop)
     EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->Set(eParamID_RegisterSave, 3u)); }),
               "ConfigManager::Set(uint32_t) - update precondition failed, returning false\n");
 
+    precondition.onInteger = [](IntegerQueue&) -> bool { throw 1; };
+    StderrOf([&] { EXPECT_FALSE(store->Set(eParamID_RegisterSave, 3u)); });
+
     precondition.onInteger = [](IntegerQueue& queue) {
         queue.clear();
         return true;

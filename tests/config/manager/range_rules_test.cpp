@@ -142,6 +142,32 @@ TEST(RangeRules, WhatAUserSetsMeanwhileIsNotPutBack)
     EXPECT_EQ(store->Get(eParamID_GangEnable), 1u);
 }
 
+TEST(RangeRules, AChangeDuringTheSearchIsNeitherLostNorToldWrongly)
+{
+    FakeMedia media(0);
+    TestStore store;
+    std::thread user;
+    media.whileSearching = [&](Config&) {
+        user =
+            std::thread([&] { store->Set(eParamID_UseCustomClipName, 1u); });  // what the search has forced
+    };
+    unsigned int take = 1;
+    store->EnforceRangeLimits(eParamID_CustomTake, take);
+    user.join();
+    EXPECT_EQ(store->Get(eParamID_UseCustomClipName), 1u);
+    EXPECT_THAT(store.listener.Heard(), Contains("int 1301000a=1"));
+}
+
+TEST(RangeRules, AFailingMediaLibraryLeavesTheNamingAsItWas)
+{
+    FakeMedia media(0);
+    TestStore store;
+    media.whileSearching = [](Config&) { throw 1; };
+    StderrOf([&] { EXPECT_TRUE(store->Set(eParamID_CustomTake, 5u)); });
+    EXPECT_EQ(store->Get(eParamID_UseCustomClipName), 0u);
+    EXPECT_EQ(store->Get(eParamID_CustomTake), 5u);
+}
+
 TEST(RangeRules, ParallelCustomTakesLeaveTheNamingAsItWas)
 {
     FakeMedia* const none = nullptr;
