@@ -23,9 +23,10 @@ class UpdatePrecondition;
 
 /// Reads, changes and watches parameters.
 ///
-/// Results: true or a value on success; false, null or 0 otherwise, after one line on standard error. Nothing
-/// throws. Thread: as the implementation says; those of this library allow any thread. The order of the
-/// virtual operations is part of the contract: append only.
+/// Results: true or a value on success; false, null or 0 otherwise, mostly after one line on standard error.
+/// Nothing throws.
+/// Thread: as the implementation says; those of this library allow any thread.
+/// The order of the virtual operations is part of the contract: append only.
 class Config {
   public:
     /// What Lock asks for. No implementation gives it a meaning.

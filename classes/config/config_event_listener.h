@@ -9,7 +9,8 @@
 
 /// Callbacks run on the thread that made the change and should be quick. The results are ignored. A callback
 /// may read and write the same configuration: what it writes is announced after the current change has
-/// reached everyone. The order of the virtual operations is part of the contract: append only.
+/// reached everyone. Callbacks that write to each other's configuration, from two threads, wait for ever.
+/// The order of the virtual operations is part of the contract: append only.
 class ConfigEventListener {
   public:
     virtual ~ConfigEventListener() = default;
