@@ -2,7 +2,8 @@ include(CMakePackageConfigHelpers)
 
 install(TARGETS vexaconfig EXPORT VexaConfigTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY classes/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vexaconfig
-        FILES_MATCHING PATTERN "*.h" PATTERN "*.inc")
+        FILES_MATCHING PATTERN "*.h" PATTERN "*.inc" PATTERN "*.proto")
+install(FILES ${VEXA_GENERATED}/messages/alarm.pb.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vexaconfig/messages)
 install(EXPORT VexaConfigTargets NAMESPACE vexa:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VexaConfig)
 
 configure_package_config_file(cmake/VexaConfigConfig.cmake.in VexaConfigConfig.cmake

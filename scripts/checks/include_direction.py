@@ -9,6 +9,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 # From the ground up: a path prefix and the floor of the files below it. The longest prefix decides.
 FLOORS = {
     "services/product/": 0,
+    "messages/": 0,
     "config/thread_annotations.h": 0,
     "config/semaphore_helper.": 0,
     "config/param_ids.": 0,
@@ -16,6 +17,7 @@ FLOORS = {
     "config/": 2,
     "config/values/": 2,
     "config/manager/": 3,
+    "services/alarms/": 3,
     "config/access/": 4,
     "vexactl/": 5,
 }

@@ -10,6 +10,7 @@ import pathlib
 import re
 import subprocess
 import sys
+import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 GOLDEN = ROOT / "tests/golden/slot_order.txt"
@@ -45,6 +46,8 @@ CLASSES = {
     "Runnable": None,
     "ConfigFactory": "Runnable",
     "ConfigFactoryImpl": "ConfigFactory",
+    "AlarmProducer": None,
+    "AlarmConsumer": None,
 }
 
 
@@ -54,9 +57,12 @@ def dump():
     source = "".join(f'#include "{header}"\n' for header in headers)
     source += "template <class T> void Use(T* object) { delete object; }\n"
     source += "".join(f"template void Use({name}*);\n" for name in CLASSES)
-    command = ["clang++", "-std=c++20", f"-I{ROOT}/classes", "-w", "-x", "c++", "-", "-S", "-emit-llvm",
-               "-o", "/dev/null", "-Xclang", "-fdump-vtable-layouts"]
-    return subprocess.run(command, input=source, stdout=subprocess.PIPE, text=True, check=True).stdout
+    with tempfile.TemporaryDirectory() as generated:
+        for message in (ROOT / "classes/messages").glob("*.proto"):
+            subprocess.run(["protoc", "-I", ROOT / "classes", "--cpp_out", generated, message], check=True)
+        command = ["clang++", "-std=c++20", f"-I{ROOT}/classes", f"-I{generated}", "-w", "-x", "c++", "-", "-S",
+                   "-emit-llvm", "-o", "/dev/null", "-Xclang", "-fdump-vtable-layouts"]
+        return subprocess.run(command, input=source, stdout=subprocess.PIPE, text=True, check=True).stdout
 
 
 def tables(text):

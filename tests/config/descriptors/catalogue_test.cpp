@@ -20,6 +20,7 @@
 #include "config/descriptors/placeholder.h"
 #include "config/descriptors/registry.h"
 #include "config/descriptors/string_descriptor.h"
+#include "messages/alarm.pb.h"
 #include "services/product/product_features.h"
 #include "services/product/product_models.h"
 #include "support/in_child.h"
@@ -141,12 +142,28 @@ void CheckLength(StringDescriptor& text)
     EXPECT_LE(length, text.GetMaxLength());
 }
 
+void CheckAlarm(AlarmDescriptor& alarm)
+{
+    EXPECT_TRUE(alarm.HasClassName("alarm") && alarm.HasClassName("protobuf_message"));
+    EXPECT_TRUE(alarm.GetParamIDName().ends_with("_Alarm"));
+    EXPECT_THAT(alarm.GetShortName(), testing::SizeIs(testing::Le(8u)));
+    std::string contentType;
+    EXPECT_TRUE(alarm.GetAttribute("Content-Type", contentType));
+    EXPECT_EQ(contentType, "application/vnd.google.protobuf");
+    vexa::alarms::Alarm atRest;
+    EXPECT_TRUE(atRest.ParseFromString(alarm.GetFactoryDefault()) && atRest.has_severity());
+    EXPECT_EQ(atRest.state(), vexa::alarms::Alarm::CLEAR);
+}
+
 void CheckAll()
 {
     EXPECT_EQ(CountRetainedDescriptors(), 0u) << "an entry replaced another";
     for (const auto& [id, descriptor] : g_paramDescriptors) {
-        if (IsAlarm(id)) continue;
         SCOPED_TRACE(descriptor->GetParamIDName());
+        if (IsAlarm(id)) {
+            CheckAlarm(Get<AlarmDescriptor>(id));
+            continue;
+        }
         CheckNames(*descriptor);
         CheckReferences(*descriptor);
         if (auto* const text = dynamic_cast<StringDescriptor*>(descriptor)) CheckLength(*text);

@@ -161,6 +161,17 @@ class Data : public Entry<DataDescriptor, Data> {
     Data& SizeLimit(unsigned int bytes);
 };
 
+class AlarmEntry : public Entry<AlarmDescriptor, AlarmEntry> {
+  public:
+    AlarmEntry(eParam_t id, const char* idName, std::string name, std::string shortName)
+        : Entry(id, idName, std::move(name), std::move(shortName), eCParam_StringValue)
+    {
+    }
+    // clang-format off
+    AlarmEntry& Default(std::string message) { m_descriptor->SetFactoryDefault(std::move(message)); return *this; }
+    // clang-format on
+};
+
 /// Hands a descriptor to the main registry, in place of an earlier one with its identifier.
 void Register(std::unique_ptr<ParamDescriptor> descriptor);
 

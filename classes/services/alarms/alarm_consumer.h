@@ -1,0 +1,61 @@
+/// AlarmConsumer: follows the alarms of a configuration for a display.
+#pragma once
+
+#include <atomic>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "config/param_ids.h"
+#include "config/semaphore_helper.h"
+#include "messages/alarm.pb.h"
+
+class Config;
+
+/// The component that displays alarms hands changes in from its DataChanged, for parameters that isAlarm accepts; its
+/// display thread takes the last one:
+///
+///     if (consumer.LockIfChanged()) { Show(consumer.GetParamID(), consumer.GetError()); consumer.Unlock(); }
+///
+/// A change never waits for the display: one that comes while it has the lock is kept and shown next.
+/// Thread: AlarmChanged on any; the getters between LockIfChanged (or Lock) and Unlock.
+class AlarmConsumer {
+  public:
+    /// @param config  borrowed.
+    explicit AlarmConsumer(Config* config);
+    virtual ~AlarmConsumer();
+    AlarmConsumer(const AlarmConsumer&) = delete;
+    AlarmConsumer& operator=(const AlarmConsumer&) = delete;
+
+    void AlarmChanged(eParam_t id, std::string data);
+    static bool isAlarm(Config* config, eParam_t id);
+
+    vexa::alarms::Alarm_Severity GetSeverity() const { return m_alarm.severity(); }
+    vexa::alarms::Alarm_State GetState() const { return m_alarm.state(); }
+    /// The parameter of the last change.
+    eParam_t GetParamID() const { return m_paramID; }
+    /// The first error of the last change, "" when it has none.
+    std::string GetError() const;
+    std::string GetShortError() const;
+
+    void Lock();
+    /// Without a lock it does nothing.
+    void Unlock();
+    /// Locks when something changed since the last time; else leaves the lock free and answers false.
+    bool LockIfChanged();
+
+  private:
+    void ApplyWaiting();
+    bool TryTake();
+    void Post();
+
+    Config* const m_config;
+    eParam_t m_paramID{};
+    vexa::alarms::Alarm m_alarm;
+    bool m_changed = false;
+    std::atomic<bool> m_locked = false;
+    LockSemaphore m_semaphore;  // guards all of the above, from Lock to Unlock; hence without annotations
+
+    LockSemaphore m_waitingLock;  // a leaf: nothing is called while it is held
+    std::optional<std::pair<eParam_t, std::string>> m_waiting VEXA_GUARDED_BY(m_waitingLock);
+};
