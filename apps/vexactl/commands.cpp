@@ -2,18 +2,15 @@
 
 #include <fnmatch.h>
 
-#include "config/descriptors/enum_descriptor.h"
-#include "config/descriptors/string_descriptor.h"
+#include <algorithm>
+
+#include "vexactl/alarms.h"
+#include "vexactl/catalogue.h"
+#include "vexactl/description.h"
 
 namespace {
 
 using Names = std::vector<std::string>;
-
-std::string Padded(std::string text, size_t width)
-{
-    text.resize(std::max(width, text.size()), ' ');
-    return text;
-}
 
 /// Runs one step per named parameter and ends with the first failure's status; the others are still done.
 template <class Step>
@@ -29,23 +26,37 @@ ExitStatus ForEachNamed(Session& session, const Names& names, Step step)
     return result;
 }
 
-bool Matches(const std::string& name, const Names& patterns)
+// --- list, info ---
+
+/// Which parameters are listed: those that meet every condition given.
+struct Filter {
+    Names patterns;
+    std::optional<unsigned int> group;  ///< the high byte of the identifier
+    std::string className;
+    bool changed = false;
+};
+
+bool Matches(const Filter& filter, const Parameter& parameter, const std::optional<Value>& value)
 {
-    return patterns.empty() || std::ranges::any_of(patterns, [&](const std::string& pattern) {
+    if (filter.group && parameter.Id() >> 24 != *filter.group) return false;
+    if (!filter.className.empty() && !parameter.Descriptor().HasClassName(filter.className)) return false;
+    if (filter.changed && (!value || value == FactoryDefault(parameter))) return false;
+    const std::string name = parameter.Name();
+    return filter.patterns.empty() || std::ranges::any_of(filter.patterns, [&](const std::string& pattern) {
                return fnmatch(pattern.c_str(), name.c_str(), FNM_CASEFOLD) == 0;
            });
 }
 
-ExitStatus List(Session& session, const Names& patterns)
+ExitStatus List(Session& session, const Filter& filter)
 {
     Config* const config = session.Connect();
     if (!config) return ExitStatus::kCannotConnect;
     ExitStatus result = ExitStatus::kFalse;
     for (const eParam_t id : config->GetParamIDs()) {
         const Parameter parameter(config->GetParamDescriptor(id));
-        if (!Matches(parameter.Name(), patterns)) continue;
-        result = ExitStatus::kDone;
         const auto value = parameter.Read(*config);
+        if (!Matches(filter, parameter, value)) continue;
+        result = ExitStatus::kDone;
         if (session.json)
             session.Print(value ? parameter.ToJson(*value)
                                 : Json{{"id", parameter.IdText()}, {"param", parameter.Name()}});
@@ -57,93 +68,30 @@ ExitStatus List(Session& session, const Names& patterns)
     return result;
 }
 
-// --- info ---
-
-Json LimitsOf(const Parameter& parameter)
+void AddList(CLI::App& app, Session& session, ExitStatus& status)
 {
-    Json json;
-    if (auto* const integer = dynamic_cast<IntegerDescriptor*>(&parameter.Descriptor())) {
-        json["min"] = integer->GetMinValue();
-        json["max"] = integer->GetMaxValue();
-        json["default"] = integer->GetFactoryDefault();
-        if (!integer->GetUnits().empty()) json["units"] = integer->GetUnits();
-        if (integer->GetScaleBy() > 1) json["scale"] = integer->GetScaleBy();
-    } else if (auto* const text = dynamic_cast<StringDescriptor*>(&parameter.Descriptor())) {
-        json["minLength"] = text->GetMinLength();
-        json["maxLength"] = text->GetMaxLength();
-        json["default"] = text->GetFactoryDefault();
-    }
-    if (auto* const enumeration = dynamic_cast<EnumDescriptor*>(&parameter.Descriptor()))
-        for (const EnumValueDescriptor& entry : enumeration->GetOrderedEnumValueDescriptors())
-            json["values"].push_back({{"value", entry.value}, {"name", entry.name}});
-    return json;
-}
-
-Json RelationsOf(Config& config, ParamDescriptor& descriptor)
-{
-    const auto nameOf = [&](eParam_t id) {
-        ParamDescriptor* const other = config.GetParamDescriptor(id);
-        return other ? Parameter(other).Name() : std::to_string(id);
-    };
-    Json json;
-    for (const auto& [name, relations] : descriptor.GetRelations())
-        for (const auto& relation : relations)
-            json[name].push_back({{"param", nameOf(relation.paramID)}, {"value", relation.value}});
-    for (const eParam_t id : descriptor.GetDependentParamIDs()) json["dependents"].push_back(nameOf(id));
-    for (const eParam_t id : descriptor.GetDependsOnParamIDs()) json["depends_on"].push_back(nameOf(id));
-    return json;
-}
-
-Json Describe(Config& config, const Parameter& parameter)
-{
-    ParamDescriptor& descriptor = parameter.Descriptor();
-    std::string description, menu;
-    descriptor.GetAttribute("description", description);
-    descriptor.GetAttribute("menu_number", menu);
-    Json json{{"id", parameter.IdText()},
-              {"param", parameter.Name()},
-              {"name", descriptor.GetName()},
-              {"shortName", descriptor.GetShortName()},
-              {"kind", parameter.Kind()},
-              {"description", description},
-              {"menu", menu},
-              {"persistent", descriptor.GetPersistenceType() == ePersist},
-              {"inRegisters", descriptor.GetRegisterType() == eRegister_Include},
-              {"factoryReset", static_cast<unsigned int>(descriptor.GetFactoryResetType())},
-              {"classNames", descriptor.GetClassNames()}};
-    for (const Json& part : {LimitsOf(parameter), RelationsOf(config, descriptor)})
-        if (!part.is_null()) json.update(part);
-    return json;
-}
-
-/// The same facts for people: one a line, the values of an enumeration one below the other.
-void PrintDescription(Session& session, const Json& description)
-{
-    for (const auto& [key, fact] : description.items()) {
-        if (fact.empty() || fact == "") continue;
-        if (key == "values") {
-            session.Print(std::string("values:"));
-            for (const Json& entry : fact)
-                session.Print("  " + entry["value"].dump() + " " + entry["name"].get<std::string>());
-        } else {
-            const bool plain = fact.is_string() && key != "default";
-            session.Print(Padded(key + ":", 14) + (plain ? fact.get<std::string>() : Dump(fact)));
-        }
-    }
+    auto* const list = app.add_subcommand("list", "Show parameters with their values");
+    const auto filter = std::make_shared<Filter>();
+    list->add_option("PATTERN", filter->patterns, "Only names like this, with * and ?");
+    list->add_option("--group", filter->group, "Only this group, the high byte of the identifier")
+        ->check(CLI::Range(0, 255));
+    list->add_option("--class", filter->className, "Only parameters with this class name");
+    list->add_flag("--changed", filter->changed, "Only values that differ from the factory default");
+    list->callback([=, &session, &status] { status = List(session, *filter); });
 }
 
 ExitStatus Info(Session& session, const Names& names)
 {
     return ForEachNamed(session, names, [&](const Parameter& parameter) {
         Config& config = *session.Connect();
-        Json description = Describe(config, parameter);
         const auto value = parameter.Read(config);
         if (session.json) {
+            Json description = Describe(config, parameter);
             if (value) description["current"] = parameter.ToJson(*value);
             session.Print(description);
         } else {
-            PrintDescription(session, description);
-            session.Print(Padded("value:", 14) + (value ? parameter.Text(*value) : "-"));
+            session.Print(DescriptionText(config, parameter) + Padded("value:", 14) +
+                          (value ? parameter.Text(*value) : "-"));
         }
         return ExitStatus::kDone;
     });
@@ -191,8 +139,7 @@ ExitStatus Set(Session& session, const Parameter& parameter, const std::string& 
         return Refused(session, parameter, typed, "neither a named value nor a number from 0 to 4294967295");
     if (!force && parameter.Descriptor().HasClassName("readonly"))
         return Refused(session, parameter, typed, "the device reports it; --force sets it all the same");
-    if (std::string_view kind = parameter.Kind(); kind == "data" || kind == "alarm")
-        return Refused(session, parameter, typed, "it holds data, not a text");
+    if (parameter.HoldsBytes()) return Refused(session, parameter, typed, "it holds data, not a text");
     const std::string objection = parameter.Objection(*wanted).value_or("");
     if (!Write(config, parameter, *wanted))
         return Refused(session, parameter, typed,
@@ -237,20 +184,53 @@ ExitStatus Watch(Session& session, const Names& names, WatchLimits limits, bool 
     return ExitStatus::kDone;
 }
 
+/// @param names  of the parameters to tell of when the command runs.
+template <class GetNames>
+void AddWatchLimits(CLI::App& watch, Session& session, ExitStatus& status, bool inShell, GetNames names)
+{
+    const auto limits = std::make_shared<WatchLimits>();
+    if (!inShell) {
+        watch.add_option("--count", limits->changes, "End after so many changes");
+        watch.add_option("--for", limits->seconds, "End after so many seconds");
+    }
+    watch.callback([=, &session, &status] { status = Watch(session, names(), *limits, inShell); });
+}
+
 void AddWatch(CLI::App& app, Session& session, ExitStatus& status, bool inShell)
 {
     auto* const watch = app.add_subcommand("watch", "Tell of every change: time, parameter, value");
     const auto names = std::make_shared<Names>();
-    const auto limits = std::make_shared<WatchLimits>();
     watch->add_option("PARAMETER", *names, "Only these; all when none is named");
-    if (inShell) {
-        auto* const unwatch = app.add_subcommand("unwatch", "Tell of changes no longer");
-        unwatch->callback([&] { session.StopWatch(); });
-    } else {
-        watch->add_option("--count", limits->changes, "End after so many changes");
-        watch->add_option("--for", limits->seconds, "End after so many seconds");
-    }
-    watch->callback([=, &session, &status] { status = Watch(session, *names, *limits, inShell); });
+    AddWatchLimits(*watch, session, status, inShell, [=] { return *names; });
+    if (inShell)
+        app.add_subcommand("unwatch", "Tell of changes no longer")->callback([&] { session.StopWatch(); });
+}
+
+void AddAlarms(CLI::App& app, Session& session, ExitStatus& status, bool inShell)
+{
+    struct Words {
+        std::string name, severity, text;
+    };
+    const auto words = std::make_shared<Words>();
+    auto* const alarms = app.add_subcommand("alarms", "Show, raise, clear and watch alarms");
+    alarms->require_subcommand(1);
+    alarms->add_subcommand("list", "All alarms of the model")->callback([&] {
+        status = ListAlarms(session, false);
+    });
+    alarms->add_subcommand("raised", "Those that are raised")->callback([&] {
+        status = ListAlarms(session, true);
+    });
+    auto* const raise = alarms->add_subcommand("raise", "Raise an alarm");
+    raise->add_option("ALARM", words->name)->required();
+    raise->add_option("TEXT", words->text, "What happened");
+    raise->add_option("--severity", words->severity, "INFORMATION, WARNING, ERROR or CRITICAL");
+    raise->callback(
+        [=, &session, &status] { status = RaiseAlarm(session, words->name, words->severity, words->text); });
+    auto* const clear = alarms->add_subcommand("clear", "Put an alarm back to rest");
+    clear->add_option("ALARM", words->name)->required();
+    clear->callback([=, &session, &status] { status = ClearAlarm(session, words->name); });
+    auto* const watch = alarms->add_subcommand("watch", "Tell of every change of an alarm");
+    AddWatchLimits(*watch, session, status, inShell, [&session] { return AlarmNames(session); });
 }
 
 }  // namespace
@@ -258,15 +238,15 @@ void AddWatch(CLI::App& app, Session& session, ExitStatus& status, bool inShell)
 void AddCommands(CLI::App& app, Session& session, ExitStatus& status, bool inShell)
 {
     using Verb = ExitStatus (*)(Session&, const Names&);
-    const auto add = [&](const char* verb, const char* help, const char* argument, bool required, Verb run) {
+    const auto add = [&](const char* verb, const char* help, Verb run) {
         auto* const command = app.add_subcommand(verb, help);
         const auto names = std::make_shared<Names>();
-        command->add_option(argument, *names)->required(required);
+        command->add_option("PARAMETER", *names)->required();
         command->callback([=, &session, &status] { status = run(session, *names); });
     };
-    add("list", "Show parameters with their values", "PATTERN", false, List);
-    add("info", "Describe parameters", "PARAMETER", true, Info);
-    add("get", "Show values", "PARAMETER", true, Get);
+    AddList(app, session, status);
+    add("info", "Describe parameters", Info);
+    add("get", "Show values", Get);
 
     auto* const set = app.add_subcommand("set", "Change a value and read it back");
     const auto words = std::make_shared<std::pair<std::string, std::string>>();
@@ -283,6 +263,12 @@ void AddCommands(CLI::App& app, Session& session, ExitStatus& status, bool inShe
         });
     });
     AddWatch(app, session, status, inShell);
+    AddAlarms(app, session, status, inShell);
+
+    auto* const catalogue = app.add_subcommand("catalogue", "Describe all parameters of the model as JSON");
+    const auto markdown = std::make_shared<bool>(false);
+    catalogue->add_flag("--markdown", *markdown, "As a reference page to read");
+    catalogue->callback([=, &session, &status] { status = PrintCatalogue(session, *markdown); });
 }
 
 std::string Explain(const CLI::App& app, const CLI::ParseError& error)

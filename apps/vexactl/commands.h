@@ -5,8 +5,8 @@
 
 #include "vexactl/session.h"
 
-/// Adds list, info, get, set and watch to a command line. Each leaves its result in `status` when the line is
-/// parsed.
+/// Adds list, info, get, set, watch, alarms and catalogue to a command line. Each leaves its result in `status` when the
+/// line is parsed.
 /// @param inShell  watch returns at once, and unwatch ends it.
 void AddCommands(CLI::App& app, Session& session, ExitStatus& status, bool inShell);
 

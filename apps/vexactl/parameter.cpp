@@ -69,6 +69,24 @@ ParamDescriptor* FindDescriptor(Config& config, const std::string& name)
     return nullptr;
 }
 
+using vexa::alarms::Alarm;
+
+/// "clear", "raised, ERROR: \"no signal\"".
+std::string AlarmText(const Alarm& alarm)
+{
+    std::string text = alarm.state() == Alarm::RAISED ? "raised" : "clear";
+    text += ", " + SeverityName(alarm.severity());
+    for (const auto& error : alarm.error()) text += ": " + Quoted(error.text());
+    return text;
+}
+
+Json AlarmJson(const Alarm& alarm)
+{
+    Json json{{"raised", alarm.state() == Alarm::RAISED}, {"severity", SeverityName(alarm.severity())}};
+    for (const auto& error : alarm.error()) json["errors"].push_back(error.text());
+    return json;
+}
+
 std::string ListOfValues(EnumDescriptor& enumeration)
 {
     std::string list;
@@ -78,6 +96,12 @@ std::string ListOfValues(EnumDescriptor& enumeration)
 }
 
 }  // namespace
+
+std::string SeverityName(vexa::alarms::Alarm_Severity severity)
+{
+    const std::string& name = Alarm::Severity_Name(severity);
+    return name.empty() ? std::to_string(severity) : name;
+}
 
 std::string Dump(const Json& json)
 {
@@ -114,6 +138,11 @@ const char* Parameter::Kind() const
     if (As<DataDescriptor>(m_descriptor)) return "data";
     if (As<EnumDescriptor>(m_descriptor)) return "enum";
     return HoldsText() ? "str" : "int";
+}
+
+bool Parameter::HoldsBytes() const
+{
+    return As<DataDescriptor>(m_descriptor) || As<AlarmDescriptor>(m_descriptor);
 }
 
 std::optional<Value> Parameter::Read(Config& config) const
@@ -165,9 +194,11 @@ std::string Parameter::Scaled(unsigned int number) const
 
 std::string Parameter::Text(const Value& value) const
 {
-    if (const auto* text = std::get_if<std::string>(&value))
-        return As<DataDescriptor>(m_descriptor) || As<AlarmDescriptor>(m_descriptor) ? "<" + Hex(*text) + ">"
-                                                                                     : Quoted(*text);
+    if (const auto* text = std::get_if<std::string>(&value)) {
+        Alarm alarm;
+        if (As<AlarmDescriptor>(m_descriptor) && alarm.ParseFromString(*text)) return AlarmText(alarm);
+        return HoldsBytes() ? "<" + Hex(*text) + ">" : Quoted(*text);
+    }
     const unsigned int number = std::get<unsigned int>(value);
     if (auto* const enumeration = As<EnumDescriptor>(m_descriptor))
         return std::to_string(number) + " " + enumeration->GetEnumValue(number);
@@ -179,10 +210,9 @@ Json Parameter::ToJson(const Value& value) const
 {
     Json json{{"id", IdText()}, {"param", Name()}};
     if (const auto* text = std::get_if<std::string>(&value)) {
-        if (std::string_view(Kind()) == "str")
-            json["value"] = *text;
-        else
-            json["hex"] = Hex(*text);
+        json[HoldsBytes() ? "hex" : "value"] = HoldsBytes() ? Hex(*text) : *text;
+        Alarm alarm;
+        if (As<AlarmDescriptor>(m_descriptor) && alarm.ParseFromString(*text)) json.update(AlarmJson(alarm));
         return json;
     }
     const unsigned int number = std::get<unsigned int>(value);

@@ -7,6 +7,7 @@
 #include <variant>
 
 #include "config/config.h"
+#include "messages/alarm.pb.h"
 
 using Json = nlohmann::ordered_json;
 
@@ -30,6 +31,9 @@ class Parameter {
     ParamDescriptor& Descriptor() const { return *m_descriptor; }
     bool HoldsText() const { return m_descriptor->GetParamType() == eCParam_StringValue; }
 
+    /// Bytes, of a data or alarm parameter, and no text to be read.
+    bool HoldsBytes() const;
+
     /// @return nothing when the configuration has no value for it.
     std::optional<Value> Read(Config& config) const;
     /// What a user typed: a number, the name of an enumerated value, an address, or a text.
@@ -49,6 +53,8 @@ class Parameter {
     ParamDescriptor* m_descriptor;
 };
 
+/// "INFORMATION", "WARNING", ...; the number of a severity that this version does not know.
+std::string SeverityName(vexa::alarms::Alarm_Severity severity);
 /// One line; bytes that are no UTF-8 are replaced.
 std::string Dump(const Json& json);
 /// A text in quotes, with control characters escaped: it may come from anywhere and goes to a terminal.

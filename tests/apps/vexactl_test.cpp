@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -8,7 +9,9 @@
 
 using testing::AllOf;
 using testing::ContainsRegex;
+using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 using Json = nlohmann::json;
@@ -154,6 +157,65 @@ TEST(Vexactl, TheUriComesFromTheEnvironmentUnlessGiven)
 {
     EXPECT_EQ(Tool({"get", "Take"}, "", {"VEXACTL_URI=nowhere:"}).status, 6);
     EXPECT_EQ(Tool({"--uri", "local:", "get", "Take"}, "", {"VEXACTL_URI=nowhere:"}).status, 0);
+}
+
+std::vector<std::string> ListedNames(const std::string& filter)
+{
+    const ProgramResult run =
+        Tool({"--json", "shell"}, "set RegisterSave 7\nset ClipNumber 2\nlist " + filter);
+    std::vector<std::string> names;
+    std::istringstream stream(run.out);
+    for (std::string line; std::getline(stream, line);)
+        if (const Json json = Json::parse(line); !json.contains("result")) names.push_back(json["param"]);
+    return names;
+}
+
+TEST(Vexactl, ListShowsWhatMeetsEveryFilter)
+{
+    EXPECT_THAT(ListedNames("--changed"), ElementsAre("ClipNumber", "RegisterSave"));
+    EXPECT_THAT(ListedNames("--changed --group 17 '*Number' Take"), ElementsAre("ClipNumber"));
+    EXPECT_THAT(ListedNames("--class volatile --group 0x5c"), ElementsAre("RegisterSave", "RegisterStore"));
+    EXPECT_THAT(ListedNames("--class Volatile"), IsEmpty());
+    EXPECT_THAT(ListedNames("--group 256"), IsEmpty());
+}
+
+TEST(Vexactl, TheCatalogueIsSortedAndTheSameInEveryRun)
+{
+    const std::string out = Tool({"catalogue"}).out;
+    EXPECT_EQ(Tool({"shell"}, "set RegisterSave 7\ncatalogue").out, "RegisterSave stored 7\n" + out);
+    const Json all = Json::parse(out);
+    ASSERT_GT(all.size(), 100u);
+    const auto id = [](const Json& facts) { return facts["id"].get<std::string>(); };
+    EXPECT_TRUE(std::ranges::is_sorted(all, {}, id));
+    for (const Json& facts : all) {
+        if (facts["kind"] != "alarm") continue;
+        EXPECT_THAT(facts["default"].get<std::string>(), ContainsRegex("^([0-9a-f][0-9a-f])*$"));
+    }
+
+    std::string lines;
+    for (const auto& facts : nlohmann::ordered_json::parse(out)) lines += facts.dump() + "\n";
+    EXPECT_EQ(Tool({"--json", "catalogue"}).out, lines);
+    EXPECT_THAT(
+        Tool({"catalogue", "--markdown"}).out,
+        AllOf(HasSubstr("\n\n## Group 92\n\n| parameter | identifier |"),
+              HasSubstr("\n| `RegisterSave` | `0x5c010000` | Store Preset | int | 1 to 20 | 1 | | ")));
+}
+
+TEST(Vexactl, AlarmsAreRaisedWatchedAndCleared)
+{
+    const ProgramResult run =
+        Tool({"shell"},
+             "alarms watch\nalarms raise Media_Low_Alarm \"12 minutes\" --severity critical\n"
+             "set ReelName unheard\nalarms clear Media_Low_Alarm\nalarms raised\n"
+             "alarms raise Take\nalarms raise LUT_Alarm --severity mild\n");
+    EXPECT_THAT(run.out, ContainsRegex(
+                             "^[^ ]+  Media_Low_Alarm = raised, CRITICAL: \"12 minutes\"\n"
+                             "Media_Low_Alarm = raised, CRITICAL: \"12 minutes\"\n"
+                             "ReelName stored \"unheard\"\n"
+                             "[^ ]+  Media_Low_Alarm = clear, WARNING\nMedia_Low_Alarm = clear, WARNING\n$"));
+    EXPECT_THAT(run.err,
+                AllOf(HasSubstr("line 6: Take is no alarm"), HasSubstr("line 7: unknown severity \"mild\"")));
+    EXPECT_EQ(Json::parse(Tool({"--json", "get", "Media_Low_Alarm"}).out)["severity"], "WARNING");
 }
 
 }  // namespace

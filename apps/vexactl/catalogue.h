@@ -1,0 +1,8 @@
+/// All parameters of the model, as data and as a page to read.
+#pragma once
+
+#include "vexactl/session.h"
+
+/// Prints what Describe says of every parameter, ascending by identifier: a JSON array, or one object a line in a
+/// session of JSON; or a page of Markdown with a table per group.
+ExitStatus PrintCatalogue(Session& session, bool markdown);

@@ -1,0 +1,107 @@
+#include "vexactl/description.h"
+
+#include <algorithm>
+
+#include "config/descriptors/enum_descriptor.h"
+#include "config/descriptors/string_descriptor.h"
+
+namespace {
+
+Json LimitsOf(const Parameter& parameter)
+{
+    Json json;
+    auto* const integer = dynamic_cast<IntegerDescriptor*>(&parameter.Descriptor());
+    auto* const text = dynamic_cast<StringDescriptor*>(&parameter.Descriptor());
+    if (integer) {
+        json["min"] = integer->GetMinValue();
+        json["max"] = integer->GetMaxValue();
+    } else if (text) {
+        json["minLength"] = text->GetMinLength();
+        json["maxLength"] = text->GetMaxLength();
+    }
+    if (const auto value = FactoryDefault(parameter)) {
+        const Json shown = parameter.ToJson(*value);
+        json["default"] = shown.contains("hex") ? shown["hex"] : shown["value"];
+    }
+    if (integer && !integer->GetUnits().empty()) json["units"] = integer->GetUnits();
+    if (integer && integer->GetScaleBy() > 1) json["scale"] = integer->GetScaleBy();
+    if (auto* const enumeration = dynamic_cast<EnumDescriptor*>(integer))
+        for (const EnumValueDescriptor& entry : enumeration->GetOrderedEnumValueDescriptors())
+            json["values"].push_back({{"value", entry.value}, {"name", entry.name}});
+    return json;
+}
+
+Json RelationsOf(Config& config, ParamDescriptor& descriptor)
+{
+    const auto nameOf = [&](eParam_t id) {
+        ParamDescriptor* const other = config.GetParamDescriptor(id);
+        return other ? Parameter(other).Name() : std::to_string(id);
+    };
+    Json json;
+    for (const auto& [name, relations] : descriptor.GetRelations())
+        for (const auto& relation : relations)
+            json[name].push_back({{"param", nameOf(relation.paramID)}, {"value", relation.value}});
+    for (const eParam_t id : descriptor.GetDependentParamIDs()) json["dependents"].push_back(nameOf(id));
+    for (const eParam_t id : descriptor.GetDependsOnParamIDs()) json["depends_on"].push_back(nameOf(id));
+    return json;
+}
+
+}  // namespace
+
+std::string Padded(std::string text, size_t width)
+{
+    text.resize(std::max(width, text.size()), ' ');
+    return text;
+}
+
+std::optional<Value> FactoryDefault(const Parameter& parameter)
+{
+    if (auto* const integer = dynamic_cast<IntegerDescriptor*>(&parameter.Descriptor()))
+        return integer->GetFactoryDefault();
+    if (auto* const text = dynamic_cast<StringDescriptor*>(&parameter.Descriptor()))
+        return text->GetFactoryDefault();
+    return std::nullopt;
+}
+
+Json Describe(Config& config, const Parameter& parameter)
+{
+    ParamDescriptor& descriptor = parameter.Descriptor();
+    std::string description, menu;
+    descriptor.GetAttribute("description", description);
+    descriptor.GetAttribute("menu_number", menu);
+    Json json{{"id", parameter.IdText()},
+              {"param", parameter.Name()},
+              {"name", descriptor.GetName()},
+              {"shortName", descriptor.GetShortName()},
+              {"kind", parameter.Kind()},
+              {"description", description},
+              {"menu", menu},
+              {"persistent", descriptor.GetPersistenceType() == ePersist},
+              {"inRegisters", descriptor.GetRegisterType() == eRegister_Include},
+              {"factoryReset", static_cast<unsigned int>(descriptor.GetFactoryResetType())},
+              {"classNames", descriptor.GetClassNames()}};
+    for (const Json& part : {LimitsOf(parameter), RelationsOf(config, descriptor)})
+        if (!part.is_null()) json.update(part);
+    return json;
+}
+
+std::string DescriptionText(Config& config, const Parameter& parameter)
+{
+    const Json facts = Describe(config, parameter);
+    std::string text;
+    for (const auto& [key, fact] : facts.items()) {
+        if (fact.empty() || fact == "") continue;
+        if (key == "values") {
+            text += "values:\n";
+            for (const Json& entry : fact)
+                text += "  " + entry["value"].dump() + " " + entry["name"].get<std::string>() + "\n";
+            continue;
+        }
+        const std::string shown = key == "default"   ? parameter.Text(*FactoryDefault(parameter))
+                                  : fact.is_string() ? fact.get<std::string>()
+                                                     : Dump(fact);
+        text += Padded(key + ":", 14);
+        text += shown + "\n";
+    }
+    return text;
+}

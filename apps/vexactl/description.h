@@ -1,0 +1,13 @@
+/// What there is to know about a parameter besides its value.
+#pragma once
+
+#include "vexactl/parameter.h"
+
+/// Every fact, for programs. The same for the same model: no values, and always in one order.
+Json Describe(Config& config, const Parameter& parameter);
+/// The facts of Describe for people: one a line, the values of an enumeration one below the other.
+std::string DescriptionText(Config& config, const Parameter& parameter);
+/// @return nothing when the kind of parameter has none.
+std::optional<Value> FactoryDefault(const Parameter& parameter);
+/// The text, filled with blanks up to a width.
+std::string Padded(std::string text, size_t width);
