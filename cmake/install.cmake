@@ -12,5 +12,7 @@ write_basic_package_version_file(VexaConfigConfigVersion.cmake COMPATIBILITY Sam
 install(FILES ${PROJECT_BINARY_DIR}/VexaConfigConfig.cmake ${PROJECT_BINARY_DIR}/VexaConfigConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VexaConfig)
 
+# Relative, so that the file holds wherever the tree is installed to.
+file(RELATIVE_PATH VEXA_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/vexaconfig.pc.in vexaconfig.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vexaconfig.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -10,6 +10,7 @@
 /// Callbacks run on the thread that made the change and should be quick. The results are ignored. A callback
 /// may read and write the same configuration: what it writes is announced after the current change has
 /// reached everyone. Callbacks that write to each other's configuration, from two threads, wait for ever.
+/// One that writes at every change, its own included, keeps its writer busy for ever.
 /// The order of the virtual operations is part of the contract: append only.
 class ConfigEventListener {
   public:

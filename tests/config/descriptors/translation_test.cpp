@@ -1,0 +1,79 @@
+// The catalogue in other languages, from translations and locales in a folder of the test's own.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "config/descriptors/registry.h"
+#include "support/in_child.h"
+#include "support/program.h"
+
+/// In front of the C library's: translations come from this build instead of the machine's folder, if the test asks.
+extern "C" char* bindtextdomain(const char* domain, const char* folder) noexcept
+{
+    using Function = char* (*)(const char*, const char*);
+    static const auto original = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "bindtextdomain"));
+    const char* const own = getenv("VEXA_TEST_TRANSLATIONS");
+    return original(domain, own && folder ? own : folder);
+}
+
+namespace {
+
+/// A folder that goes with the test.
+class Folder {
+  public:
+    Folder()
+    {
+        std::string name = std::filesystem::temp_directory_path() / "vexa-locales-XXXXXX";
+        m_path = mkdtemp(name.data());
+    }
+    ~Folder() { std::filesystem::remove_all(m_path); }
+    std::string operator/(const std::string& name) const { return m_path / name; }
+    std::string Path() const { return m_path; }
+
+  private:
+    std::filesystem::path m_path;
+};
+
+void CheckLanguages()
+{
+    CreateDescriptors();
+    EXPECT_EQ(GetDescriptor(eParamID_Locale)->GetName(), "Locale");
+    const std::string names[] = {"Locale", "ロケール", "로캘", "区域设置"};
+    for (const unsigned int locale : {1u, 2u, 3u}) {
+        EXPECT_TRUE(SetLocaleDescriptors(locale));
+        ParamDescriptor* const descriptor = GetDescriptor(eParamID_Locale);
+        std::string description;
+        descriptor->GetAttribute("description", description);
+        EXPECT_EQ(descriptor->GetName(), names[locale]);
+        EXPECT_NE(description, "Language of names and descriptions.");
+    }
+}
+
+void MakeLocales(const Folder& folder)
+{
+    for (const std::string name : {"ja_JP", "ko_KR", "zh_CN"}) {
+        const std::string locale = folder / (name + ".utf8");
+        const ProgramResult made =
+            RunProgram({"/usr/bin/localedef", "--no-archive", "-i", name, "-f", "UTF-8", locale});
+        ASSERT_TRUE(std::filesystem::exists(locale)) << made.err;
+    }
+    setenv("LOCPATH", folder.Path().c_str(), 1);
+    setenv("VEXA_TEST_TRANSLATIONS", VEXA_LOCALE_DIR, 1);
+    setenv("PRODUCT_ID", "OAK", 1);
+    unsetenv("LANGUAGE");
+}
+
+TEST(Translation, EachLocaleHasTheTextsOfItsLanguage)
+{
+    std::optional<Folder> folder;
+    // The child that checks runs this test from its beginning and inherits the environment.
+    if (!getenv("VEXA_TEST_TRANSLATIONS")) MakeLocales(folder.emplace());
+    ExpectInChild(CheckLanguages);
+    for (const char* name : {"LOCPATH", "VEXA_TEST_TRANSLATIONS", "PRODUCT_ID"}) unsetenv(name);
+}
+
+}  // namespace
