@@ -22,7 +22,7 @@ std::vector<Parameter> AllAlarms(Config& config)
 bool IsRaised(const Value& value)
 {
     Alarm alarm;
-    return alarm.ParseFromString(std::get<std::string>(value)) && alarm.state() == Alarm::RAISED;
+    return alarm.ParseFromString(std::get<std::string>(value)) && alarm.state() != Alarm::CLEAR;
 }
 
 std::optional<vexa::alarms::Alarm_Severity> SeverityByName(std::string name)

@@ -18,16 +18,37 @@ Json LimitsOf(const Parameter& parameter)
     } else if (text) {
         json["minLength"] = text->GetMinLength();
         json["maxLength"] = text->GetMaxLength();
+        json["minIndex"] = text->GetMinIndex();
+        json["maxIndex"] = text->GetMaxIndex();
     }
     if (const auto value = FactoryDefault(parameter)) {
         const Json shown = parameter.ToJson(*value);
         json["default"] = shown.contains("hex") ? shown["hex"] : shown["value"];
     }
     if (integer && !integer->GetUnits().empty()) json["units"] = integer->GetUnits();
-    if (integer && integer->GetScaleBy() > 1) json["scale"] = integer->GetScaleBy();
+    if (integer && integer->GetAdjustBy() != 1) json["step"] = integer->GetAdjustBy();
+    if (integer && integer->GetScaleBy() != 1) json["scale"] = integer->GetScaleBy();
+    if (integer && integer->GetOffsetBy() != 0) json["offset"] = integer->GetOffsetBy();
+    if (integer && integer->GetDisplayPrecision() != 0) json["precision"] = integer->GetDisplayPrecision();
     if (auto* const enumeration = dynamic_cast<EnumDescriptor*>(integer))
         for (const EnumValueDescriptor& entry : enumeration->GetOrderedEnumValueDescriptors())
-            json["values"].push_back({{"value", entry.value}, {"name", entry.name}});
+            json["values"].push_back(
+                {{"value", entry.value}, {"name", entry.name}, {"shortName", entry.shortName}});
+    return json;
+}
+
+/// All but those that stand for themselves.
+Json AttributesOf(ParamDescriptor& descriptor)
+{
+    std::map<std::string, unsigned int> numbers;
+    std::map<std::string, std::string> texts;
+    descriptor.GetAttributes(numbers);
+    descriptor.GetAttributes(texts);
+    texts.erase("description");
+    texts.erase("menu_number");
+    Json json = Json::object();
+    for (const auto& [key, number] : numbers) json[key] = number;
+    for (const auto& [key, text] : texts) json[key] = text;
     return json;
 }
 
@@ -79,7 +100,10 @@ Json Describe(Config& config, const Parameter& parameter)
               {"persistent", descriptor.GetPersistenceType() == ePersist},
               {"inRegisters", descriptor.GetRegisterType() == eRegister_Include},
               {"factoryReset", static_cast<unsigned int>(descriptor.GetFactoryResetType())},
-              {"classNames", descriptor.GetClassNames()}};
+              {"type", static_cast<unsigned int>(descriptor.GetParamType())},
+              {"feature", static_cast<unsigned int>(descriptor.GetFeatureType())},
+              {"classNames", descriptor.GetClassNames()},
+              {"attributes", AttributesOf(descriptor)}};
     for (const Json& part : {LimitsOf(parameter), RelationsOf(config, descriptor)})
         if (!part.is_null()) json.update(part);
     return json;

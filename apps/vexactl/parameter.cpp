@@ -14,9 +14,9 @@ namespace {
 constexpr std::string_view kPrefix = "eParamID_";
 
 template <class Descriptor>
-Descriptor* As(ParamDescriptor* descriptor)
+Descriptor* As(ParamDescriptor& descriptor)
 {
-    return dynamic_cast<Descriptor*>(descriptor);
+    return dynamic_cast<Descriptor*>(&descriptor);
 }
 
 bool SameIgnoringCase(const std::string& a, const std::string& b)
@@ -74,7 +74,7 @@ using vexa::alarms::Alarm;
 /// "clear", "raised, ERROR: \"no signal\"".
 std::string AlarmText(const Alarm& alarm)
 {
-    std::string text = alarm.state() == Alarm::RAISED ? "raised" : "clear";
+    std::string text = alarm.state() == Alarm::CLEAR ? "clear" : "raised";
     text += ", " + SeverityName(alarm.severity());
     for (const auto& error : alarm.error()) text += ": " + Quoted(error.text());
     return text;
@@ -82,7 +82,7 @@ std::string AlarmText(const Alarm& alarm)
 
 Json AlarmJson(const Alarm& alarm)
 {
-    Json json{{"raised", alarm.state() == Alarm::RAISED}, {"severity", SeverityName(alarm.severity())}};
+    Json json{{"raised", alarm.state() != Alarm::CLEAR}, {"severity", SeverityName(alarm.severity())}};
     for (const auto& error : alarm.error()) json["errors"].push_back(error.text());
     return json;
 }
@@ -134,15 +134,15 @@ std::string Parameter::Name() const
 
 const char* Parameter::Kind() const
 {
-    if (As<AlarmDescriptor>(m_descriptor)) return "alarm";
-    if (As<DataDescriptor>(m_descriptor)) return "data";
-    if (As<EnumDescriptor>(m_descriptor)) return "enum";
+    if (As<AlarmDescriptor>(*m_descriptor)) return "alarm";
+    if (As<DataDescriptor>(*m_descriptor)) return "data";
+    if (As<EnumDescriptor>(*m_descriptor)) return "enum";
     return HoldsText() ? "str" : "int";
 }
 
 bool Parameter::HoldsBytes() const
 {
-    return As<DataDescriptor>(m_descriptor) || As<AlarmDescriptor>(m_descriptor);
+    return As<DataDescriptor>(*m_descriptor) || As<AlarmDescriptor>(*m_descriptor);
 }
 
 std::optional<Value> Parameter::Read(Config& config) const
@@ -158,7 +158,7 @@ std::optional<Value> Parameter::Read(Config& config) const
 std::optional<Value> Parameter::Parse(const std::string& typed) const
 {
     if (HoldsText()) return typed;
-    if (auto* const enumeration = As<EnumDescriptor>(m_descriptor))
+    if (auto* const enumeration = As<EnumDescriptor>(*m_descriptor))
         for (const EnumValueDescriptor& entry : enumeration->GetOrderedEnumValueDescriptors())
             if (SameIgnoringCase(entry.name, typed) || SameIgnoringCase(entry.shortName, typed))
                 return entry.value;
@@ -169,7 +169,7 @@ std::optional<Value> Parameter::Parse(const std::string& typed) const
 
 std::string Parameter::Units() const
 {
-    auto* const integer = As<IntegerDescriptor>(m_descriptor);
+    auto* const integer = As<IntegerDescriptor>(*m_descriptor);
     return integer ? integer->GetUnits() : "";
 }
 
@@ -181,7 +181,7 @@ std::string Parameter::Scaled(unsigned int number) const
         char text[INET_ADDRSTRLEN];
         return inet_ntop(AF_INET, &address, text, sizeof text);
     }
-    auto* const integer = As<IntegerDescriptor>(m_descriptor);
+    auto* const integer = As<IntegerDescriptor>(*m_descriptor);
     if (!integer || (integer->GetScaleBy() <= 1 && integer->GetOffsetBy() == 0))
         return std::to_string(number);
     const double shown =
@@ -196,11 +196,11 @@ std::string Parameter::Text(const Value& value) const
 {
     if (const auto* text = std::get_if<std::string>(&value)) {
         Alarm alarm;
-        if (As<AlarmDescriptor>(m_descriptor) && alarm.ParseFromString(*text)) return AlarmText(alarm);
+        if (As<AlarmDescriptor>(*m_descriptor) && alarm.ParseFromString(*text)) return AlarmText(alarm);
         return HoldsBytes() ? "<" + Hex(*text) + ">" : Quoted(*text);
     }
     const unsigned int number = std::get<unsigned int>(value);
-    if (auto* const enumeration = As<EnumDescriptor>(m_descriptor))
+    if (auto* const enumeration = As<EnumDescriptor>(*m_descriptor))
         return std::to_string(number) + " " + enumeration->GetEnumValue(number);
     const std::string units = Units();
     return Scaled(number) + (units.empty() ? "" : " " + units);
@@ -212,12 +212,12 @@ Json Parameter::ToJson(const Value& value) const
     if (const auto* text = std::get_if<std::string>(&value)) {
         json[HoldsBytes() ? "hex" : "value"] = HoldsBytes() ? Hex(*text) : *text;
         Alarm alarm;
-        if (As<AlarmDescriptor>(m_descriptor) && alarm.ParseFromString(*text)) json.update(AlarmJson(alarm));
+        if (As<AlarmDescriptor>(*m_descriptor) && alarm.ParseFromString(*text)) json.update(AlarmJson(alarm));
         return json;
     }
     const unsigned int number = std::get<unsigned int>(value);
     json["value"] = number;
-    if (auto* const enumeration = As<EnumDescriptor>(m_descriptor))
+    if (auto* const enumeration = As<EnumDescriptor>(*m_descriptor))
         json["name"] = enumeration->GetEnumValue(number);
     const std::string shown = Scaled(number);
     if (shown != std::to_string(number)) json["text"] = shown;
@@ -229,11 +229,11 @@ std::optional<std::string> Parameter::Objection(const Value& value) const
 {
     const auto* number = std::get_if<unsigned int>(&value);
     if (!number) return std::nullopt;
-    if (auto* const enumeration = As<EnumDescriptor>(m_descriptor)) {
+    if (auto* const enumeration = As<EnumDescriptor>(*m_descriptor)) {
         if (enumeration->HasEnumValue(*number)) return std::nullopt;
         return "not one of " + ListOfValues(*enumeration);
     }
-    auto* const integer = As<IntegerDescriptor>(m_descriptor);
+    auto* const integer = As<IntegerDescriptor>(*m_descriptor);
     const unsigned int min = integer ? integer->GetMinValue() : 0,
                        max = integer ? integer->GetMaxValue() : ~0u;
     if (min > max || (min <= *number && *number <= max)) return std::nullopt;

@@ -69,6 +69,8 @@ TEST(AlarmProducer, WithoutAnObjectAlarmsStartFromRest)
     EXPECT_TRUE(AlarmProducer::raise(&*store, kAlarm, Alarm::WARNING, "two"));
     ASSERT_EQ(Stored(store).error_size(), 1);
     EXPECT_EQ(Stored(store).error(0).text(), "two");
+    EXPECT_TRUE(AlarmProducer::raise(&*store, kAlarm, Alarm::WARNING, "no UTF-8: \xe9"));
+    EXPECT_EQ(Stored(store).error(0).text(), "no UTF-8: \xe9");
     EXPECT_TRUE(AlarmProducer::raise(&*store, kAlarm));
     EXPECT_EQ(Stored(store).state(), Alarm::RAISED);
     EXPECT_EQ(Stored(store).severity(), Alarm::ERROR) << "that of the alarm at rest";

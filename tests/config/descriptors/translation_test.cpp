@@ -11,7 +11,7 @@
 #include "support/in_child.h"
 #include "support/program.h"
 
-/// In front of the C library's: translations come from this build instead of the machine's folder, if the test asks.
+/// In front of the C library's: translations come from where the test installed them, if it asks.
 extern "C" char* bindtextdomain(const char* domain, const char* folder) noexcept
 {
     using Function = char* (*)(const char*, const char*);
@@ -61,8 +61,11 @@ void MakeLocales(const Folder& folder)
             RunProgram({"/usr/bin/localedef", "--no-archive", "-i", name, "-f", "UTF-8", locale});
         ASSERT_TRUE(std::filesystem::exists(locale)) << made.err;
     }
+    const ProgramResult installed = RunProgram({CMAKE_PROGRAM, "--install", VEXA_BUILD_DIR, "--prefix",
+                                                folder.Path(), "--component", "translations"});
+    ASSERT_EQ(installed.status, 0) << installed.err;
     setenv("LOCPATH", folder.Path().c_str(), 1);
-    setenv("VEXA_TEST_TRANSLATIONS", VEXA_LOCALE_DIR, 1);
+    setenv("VEXA_TEST_TRANSLATIONS", (folder / "share/locale").c_str(), 1);
     setenv("PRODUCT_ID", "OAK", 1);
     unsetenv("LANGUAGE");
 }
