@@ -37,8 +37,35 @@ Json LimitsOf(const Parameter& parameter)
     return json;
 }
 
+std::string NameOf(Config& config, eParam_t id)
+{
+    ParamDescriptor* const other = config.GetParamDescriptor(id);
+    return other ? Parameter(other).Name() : std::to_string(id);
+}
+
+/// The parameter that must hold a value, and the value by number and name.
+Json ConditionOf(Config& config, const ParamDescriptor::Relation& relation)
+{
+    Json json{{"param", NameOf(config, relation.paramID)}, {"value", relation.value}};
+    if (auto* const other = dynamic_cast<EnumDescriptor*>(config.GetParamDescriptor(relation.paramID)))
+        json["name"] = other->GetEnumValue(relation.value);
+    return json;
+}
+
+/// A fact for people: lists with commas, yes and no.
+std::string Readable(const Json& fact)
+{
+    if (fact.is_string()) return fact.get<std::string>();
+    if (fact.is_boolean()) return fact.get<bool>() ? "yes" : "no";
+    if (!fact.is_structured()) return Dump(fact);
+    std::string list;
+    for (const auto& [key, item] : fact.items())
+        list += (list.empty() ? "" : ", ") + (fact.is_object() ? key + " " : "") + Readable(item);
+    return list;
+}
+
 /// All but those that stand for themselves.
-Json AttributesOf(ParamDescriptor& descriptor)
+Json AttributesOf(Config& config, ParamDescriptor& descriptor)
 {
     std::map<std::string, unsigned int> numbers;
     std::map<std::string, std::string> texts;
@@ -48,22 +75,22 @@ Json AttributesOf(ParamDescriptor& descriptor)
     texts.erase("menu_number");
     Json json = Json::object();
     for (const auto& [key, number] : numbers) json[key] = number;
+    // The one number that is an identifier.
+    if (numbers.contains("dependent_minimum"))
+        json["dependent_minimum"] = NameOf(config, eParam_t{numbers["dependent_minimum"]});
     for (const auto& [key, text] : texts) json[key] = text;
     return json;
 }
 
 Json RelationsOf(Config& config, ParamDescriptor& descriptor)
 {
-    const auto nameOf = [&](eParam_t id) {
-        ParamDescriptor* const other = config.GetParamDescriptor(id);
-        return other ? Parameter(other).Name() : std::to_string(id);
-    };
     Json json;
     for (const auto& [name, relations] : descriptor.GetRelations())
-        for (const auto& relation : relations)
-            json[name].push_back({{"param", nameOf(relation.paramID)}, {"value", relation.value}});
-    for (const eParam_t id : descriptor.GetDependentParamIDs()) json["dependents"].push_back(nameOf(id));
-    for (const eParam_t id : descriptor.GetDependsOnParamIDs()) json["depends_on"].push_back(nameOf(id));
+        for (const auto& relation : relations) json[name].push_back(ConditionOf(config, relation));
+    for (const eParam_t id : descriptor.GetDependentParamIDs())
+        json["dependents"].push_back(NameOf(config, id));
+    for (const eParam_t id : descriptor.GetDependsOnParamIDs())
+        json["depends_on"].push_back(NameOf(config, id));
     return json;
 }
 
@@ -103,7 +130,7 @@ Json Describe(Config& config, const Parameter& parameter)
               {"type", static_cast<unsigned int>(descriptor.GetParamType())},
               {"feature", static_cast<unsigned int>(descriptor.GetFeatureType())},
               {"classNames", descriptor.GetClassNames()},
-              {"attributes", AttributesOf(descriptor)}};
+              {"attributes", AttributesOf(config, descriptor)}};
     for (const Json& part : {LimitsOf(parameter), RelationsOf(config, descriptor)})
         if (!part.is_null()) json.update(part);
     return json;
@@ -121,9 +148,8 @@ std::string DescriptionText(Config& config, const Parameter& parameter)
                 text += "  " + entry["value"].dump() + " " + entry["name"].get<std::string>() + "\n";
             continue;
         }
-        const std::string shown = key == "default"   ? parameter.Text(*FactoryDefault(parameter))
-                                  : fact.is_string() ? fact.get<std::string>()
-                                                     : Dump(fact);
+        const std::string shown =
+            key == "default" ? parameter.Text(*FactoryDefault(parameter)) : Readable(fact);
         text += Padded(key + ":", 14);
         text += shown + "\n";
     }
