@@ -58,15 +58,6 @@ TEST(ReadPrivate, ThreadsThatReadAtOnceNeverSeeEachOther)
     EXPECT_EQ(crossed, 0);
 }
 
-TEST(ReadPrivate, GivesAnObjectOfItsOwn)
-{
-    const auto first = Read(Words({7, 4, 3})), second = Read(Words({7, 4, 3}));
-    ASSERT_TRUE(first && second);
-    dynamic_cast<Checkpoint&>(*first).SetOffset(9);
-    EXPECT_EQ(Streamed(*second), Words({7, 4, 3}));
-    EXPECT_NE(second.get(), ClassFactory::Create(eClassID_Checkpoint));
-}
-
 TEST(PrivateCopy, StaysAsItWasWhileTheOriginalChanges)
 {
     const std::string kShort(3, 'a'), kLong(5000, 'b');
@@ -82,13 +73,6 @@ TEST(PrivateCopy, StaysAsItWasWhileTheOriginalChanges)
         EXPECT_TRUE(text.c_str() == kShort || text.c_str() == kLong);
         EXPECT_EQ(text.find('\0'), text.size() - 1);
     }
-}
-
-TEST(PrivateCopy, BorrowsWhatHasNoClone)
-{
-    Checkpoint mark;
-    EXPECT_EQ(PrivateCopy(&mark).get(), &mark);
-    EXPECT_EQ(PrivateCopy(nullptr).get(), nullptr);
 }
 
 }  // namespace

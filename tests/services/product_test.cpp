@@ -113,17 +113,6 @@ TEST(ProductID, AnUnknownModelHasNoFeaturesAndNoSerial)
             "FormatSerialNumber: ERROR.  Unknown ProductID.\n");
 }
 
-TEST(ProductID, WithoutVariableAndFileTheNameIsEmpty)
-{
-    if (access("/etc/product_id", F_OK) == 0) GTEST_SKIP() << "this machine has a model";
-    ExpectInChild(
-        [] {
-            unsetenv("PRODUCT_ID");
-            for (int twice = 0; twice < 2; ++twice) EXPECT_EQ(CProductID::getProductID(), "");
-        },
-        testing::Eq("::read_file - fstat failed\n"));
-}
-
 // ---- Files ----
 
 TEST(ReadWholeFile, GivesTheContentOrOneLine)

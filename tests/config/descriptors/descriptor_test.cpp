@@ -76,22 +76,6 @@ TEST(Descriptor, ALookUpOfAnUnknownRelationMakesItKnown)
     EXPECT_EQ(descriptor.GetRelations().size(), 202u);
 }
 
-TEST(Descriptor, NumericAndTextAttributesAreSeparate)
-{
-    ParamDescriptor descriptor;
-    descriptor.AddAttribute("key", "literal");
-    unsigned int number = 7;
-    EXPECT_FALSE(descriptor.GetAttribute("key", number));
-    EXPECT_EQ(number, 7u);
-    for (const unsigned int value : {1u, 2u}) descriptor.AddAttribute("key", value);
-    EXPECT_TRUE(descriptor.GetAttribute("key", number));
-    EXPECT_EQ(number, 2u);
-
-    std::map<std::string, std::string> texts = {{"old", "replaced"}};
-    descriptor.GetAttributes(texts);
-    EXPECT_THAT(texts, ElementsAre(testing::Pair("key", "literal")));
-}
-
 // ---- Enumerations ----
 
 std::vector<unsigned int> OrderOf(EnumDescriptor& enumeration)

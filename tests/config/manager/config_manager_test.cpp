@@ -452,14 +452,4 @@ TEST(ConfigManager, ValuesOutliveTheirStoreAndServeTheNextOfItsNumber)
     EXPECT_EQ(value, 9u) << "whoever kept the pointer may still read it";
 }
 
-TEST(ConfigManager, CountsItsUsers)
-{
-    TestStore store;
-    EXPECT_EQ(store->GetUseCount(), 0);
-    EXPECT_EQ(store->IncrementUseCount(), 1);
-    EXPECT_EQ(store->IncrementUseCount(), 2);
-    EXPECT_EQ(store->DecrementUseCount(), 1);
-    EXPECT_EQ(store->GetUseCount(), 1);
-}
-
 }  // namespace
