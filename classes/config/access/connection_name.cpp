@@ -1,0 +1,51 @@
+#include "config/access/connection_name.h"
+
+#include <cstdio>
+#include <cstring>
+#include <map>
+
+#include "config/semaphore_helper.h"
+
+namespace vexa::corvalis::config::access {
+
+namespace {
+
+/// At most one entry for each of the 65,536 process identifiers that fit.
+struct Names {
+    StaticLock lock;
+    std::map<uint16_t, std::string> names VEXA_GUARDED_BY(lock);
+};
+
+Names& KnownNames()
+{
+    static Names& names = *new Names;  // never destroyed: detached threads log while the process ends
+    return names;
+}
+
+std::string ReadProcessName(uint16_t process)
+{
+    const std::string path = "/proc/" + std::to_string(process) + "/cmdline";
+    FILE* const file = fopen(path.c_str(), "re");
+    if (!file) return "";
+    char command[2048] = "";
+    const bool found = fscanf(file, "%2047s", command) == 1;
+    fclose(file);
+    if (!found) return "";
+    const char* const slash = strrchr(command, '/');
+    return slash ? slash + 1 : command;
+}
+
+}  // namespace
+
+std::string GetConnectionName(uint32_t connectionID)
+{
+    if (connectionID == 0 || connectionID == 0xFFFF) return "event";
+    const auto process = static_cast<uint16_t>(connectionID);
+    Names& known = KnownNames();
+    SemaphoreHelper hold(known.lock);
+    const auto [entry, isNew] = known.names.try_emplace(process);
+    if (isNew) entry->second = ReadProcessName(process);
+    return entry->second;
+}
+
+}  // namespace vexa::corvalis::config::access

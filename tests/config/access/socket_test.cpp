@@ -1,0 +1,165 @@
+#include "config/access/socket.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "support/stderr_of.h"
+
+namespace {
+
+using vexa::corvalis::config::access::Socket;
+
+/// A listening socket on a free port of this host, a socket connected to it and the accepted one.
+struct Connection {
+    Connection()
+    {
+        EXPECT_TRUE(listener.create() && listener.bind("127.0.0.1", 0) && listener.listen());
+        EXPECT_TRUE(client.create() && client.connect("127.0.0.1", listener.local_port()));
+        EXPECT_TRUE(listener.accept(&server));
+    }
+    Socket listener{AF_INET, SOCK_STREAM}, client{AF_INET, SOCK_STREAM}, server{AF_INET, SOCK_STREAM};
+};
+
+TEST(Socket, WithoutDescriptorFails)
+{
+    Socket socket(AF_INET, SOCK_STREAM);
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(socket.bind(0)); }), "Socket::bind: invalid socketn");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(socket.listen() || socket.connect("127.0.0.1", 1)); }), "");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(socket.read_select(0)); }),
+              "Socket::read_select - invalid socket\n");
+    EXPECT_FALSE(socket.add_membership("239.71.18.33", "127.0.0.1"));
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(socket.set_buffer_size(SO_KEEPALIVE, 1)); }),
+              "Socket::set_buffer_size: The option must be one of SO_RCVBUF or SO_SNDBUF\n");
+}
+
+TEST(Socket, ReceivesInPiecesAndStopsAtTheEnd)
+{
+    Connection connection;
+    char buffer[9] = "........";
+    std::thread sender([&] {
+        for (const char* const piece : {"ab", "cde", "fgh"}) {
+            EXPECT_TRUE(connection.client.send(piece, static_cast<unsigned>(strlen(piece))));
+            std::this_thread::yield();
+        }
+        connection.client.send("xyz", 3);
+        connection.client.close();
+    });
+    EXPECT_EQ(connection.server.recv(buffer, 8), 8);
+    EXPECT_STREQ(buffer, "abcdefgh");
+    EXPECT_EQ(connection.server.recv(buffer, 0), 0);
+    EXPECT_EQ(connection.server.recv(buffer, 8), 3);
+    EXPECT_EQ(connection.server.recv(buffer, 8), 0);
+    sender.join();
+}
+
+TEST(Socket, SendsAllOfALongMessage)
+{
+    Connection connection;
+    const std::string message(4 << 20, 'm');
+    std::string received(message.size(), '\0');
+    std::thread reader([&] {
+        EXPECT_EQ(connection.server.recv(received.data(), static_cast<unsigned>(received.size())),
+                  static_cast<int>(received.size()));
+    });
+    EXPECT_TRUE(connection.client.send(message.data(), static_cast<unsigned>(message.size())));
+    reader.join();
+    EXPECT_TRUE(received == message);
+    int length = 0;
+    EXPECT_FALSE(connection.client.sendall("", &length));
+}
+
+TEST(Socket, TimeoutPrintsItsParts)
+{
+    Connection connection;
+    const std::string output = StderrOf([&] { EXPECT_FALSE(connection.server.read_select(20)); });
+    EXPECT_EQ(output.find("Socket::read_select - readfds is not set (timeout secs:0 usecs:20000)\n"), 0u)
+        << output;
+}
+
+TEST(Socket, SignalsDoNotEndAWait)
+{
+    Connection connection;
+    struct sigaction action {
+    }, before;
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, &before);
+    const pthread_t waiter = pthread_self();
+    std::thread interrupter([&] {
+        for (int i = 0; i < 20; ++i) {
+            pthread_kill(waiter, SIGUSR1);
+            usleep(1000);
+        }
+        connection.client.send("late", 4);
+    });
+    EXPECT_TRUE(connection.server.read_select(60'000));
+    char buffer[4];
+    EXPECT_EQ(connection.server.recv(buffer, 4), 4);
+    interrupter.join();
+    sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST(Socket, CloseWakesTheThreadInside)
+{
+    Connection connection;
+    const int number = connection.server.fd;
+    std::thread reader([&] {
+        char buffer[1];
+        EXPECT_EQ(connection.server.recv(buffer, 1), 0);
+    });
+    usleep(10'000);  // either order passes; this one is usually the blocked read
+    connection.server.close();
+    EXPECT_EQ(connection.server.fd, -1);
+    reader.join();
+    EXPECT_EQ(fcntl(number, F_GETFD), -1) << "still open";
+
+    Socket datagrams(AF_INET, SOCK_DGRAM);
+    ASSERT_TRUE(datagrams.create() && datagrams.bind("127.0.0.1", 0));
+    std::thread receiver([&] {
+        char buffer[1];
+        sockaddr_in from;
+        EXPECT_EQ(datagrams.recvfrom(buffer, 1, from), 0);
+    });
+    usleep(10'000);
+    datagrams.close();
+    receiver.join();
+}
+
+TEST(Socket, LocalSocketsAreFilesNamedByNumber)
+{
+    const int number = getpid();
+    const std::string path = "/tmp/vexa_" + std::to_string(number);
+    Socket listener(AF_UNIX, SOCK_STREAM), client(AF_UNIX, SOCK_STREAM), server(AF_UNIX, SOCK_STREAM);
+    EXPECT_EQ(StderrOf([&] {
+                  ASSERT_TRUE(listener.create() && listener.bind(number) && listener.listen());
+                  ASSERT_TRUE(client.create() && client.connect("ignored", number));
+              }),
+              "Local path = " + path + "\nLocal path = " + path + "\n");
+    ASSERT_TRUE(listener.accept(&server));
+    Socket successor(AF_UNIX, SOCK_STREAM);
+    StderrOf([&] { EXPECT_TRUE(successor.create() && successor.bind(number)) << "the old file stays"; });
+    unlink(path.c_str());
+}
+
+TEST(Socket, ConnectIgnoresWhatIsNoAddress)
+{
+    Connection connection;
+    Socket client(AF_INET, SOCK_STREAM);
+    errno = EAFNOSUPPORT;  // left over from an earlier call
+    EXPECT_TRUE(client.create() && client.connect("localhost", connection.listener.local_port()));
+}
+
+TEST(Socket, NonBlockingSenseIsInverted)
+{
+    Connection connection;
+    connection.server.set_non_blocking(false);
+    EXPECT_TRUE(fcntl(connection.server.fd, F_GETFL) & O_NONBLOCK);
+    connection.server.set_non_blocking(true);
+    EXPECT_FALSE(fcntl(connection.server.fd, F_GETFL) & O_NONBLOCK);
+}
+
+}  // namespace
