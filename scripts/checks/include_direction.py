@@ -26,6 +26,12 @@ FLOORS = {
 BACK_EDGES = {
     ("config/descriptors/catalogue/group_99_100.cpp", "config/config.h"):
         "the parameter of group 99 carries an action, which works on a Config",
+    ("config/descriptors/legacy_param.cpp", "config/config.h"):
+        "the legacy accessor reads through a Config",
+    ("config/descriptors/legacy_param.cpp", "config/access/config_factory_impl.h"):
+        "and connects by itself",
+    ("config/descriptors/legacy_param.cpp", "config/access/uri.h"):
+        "to the device's own configuration",
 }
 
 

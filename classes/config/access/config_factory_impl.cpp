@@ -1,9 +1,16 @@
 #include "config/access/config_factory_impl.h"
 
 #include <cstdio>
+#include <vector>
 
+#include "config/access/config_cache.h"
 #include "config/access/local_config_factory.h"
+#include "config/access/network_client.h"
+#include "config/access/network_factory.h"
 #include "config/semaphore_helper.h"
+
+using vexa::corvalis::config::access::NetworkClient;
+using vexa::corvalis::config::access::NetworkFactory;
 
 namespace {
 
@@ -18,6 +25,15 @@ bool Contains(const std::string& text, const char* part)
 bool IsNetworkUri(const std::string& uri)
 {
     return Contains(uri, "tcp:") || Contains(uri, "udp:") || Contains(uri, "multicast:");
+}
+
+/// Caches live as long as the process; the list keeps them from looking lost.
+void Keep(ConfigCache* cache)
+{
+    static StaticLock lock;
+    static auto& caches = *new std::vector<ConfigCache*>;
+    SemaphoreHelper hold(lock);
+    caches.push_back(cache);
 }
 
 }  // namespace
@@ -37,7 +53,8 @@ void ConfigFactoryImpl::DestroyInstance()
 }
 
 ConfigFactoryImpl::ConfigFactoryImpl()
-    : m_localFactory(std::make_unique<vexa::config::access::LocalConfigFactory>())
+    : m_networkFactory(std::make_unique<NetworkFactory>()),
+      m_localFactory(std::make_unique<vexa::config::access::LocalConfigFactory>())
 {
 }
 
@@ -45,11 +62,7 @@ ConfigFactoryImpl::~ConfigFactoryImpl() = default;
 
 Config* ConfigFactoryImpl::Connect(std::string uri)
 {
-    if (IsNetworkUri(uri)) {
-        // This version has no network clients.
-        fputs("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n", stderr);
-        return nullptr;
-    }
+    if (IsNetworkUri(uri)) return ConnectNetwork(uri);
     if (!Contains(uri, "local:")) return nullptr;
     Config* const config = m_localFactory->Connect(uri);
     if (!config)
@@ -58,7 +71,24 @@ Config* ConfigFactoryImpl::Connect(std::string uri)
     return config;
 }
 
+Config* ConfigFactoryImpl::ConnectNetwork(const std::string& uri)
+{
+    NetworkClient* const client = m_networkFactory->Connect(uri);
+    if (!client) {
+        fputs("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n", stderr);
+        return nullptr;
+    }
+    if (!Contains(uri, "caching=true")) return client;
+    auto* const cache = new ConfigCache(client);
+    Keep(cache);
+    client->AddConfigEventListener(cache);
+    return cache;
+}
+
 void ConfigFactoryImpl::Disconnect(Config* config)
 {
-    m_localFactory->Disconnect(config);
+    if (auto* const client = dynamic_cast<NetworkClient*>(config))
+        m_networkFactory->Disconnect(client);
+    else
+        m_localFactory->Disconnect(config);
 }

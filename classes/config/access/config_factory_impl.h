@@ -15,6 +15,9 @@
 namespace vexa::config::access {
 class LocalConfigFactory;
 }
+namespace vexa::corvalis::config::access {
+class NetworkFactory;
+}
 
 class ConfigFactoryImpl : public ConfigFactory {
   public:
@@ -27,14 +30,19 @@ class ConfigFactoryImpl : public ConfigFactory {
     ~ConfigFactoryImpl() override;
 
     void Run() override {}
-    /// "tcp:", "udp:" and "multicast:" anywhere in the URI reach a store over the network, "local:" one in
-    /// this process: the store number N for "configid=N", else 0. Failures print one line; other URIs give
-    /// null silently.
+    /// "tcp:", "udp:" and "multicast:" anywhere in the URI reach a store over the network, with
+    /// "caching=true" through a cache; "local:" one in this process. The store is number N for "configid=N",
+    /// else 0. Failures print one line; other URIs give null silently.
     Config* Connect(std::string uri) override;
+    /// A cache is left alive with its connection, deliberately: it may have listeners and other users. They
+    /// remove their listeners before they free them; the connection stays for the life of the process.
     void Disconnect(Config* config) override;
 
   private:
     ConfigFactoryImpl();
 
+    Config* ConnectNetwork(const std::string& uri);
+
+    const std::unique_ptr<vexa::corvalis::config::access::NetworkFactory> m_networkFactory;
     const std::unique_ptr<vexa::config::access::LocalConfigFactory> m_localFactory;
 };

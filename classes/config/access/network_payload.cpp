@@ -1,6 +1,5 @@
 #include "config/access/network_payload.h"
 
-#include "config/access/network_protocol.h"
 #include "config/config_value.h"
 #include "config/memory_deserializer.h"
 #include "config/memory_serializer.h"

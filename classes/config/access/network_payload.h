@@ -4,9 +4,18 @@
 #include <memory>
 #include <string>
 
+#include "config/access/network_protocol.h"
 #include "config/serializable.h"
 
 namespace vexa::corvalis::config::access {
+
+/// A record and its payload in one piece, as they are sent.
+template <class Record>
+std::string MessageBytes(const Record& record, const std::string& payload = {})
+{
+    const auto bytes = Encode(record);
+    return std::string(bytes.data(), bytes.size()) + payload;
+}
 
 /// The object in the stream format; empty for null. The object may change meanwhile: a copy is written.
 std::string WritePayload(Serializable* object);

@@ -266,6 +266,14 @@ int Socket::local_port() const
     return getsockname(use.fd, AsSockaddr(address), &length) == 0 ? ntohs(address.sin_port) : 0;
 }
 
+bool Socket::is_connected() const
+{
+    sockaddr_storage address;
+    socklen_t length = sizeof address;
+    const Use use(*this);
+    return getpeername(use.fd, AsSockaddr(address), &length) == 0;
+}
+
 int Socket::sendall(const char* data, int* length)
 {
     const int wanted = *length;

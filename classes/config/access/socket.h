@@ -55,6 +55,7 @@ class Socket {
     int connect_inet(const std::string& host, int port);
     /// The port that the system gave to a socket bound to port 0; 0 on failure.
     int local_port() const;
+    bool is_connected() const;
 
     /// @param length  in: bytes to send; out: bytes sent.
     int sendall(const char* data, int* length);

@@ -1,0 +1,394 @@
+#include "config/access/network_client.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#undef NDEBUG  // release builds, too, need what stands behind assert()
+#include <cassert>
+
+#include "config/access/network_payload.h"
+#include "config/config_value.h"
+#include "config/descriptors/registry.h"
+
+namespace vexa::corvalis::config::access {
+
+namespace {
+
+std::unique_ptr<ReplySource> MakeReplySource(Socket& socket)
+{
+    if (socket.type == SOCK_STREAM) return std::make_unique<StreamReplies>(socket);
+    return std::make_unique<DatagramReplies>(socket);
+}
+
+/// The client whose callbacks this thread makes.
+thread_local const NetworkClient* deliveringFor = nullptr;
+
+/// Blocks all signals of this thread, and so those of the threads that it starts, for a scope.
+class NoSignals {
+  public:
+    NoSignals()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &m_before);
+    }
+    ~NoSignals() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+    NoSignals(const NoSignals&) = delete;
+    NoSignals& operator=(const NoSignals&) = delete;
+
+  private:
+    sigset_t m_before;
+};
+
+}  // namespace
+
+NetworkClient::NetworkClient(unsigned int connectionID, Socket* socket, eConfigID_t configID)
+    : m_connectionID(connectionID),
+      m_configID(configID),
+      m_socket(socket),
+      m_replies(MakeReplySource(*socket))
+{
+    SemaphoreHelper::Init(m_exchangeLock);
+}
+
+NetworkClient::~NetworkClient()
+{
+    SemaphoreHelper::Destroy(m_exchangeLock);
+}
+
+void NetworkClient::Release(NetworkClient* client)
+{
+    client->StopEventsThread();
+    if (deliveringFor == client)
+        client->m_deletingThread = std::this_thread::get_id();
+    else
+        delete client;
+}
+
+// Exchanges
+
+XCONFIGMGR_REQUEST_T NetworkClient::Request(eMessageType_t type, eParam_t id) const
+{
+    XCONFIGMGR_REQUEST_T request;
+    request.msgtype = type;
+    request.connectionID = m_connectionID;
+    request.configID = m_configID;
+    request.paramID = id;
+    return request;
+}
+
+NetworkClient::Outcome NetworkClient::Exchange(const std::string& request, const ReplyMatch& match,
+                                               unsigned int timeout, Message& reply)
+{
+    SemaphoreHelper hold(m_exchangeLock);
+    m_replies->Expect(match);
+    m_reachable = false;
+    if (!m_socket->send(request.data(), static_cast<unsigned int>(request.size()))) return Outcome::kNotSent;
+    switch (m_replies->Await(timeout, reply)) {
+        case ReplyResult::kTimedOut:
+            return Outcome::kTimedOut;
+        case ReplyResult::kFailed:
+            return Outcome::kFailed;
+        case ReplyResult::kReceived:
+            break;
+    }
+    m_reachable = true;
+    return Outcome::kReplied;
+}
+
+NetworkClient::Outcome NetworkClient::Exchange(const XCONFIGMGR_REQUEST_T& request, uint32_t replyType,
+                                               Message& reply, uint32_t otherType)
+{
+    return Exchange(MessageBytes(request), {replyType, otherType, m_connectionID, request.paramID},
+                    m_replyTimeout, reply);
+}
+
+bool NetworkClient::SendOnly(const std::string& request)
+{
+    SemaphoreHelper hold(m_exchangeLock);
+    m_reachable = m_socket->send(request.data(), static_cast<unsigned int>(request.size()));
+    return m_reachable;
+}
+
+void NetworkClient::EndProcess(const char* operation)
+{
+    const int error = errno;
+    fprintf(stderr, "%s - select failed on port %d (PID:%d)\n", operation, m_socket->port, getpid());
+    exit(error == 0 ? -1 : error);
+}
+
+bool NetworkClient::Knows(eParam_t id, const char* operation)
+{
+    if (GetParamDescriptor(id)) return true;
+    fprintf(stderr, "%s - invalid paramid 0x%08X \n", operation, id);
+    return false;
+}
+
+bool NetworkClient::Handshake(const char* operation, eMessageType_t type, uint32_t accepted,
+                              unsigned int timeout)
+{
+    const auto complain = [&](const char* separator, const char* what) {
+        fprintf(stderr, "NetworkClient::%s%s%s\n", operation, separator, what);
+        return false;
+    };
+    XCONFIGMGR_CONNECTION_REQUEST_T request;
+    request.msgtype = type;
+    request.connectionID = m_connectionID;
+    request.configID = m_configID;
+    Message reply;
+    switch (Exchange(MessageBytes(request), {accepted, 0, m_connectionID, {}}, timeout, reply)) {
+        case Outcome::kNotSent:
+            return complain(": ", "send failed");
+        case Outcome::kTimedOut:
+            return complain(" - ", ("select failed on port " + std::to_string(m_socket->port)).c_str());
+        case Outcome::kFailed:
+            if (reply.type == 0) return complain(" - ", "receive failed");
+            break;  // a type that no server sends
+        case Outcome::kReplied:
+            break;
+    }
+    if (reply.type != ResponseTo(type))
+        return complain(": ", ("unexpected msgtype == " + std::to_string(reply.type)).c_str());
+    const auto error = static_cast<int>(reply.As<XCONFIGMGR_CONNECTION_RESPONSE_T>().error);
+    return error == 0 || complain(": ", ("server responded with error " + std::to_string(error)).c_str());
+}
+
+bool NetworkClient::ConfirmConnection()
+{
+    return Handshake("ConfirmConnection", XCFG_CONNECT_REQUEST, kAnyReply, m_replyTimeout);
+}
+
+bool NetworkClient::ConfirmDisconnect()
+{
+    return Handshake("ConfirmDisconnect", XCFG_DISCONNECT_REQUEST, XCFG_DISCONNECT_RESPONSE,
+                     kDisconnectTimeoutMs);
+}
+
+// Config
+
+unsigned int NetworkClient::Get(eParam_t id)
+{
+    if (!Knows(id, "NetworkClient::Get(eParam_t)")) return 0;
+    Message reply;
+    switch (Exchange(Request(XCFG_GET_PARAM_REQUEST, id), XCFG_GET_PARAM_RESPONSE, reply)) {
+        case Outcome::kNotSent:
+            fputs("NetworkClient::Get - send failed\n", stderr);
+            return 0;
+        case Outcome::kTimedOut:
+            EndProcess("NetworkClient::Get");
+        case Outcome::kFailed:
+            fputs("NetworkClient::Get - receive failed\n", stderr);
+            return 0;
+        case Outcome::kReplied:
+            break;
+    }
+    const auto response = reply.As<XCONFIGMGR_RESPONSE_T>();
+    if (response.error == 0) return response.value;
+    fputs("NetworkClient::Get - response message indicated an error\n", stderr);
+    return 0;
+}
+
+bool NetworkClient::Get(eParam_t id, unsigned int& value)
+{
+    value = Get(id);
+    return value != 0;
+}
+
+bool NetworkClient::Get(eParam_t id, std::string& value)
+{
+    if (!Knows(id, "NetworkClient::Get(eParam_t, std::string)")) return false;
+    Message reply;
+    switch (Exchange(Request(XCFG_GET_STREAM_PARAM_REQUEST, id), XCFG_GET_STREAM_PARAM_RESPONSE, reply)) {
+        case Outcome::kNotSent:
+            fputs("NetworkClient::Get - send failed\n", stderr);
+            return false;
+        case Outcome::kTimedOut:
+            EndProcess("NetworkClient::Get [Stream]");
+        case Outcome::kFailed:
+            fputs("NetworkClient::Get - receive failed\n", stderr);
+            return false;
+        case Outcome::kReplied:
+            break;
+    }
+    const auto response = reply.As<XCONFIGMGR_RESPONSE_T>();
+    if (response.error != 0) {
+        fputs("NetworkClient::Get - response error != 0\n", stderr);
+        return false;
+    }
+    if (response.streamLength == 0) {
+        fputs("NetworkClient::Get - invalid streamLength\n", stderr);
+        return false;
+    }
+    if (response.streamLength != reply.payload.size()) {
+        fputs("NetworkClient::Get - bytes read do not equal streamLength\n", stderr);
+        return false;
+    }
+    if (ReadTextPayload(reply.payload.data(), reply.payload.size(), value)) return true;
+    fputs("NetworkClient::Get - warning! deserialized non-StringValue\n", stderr);
+    return false;
+}
+
+bool NetworkClient::Set(eParam_t id, unsigned int value, timeval time)
+{
+    if (!Knows(id, "NetworkClient::Set(eParam_t)")) return false;
+    auto request = Request(XCFG_SET_PARAM_REQUEST, id);
+    request.value = value;
+    SetTime(request, time);
+    if (SendOnly(MessageBytes(request))) return true;
+    fputs("NetworkClient::Set - send failed\n", stderr);
+    return false;
+}
+
+std::string NetworkClient::WithStringPayload(eParam_t id, const std::string& value, timeval time) const
+{
+    StringValue object(m_configID, id, eCParam_StringValue, value);
+    const std::string payload = WritePayload(&object);
+    const size_t requestLength = kRequestBytes, streamLength = payload.size();
+    // clang-format off: the assertion is printed as it stands here
+    assert((requestLength + streamLength) <= (24 * 1024));
+    // clang-format on
+
+    auto request = Request(XCFG_SET_STREAM_PARAM_REQUEST, id);
+    SetTime(request, time);
+    request.streamLength = static_cast<uint32_t>(streamLength);
+    request.streamFormat = kStreamFormat;
+    return MessageBytes(request, payload);
+}
+
+bool NetworkClient::Set(eParam_t id, std::string value, timeval time)
+{
+    if (!Knows(id, "NetworkClient::Set(eParam_t, std::string)")) return false;
+    if (SendOnly(WithStringPayload(id, value, time))) return true;
+    fputs("NetworkClient::Set: socket send failed (stream data)\n", stderr);
+    return false;
+}
+
+ParamDescriptor* NetworkClient::GetParamDescriptor(eParam_t id)
+{
+    return FindDescriptor(id);
+}
+
+ParamDescriptor* NetworkClient::GetParamDescriptor(std::string paramIDName)
+{
+    return GetDescriptor(std::move(paramIDName));
+}
+
+std::list<eParam_t> NetworkClient::GetParamIDs()
+{
+    return ::GetParamIDs();
+}
+
+// Listeners and events
+
+bool NetworkClient::AddConfigEventListener(ConfigEventListener* listener)
+{
+    if (!listener) return false;
+    const std::lock_guard hold(m_registrationLock);
+    if (m_listeners.Contains(listener)) return true;
+    if (m_listeners.IsEmpty()) {
+        const bool stream = m_socket->type == SOCK_STREAM;
+        if (!m_registered) m_registered = stream ? RegisterForEvents(eParam_t{}) : RegisterForEvents();
+        if (!m_registered || !StartEventsThread()) return false;
+    }
+    m_listeners.Append(listener);
+    return true;
+}
+
+bool NetworkClient::AddConfigEventListener(eParam_t, ConfigEventListener* listener)
+{
+    return AddConfigEventListener(listener);
+}
+
+bool NetworkClient::RemoveConfigEventListener(ConfigEventListener* listener)
+{
+    bool removed;
+    {
+        const std::lock_guard hold(m_registrationLock);
+        removed = m_listeners.Erase(listener);
+        if (removed && m_listeners.IsEmpty()) {
+            UnregisterForEvents();
+            m_registered = false;
+        }
+    }
+    m_listeners.WaitForDelivery();
+    return removed;
+}
+
+bool NetworkClient::StartEventsThread()
+{
+    const std::lock_guard hold(m_threadLock);
+    if (m_eventsRunning) return true;
+    if (m_eventsThread.joinable()) Join(m_eventsThread);  // ended by itself
+    m_stopEvents = false;
+    try {
+        m_eventsThread = StartDeliveryThread("ClntPrcsEvts", [this] {
+            ProcessEvents();
+            const std::lock_guard ended(m_threadLock);
+            m_eventsRunning = false;
+        });
+        m_eventsRunning = true;
+    } catch (const std::system_error&) {
+        fputs("NetworkClient::StartEventsThread - unable to start thread", stderr);
+    }
+    return m_eventsRunning;
+}
+
+std::thread NetworkClient::StartDeliveryThread(const char* name, std::function<void()> body)
+{
+    const NoSignals inherited;
+    return std::thread([this, name, body = std::move(body)] {
+        pthread_setname_np(pthread_self(), name);
+        deliveringFor = this;
+        try {
+            body();
+        } catch (...) {
+            fprintf(stderr, "NetworkClient - thread %s ended by an exception\n", name);
+        }
+        if (m_deletingThread == std::this_thread::get_id()) delete this;
+    });
+}
+
+void NetworkClient::StopEventsThread()
+{
+    m_stopEvents = true;
+    m_replies->Stop();
+    m_socket->close();
+    if (m_eventSocket) m_eventSocket->close();
+    std::thread ending;
+    {
+        const std::lock_guard hold(m_threadLock);
+        ending.swap(m_eventsThread);
+    }
+    Join(ending);
+}
+
+/// A thread cannot wait for itself; it is on its way out of its last callback.
+void NetworkClient::Join(std::thread& thread)
+{
+    if (!thread.joinable()) return;
+    if (thread.get_id() == std::this_thread::get_id())
+        thread.detach();
+    else
+        thread.join();
+}
+
+void NetworkClient::Deliver(const XCONFIGMGR_RESPONSE_T& event)
+{
+    timeval now{};  // integer events carry no time over TCP, so all of them get the time of delivery
+    gettimeofday(&now, nullptr);
+    m_listeners.Deliver(
+        [&](ConfigEventListener& listener) { listener.ParamChanged(event.paramID, event.value, now); });
+}
+
+void NetworkClient::Deliver(const XCONFIGMGR_RESPONSE_T& event, const std::string& text)
+{
+    m_listeners.Deliver(
+        [&](ConfigEventListener& listener) { listener.ParamChanged(event.paramID, text, TimeOf(event)); });
+}
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,123 @@
+/// NetworkClient: a Config whose store is in another process, behind a network server.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "config/access/listener_list.h"
+#include "config/access/reply_source.h"
+#include "config/config.h"
+
+namespace vexa::corvalis::config::access {
+
+/// What TCP and UDP clients share: requests and their replies, the listeners and the thread that calls them.
+/// NetworkFactory makes clients and takes them back.
+///
+/// A Get whose reply does not come within a minute ends the process, deliberately: an application of the
+/// device cannot go on without its configuration server. A reply that cannot come any more, because the
+/// connection is gone, only fails. Numbers, parameters and descriptors are this process's own catalogue's.
+/// Thread: any. Listeners are called on the client's own threads, one at a time, and may use the client.
+class NetworkClient : public Config {
+  public:
+    /// @param socket  owned from now on; connected, or bound for multicast.
+    NetworkClient(unsigned int connectionID, Socket* socket, eConfigID_t configID);
+    /// Derived classes end their threads before.
+    ~NetworkClient() override;
+    NetworkClient(const NetworkClient&) = delete;
+    NetworkClient& operator=(const NetworkClient&) = delete;
+
+    using Config::Set;
+    unsigned int Get(eParam_t id) override;
+    /// @return the value as a bool, so a stored 0 looks like a failure; old callers depend on it.
+    bool Get(eParam_t id, unsigned int& value) override;
+    bool Get(eParam_t id, std::string& value) override;
+    /// Over TCP nothing is answered: true says that the request was sent.
+    bool Set(eParam_t id, unsigned int value, timeval time) override;
+    /// True says that the request was sent. More than a request can hold is a programming error and ends the
+    /// process, in release builds as well.
+    bool Set(eParam_t id, std::string value, timeval time) override;
+    eConfigID_t GetConfigID() override { return m_configID; }
+    timeval GetLastConfigUpdate() override { return {}; }
+    ParamDescriptor* GetParamDescriptor(eParam_t id) override;
+    ParamDescriptor* GetParamDescriptor(std::string paramIDName) override;
+    std::list<eParam_t> GetParamIDs() override;
+
+    using Config::AddConfigEventListener;
+    bool AddConfigEventListener(ConfigEventListener* listener) override;
+    bool AddConfigEventListener(eParam_t id, ConfigEventListener* listener) override;
+    bool RemoveConfigEventListener(ConfigEventListener* listener) override;
+
+    /// The handshakes. @return whether the server agreed in time (a minute, a second).
+    virtual bool ConfirmConnection();
+    virtual bool ConfirmDisconnect();
+    /// Asks for events of one parameter (0: all), or of all.
+    virtual bool RegisterForEvents(eParam_t) { return false; }
+    virtual bool RegisterForEvents() { return false; }
+    virtual bool UnregisterForEvents() = 0;
+    /// The events thread: receives and delivers until there is nothing more to come.
+    virtual void ProcessEvents() = 0;
+
+    /// Ends the events thread; the client is of no further use. From a callback, the thread ends after it.
+    void StopEventsThread();
+    /// Deletes a client, which may be in a callback of its own: then it goes after the callback.
+    static void Release(NetworkClient* client);
+
+    /// False after an exchange failed or the connection was lost, until an exchange succeeds.
+    bool IsReachable() const { return m_reachable; }
+    /// In milliseconds. Default a minute.
+    void SetReplyTimeout(unsigned int timeout) { m_replyTimeout = timeout; }
+
+  protected:
+    enum class Outcome { kReplied, kNotSent, kTimedOut, kFailed };
+
+    XCONFIGMGR_REQUEST_T Request(eMessageType_t type, eParam_t id) const;
+    /// Sends a request and waits for its reply. @param otherType  of a reply that will do as well; 0: none.
+    Outcome Exchange(const XCONFIGMGR_REQUEST_T& request, uint32_t replyType, Message& reply,
+                     uint32_t otherType = 0);
+    Outcome Exchange(const std::string& request, const ReplyMatch& match, unsigned int timeout,
+                     Message& reply);
+    bool SendOnly(const std::string& request);
+    unsigned int ReplyTimeout() const { return m_replyTimeout; }
+    /// For a Get without reply: prints the line and ends the process.
+    [[noreturn]] void EndProcess(const char* operation);
+    /// Whether the parameter exists; if not, prints one line that names the operation.
+    bool Knows(eParam_t id, const char* operation);
+    std::string WithStringPayload(eParam_t id, const std::string& value, timeval time) const;
+
+    bool StartEventsThread();
+    /// A thread that calls listeners. One of them may release the client: the thread deletes it at its end.
+    /// Signals are left to the application's own threads.
+    /// @param name  of the thread, at most 15 characters.
+    std::thread StartDeliveryThread(const char* name, std::function<void()> body);
+    static void Join(std::thread& thread);
+    void Deliver(const XCONFIGMGR_RESPONSE_T& event);
+    void Deliver(const XCONFIGMGR_RESPONSE_T& event, const std::string& text);
+
+    const unsigned int m_connectionID;
+    const eConfigID_t m_configID;
+    const std::unique_ptr<Socket> m_socket;
+    const std::unique_ptr<ReplySource> m_replies;
+    std::unique_ptr<Socket> m_eventSocket;  // of its own, for UDP clients that listen
+    ListenerList m_listeners;
+    std::atomic<bool> m_stopEvents = false;
+    std::atomic<bool> m_reachable = true;
+
+  private:
+    bool Handshake(const char* operation, eMessageType_t type, uint32_t accepted, unsigned int timeout);
+
+    std::atomic<unsigned int> m_replyTimeout = kReplyTimeoutMs;
+    LockSemaphore m_exchangeLock;   // one exchange at a time
+    std::mutex m_registrationLock;  // first registration and last removal; before m_exchangeLock
+    bool m_registered = false;      // guarded by m_registrationLock
+    std::mutex m_threadLock;        // guards the next two
+    std::thread m_eventsThread;
+    bool m_eventsRunning = false;
+    std::atomic<std::thread::id> m_deletingThread;  // the delivery thread that has to delete the client
+};
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,81 @@
+/// NetworkEventListener: changes of a configuration as a queue, for a thread that waits for them.
+#pragma once
+
+#include <pthread.h>
+
+#include <condition_variable>
+#include <ctime>
+#include <deque>
+#include <mutex>
+#include <string>
+
+#include "config/config_event_listener.h"
+
+class Config;
+
+namespace vexa::corvalis::config::access {
+
+/// Thread: any, but Open, Close and the destructor belong to one thread and not into a callback of the
+/// configuration.
+class NetworkEventListener : public ConfigEventListener {
+  public:
+    static constexpr unsigned int kNoTimeout = 0xFFFFFFFF;
+
+    /// Closed; waits have no limit, the queue keeps 100 events.
+    NetworkEventListener() = default;
+    /// Closes.
+    ~NetworkEventListener() override;
+    NetworkEventListener(const NetworkEventListener&) = delete;
+    NetworkEventListener& operator=(const NetworkEventListener&) = delete;
+
+    /// Connects through the connector and listens.
+    /// @return false when it is open, or when nothing answers at the URI.
+    bool Open(const std::string& uri);
+    /// Listens to a connection that the caller got from the connector. Close gives it back there, as if it
+    /// had been opened here.
+    /// @return false for null and when it is open.
+    bool Open(Config* config);
+    /// Stops listening, gives the configuration back to the connector and returns when every waiting thread
+    /// has left. Events that nobody has taken stay. Does nothing when it is closed.
+    void Close();
+
+    /// From the next wait on; kNoTimeout: no limit. A wait may end up to a second early, see Deadline.
+    void SetTimeoutInMS(unsigned int milliseconds);
+    /// From the next event on. With 0 nothing is kept, and waiting threads are woken all the same.
+    void SetMaximumQueueSize(unsigned int events);
+
+    /// The oldest event, waiting for one if there is none.
+    /// @param event  untouched on failure.
+    /// @return false when closed, at once; on time-out, after one line on standard error; and on a wake-up
+    /// without an event.
+    bool WaitForConfigEvent(ConfigEvent& event);
+    /// Wakes one waiting thread, without an event.
+    void Signal();
+    /// Appends an event. When there are too many, the oldest go without notice.
+    void AddEvent(ConfigEvent& event);
+
+    // ConfigEventListener. They return true.
+    using ConfigEventListener::ParamChanged;
+    bool ParamChanged(eParam_t id, unsigned int value, timeval time) override;
+    bool ParamChanged(eParam_t id, std::string value, timeval time) override;
+    bool DataChanged(eParam_t id, std::string& data, timeval time) override;
+
+    /// When a wait that starts now ends, on the real-time clock.
+    static timespec Deadline(timespec now, unsigned int timeoutInMS);
+
+  private:
+    bool IsOpen();
+    bool TakeOldest(ConfigEvent& event);
+    int WaitForSignal();
+
+    std::mutex m_mutex;  // guards all that follows
+    pthread_cond_t m_changed = PTHREAD_COND_INITIALIZER;
+    Config* m_config = nullptr;  // null while closed
+    unsigned int m_timeoutInMS = kNoTimeout;
+    unsigned int m_maximumQueueSize = 100;
+    std::deque<ConfigEvent> m_queue;  // oldest first
+    unsigned int m_waiters = 0;       // threads inside a wait, which use all of this until they left
+    std::condition_variable m_waiterLeft;
+};
+
+}  // namespace vexa::corvalis::config::access

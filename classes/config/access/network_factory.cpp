@@ -1,0 +1,105 @@
+#include "config/access/network_factory.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <optional>
+
+#include "config/access/network_tcp_client.h"
+#include "config/access/network_udp_client.h"
+#include "config/access/uri.h"
+
+namespace vexa::corvalis::config::access {
+
+namespace {
+
+eConfigID_t ReadConfigID(const std::string& uri)
+{
+    constexpr std::string_view kKey = "configid=";
+    const size_t key = uri.find(kKey);
+    if (key == std::string::npos) return 0;
+    const char* const text = uri.c_str() + key + kKey.size();
+    char* end;
+    const long number = strtol(text, &end, 10);
+    if (end == text) {
+        const int matches = *text == '\0' ? EOF : 0;  // as scanf counts them
+        fprintf(stderr, "NetworkFactory::Connect - unable to read configid, matches = %d, uri = %s\n",
+                matches, uri.c_str());
+        return 0;
+    }
+    using Limits = std::numeric_limits<eConfigID_t>;
+    return static_cast<eConfigID_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
+}
+
+struct Transport {
+    int socketType;
+    bool multicast;
+};
+
+std::optional<Transport> ChooseTransport(const std::string& uri)
+{
+    if (uri.find("tcp") != std::string::npos) return Transport{SOCK_STREAM, false};
+    if (uri.find("udp") != std::string::npos) return Transport{SOCK_DGRAM, false};
+    if (uri.find("multicast") != std::string::npos) return Transport{SOCK_DGRAM, true};
+    fprintf(stderr, "NetworkFactory::Connect - The transport for %s is not supported\n", uri.c_str());
+    return std::nullopt;
+}
+
+std::unique_ptr<Socket> OpenSocket(const Transport& transport, const url& parts)
+{
+    auto socket = std::make_unique<Socket>(AF_INET, transport.socketType);
+    if (!socket->create()) {
+        fputs("NetworkFactory::Connect - failed to create socket\n", stderr);
+        return nullptr;
+    }
+    const long port = strtol(parts.port.c_str(), nullptr, 10);
+    const int number = port > 0 && port <= UINT16_MAX ? static_cast<int>(port) : -1;
+    if (transport.multicast ? number > 0 && socket->bind(number)
+                            : number > 0 && socket->connect(parts.address, number))
+        return socket;
+    fprintf(stderr, "NetworkFactory::Connect - failed to connect to host %s, port %ld\n",
+            parts.address.c_str(), port);
+    return nullptr;
+}
+
+}  // namespace
+
+std::atomic<unsigned int> NetworkFactory::s_connection_counter = 0;
+
+NetworkClient* NetworkFactory::Connect(std::string uri)
+{
+    const unsigned int connectionID =
+        s_connection_counter++ << 16 | (static_cast<unsigned>(getpid()) & 0xFFFF);
+    url parts;
+    const bool parsed = parts.parse(uri);
+    const eConfigID_t configID = ReadConfigID(uri);
+    const auto transport = ChooseTransport(uri);
+    if (!transport || !parsed) return nullptr;
+    auto socket = OpenSocket(*transport, parts);
+    if (!socket) return nullptr;
+
+    NetworkClient* client;
+    if (transport->socketType == SOCK_STREAM)
+        client = new NetworkTCPClient(connectionID, socket.release(), configID);
+    else
+        client = new NetworkUDPClient(connectionID, socket.release(), configID);
+    if (transport->multicast || client->ConfirmConnection()) return client;
+    fprintf(stderr, "NetworkFactory::Connect - failed to confirm connection with host %s\n",
+            parts.address.c_str());
+    delete client;
+    return nullptr;
+}
+
+void NetworkFactory::Disconnect(NetworkClient* client)
+{
+    if (!client) return;
+    client->ConfirmDisconnect();
+    NetworkClient::Release(client);
+}
+
+}  // namespace vexa::corvalis::config::access

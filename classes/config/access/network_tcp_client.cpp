@@ -1,0 +1,81 @@
+#include "config/access/network_tcp_client.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "config/access/network_payload.h"
+
+namespace vexa::corvalis::config::access {
+
+NetworkTCPClient::~NetworkTCPClient()
+{
+    StopEventsThread();
+}
+
+std::string NetworkTCPClient::ListenerRequest(eMessageType_t type, eParam_t id) const
+{
+    XCONFIGMGR_EVENT_HANDLER_REQUEST_T request;
+    request.msgtype = type;
+    request.connectionID = m_connectionID;
+    request.configID = m_configID;
+    request.paramID = id;
+    return MessageBytes(request);
+}
+
+bool NetworkTCPClient::RegisterForEvents(eParam_t id)
+{
+    return SendOnly(ListenerRequest(XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, id));
+}
+
+bool NetworkTCPClient::UnregisterForEvents()
+{
+    Message reply;
+    const ReplyMatch removed{XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE, 0, m_connectionID, {}};
+    if (Exchange(ListenerRequest(XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, {}), removed, ReplyTimeout(),
+                 reply) != Outcome::kReplied) {
+        fputs(
+            "NetworkTCPClient::UnregisterForEvents - msgtype != XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE\n",
+            stderr);
+        return false;
+    }
+    const auto error = static_cast<int>(reply.As<XCONFIGMGR_EVENT_HANDLER_RESPONSE_T>().error);
+    if (error == 0) return true;
+    fprintf(stderr, "NetworkTCPClient::UnregisterForEvents - error = %d\n", error);
+    return false;
+}
+
+void NetworkTCPClient::ProcessEvents()
+{
+    pthread_setname_np(pthread_self(), "TCPClntPrcsEvts");
+    auto& stream = static_cast<StreamReplies&>(*m_replies);
+    Message message;
+    StreamReplies::End end;
+    while ((end = stream.AwaitEvent(message)) == StreamReplies::End::kNone && !m_stopEvents) {
+        const auto event = message.As<XCONFIGMGR_RESPONSE_T>();
+        std::string text;
+        if (message.type == XCFG_PARAM_CHANGED_EVENT)
+            Deliver(event);
+        else if (ReadTextPayload(message.payload.data(), message.payload.size(), text))
+            Deliver(event, text);
+        else
+            fprintf(stderr, "NetworkTCPClient::ProcessEvents - no text for paramid 0x%08X\n", event.paramID);
+    }
+    m_reachable = false;
+    if (m_stopEvents) {
+        fputs("NetworkTCPClient::ProcessEvents - end\n", stderr);
+    } else if (end == StreamReplies::End::kFailed) {
+        errno = static_cast<int>(stream.EndCode());
+        perror("NetworkTCPClient::ProcessEvents");
+        fprintf(stderr, "NetworkTCPClient::ProcessEvents - recv error (%d) in process ID %d\n",
+                static_cast<int>(stream.EndCode()), getpid());
+    } else if (end == StreamReplies::End::kUnknownType) {
+        fprintf(stderr, "NetworkTCPClient::ProcessEvents - Unknown message type %d\n",
+                static_cast<int>(stream.EndCode()));
+        fputs("NetworkTCPClient::ProcessEvents - Exiting\n", stderr);
+    }
+}
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,265 @@
+#include "config/access/network_udp_client.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "config/access/diagnostic_log.h"
+#include "config/access/network_payload.h"
+
+namespace vexa::corvalis::config::access {
+
+namespace {
+
+/// The event that the system shuts down: nothing comes after it.
+bool IsShutdown(const XCONFIGMGR_RESPONSE_T& event)
+{
+    constexpr unsigned int kShuttingDown = 9;
+    return event.paramID == eParamID_SystemState && event.value == kShuttingDown;
+}
+
+}  // namespace
+
+NetworkUDPClient::NetworkUDPClient(unsigned int connectionID, Socket* socket, eConfigID_t configID)
+    : NetworkClient(connectionID, socket, configID)
+{
+    constexpr int kBufferBytes = 108'544;
+    socket->set_buffer_size(SO_SNDBUF, kBufferBytes);
+    socket->set_buffer_size(SO_RCVBUF, kBufferBytes);
+    m_queueThread = StartDeliveryThread("UDPClntRespQ", [this] { ResponseQueueHandler(); });
+}
+
+NetworkUDPClient::~NetworkUDPClient()
+{
+    StopEventsThread();
+    {
+        const std::lock_guard hold(m_queueLock);
+        m_stopQueue = true;
+    }
+    m_queueChanged.notify_all();
+    Join(m_queueThread);
+}
+
+bool NetworkUDPClient::ConfirmDisconnect()
+{
+    if (m_socket->port == kMulticastPort) return true;  // never connected
+    return NetworkClient::ConfirmDisconnect();
+}
+
+// Requests
+
+bool NetworkUDPClient::Set(eParam_t id, unsigned int value, timeval time)
+{
+    if (!Knows(id, "NetworkClient::Set(eParam_t)")) return false;
+    auto request = Request(XCFG_SET_PARAM_REQUEST, id);
+    request.value = value;
+    SetTime(request, time);
+    Message reply;
+    switch (Exchange(request, XCFG_SET_PARAM_RESPONSE, reply)) {
+        case Outcome::kNotSent:
+            fputs("NetworkUDPClient::Set - send failed\n", stderr);
+            return false;
+        case Outcome::kTimedOut:
+            fprintf(stderr, "NetworkUDPClient::Set - select failed on port %d (PID:%d)\n", m_socket->port,
+                    getpid());
+            return false;
+        case Outcome::kFailed:
+            fputs("NetworkUDPClient::Set - recvfrom failed", stderr);
+            return false;
+        case Outcome::kReplied:
+            break;
+    }
+    const auto error = static_cast<int>(reply.As<XCONFIGMGR_RESPONSE_T>().error);
+    if (error != 0) fprintf(stderr, "NetworkUDPClient::Set - response error:%d\n", error);
+    return error == 0;
+}
+
+bool NetworkUDPClient::Get(eParam_t id, std::string& value)
+{
+    if (!Knows(id, "NetworkClient::Get(eParam_t, std::string)")) return false;
+    Message reply;
+    // The server answers with the request's own type; the regular one is as good.
+    switch (Exchange(Request(XCFG_GET_STREAM_PARAM_REQUEST, id), XCFG_GET_STREAM_PARAM_RESPONSE, reply,
+                     XCFG_GET_STREAM_PARAM_REQUEST)) {
+        case Outcome::kNotSent:
+            fputs("NetworkUDPClient::Get - send failed\n", stderr);
+            return false;
+        case Outcome::kTimedOut:
+            EndProcess("NetworkClient::Get [Stream]");
+        case Outcome::kFailed:
+            fputs("NetworkUDPClient::Get - recvfrom failed\n", stderr);
+            return false;
+        case Outcome::kReplied:
+            break;
+    }
+    if (reply.As<XCONFIGMGR_RESPONSE_T>().error != 0) {
+        fputs("NetworkUDPClient::Get - response error != 0\n", stderr);
+        return false;
+    }
+    if (reply.payload.empty()) {
+        fprintf(stderr, "NetworkUDPClient::Get - invalid streamLength (PID:%d)\n", getpid());
+        return false;
+    }
+    if (ReadTextPayload(reply.payload.data(), reply.payload.size(), value)) return true;
+    fputs("NetworkClient::Get - warning! deserialized non-StringValue\n", stderr);
+    return false;
+}
+
+bool NetworkUDPClient::GetData(eParam_t id, std::string& data)
+{
+    if (!Knows(id, "NetworkUDPClient::GetData(eParam_t)")) return false;
+    Message reply;
+    switch (Exchange(Request(XCFG_GET_DATA_REQUEST, id), XCFG_GET_DATA_RESPONSE, reply)) {
+        case Outcome::kNotSent:
+            fputs("NetworkUDPClient::GetData - send failed\n", stderr);
+            return false;
+        case Outcome::kTimedOut:
+            EndProcess("NetworkUDPClient::GetData");
+        case Outcome::kFailed:
+            fputs("NetworkUDPClient::GetData - recvfrom failed\n", stderr);
+            return false;
+        case Outcome::kReplied:
+            break;
+    }
+    if (reply.As<XCONFIGMGR_RESPONSE_T>().error != 0) {
+        fputs("NetworkUDPClient::GetData - response error != 0\n", stderr);
+        return false;
+    }
+    data = std::move(reply.payload);
+    return true;
+}
+
+bool NetworkUDPClient::SetData(eParam_t id, std::string& data, timeval time)
+{
+    if (!Knows(id, "NetworkUDPClient::SetData(eParam_t)")) return false;
+    if (data.size() > kMaxRequestPayload) {
+        fprintf(stderr, "NetworkUDPClient::SetData - %zu bytes do not fit a request\n", data.size());
+        return false;
+    }
+    auto request = Request(XCFG_SET_DATA_REQUEST, id);
+    SetTime(request, time);
+    request.streamLength = static_cast<uint32_t>(data.size());
+    if (SendOnly(MessageBytes(request, data))) return true;
+    fputs("NetworkUDPClient::SetData - send failed\n", stderr);
+    return false;
+}
+
+// Events
+
+bool NetworkUDPClient::RegisterForEvents()
+{
+    if (!m_eventSocket && m_socket->is_connected()) {
+        auto socket = std::make_unique<Socket>(AF_INET, SOCK_DGRAM);
+        if (!socket->create() || !socket->bind(kMulticastPort)) return false;
+        m_eventSocket = std::move(socket);
+    }
+    return EventSocket().add_membership(kMulticastGroup, kMulticastInterface);
+}
+
+bool NetworkUDPClient::UnregisterForEvents()
+{
+    return EventSocket().drop_membership(kMulticastGroup, kMulticastInterface);
+}
+
+void NetworkUDPClient::ProcessEvents()
+{
+    pthread_setname_np(pthread_self(), "UDPClntPrcsEvts");
+    DiagnosticLog("NetworkUDPClient::ProcessEvents enter\n");
+    Socket& socket = EventSocket();
+    char datagram[kMaxMessageBytes];
+    while (!m_stopEvents) {
+        const int count = socket.recv_some(datagram, sizeof datagram);
+        if (count > 0) {
+            if (!ProcessEvent(datagram, static_cast<size_t>(count))) break;
+        } else if (count == 0) {
+            // Anybody can send an empty datagram: only a closed socket is an end.
+            DiagnosticLog("NetworkUDPClient::ProcessEvents - ret == 0\n");
+            if (socket.fd == -1) break;
+        } else {
+            DiagnosticLog("NetworkUDPClient::ProcessEvents - recv ERROR (%d)\n", errno);
+            DiagnosticLog("NetworkUDPClient::ProcessEvents - unknown/unhandled error, ret %d\n", count);
+            break;
+        }
+    }
+    DiagnosticLog("NetworkUDPClient::ProcessEvents exit\n");
+}
+
+/// @return false after the last event.
+bool NetworkUDPClient::ProcessEvent(const char* data, size_t length)
+{
+    const auto message = ReadDatagram(data, length);
+    if (!message || message->record.size() < kResponseBytes) {
+        DiagnosticLog("NetworkUDPClient::ProcessEvents - %zu bytes are no event\n", length);
+        return true;
+    }
+    const auto event = message->As<XCONFIGMGR_RESPONSE_T>();
+    if (event.configID != m_configID) {
+        DiagnosticLog("NetworkUDPClient::ProcessEvents - ConfigID:%d  Inbound ConfigID:%d\n", m_configID,
+                      event.configID);
+        return true;
+    }
+    switch (event.msgtype) {
+        case XCFG_PARAM_CHANGED_EVENT:
+            Enqueue(event);
+            if (!IsShutdown(event)) break;
+            DiagnosticLog(
+                "NetworkUDPClient::ProcessEvents exiting due to system state going into shutdown state\n");
+            return false;
+        case XCFG_PARAM_STRING_CHANGED_EVENT: {
+            std::string text;
+            if (ReadTextPayload(message->payload.data(), message->payload.size(), text))
+                Deliver(event, text);
+            else
+                DiagnosticLog("NetworkUDPClient::ProcessEvents - no text for paramid 0x%08X\n",
+                              event.paramID);
+            break;
+        }
+        case XCFG_PARAM_DATA_CHANGED_EVENT:
+            m_listeners.Deliver([&](ConfigEventListener& listener) {
+                std::string own = message->payload;
+                listener.DataChanged(event.paramID, own, TimeOf(event));
+            });
+            break;
+        default:
+            DiagnosticLog("NetworkUDPClient::ProcessEvents - Unknown message type %d\n",
+                          static_cast<int>(event.msgtype));
+    }
+    return true;
+}
+
+void NetworkUDPClient::Enqueue(const XCONFIGMGR_RESPONSE_T& event)
+{
+    const std::lock_guard hold(m_queueLock);
+    if (m_queue.size() == kMaxQueuedEvents) {
+        m_queue.pop_front();
+        fputs("NetworkUDPClient - too many events, the oldest is lost\n", stderr);
+    }
+    m_queue.push_back(event);
+    m_queueChanged.notify_one();
+}
+
+void NetworkUDPClient::ResponseQueueHandler()
+{
+    std::unique_lock hold(m_queueLock);
+    while (!m_stopQueue) {
+        if (m_queue.empty()) {
+            m_queueChanged.wait(hold);
+            continue;
+        }
+        const XCONFIGMGR_RESPONSE_T event = m_queue.front();
+        m_queue.pop_front();
+        hold.unlock();
+        Deliver(event);
+        if (IsShutdown(event)) {
+            DiagnosticLog(
+                "NetworkUDPClient::ResponseQueueHandler exiting due to system state going into "
+                "shutdown state\n");
+            return;
+        }
+        hold.lock();
+    }
+}
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,384 @@
+#include "config/access/network_client.h"
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "config/access/config_factory_impl.h"
+#include "config/access/network_factory.h"
+#include "config/config_value.h"
+#include "config/descriptors/registry.h"
+#include "support/recording_listener.h"
+#include "support/scripted_server.h"
+#include "support/stderr_of.h"
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr eParam_t kNumber = eParamID_RegisterSave, kText = eParamID_CustomClipName;
+
+class NetworkClientTest : public testing::Test {
+  protected:
+    NetworkClientTest() { CreateDescriptors(); }
+
+    net::NetworkClient* Connect(const ScriptedServer& server) { return m_factory.Connect(server.Uri()); }
+
+    net::NetworkFactory m_factory;
+};
+
+std::string TextPayload(const std::string& text)
+{
+    StringValue value(0, kText, eCParam_StringValue, text);
+    return net::WritePayload(&value);
+}
+
+/// Answers everything as a server does whose numbers are all 7.
+void ServeUntilDisconnect(ScriptedPeer& peer)
+{
+    for (;;) {
+        const auto request = peer.Receive(24);
+        if (request.msgtype == XCFG_DISCONNECT_REQUEST) {
+            net::XCONFIGMGR_CONNECTION_RESPONSE_T response;
+            static_cast<net::MessagePrefix&>(response) = request;
+            response.msgtype = XCFG_DISCONNECT_RESPONSE;
+            return peer.Send(net::MessageBytes(response));
+        }
+        if (request.msgtype == XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST) {
+            peer.Receive(4);
+            continue;
+        }
+        if (request.msgtype == XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST) {
+            peer.Receive(4);
+            net::XCONFIGMGR_CONNECTION_RESPONSE_T response;
+            static_cast<net::MessagePrefix&>(response) = request;
+            response.msgtype = XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE;
+            peer.Send(net::MessageBytes(response));
+            continue;
+        }
+        if (testing::Test::HasFailure()) return;
+        peer.Receive(24);
+        if (request.msgtype != XCFG_GET_PARAM_REQUEST) continue;
+        auto get = request;
+        get.paramID = kNumber;
+        peer.Send(ReplyTo(get, XCFG_PARAM_CHANGED_EVENT, 7) + ReplyTo(get, XCFG_GET_PARAM_RESPONSE, 7));
+    }
+}
+
+TEST_F(NetworkClientTest, AHandshakeThatFailsGivesNoClient)
+{
+    struct Row {
+        uint32_t type, error;
+        const char* message;
+    };
+    for (const Row& row :
+         {Row{XCFG_CONNECT_RESPONSE, 5, "ConfirmConnection: server responded with error 5\n"},
+          Row{XCFG_DISCONNECT_RESPONSE, 0, "ConfirmConnection: unexpected msgtype == 33\n"},
+          Row{99, 0, "ConfirmConnection: unexpected msgtype == 99\n"}}) {
+        ScriptedServer server(SOCK_STREAM, [&](ScriptedPeer& peer) { peer.Connect(row.type, row.error); });
+        EXPECT_EQ(StderrOf([&] { EXPECT_EQ(Connect(server), nullptr); }),
+                  std::string("NetworkClient::") + row.message +
+                      "NetworkFactory::Connect - failed to confirm connection with host 127.0.0.1\n");
+    }
+    ScriptedServer closing(SOCK_STREAM, [](ScriptedPeer& peer) {
+        peer.Receive(24);
+        peer.Close();
+    });
+    EXPECT_THAT(StderrOf([&] { EXPECT_EQ(Connect(closing), nullptr); }),
+                HasSubstr("NetworkClient::ConfirmConnection - receive failed\n"));
+
+    const std::string nobody = StderrOf([&] { EXPECT_EQ(m_factory.Connect("udp://127.0.0.1:9"), nullptr); });
+    EXPECT_THAT(nobody, HasSubstr("NetworkClient::ConfirmConnection - receive failed\n"));
+    EXPECT_EQ(
+        StderrOf([&] { EXPECT_EQ(m_factory.Connect("socket://127.0.0.1:1/configid="), nullptr); }),
+        "NetworkFactory::Connect - unable to read configid, matches = -1, uri = "
+        "socket://127.0.0.1:1/configid=\n"
+        "NetworkFactory::Connect - The transport for socket://127.0.0.1:1/configid= is not supported\n");
+    const std::string cached = StderrOf([] {
+        EXPECT_EQ(ConfigFactoryImpl::GetInstance()->Connect("tcp://127.0.0.1:1/caching=true"), nullptr);
+    });
+    EXPECT_THAT(cached, HasSubstr("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n"));
+}
+
+TEST_F(NetworkClientTest, AReplyIsFoundAmongEventsLateRepliesAndPieces)
+{
+    ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+        peer.Connect();
+        auto get = peer.Receive();
+        EXPECT_EQ(get.msgtype, XCFG_GET_PARAM_REQUEST);
+        EXPECT_EQ(get.paramID, kNumber);
+        auto other = get;
+        other.paramID = kText;
+        const std::string answer = ReplyTo(get, XCFG_SET_STREAM_PARAM_RESPONSE, 0, "", 53) +
+                                   ReplyTo(get, XCFG_PARAM_CHANGED_EVENT, 1) +
+                                   ReplyTo(other, XCFG_PARAM_STRING_CHANGED_EVENT, 0, TextPayload("event")) +
+                                   ReplyTo(other, XCFG_GET_PARAM_RESPONSE, 2) +
+                                   ReplyTo(get, XCFG_GET_PARAM_RESPONSE, 3);
+        for (const char c : answer) peer.Send(std::string(1, c));
+
+        get = peer.Receive();
+        EXPECT_EQ(get.msgtype, XCFG_GET_STREAM_PARAM_REQUEST);
+        auto response = net::ResponseFor(get, XCFG_GET_STREAM_PARAM_RESPONSE);
+        response.streamLength = net::kMaxReplyPayload + 1;
+        peer.Send(net::MessageBytes(response, std::string(response.streamLength, 'x')));
+        peer.Send(ReplyTo(peer.Receive(), XCFG_GET_STREAM_PARAM_RESPONSE, 0, TextPayload("Scene")));
+        peer.Send(ReplyTo(peer.Receive(), XCFG_GET_STREAM_PARAM_RESPONSE, 0));
+        peer.Send(ReplyTo(peer.Receive(), XCFG_GET_STREAM_PARAM_RESPONSE, 0, "", 60));
+        peer.Close();
+    });
+    net::NetworkClient* const client = Connect(server);
+    ASSERT_NE(client, nullptr);
+    const std::string get = StderrOf([&] { EXPECT_EQ(client->Get(kNumber), 3u); });
+    EXPECT_THAT(get, HasSubstr("was refused, error 53"));
+    std::string text = "kept";
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(client->Get(kText, text)); }),
+              "NetworkClient::Get - bytes read do not equal streamLength\n");
+    EXPECT_EQ(text, "kept");
+    EXPECT_TRUE(client->Get(kText, text));
+    EXPECT_EQ(text, "Scene");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(client->Get(kText, text)); }),
+              "NetworkClient::Get - invalid streamLength\n");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(client->Get(kText, text)); }),
+              "NetworkClient::Get - response error != 0\n");
+    EXPECT_TRUE(client->IsReachable());
+    EXPECT_EQ(StderrOf([&] { EXPECT_EQ(client->Get(eParam_t{0x12345678}), 0u); }),
+              "NetworkClient::Get(eParam_t) - invalid paramid 0x12345678 \n");
+    // The server is gone: this fails, and at once.
+    EXPECT_THAT(StderrOf([&] { EXPECT_EQ(client->Get(kNumber), 0u); }), HasSubstr("NetworkClient::Get - "));
+    EXPECT_FALSE(client->IsReachable());
+    StderrOf([&] { m_factory.Disconnect(client); });
+}
+
+TEST_F(NetworkClientTest, AGetWithoutReplyEndsTheProcess)
+{
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    const auto run = [this] {
+        for (const int type : {SOCK_STREAM, SOCK_DGRAM}) {
+            ScriptedServer server(type, [](ScriptedPeer& peer) {
+                peer.Connect();
+                peer.Receive();
+                pause();
+            });
+            net::NetworkClient* const client = Connect(server);
+            client->SetReplyTimeout(20);
+            atexit([] { fputs("at exit\n", stderr); });
+            errno = 0;
+            client->Get(kNumber);
+        }
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(255),
+                "readfds is not set .timeout secs:0 usecs:20000.[^$]*"
+                "NetworkClient::Get - select failed on port [0-9]+ .PID:[0-9]+.\nat exit");
+}
+
+TEST_F(NetworkClientTest, ListenersAreRegisteredOnceAndMayUseTheClient)
+{
+    ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+        peer.Connect();
+        ServeUntilDisconnect(peer);
+    });
+    net::NetworkClient* const client = Connect(server);
+    ASSERT_NE(client, nullptr);
+
+    /// Does everything with its client from inside a callback.
+    struct Busy : ConfigEventListener {
+        using ConfigEventListener::ParamChanged;
+        bool ParamChanged(eParam_t id, unsigned int, timeval) override
+        {
+            if (calls++ > 0) return true;
+            EXPECT_EQ(client->Get(id), 7u);
+            EXPECT_TRUE(client->Set(id, 1u));
+            EXPECT_TRUE(client->AddConfigEventListener(&other));
+            EXPECT_TRUE(client->RemoveConfigEventListener(this));
+            EXPECT_TRUE(client->RemoveConfigEventListener(&other));
+            EXPECT_EQ(client->Get(id), 7u);
+            EXPECT_TRUE(client->AddConfigEventListener(&other));
+            done.set_value();
+            return true;
+        }
+        bool ParamChanged(eParam_t, std::string, timeval) override { return true; }
+        net::NetworkClient* client;
+        RecordingListener other;
+        std::atomic<int> calls = 0;
+        std::promise<void> done;
+    } busy;
+    busy.client = client;
+    EXPECT_TRUE(client->AddConfigEventListener(&busy));
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 4; ++i)
+        readers.emplace_back([&] {
+            for (int n = 0; n < 100; ++n) EXPECT_EQ(client->Get(kNumber), 7u);
+        });
+    busy.done.get_future().wait();
+    for (std::thread& reader : readers) reader.join();
+    EXPECT_FALSE(client->RemoveConfigEventListener(&busy));
+    EXPECT_EQ(busy.calls, 1);
+    EXPECT_TRUE(client->RemoveConfigEventListener(&busy.other));
+    StderrOf([&] { m_factory.Disconnect(client); });
+}
+
+TEST_F(NetworkClientTest, AClientMayBeReleasedFromItsCallback)
+{
+    /// Gives its client back when it is called.
+    struct Leaver : ConfigEventListener {
+        using ConfigEventListener::ParamChanged;
+        bool ParamChanged(eParam_t, unsigned int, timeval) override
+        {
+            factory->Disconnect(client);
+            done.set_value();
+            return true;
+        }
+        bool ParamChanged(eParam_t, std::string, timeval) override { return true; }
+        net::NetworkFactory* factory;
+        net::NetworkClient* client;
+        std::promise<void> done;
+    } leaver;
+    leaver.factory = &m_factory;
+    const std::string output = StderrOf([&] {
+        ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+            peer.Connect();
+            peer.Receive(28);  // Add Listener
+            net::XCONFIGMGR_REQUEST_T event;
+            event.paramID = kNumber;
+            peer.Send(ReplyTo(event, XCFG_PARAM_CHANGED_EVENT, 1));
+            ServeUntilDisconnect(peer);
+        });
+        leaver.client = Connect(server);
+        leaver.client->AddConfigEventListener(&leaver);
+        leaver.done.get_future().wait();
+    });
+    EXPECT_THAT(output, testing::Not(HasSubstr("ConfirmDisconnect")));
+}
+
+TEST_F(NetworkClientTest, EventsEndAsTheyShould)
+{
+    struct Row {
+        std::string last;
+        const char* message;
+    };
+    net::XCONFIGMGR_CONNECTION_REQUEST_T unknown;
+    unknown.msgtype = 99;
+    const Row rows[] = {{"", ""},
+                        {"abc", "NetworkTCPClient::ProcessEvents - recv error (0) in process ID "},
+                        {net::MessageBytes(unknown),
+                         "NetworkTCPClient::ProcessEvents - Unknown message type 99\n"
+                         "NetworkTCPClient::ProcessEvents - Exiting\n"}};
+    for (const Row& row : rows) {
+        RecordingListener listener;
+        const std::string output = StderrOf([&] {
+            net::NetworkClient* client;
+            {
+                ScriptedServer server(SOCK_STREAM, [&](ScriptedPeer& peer) {
+                    peer.Connect();
+                    peer.Receive(28);
+                    net::XCONFIGMGR_REQUEST_T event;
+                    event.paramID = kText;
+                    net::SetTime(event, {1000, 5});
+                    peer.Send(ReplyTo(event, XCFG_PARAM_STRING_CHANGED_EVENT, 0, TextPayload("a")) +
+                              ReplyTo(event, XCFG_PARAM_STRING_CHANGED_EVENT, 0, "cut") + row.last);
+                });
+                client = Connect(server);
+                client->AddConfigEventListener(&listener);
+            }
+            while (client->IsReachable()) std::this_thread::yield();
+            m_factory.Disconnect(client);
+        });
+        EXPECT_THAT(listener.Heard(), ElementsAre("str 1302000a=a")) << output;
+        EXPECT_EQ(listener.LastTime().tv_usec, 5);
+        EXPECT_THAT(output, HasSubstr(row.message));
+    }
+}
+
+TEST_F(NetworkClientTest, UdpTakesOnlyItsOwnReply)
+{
+    ScriptedServer server(SOCK_DGRAM, [](ScriptedPeer& peer) {
+        peer.Connect();
+        const auto set = peer.Receive();
+        EXPECT_EQ(set.msgtype, XCFG_SET_PARAM_REQUEST);
+        peer.Send(ReplyTo(set, XCFG_SET_PARAM_RESPONSE, 5));
+        peer.Send(ReplyTo(set, XCFG_GET_PARAM_RESPONSE, 1));  // late: drained before the next request
+        const auto get = peer.Receive();
+        auto foreign = get;
+        foreign.connectionID += 0x10000;
+        auto other = get;
+        other.paramID = kText;
+        peer.Send("");
+        peer.Send("short");
+        peer.Send(ReplyTo(foreign, XCFG_GET_PARAM_RESPONSE, 2));
+        peer.Send(ReplyTo(other, XCFG_GET_PARAM_RESPONSE, 3));
+        peer.Send(ReplyTo(get, XCFG_SET_PARAM_RESPONSE, 4));
+        peer.Send(ReplyTo(get, XCFG_GET_PARAM_RESPONSE, 6));
+        const auto string = peer.Receive();
+        peer.Send(ReplyTo(string, XCFG_GET_STREAM_PARAM_REQUEST, 0, TextPayload("Scene")));
+        auto cut = net::ResponseFor(peer.Receive(), XCFG_GET_DATA_RESPONSE);
+        cut.streamLength = 30'000;  // more than arrives
+        peer.Send(net::MessageBytes(cut, std::string("a\0b", 3)));
+        peer.Send(ReplyTo(peer.Receive(), XCFG_SET_PARAM_RESPONSE, 0, "", net::kErrorRefused));
+        peer.Connect(XCFG_DISCONNECT_RESPONSE);
+    });
+    net::NetworkClient* const client = Connect(server);
+    ASSERT_NE(client, nullptr);
+    EXPECT_TRUE(client->Set(kNumber, 5));
+    EXPECT_EQ(client->Get(kNumber), 6u);
+    std::string text;
+    EXPECT_TRUE(client->Get(kText, text));
+    EXPECT_EQ(text, "Scene");
+    EXPECT_TRUE(client->GetData(eParamID_TestData, text));
+    EXPECT_EQ(text, std::string("a\0b", 3));
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(client->Set(kNumber, 99)); }),
+              "NetworkUDPClient::Set - response error:-1\n");
+    std::string large(net::kMaxRequestPayload + 1, 'x');
+    EXPECT_THAT(StderrOf([&] { EXPECT_FALSE(client->SetData(eParamID_TestData, large)); }),
+                HasSubstr("do not fit a request"));
+    EXPECT_EQ(StderrOf([&] { m_factory.Disconnect(client); }), "");
+}
+
+TEST_F(NetworkClientTest, AMulticastClientOnlyListens)
+{
+    net::NetworkClient* const client = m_factory.Connect("multicast://127.0.0.1:63110/configid=-5");
+    ASSERT_NE(client, nullptr);
+    EXPECT_EQ(client->GetConfigID(), -5);
+    StderrOf([&] {
+        EXPECT_EQ(client->Get(kNumber), 0u);
+        EXPECT_FALSE(client->Set(kNumber, 1));
+    });
+    RecordingListener listener;
+    ASSERT_TRUE(client->AddConfigEventListener(&listener));
+    ASSERT_TRUE(client->RemoveConfigEventListener(&listener));
+    ASSERT_TRUE(client->AddConfigEventListener(&listener));
+
+    net::Socket sender(AF_INET, SOCK_DGRAM);
+    ASSERT_TRUE(sender.create() && sender.bind("127.0.0.1", 0));
+    sockaddr_in group{};
+    group.sin_family = AF_INET;
+    group.sin_port = htons(net::kMulticastPort);
+    group.sin_addr.s_addr = inet_addr(net::kMulticastGroup);
+    const auto send = [&](const std::string& bytes) {
+        EXPECT_TRUE(sender.sendto(bytes.data(), static_cast<unsigned int>(bytes.size()), group));
+    };
+    net::XCONFIGMGR_REQUEST_T event;
+    event.configID = -5;
+    send("");
+    send("short");
+    event.paramID = kNumber;
+    send(ReplyTo(event, XCFG_PARAM_CHANGED_EVENT, 3));
+    event.configID = -6;
+    send(ReplyTo(event, XCFG_PARAM_CHANGED_EVENT, 4));
+    event.configID = -5;
+    event.paramID = kText;
+    send(ReplyTo(event, XCFG_PARAM_STRING_CHANGED_EVENT, 0, "garbage"));
+    send(ReplyTo(event, XCFG_PARAM_STRING_CHANGED_EVENT, 0, TextPayload("t")));
+    event.paramID = eParamID_TestData;
+    send(ReplyTo(event, XCFG_PARAM_DATA_CHANGED_EVENT, 0, std::string("d\0d", 3)));
+    while (listener.Heard().size() < 3) std::this_thread::yield();
+    EXPECT_THAT(listener.Heard(), testing::UnorderedElementsAre("int 5c010000=3", "str 1302000a=t",
+                                                                testing::ContainsRegex("data [0-9a-f]+=d")));
+    m_factory.Disconnect(client);
+}
+
+}  // namespace

@@ -1,0 +1,93 @@
+/// A server that follows a script: what a client does with a peer that splits, mixes up or refuses.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "config/access/network_payload.h"
+#include "config/access/socket.h"
+
+namespace net = vexa::corvalis::config::access;
+
+/// One end of a conversation in records. Every wait has an end.
+class ScriptedPeer {
+  public:
+    explicit ScriptedPeer(net::Socket& socket) : m_socket(socket) {}
+
+    /// The next request; its payload, if any, comes after it.
+    net::XCONFIGMGR_REQUEST_T Receive(uint32_t bytes = net::kRequestBytes)
+    {
+        char data[net::kMaxMessageBytes] = {};
+        EXPECT_TRUE(m_socket.read_select(10'000));
+        if (m_socket.type == SOCK_STREAM) {
+            EXPECT_EQ(m_socket.recv(data, bytes), static_cast<int>(bytes));
+        } else {
+            EXPECT_GT(m_socket.recvfrom(data, sizeof data, m_client), 0);
+        }
+        net::XCONFIGMGR_REQUEST_T request;
+        net::Decode(data, sizeof data, request);
+        return request;
+    }
+    void Send(const std::string& bytes)
+    {
+        if (m_socket.type == SOCK_STREAM)
+            m_socket.send(bytes.data(), static_cast<unsigned int>(bytes.size()));
+        else
+            m_socket.sendto(bytes.data(), static_cast<unsigned int>(bytes.size()), m_client);
+    }
+    /// Answers the client's first request.
+    void Connect(uint32_t type = XCFG_CONNECT_RESPONSE, uint32_t error = 0)
+    {
+        net::XCONFIGMGR_CONNECTION_RESPONSE_T response;
+        static_cast<net::MessagePrefix&>(response) = Receive(24);
+        response.msgtype = type;
+        response.error = error;
+        Send(net::MessageBytes(response));
+    }
+    void Close() { m_socket.close(); }
+
+  private:
+    net::Socket& m_socket;
+    sockaddr_in m_client{};
+};
+
+/// Serves one client, over TCP (SOCK_STREAM) or UDP, on a free port and a thread of its own.
+class ScriptedServer {
+  public:
+    ScriptedServer(int type, std::function<void(ScriptedPeer&)> script) : m_socket(AF_INET, type)
+    {
+        EXPECT_TRUE(m_socket.create() && m_socket.bind("127.0.0.1", 0));
+        EXPECT_TRUE(type == SOCK_DGRAM || m_socket.listen());
+        m_uri = (type == SOCK_STREAM ? "tcp://127.0.0.1:" : "udp://127.0.0.1:") +
+                std::to_string(m_socket.local_port());
+        m_thread = std::thread([this, type, script = std::move(script)] {
+            net::Socket accepted(AF_INET, type);
+            if (type == SOCK_STREAM && !m_socket.accept(&accepted)) return;
+            ScriptedPeer peer(type == SOCK_STREAM ? accepted : m_socket);
+            script(peer);
+        });
+    }
+    ~ScriptedServer() { m_thread.join(); }
+
+    const std::string& Uri() const { return m_uri; }
+
+  private:
+    net::Socket m_socket;
+    std::string m_uri;
+    std::thread m_thread;
+};
+
+/// A response to a request, with a value or a payload.
+inline std::string ReplyTo(const net::XCONFIGMGR_REQUEST_T& request, eMessageType_t type, uint32_t value,
+                           const std::string& payload = "", uint32_t error = 0)
+{
+    auto response = net::ResponseFor(request, type);
+    response.value = value;
+    response.error = error;
+    response.streamLength = static_cast<uint32_t>(payload.size());
+    response.streamFormat = net::kStreamFormat;
+    return net::MessageBytes(response, payload);
+}
