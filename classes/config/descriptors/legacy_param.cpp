@@ -33,17 +33,11 @@ Config* GetMappingConfig(const std::string& transport)
 
 std::atomic<Config*> CParam_ZK9::_pConfigAccess = nullptr;
 
-/// @return whether there is a shared connection; first objects on two threads make one.
-bool CParam_ZK9::ConnectOnce()
-{
-    SemaphoreHelper hold(connectLock);
-    if (!_pConfigAccess) _pConfigAccess = GetMappingConfig("udp");
-    return _pConfigAccess != nullptr;
-}
+CParam_ZK9::CParam_ZK9(eParam_t id, eParamType_t type) : CParam_ZK9(id, type, std::string("udp")) {}
 
-CParam_ZK9::CParam_ZK9(eParam_t id, eParamType_t type) : CParam(id, type)
+CParam_ZK9::CParam_ZK9(eParam_t id, eParamType_t type, const std::string& transport) : CParam(id, type)
 {
-    if (ConnectOnce()) return;
+    if (ConnectOnce(transport)) return;
     fputs("CParam_ZK9::CParam_ZK9 Connect failed\n", stderr);
     ConfigFactoryImpl::GetInstance()->Disconnect(nullptr);
     exit(1);
@@ -53,6 +47,14 @@ CParam_ZK9::CParam_ZK9(eParam_t id, eParamType_t type, Config* config) : CParam(
 {
     SemaphoreHelper hold(connectLock);
     _pConfigAccess = config;
+}
+
+/// @return whether there is a shared connection; first objects on two threads make one.
+bool CParam_ZK9::ConnectOnce(const std::string& transport)
+{
+    SemaphoreHelper hold(connectLock);
+    if (!_pConfigAccess) _pConfigAccess = GetMappingConfig(transport);
+    return _pConfigAccess != nullptr;
 }
 
 unsigned int CParam_ZK9::GetParamValue()

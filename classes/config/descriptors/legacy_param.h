@@ -93,8 +93,12 @@ class CParam_ZK9 : public CParam {
     /// values.
     std::string GetParamEnumName(eParam_t id, unsigned int value);
 
+  protected:
+    /// The same as the first, over a transport of the derived class's choice.
+    CParam_ZK9(eParam_t id, eParamType_t type, const std::string& transport);
+
   private:
-    static bool ConnectOnce();
+    static bool ConnectOnce(const std::string& transport);
 
     static std::atomic<Config*> _pConfigAccess;
 };

@@ -11,7 +11,6 @@
 #include "config/access/config_factory_impl.h"
 #include "support/store.h"
 
-using testing::HasSubstr;
 using vexa::corvalis::config::access::NetworkEventListener;
 
 namespace {

@@ -1,0 +1,158 @@
+/// Clients that speak records over raw sockets. Every wait has an end: what does not come in time is missing.
+#pragma once
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+/// 32-bit words as they travel.
+using WordList = std::vector<uint32_t>;
+
+inline std::string NetworkBytes(const WordList& words)
+{
+    std::string bytes;
+    for (const uint32_t word : words)
+        for (const int shift : {24, 16, 8, 0}) bytes += static_cast<char>(word >> shift);
+    return bytes;
+}
+
+inline WordList NetworkWords(const std::string& bytes)
+{
+    WordList words;
+    for (size_t i = 0; i + 4 <= bytes.size(); i += 4) {
+        uint32_t word = 0;
+        memcpy(&word, bytes.data() + i, sizeof word);
+        words.push_back(ntohl(word));
+    }
+    return words;
+}
+
+/// A TCP or UDP client of a server on this host.
+class RawPeer {
+  public:
+    static constexpr int kDeadlineMs = 20'000;
+
+    explicit RawPeer(int port, int type = SOCK_STREAM) : m_type(type)
+    {
+        m_socket = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<uint16_t>(port));
+        address.sin_addr.s_addr = inet_addr("127.0.0.1");
+        EXPECT_EQ(connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    ~RawPeer() { Close(); }
+    RawPeer(const RawPeer&) = delete;
+    RawPeer& operator=(const RawPeer&) = delete;
+
+    void Close()
+    {
+        if (m_socket != -1) close(m_socket);
+        m_socket = -1;
+    }
+    /// All of it, unless the server has closed. A datagram is sent as one.
+    void Send(const std::string& bytes)
+    {
+        size_t sent = 0;
+        do {
+            const ssize_t count = send(m_socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+            if (count < 0) return;
+            sent += static_cast<size_t>(count);
+        } while (sent < bytes.size());
+    }
+    void Send(const WordList& words) { Send(NetworkBytes(words)); }
+    /// No more requests; replies are still read.
+    void EndRequests() { shutdown(m_socket, SHUT_WR); }
+
+    /// So many bytes of a stream, or fewer at its end; one datagram.
+    std::string Receive(size_t length = 65536)
+    {
+        std::string bytes(length, '\0');
+        size_t received = 0;
+        while (received < length && IsReadable(kDeadlineMs)) {
+            const ssize_t count = recv(m_socket, bytes.data() + received, length - received, 0);
+            if (count > 0) received += static_cast<size_t>(count);
+            if (count <= 0 || m_type == SOCK_DGRAM) break;
+        }
+        bytes.resize(received);
+        return bytes;
+    }
+    WordList ReceiveWords(size_t count) { return NetworkWords(Receive(4 * count)); }
+    /// A request and its answer, as words.
+    WordList Ask(const WordList& request, size_t count)
+    {
+        Send(request);
+        return ReceiveWords(count);
+    }
+    /// Whether the server ends the connection without a further byte.
+    bool IsClosed()
+    {
+        char byte;
+        return IsReadable(kDeadlineMs) && recv(m_socket, &byte, 1, 0) <= 0;
+    }
+    bool IsReadable(int milliseconds)
+    {
+        pollfd readable{m_socket, POLLIN, 0};
+        return poll(&readable, 1, milliseconds) > 0;
+    }
+
+  protected:
+    /// A datagram socket that is not connected.
+    RawPeer() : m_type(SOCK_DGRAM), m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
+
+    const int m_type;
+    int m_socket = -1;
+};
+
+/// Hears the events of one configuration that are sent to the multicast group.
+class RawEvents : private RawPeer {
+  public:
+    explicit RawEvents(int32_t configID) : m_configID(configID)
+    {
+        const int yes = 1, size = 8 << 20;
+        setsockopt(m_socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(63110);
+        EXPECT_EQ(bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        ip_mreq group{};
+        group.imr_multiaddr.s_addr = inet_addr("239.71.18.33");
+        group.imr_interface.s_addr = inet_addr("127.0.0.1");
+        EXPECT_EQ(setsockopt(m_socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group), 0);
+    }
+    /// The next datagram; empty when none comes.
+    std::string Next()
+    {
+        for (;;) {
+            std::string datagram = Receive();
+            const WordList words = NetworkWords(datagram);
+            if (datagram.empty() || (words.size() > 3 && words[3] == static_cast<uint32_t>(m_configID)))
+                return datagram;
+        }
+    }
+    WordList NextWords() { return NetworkWords(Next()); }
+
+  private:
+    const int32_t m_configID;
+};
+
+/// Whether a condition comes true in time.
+template <class Condition>
+bool Eventually(const Condition& condition)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(RawPeer::kDeadlineMs);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}

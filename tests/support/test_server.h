@@ -1,0 +1,69 @@
+/// A network server in this process, and the stores that it serves.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "config/access/config_factory_impl.h"
+#include "config/access/network_server.h"
+#include "config/config.h"
+#include "config/descriptors/registry.h"
+
+/// The store of a configuration, which lives as long as somebody uses it.
+class LocalStore {
+  public:
+    explicit LocalStore(eConfigID_t id)
+    {
+        CreateDescriptors();
+        m_config = ConfigFactoryImpl::GetInstance()->Connect("local:configid=" + std::to_string(id));
+    }
+    ~LocalStore() { ConfigFactoryImpl::GetInstance()->Disconnect(m_config); }
+    LocalStore(const LocalStore&) = delete;
+    LocalStore& operator=(const LocalStore&) = delete;
+    Config* operator->() const { return m_config; }
+    Config& operator*() const { return *m_config; }
+
+  private:
+    Config* m_config;
+};
+
+/// A TCP (SOCK_STREAM) or UDP (SOCK_DGRAM) server on a free port, stopped with its scope:
+///
+///     TestServer server(SOCK_STREAM);
+///     ... "tcp://127.0.0.1:" + std::to_string(server.port)
+class TestServer {
+  public:
+    /// @param announced  configurations whose changes a UDP server multicasts by itself.
+    explicit TestServer(int type = SOCK_STREAM, const std::vector<eConfigID_t>& announced = {})
+        : m_server(new vexa::corvalis::config::access::NetworkServer(AF_INET, type, 0))
+    {
+        CreateDescriptors();
+        for (const eConfigID_t id : announced) m_server->Announce(id);
+        EXPECT_TRUE(m_server->Init());
+        port = m_server->Port();
+        EXPECT_TRUE(m_server->Start());
+    }
+    ~TestServer() { Stop(); }
+    TestServer(const TestServer&) = delete;
+    TestServer& operator=(const TestServer&) = delete;
+
+    /// Stops it early. TCP connections go on until their clients leave.
+    void Stop()
+    {
+        if (!m_server) return;
+        m_server->Stop();
+        m_server = nullptr;
+    }
+    /// "tcp://127.0.0.1:PORT/configid=N".
+    std::string Uri(const char* scheme, eConfigID_t id = 0) const
+    {
+        return std::string(scheme) + "://127.0.0.1:" + std::to_string(port) +
+               "/configid=" + std::to_string(id);
+    }
+
+    int port = 0;
+
+  private:
+    vexa::corvalis::config::access::NetworkServer* m_server;  // its thread's, once started
+};
