@@ -32,11 +32,18 @@ std::optional<vexa::alarms::Alarm_Severity> SeverityByName(std::string name)
     return Alarm::Severity_Parse(name, &severity) ? std::optional(severity) : std::nullopt;
 }
 
+/// Alarms are data values.
+void RequireData(const Session& session)
+{
+    if (!session.CarriesData()) throw ConnectionError("TCP carries no alarms: --uri udp://HOST:PORT does");
+}
+
 /// The alarm of this name, or nothing after a message.
 std::optional<Parameter> FindAlarm(Session& session, const std::string& name, ExitStatus& status)
 {
     status = ExitStatus::kCannotConnect;
     if (!session.Connect()) return std::nullopt;
+    RequireData(session);
     status = ExitStatus::kUnknownParameter;
     const auto parameter = session.Find(name);
     if (!parameter || std::string_view(parameter->Kind()) == "alarm") return parameter;
@@ -55,7 +62,7 @@ void PrintAlarm(Session& session, const Parameter& parameter, const Value& value
 /// Reads back what was written and shows it.
 ExitStatus Finish(Session& session, const Parameter& parameter, bool written)
 {
-    const auto value = parameter.Read(*session.Connect());
+    const auto value = session.Read(parameter);
     if (!written || !value) {
         session.Complain(parameter.Name() + ": the configuration does not accept it");
         return ExitStatus::kRefused;
@@ -69,8 +76,10 @@ ExitStatus Finish(Session& session, const Parameter& parameter, bool written)
 std::vector<std::string> AlarmNames(Session& session)
 {
     std::vector<std::string> names;
-    if (Config* const config = session.Connect())
+    if (Config* const config = session.Connect()) {
+        RequireData(session);
         for (const Parameter& parameter : AllAlarms(*config)) names.push_back(parameter.Name());
+    }
     return names;
 }
 
@@ -78,8 +87,9 @@ ExitStatus ListAlarms(Session& session, bool raisedOnly)
 {
     Config* const config = session.Connect();
     if (!config) return ExitStatus::kCannotConnect;
+    RequireData(session);
     for (const Parameter& parameter : AllAlarms(*config)) {
-        const auto value = parameter.Read(*config);
+        const auto value = session.Read(parameter);
         if (value && (!raisedOnly || IsRaised(*value))) PrintAlarm(session, parameter, *value);
     }
     return ExitStatus::kDone;
@@ -98,8 +108,9 @@ ExitStatus RaiseAlarm(Session& session, const std::string& name, const std::stri
         session.Complain("unknown severity " + Quoted(severity));
         return ExitStatus::kUsage;
     }
-    return Finish(session, *parameter,
-                  AlarmProducer::raise(session.Connect(), parameter->Id(), *level, text));
+    return Finish(session, *parameter, session.Ask([&](Config& config) {
+        return AlarmProducer::raise(&config, parameter->Id(), *level, text);
+    }));
 }
 
 ExitStatus ClearAlarm(Session& session, const std::string& name)
@@ -107,5 +118,7 @@ ExitStatus ClearAlarm(Session& session, const std::string& name)
     ExitStatus status;
     const auto parameter = FindAlarm(session, name, status);
     if (!parameter) return status;
-    return Finish(session, *parameter, AlarmProducer::clear(session.Connect(), parameter->Id()));
+    return Finish(session, *parameter, session.Ask([&](Config& config) {
+        return AlarmProducer::clear(&config, parameter->Id());
+    }));
 }

@@ -95,7 +95,7 @@ ExitStatus PrintCatalogue(Session& session, bool markdown)
         session.Complain("--markdown is a page, not JSON");
         return ExitStatus::kUsage;
     }
-    Config* const config = session.Connect();
+    Config* const config = session.ConnectForCatalogue();
     if (!config) return ExitStatus::kCannotConnect;
     if (markdown) {
         PrintMarkdown(session, *config);

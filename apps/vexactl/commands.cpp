@@ -54,7 +54,7 @@ ExitStatus List(Session& session, const Filter& filter)
     ExitStatus result = ExitStatus::kFalse;
     for (const eParam_t id : config->GetParamIDs()) {
         const Parameter parameter(config->GetParamDescriptor(id));
-        const auto value = parameter.Read(*config);
+        const auto value = session.Read(parameter);
         if (!Matches(filter, parameter, value)) continue;
         result = ExitStatus::kDone;
         if (session.json)
@@ -84,7 +84,7 @@ ExitStatus Info(Session& session, const Names& names)
 {
     return ForEachNamed(session, names, [&](const Parameter& parameter) {
         Config& config = *session.Connect();
-        const auto value = parameter.Read(config);
+        const auto value = session.Read(parameter);
         if (session.json) {
             Json description = Describe(config, parameter);
             if (value) description["current"] = parameter.ToJson(*value);
@@ -102,9 +102,10 @@ ExitStatus Info(Session& session, const Names& names)
 ExitStatus Get(Session& session, const Names& names)
 {
     return ForEachNamed(session, names, [&](const Parameter& parameter) {
-        const auto value = parameter.Read(*session.Connect());
+        const auto value = session.Read(parameter);
         if (!value) {
-            session.Complain(parameter.Name() + " has no value");
+            const bool carried = session.CarriesData() || !parameter.HoldsBytes();
+            session.Complain(parameter.Name() + (carried ? " has no value" : ": TCP carries no data values"));
             return ExitStatus::kFalse;
         }
         if (session.json)
@@ -125,27 +126,40 @@ ExitStatus Refused(Session& session, const Parameter& parameter, const std::stri
     return ExitStatus::kRefused;
 }
 
-bool Write(Config& config, const Parameter& parameter, const Value& value)
+/// Why the value cannot even be asked for; empty when it can.
+std::string Obstacle(const Parameter& parameter, const std::optional<Value>& wanted, bool force)
 {
-    if (const auto* text = std::get_if<std::string>(&value)) return config.Set(parameter.Id(), *text);
-    return config.Set(parameter.Id(), std::get<unsigned int>(value));
+    constexpr size_t kLongestText = 24'000;  // fits a network request together with its record
+    if (!wanted) return "neither a named value nor a number from 0 to 4294967295";
+    if (!force && parameter.Descriptor().HasClassName("readonly"))
+        return "the device reports it; --force sets it all the same";
+    if (parameter.HoldsBytes()) return "it holds data, not a text";
+    const auto* const text = std::get_if<std::string>(&*wanted);
+    if (text && text->size() > kLongestText) return "longer than " + std::to_string(kLongestText) + " bytes";
+    return "";
+}
+
+/// Where the device does not say what it did, a value that stayed as it was has been refused, unless it is
+/// what the wanted number is corrected to.
+bool WasRefused(const Parameter& parameter, const Value& before, const Value& wanted, const Value& stored)
+{
+    if (stored == wanted || stored != before) return false;
+    return parameter.Kind() != std::string_view("int") || !parameter.Objection(wanted);
 }
 
 ExitStatus Set(Session& session, const Parameter& parameter, const std::string& typed, bool force)
 {
-    Config& config = *session.Connect();
     const auto wanted = parameter.Parse(typed);
-    if (!wanted)
-        return Refused(session, parameter, typed, "neither a named value nor a number from 0 to 4294967295");
-    if (!force && parameter.Descriptor().HasClassName("readonly"))
-        return Refused(session, parameter, typed, "the device reports it; --force sets it all the same");
-    if (parameter.HoldsBytes()) return Refused(session, parameter, typed, "it holds data, not a text");
+    const std::string obstacle = Obstacle(parameter, wanted, force);
+    if (!obstacle.empty()) return Refused(session, parameter, typed, obstacle);
     const std::string objection = parameter.Objection(*wanted).value_or("");
-    if (!Write(config, parameter, *wanted))
+    const Value before = session.Read(parameter).value_or(*wanted);
+    const bool accepted = session.Write(parameter, *wanted);
+    const Value stored = session.Read(parameter).value_or(*wanted);
+    if (!accepted || (!session.ConfirmsWrites(parameter) && WasRefused(parameter, before, *wanted, stored)))
         return Refused(session, parameter, typed,
                        objection.empty() ? "the configuration does not accept it" : objection);
 
-    const Value stored = parameter.Read(config).value_or(*wanted);
     const bool corrected = stored != *wanted;
     if (session.json) {
         Json json = parameter.ToJson(stored);

@@ -7,6 +7,7 @@ enum class ExitStatus {
     kUsage = 2,
     kUnknownParameter = 3,
     kRefused = 4,
-    kCorrected = 5,  ///< stored, but not as requested
-    kCannotConnect = 6,
+    kCorrected = 5,      ///< stored, but not as requested
+    kCannotConnect = 6,  ///< or lost the connection
+    kTimedOut = 7,
 };

@@ -11,7 +11,8 @@ constexpr const char* kFooter =
     "Parameters are named with or without eParamID_, or by identifier (0x5c010000).\n"
     "The model comes from the environment variable PRODUCT_ID or the file /etc/product_id.\n"
     "Exit status: 0 done, 1 nothing matched, 2 usage, 3 unknown parameter, 4 refused,\n"
-    "5 stored but corrected, 6 cannot connect. The shell ends with that of its first failing command.";
+    "5 stored but corrected, 6 cannot connect, 7 no answer in time. The shell ends with that of its first "
+    "failing command.";
 
 ExitStatus Run(int argc, char** argv)
 {
@@ -21,10 +22,16 @@ ExitStatus Run(int argc, char** argv)
     app.footer(kFooter);
     app.require_subcommand(1);
     app.fallthrough();  // --json and --uri may follow the verb
-    app.add_option("--uri", session.uri, "The configuration: local: or local:configid=N")
+    app.add_option("--uri", session.uri,
+                   "The device, as tcp://ADDRESS:PORT or udp://ADDRESS:PORT; multicast://127.0.0.1:63110 for "
+                   "watch on the device; local: for a store of this run")
         ->envname("VEXACTL_URI")
         ->capture_default_str();
     app.add_flag("--json", session.json, "Data as JSON, one object a line");
+    app.add_flag("--verbose", session.verbose, "Show the library's messages, too");
+    app.add_option("--timeout", session.timeout, "Seconds to wait for an answer, at most 50")
+        ->check(CLI::Range(0.001, 50.0))  // the library ends a process after 60
+        ->capture_default_str();
     AddCommands(app, session, status, false);
     app.add_subcommand("shell", "Run commands from standard input over one connection")->callback([&] {
         status = RunShell(session);
@@ -36,6 +43,9 @@ ExitStatus Run(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         session.Complain(Explain(app, error) + "; \"vexactl --help\" shows how it is used");
         return ExitStatus::kUsage;
+    } catch (const ConnectionError& error) {
+        session.Complain(error.what());
+        return ExitStatus::kCannotConnect;
     }
     return status;
 }

@@ -149,7 +149,8 @@ std::optional<Value> Parameter::Read(Config& config) const
 {
     if (HoldsText()) {
         std::string text;
-        return config.Get(Id(), text) ? std::optional<Value>(text) : std::nullopt;
+        const bool found = HoldsBytes() ? config.GetData(Id(), text) : config.Get(Id(), text);
+        return found ? std::optional<Value>(text) : std::nullopt;
     }
     unsigned int number = 0;
     return config.Get(Id(), number) ? std::optional<Value>(number) : std::nullopt;
@@ -197,7 +198,7 @@ std::string Parameter::Text(const Value& value) const
     if (const auto* text = std::get_if<std::string>(&value)) {
         Alarm alarm;
         if (As<AlarmDescriptor>(*m_descriptor) && alarm.ParseFromString(*text)) return AlarmText(alarm);
-        return HoldsBytes() ? "<" + Hex(*text) + ">" : Quoted(*text);
+        return HoldsBytes() ? std::string("<").append(Hex(*text)).append(">") : Quoted(*text);
     }
     const unsigned int number = std::get<unsigned int>(value);
     if (auto* const enumeration = As<EnumDescriptor>(*m_descriptor))

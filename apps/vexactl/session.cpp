@@ -1,5 +1,6 @@
 #include "vexactl/session.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/eventfd.h>
@@ -13,6 +14,8 @@
 #include <ctime>
 
 #include "config/access/config_factory_impl.h"
+#include "config/access/network_client.h"
+#include "config/access/network_protocol.h"
 #include "config/descriptors/registry.h"
 
 namespace {
@@ -90,17 +93,85 @@ Session::Session() = default;
 
 Session::~Session()
 {
-    StopWatch();
-    if (m_config) ConfigFactoryImpl::GetInstance()->Disconnect(m_config);
+    Disconnect();
 }
 
 Config* Session::Connect()
 {
     if (m_config) return m_config;
+    if (!verbose) HideLibraryMessages();
     CreateDescriptors();
+    const Deadline limit = Limit();
     m_config = ConfigFactoryImpl::GetInstance()->Connect(uri);
     if (!m_config) Complain("cannot connect to " + uri);
+    m_client = dynamic_cast<vexa::corvalis::config::access::NetworkClient*>(m_config);
     return m_config;
+}
+
+Config* Session::ConnectForCatalogue()
+{
+    if (!m_config) uri = "local:";
+    return Connect();
+}
+
+void Session::Disconnect()
+{
+    if (!m_config) return;
+    const Deadline limit = Limit();
+    StopWatch();
+    ConfigFactoryImpl::GetInstance()->Disconnect(m_config);
+    m_config = m_client = nullptr;
+}
+
+/// The library reports to developers what the tool tells its user in its own words.
+void Session::HideLibraryMessages()
+{
+    if (m_messages != stderr || getenv("VEXA_LOG")) return;
+    const int own = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    FILE* const messages = own == -1 ? nullptr : fdopen(own, "w");
+    if (!messages || nowhere == -1) return;
+    setvbuf(messages, nullptr, _IONBF, 0);
+    m_messages = messages;
+    dup2(nowhere, STDERR_FILENO);
+    close(nowhere);
+}
+
+Deadline Session::Limit() const
+{
+    return Deadline(IsNetwork() ? timeout : 0, "vexactl: no answer from " + uri + " in time",
+                    fileno(m_messages));
+}
+
+void Session::CheckConnection() const
+{
+    if (m_client && !m_client->IsReachable()) throw ConnectionError("lost the connection to " + uri);
+}
+
+std::optional<Value> Session::Read(const Parameter& parameter)
+{
+    if (IsOver("multicast:")) throw ConnectionError(uri + " only tells of changes: watch");
+    if (parameter.HoldsBytes() && !CarriesData()) return std::nullopt;
+    return Ask([&](Config& config) -> std::optional<Value> {
+        // Over the network the result of this Get says only whether the number is 0.
+        if (IsNetwork() && !parameter.HoldsText()) return config.Get(parameter.Id());
+        return parameter.Read(config);
+    });
+}
+
+bool Session::Write(const Parameter& parameter, const Value& value)
+{
+    if (IsOver("multicast:")) throw ConnectionError(uri + " only tells of changes: watch");
+    const auto* const text = std::get_if<std::string>(&value);
+    return Ask([&](Config& config) {
+        return text ? config.Set(parameter.Id(), *text)
+                    : config.Set(parameter.Id(), std::get<unsigned int>(value));
+    });
+}
+
+bool Session::ConfirmsWrites(const Parameter& parameter) const
+{
+    return !IsNetwork() || (IsOver("udp:") && !parameter.HoldsText());
 }
 
 std::optional<Parameter> Session::Find(const std::string& name)
@@ -122,13 +193,14 @@ void Session::Complain(const std::string& message)
 {
     const std::string place = scriptLine ? "line " + std::to_string(scriptLine) + ": " : "";
     const std::lock_guard hold(m_output);
-    fprintf(stderr, "vexactl: %s%s\n", place.c_str(), message.c_str());
+    fprintf(m_messages, "vexactl: %s%s\n", place.c_str(), message.c_str());
 }
 
 void Session::StartWatch(std::vector<eParam_t> only)
 {
     StopWatch();
-    m_watcher = std::make_unique<Watcher>(*this, *m_config, std::move(only));
+    m_watcher =
+        Ask([&](Config& config) { return std::make_unique<Watcher>(*this, config, std::move(only)); });
 }
 
 void Session::StopWatch()
@@ -139,6 +211,7 @@ void Session::StopWatch()
 void Session::WaitForWatch(unsigned int changes, double seconds)
 {
     using Clock = std::chrono::steady_clock;
+    constexpr long long kProbeMs = 1000;  // how often the device is asked whether it is still there
     sigset_t stops;
     sigemptyset(&stops);
     sigaddset(&stops, SIGINT);
@@ -152,9 +225,11 @@ void Session::WaitForWatch(unsigned int changes, double seconds)
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
         if (seconds > 0 && left <= 0) break;
         pollfd events[] = {{stopped, POLLIN, 0}, {m_watcher->ChangedFd(), POLLIN, 0}};
-        if (poll(events, 2, seconds > 0 ? static_cast<int>(std::min<long long>(left, 1'000'000)) : -1) < 0)
-            break;
-        if (events[0].revents) break;
+        const long long wait = seconds > 0 ? std::min<long long>(left, kProbeMs) : kProbeMs;
+        const int ready = poll(events, 2, static_cast<int>(wait));
+        if (ready < 0 || events[0].revents) break;
+        if (ready == 0 && m_client && !IsOver("multicast:"))
+            Ask([](Config& config) { return config.Get(eParamID_SystemState); });
         eventfd_t ignored;
         eventfd_read(m_watcher->ChangedFd(), &ignored);
     }

@@ -1,16 +1,27 @@
 /// One run of the tool: its connection, its output and its watch.
 #pragma once
 
+#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "vexactl/deadline.h"
 #include "vexactl/exit_status.h"
 #include "vexactl/parameter.h"
 
 class Watcher;
+namespace vexa::corvalis::config::access {
+class NetworkClient;
+}
+
+/// What was asked of the device cannot be had over this connection, or not any more.
+struct ConnectionError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
 
 /// Connects when the first command needs it and keeps the connection for all further ones. Thread: the main
 /// thread, but for the printing operations, which the watch uses from wherever a change is delivered.
@@ -21,14 +32,39 @@ class Session {
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    std::string uri = "local:";
+    std::string uri = "tcp://127.0.0.1:43110";
     bool json = false;
-    int scriptLine = 0;  ///< of the script that is being read; 0: not reading one
+    bool verbose = false;  ///< show the library's messages
+    double timeout = 5;    ///< seconds, for whatever is asked of the device
+    int scriptLine = 0;    ///< of the script that is being read; 0: not reading one
 
     /// The configuration, or null after a message. @see ExitStatus::kCannotConnect
     Config* Connect();
+    /// Any configuration: the catalogue is this program's own, so no device is needed to describe it.
+    Config* ConnectForCatalogue();
+    /// Gives it back; the next command connects anew.
+    void Disconnect();
     /// One parameter of it, or nothing after a message.
     std::optional<Parameter> Find(const std::string& name);
+
+    // The device's answers. A lost connection throws ConnectionError; no answer in time ends the tool.
+    /// Nothing when there is no value, or none that this connection carries.
+    std::optional<Value> Read(const Parameter& parameter);
+    /// @return false when the device said that it does not accept the value. It need not say so.
+    bool Write(const Parameter& parameter, const Value& value);
+    /// Any other use of the configuration.
+    template <class Use>
+    auto Ask(const Use& use)
+    {
+        const Deadline limit = Limit();
+        auto result = use(*m_config);
+        CheckConnection();
+        return result;
+    }
+    /// Whether bytes can be read and written: not over TCP.
+    bool CarriesData() const { return !IsOver("tcp:"); }
+    /// Whether the device says what it did with a value; otherwise only reading it back tells.
+    bool ConfirmsWrites(const Parameter& parameter) const;
 
     /// A line of data, on standard output.
     void Print(const std::string& line);
@@ -44,7 +80,15 @@ class Session {
     void WaitForWatch(unsigned int changes, double seconds);
 
   private:
+    bool IsOver(const char* scheme) const { return uri.find(scheme) != std::string::npos; }
+    bool IsNetwork() const { return IsOver("tcp:") || IsOver("udp:") || IsOver("multicast:"); }
+    Deadline Limit() const;
+    void CheckConnection() const;
+    void HideLibraryMessages();
+
     Config* m_config = nullptr;
+    vexa::corvalis::config::access::NetworkClient* m_client = nullptr;  // m_config, when it is one
+    FILE* m_messages = stderr;
     std::unique_ptr<Watcher> m_watcher;
     std::mutex m_output;
 };

@@ -42,6 +42,10 @@ ExitStatus RunCommand(Session& session, std::vector<std::string> words, bool& qu
     } catch (const CLI::ParseError& error) {
         session.Complain(Explain(app, error));
         status = ExitStatus::kUsage;
+    } catch (const ConnectionError& error) {
+        session.Complain(error.what());
+        session.Disconnect();
+        status = ExitStatus::kCannotConnect;
     }
     return status;
 }

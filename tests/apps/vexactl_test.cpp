@@ -19,7 +19,7 @@ using Json = nlohmann::json;
 namespace {
 
 ProgramResult Tool(std::vector<std::string> arguments, const std::string& input = "",
-                   std::vector<std::string> environment = {"PRODUCT_ID=OAK", "VEXACTL_URI"})
+                   std::vector<std::string> environment = {"PRODUCT_ID=OAK", "VEXACTL_URI=local:"})
 {
     arguments.insert(arguments.begin(), VEXACTL);
     return RunProgram(arguments, input, environment);

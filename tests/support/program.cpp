@@ -1,33 +1,14 @@
 #include "support/program.h"
 
+#include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <chrono>
 #include <cstdlib>
-#include <memory>
 
 namespace {
-
-/// A file without a name that goes when it is closed. Unlike pipes it never blocks a program that nobody
-/// reads from.
-using TemporaryFile = std::unique_ptr<FILE, int (*)(FILE*)>;
-
-TemporaryFile MakeFile(const std::string& content = "")
-{
-    TemporaryFile file(tmpfile(), fclose);
-    fwrite(content.data(), 1, content.size(), file.get());
-    rewind(file.get());
-    return file;
-}
-
-std::string ContentOf(FILE* file)
-{
-    std::string content;
-    rewind(file);
-    for (int c = fgetc(file); c != EOF; c = fgetc(file)) content += static_cast<char>(c);
-    return content;
-}
 
 void ChangeEnvironment(const std::vector<std::string>& environment)
 {
@@ -42,24 +23,73 @@ void ChangeEnvironment(const std::vector<std::string>& environment)
 
 }  // namespace
 
+Program::TemporaryFile Program::MakeFile(const std::string& content)
+{
+    TemporaryFile file(tmpfile(), fclose);
+    fwrite(content.data(), 1, content.size(), file.get());
+    rewind(file.get());
+    return file;
+}
+
+/// Leaves the position alone, which the program shares.
+std::string Program::ContentOf(FILE* file)
+{
+    std::string content;
+    char piece[4096];
+    for (ssize_t count;
+         (count = pread(fileno(file), piece, sizeof piece, static_cast<off_t>(content.size()))) > 0;)
+        content.append(piece, static_cast<size_t>(count));
+    return content;
+}
+
+Program::Program(const std::vector<std::string>& command, const std::string& input,
+                 const std::vector<std::string>& environment)
+    : m_in(MakeFile(input)), m_out(MakeFile()), m_err(MakeFile()), m_child(fork())
+{
+    if (m_child != 0) return;
+    dup2(fileno(m_in.get()), STDIN_FILENO);
+    dup2(fileno(m_out.get()), STDOUT_FILENO);
+    dup2(fileno(m_err.get()), STDERR_FILENO);
+    ChangeEnvironment(environment);
+    std::vector<char*> argv;
+    for (const std::string& word : command) argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    _exit(127);
+}
+
+Program::~Program()
+{
+    if (m_child == -1) return;
+    Signal(SIGKILL);
+    Wait();
+}
+
+void Program::WaitForOutput(const std::string& text) const
+{
+    using std::chrono::steady_clock;
+    const auto end = steady_clock::now() + std::chrono::seconds(30);
+    while (Out().find(text) == std::string::npos && Err().find(text) == std::string::npos) {
+        if (steady_clock::now() > end) FAIL() << "no " << text << " in\n" << Out() << Err();
+        usleep(1000);
+    }
+}
+
+void Program::Signal(int signal) const
+{
+    kill(m_child, signal);
+}
+
+ProgramResult Program::Wait()
+{
+    int status = 0;
+    waitpid(m_child, &status, 0);
+    m_child = -1;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), Out(), Err()};
+}
+
 ProgramResult RunProgram(const std::vector<std::string>& command, const std::string& input,
                          const std::vector<std::string>& environment)
 {
-    const TemporaryFile in = MakeFile(input), out = MakeFile(), err = MakeFile();
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(fileno(in.get()), STDIN_FILENO);
-        dup2(fileno(out.get()), STDOUT_FILENO);
-        dup2(fileno(err.get()), STDERR_FILENO);
-        ChangeEnvironment(environment);
-        std::vector<char*> argv;
-        for (const std::string& word : command) argv.push_back(const_cast<char*>(word.c_str()));
-        argv.push_back(nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), ContentOf(out.get()),
-            ContentOf(err.get())};
+    return Program(command, input, environment).Wait();
 }

@@ -1,6 +1,10 @@
-/// Runs a whole program as a user would.
+/// Runs whole programs as a user would.
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -9,6 +13,35 @@ struct ProgramResult {
     std::string out, err;
 };
 
-/// @param environment  "NAME=value" entries that are added; "NAME" alone removes one.
+/// A program that runs beside the test. It is killed at the end, unless Wait was called.
+class Program {
+  public:
+    /// @param environment  "NAME=value" entries that are added; "NAME" alone removes one.
+    explicit Program(const std::vector<std::string>& command, const std::string& input = "",
+                     const std::vector<std::string>& environment = {});
+    ~Program();
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    /// What it wrote so far.
+    std::string Out() const { return ContentOf(m_out.get()); }
+    std::string Err() const { return ContentOf(m_err.get()); }
+    /// Waits until it has written a text on standard output or standard error; fails the test after a while.
+    void WaitForOutput(const std::string& text) const;
+    void Signal(int signal) const;
+    ProgramResult Wait();
+
+  private:
+    /// A file without a name that goes when it is closed. Unlike pipes it never blocks a program that nobody
+    /// reads from.
+    using TemporaryFile = std::unique_ptr<FILE, int (*)(FILE*)>;
+    static TemporaryFile MakeFile(const std::string& content = "");
+    static std::string ContentOf(FILE* file);
+
+    const TemporaryFile m_in, m_out, m_err;
+    pid_t m_child;
+};
+
+/// Runs a program to its end.
 ProgramResult RunProgram(const std::vector<std::string>& command, const std::string& input = "",
                          const std::vector<std::string>& environment = {});

@@ -1,0 +1,71 @@
+#include "mainstay/daemon.h"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+
+#include "config/access/config_factory_impl.h"
+#include "config/access/network_server.h"
+#include "config/descriptors/registry.h"
+
+namespace {
+
+/// Whether a server can have the port. A UDP server would share it silently with another daemon, and the
+/// library reports a failure in several lines, so this asks first.
+bool IsFree(int socketType, int port)
+{
+    const int descriptor = socket(AF_INET, socketType | SOCK_CLOEXEC, 0);
+    if (descriptor == -1) return false;
+    const int yes = 1;  // connections of an earlier daemon may still be winding down
+    if (socketType == SOCK_STREAM) setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    const bool free = bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    const int error = errno;
+    close(descriptor);
+    errno = error;
+    return free;
+}
+
+}  // namespace
+
+Daemon::~Daemon()
+{
+    for (Server* const server : m_servers) server->Stop();
+    Server::WaitUntilStopped(std::chrono::seconds(5));
+    if (m_store) ConfigFactoryImpl::GetInstance()->Disconnect(m_store);
+}
+
+bool Daemon::Start(const Options& options)
+{
+    CreateDescriptors();
+    m_store = ConfigFactoryImpl::GetInstance()->Connect("local:");
+    if (!m_store) {
+        fputs("mainstay: cannot open the store\n", stderr);
+        return false;
+    }
+    return (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, "TCP")) &&
+           (options.noUdp || StartServer(SOCK_DGRAM, options.udpPort, "UDP"));
+}
+
+bool Daemon::StartServer(int socketType, int port, const char* name)
+{
+    if (!IsFree(socketType, port)) {
+        fprintf(stderr, "mainstay: cannot serve %s port %d: %s\n", name, port, strerror(errno));
+        return false;
+    }
+    auto server = std::make_unique<Server>(AF_INET, socketType, port);
+    if (!server->Init()) return false;
+    m_endpoints +=
+        (m_endpoints.empty() ? "" : ", ") + std::string(name) + " port " + std::to_string(server->Port());
+    if (socketType == SOCK_DGRAM) server->Announce(0);  // to those who only listen, too
+    if (!server->Start()) return false;
+    m_servers.push_back(server.release());
+    return true;
+}

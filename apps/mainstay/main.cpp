@@ -1,0 +1,76 @@
+/// mainstay: the control daemon. It owns the parameters of the device and serves them to applications.
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+#include "config/access/network_protocol.h"
+#include "mainstay/daemon.h"
+#include "mainstay/service_manager.h"
+
+namespace {
+
+namespace net = vexa::corvalis::config::access;
+
+constexpr const char* kFooter =
+    "The model comes from the environment variable PRODUCT_ID or the file /etc/product_id.\n"
+    "Exit status: 0 stopped by SIGTERM or SIGINT, 1 cannot serve, 2 usage.";
+
+/// Each client takes a descriptor or two.
+void RaiseDescriptorLimit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+int Serve(const Options& options, const sigset_t& stops)
+{
+    Daemon daemon;
+    if (!daemon.Start(options)) return 1;
+    fprintf(stderr, "mainstay: ready, %s\n", daemon.Endpoints().c_str());
+    NotifyServiceManager("READY=1");
+    int signal = 0;
+    sigwait(&stops, &signal);
+    fprintf(stderr, "mainstay: stopping, %s\n", strsignal(signal));
+    NotifyServiceManager("STOPPING=1");
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    Options options{.tcpPort = net::kNetworkPort, .udpPort = net::kNetworkPort};
+    CLI::App app("Serves the parameters of this device to applications.", "mainstay");
+    app.footer(kFooter);
+    app.add_option("--tcp-port", options.tcpPort, "TCP port; 0: a free one, named when ready")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
+    app.add_option("--udp-port", options.udpPort, "UDP port; 0: a free one, named when ready")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
+    app.add_flag("--no-tcp", options.noTcp, "Do not serve TCP");
+    app.add_flag("--no-udp", options.noUdp, "Do not serve UDP, and send no multicast events");
+    app.set_version_flag("--version", std::string("mainstay ") + MAINSTAY_VERSION);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        fprintf(stderr, "mainstay: %s; \"mainstay --help\" shows how it is used\n", error.what());
+        return 2;
+    }
+
+    // Before any thread exists, so that all of them leave these signals to this one.
+    sigset_t stops;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGTERM);
+    sigaddset(&stops, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &stops, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+    RaiseDescriptorLimit();
+    return Serve(options, stops);
+}

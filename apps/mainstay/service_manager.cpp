@@ -1,0 +1,29 @@
+#include "mainstay/service_manager.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+void NotifyServiceManager(const std::string& state)
+{
+    const char* const path = getenv("NOTIFY_SOCKET");
+    if (!path || (*path != '/' && *path != '@')) return;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const size_t length = strlen(path);
+    if (length >= sizeof address.sun_path) return;
+    memcpy(address.sun_path, path, length);
+    if (*path == '@') address.sun_path[0] = '\0';  // a name that is no file
+
+    const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (descriptor == -1) return;
+    if (sendto(descriptor, state.data(), state.size(), MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&address),
+               static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length)) == -1)
+        perror("mainstay: cannot notify the service manager");
+    close(descriptor);
+}

@@ -1,0 +1,221 @@
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <random>
+#include <regex>
+
+#include "support/program.h"
+
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+/// A daemon on free ports.
+class Daemon {
+  public:
+    explicit Daemon(const std::vector<std::string>& environment = {})
+        : m_program({MAINSTAY, "--tcp-port", "0", "--udp-port", "0"}, "", environment)
+    {
+        m_program.WaitForOutput("mainstay: ready");
+        std::smatch ports;
+        const std::string output = m_program.Err();
+        EXPECT_TRUE(
+            std::regex_search(output, ports, std::regex("ready, TCP port ([0-9]+), UDP port ([0-9]+)\n")));
+        tcpPort = ports[1];
+        udpPort = ports[2];
+    }
+    void Signal(int signal) const { m_program.Signal(signal); }
+    ProgramResult Wait() { return m_program.Wait(); }
+
+    /// A configuration of its own, because all daemons of a host multicast to the same group.
+    std::string Tcp() const { return "tcp://127.0.0.1:" + tcpPort + "/" + kConfig; }
+    std::string Udp() const { return "udp://127.0.0.1:" + udpPort + "/" + kConfig; }
+    static std::string Multicast() { return "multicast://127.0.0.1:63110/" + kConfig; }
+
+    std::string tcpPort, udpPort;
+
+  private:
+    inline static const std::string kConfig = "configid=" + std::to_string(getpid());
+    Program m_program;
+};
+
+std::vector<std::string> ToolCommand(const std::string& uri, std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), {VEXACTL, "--uri", uri});
+    return arguments;
+}
+
+ProgramResult Tool(const std::string& uri, std::vector<std::string> arguments, const std::string& input = "")
+{
+    return RunProgram(ToolCommand(uri, std::move(arguments)), input);
+}
+
+/// A socket connected to a port of this host.
+int Dial(int type, const std::string& port)
+{
+    const int descriptor = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(std::stoi(port)));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return descriptor;
+}
+
+TEST(Mainstay, WatchersSeeWhatOthersSet)
+{
+    Daemon daemon;
+    EXPECT_EQ(Tool(daemon.Udp(), {"get", "RegisterSave"}).status, 0);  // from now on this store is announced
+    Program overTcp(ToolCommand(daemon.Tcp(), {"watch"}));
+    Program overUdp(ToolCommand(daemon.Udp(), {"watch"}));
+    Program overMulticast(
+        ToolCommand(daemon.Multicast(), {"watch", "SystemState", "ReelName", "SW_Error_Alarm"}));
+    Program* const watchers[] = {&overTcp, &overUdp, &overMulticast};
+    // Until all of them listen, a change may come too early for one.
+    for (int i = 0; i < 3; ++i) {
+        const std::string expected = "SystemState = ";
+        for (unsigned int value = 1; watchers[i]->Out().find(expected) == std::string::npos;
+             value = value % 8 + 1)
+            Tool(daemon.Tcp(), {"set", "--force", "SystemState", std::to_string(value)});
+    }
+    EXPECT_EQ(Tool(daemon.Tcp(), {"set", "ReelName", "from tcp"}).status, 0);
+    EXPECT_EQ(Tool(daemon.Udp(), {"set", "ReelName", "from udp"}).status, 0);
+    for (Program* const watcher : watchers) {
+        watcher->WaitForOutput("ReelName = \"from tcp\"\n");
+        watcher->WaitForOutput("ReelName = \"from udp\"\n");
+    }
+    EXPECT_EQ(Tool(daemon.Udp(), {"alarms", "raise", "SW_Error_Alarm", "It broke"}).status, 0);
+    overMulticast.WaitForOutput("SW_Error_Alarm = raised, ERROR: \"It broke\"\n");
+    EXPECT_EQ(Tool(daemon.Tcp(), {"alarms", "raised"}).status, 6) << "TCP carries no data";
+
+    overTcp.Signal(SIGINT);
+    EXPECT_EQ(overTcp.Wait().status, 0);
+    daemon.Signal(SIGTERM);
+    EXPECT_EQ(daemon.Wait().status, 0);
+}
+
+TEST(Mainstay, TheToolKnowsWhatBecameOfAValue)
+{
+    Daemon daemon;
+    for (const std::string& uri : {daemon.Tcp(), daemon.Udp()}) {
+        const ProgramResult run =
+            Tool(uri, {"shell"},
+                 "set RegisterSave 7\nset RegisterSave 500\nset RegisterSave 600\n"
+                 "set SystemCommand 9\nset --force SystemState 4\nget RegisterSave SystemState\n"
+                 "set ReelName \"" +
+                     std::string(20'000, 'x') +
+                     "\"\n"
+                     "set ReelName \"" +
+                     std::string(30'000, 'x') + "\"\nset RegisterSave 0\n");
+        EXPECT_EQ(run.status, 5) << "the first failure was a correction";
+        EXPECT_THAT(run.out, HasSubstr("RegisterSave stored 7\n"
+                                       "RegisterSave corrected to 20 (500 is outside 1 to 20)\n"
+                                       "RegisterSave corrected to 20 (600 is outside 1 to 20)\n"
+                                       "SystemState stored 4 eSystemStateRunning\n"
+                                       "RegisterSave = 20\nSystemState = 4 eSystemStateRunning\n"
+                                       "ReelName stored \"xxx"));
+        EXPECT_THAT(run.err, AllOf(HasSubstr("vexactl: line 4: SystemCommand: \"9\" refused: not one of"),
+                                   HasSubstr("refused: longer than 24000 bytes\n")));
+    }
+    EXPECT_EQ(Tool(daemon.Tcp(), {"list"}).status, 0);
+}
+
+TEST(Mainstay, ADaemonThatIsGoneOrSilentIsOneLineAndAStatus)
+{
+    std::string tcp, udp;
+    {
+        Daemon daemon;
+        tcp = daemon.Tcp();
+        udp = daemon.Udp();
+        Program watch(ToolCommand(tcp, {"watch"}));
+        Program udpWatch(ToolCommand(udp, {"--timeout", "2", "watch"}));
+        Program shell(ToolCommand(tcp, {"shell"}), "get RegisterSave\n");
+        EXPECT_EQ(shell.Wait().status, 0);
+        daemon.Signal(SIGSTOP);
+        for (const std::string& uri : {tcp, udp}) {
+            const ProgramResult silent = Tool(uri, {"--timeout", "0.2", "get", "RegisterSave"});
+            EXPECT_EQ(silent.status, 7);
+            EXPECT_EQ(silent.err, "vexactl: no answer from " + uri + " in time\n");
+        }
+        EXPECT_EQ(udpWatch.Wait().status, 7);
+        daemon.Signal(SIGKILL);
+        daemon.Wait();
+        const ProgramResult lost = watch.Wait();
+        EXPECT_EQ(lost.status, 6);
+        EXPECT_THAT(lost.err, ContainsRegex("^vexactl: (lost the connection|cannot connect) to [^\n]*\n$"));
+    }
+    for (const std::string& uri : {tcp, udp}) {
+        const ProgramResult gone = Tool(uri, {"get", "RegisterSave"});
+        EXPECT_EQ(gone.status, 6);
+        EXPECT_EQ(gone.err, "vexactl: cannot connect to " + uri + "\n");
+    }
+}
+
+TEST(Mainstay, OnlyTheCulpritSuffers)
+{
+    Daemon daemon;
+    Program stopped(ToolCommand(daemon.Tcp(), {"watch"})), watching(ToolCommand(daemon.Tcp(), {"watch"}));
+    for (Program* const watcher : {&stopped, &watching})
+        for (int value = 1; watcher->Out().empty(); value = value % 20 + 1)
+            Tool(daemon.Tcp(), {"set", "RegisterSave", std::to_string(value)});
+    stopped.Signal(SIGSTOP);
+
+    std::mt19937 random(1);
+    for (const int type : {SOCK_STREAM, SOCK_DGRAM})
+        for (int length : {0, 1, 5, 24, 47, 48, 52, 1000, 20'000}) {
+            std::string garbage(static_cast<size_t>(length), '\0');
+            for (char& c : garbage) c = static_cast<char>(random());
+            const int descriptor = Dial(type, type == SOCK_STREAM ? daemon.tcpPort : daemon.udpPort);
+            send(descriptor, garbage.data(), garbage.size(), MSG_NOSIGNAL);
+            close(descriptor);
+        }
+    const std::string text(20'000, 'x');
+    std::string script;
+    for (int i = 0; i < 1000; ++i) script += "set ReelName " + text + std::to_string(i) + "\n";
+    EXPECT_EQ(Tool(daemon.Tcp(), {"shell"}, script + "set ReelName last\n").status, 0);
+    watching.WaitForOutput("ReelName = \"last\"\n");
+    stopped.Signal(SIGCONT);
+    EXPECT_EQ(stopped.Wait().status, 6) << "was not dropped";
+    EXPECT_EQ(Tool(daemon.Udp(), {"get", "ReelName"}).out, "ReelName = \"last\"\n");
+}
+
+TEST(Mainstay, StartsOnceAndTellsTheServiceManager)
+{
+    const std::string path = "/tmp/vexa_notify_" + std::to_string(getpid());
+    const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(manager, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+
+    Daemon daemon({"NOTIFY_SOCKET=" + path});
+    char state[64] = {};
+    EXPECT_GT(recv(manager, state, sizeof state, 0), 0);
+    EXPECT_STREQ(state, "READY=1");
+    for (const auto& arguments :
+         {std::vector<std::string>{MAINSTAY, "--no-udp", "--tcp-port", daemon.tcpPort},
+          std::vector<std::string>{MAINSTAY, "--no-tcp", "--udp-port", daemon.udpPort}}) {
+        const ProgramResult second = RunProgram(arguments);
+        EXPECT_EQ(second.status, 1);
+        EXPECT_THAT(second.err, testing::EndsWith("mainstay: cannot serve " + std::string() +
+                                                  (arguments[1] == "--no-udp" ? "TCP port " : "UDP port ") +
+                                                  arguments[3] + ": Address already in use\n"));
+    }
+    daemon.Signal(SIGINT);
+    EXPECT_EQ(daemon.Wait().status, 0);
+    EXPECT_GT(recv(manager, state, sizeof state, 0), 0);
+    EXPECT_STREQ(state, "STOPPING=1");
+    close(manager);
+    unlink(path.c_str());
+    EXPECT_EQ(RunProgram({MAINSTAY, "--tcp-port", "70000"}).status, 2);
+}
+
+}  // namespace
