@@ -31,6 +31,11 @@ class ListenerList {
         SemaphoreHelper hold(m_lock);
         return std::erase(m_listeners, listener) > 0;
     }
+    void Clear()
+    {
+        SemaphoreHelper hold(m_lock);
+        m_listeners.clear();
+    }
     bool Contains(ConfigEventListener* listener) const
     {
         SemaphoreHelper hold(m_lock);

@@ -12,6 +12,7 @@
 #include <cassert>
 
 #include "config/access/network_payload.h"
+#include "config/access/stream_replies.h"
 #include "config/config_value.h"
 #include "config/descriptors/registry.h"
 
@@ -64,20 +65,29 @@ NetworkClient::~NetworkClient()
 void NetworkClient::Release(NetworkClient* client)
 {
     client->StopEventsThread();
-    if (deliveringFor == client)
-        client->m_deletingThread = std::this_thread::get_id();
-    else
+    if (deliveringFor != client) {
         delete client;
+        return;
+    }
+    client->m_listeners.Clear();  // none is called any more, though the callback is not over
+    client->m_deletingThread = std::this_thread::get_id();
 }
 
 // Exchanges
 
-XCONFIGMGR_REQUEST_T NetworkClient::Request(eMessageType_t type, eParam_t id) const
+XCONFIGMGR_CONNECTION_REQUEST_T NetworkClient::Prefix(eMessageType_t type) const
 {
-    XCONFIGMGR_REQUEST_T request;
+    XCONFIGMGR_CONNECTION_REQUEST_T request;
     request.msgtype = type;
     request.connectionID = m_connectionID;
     request.configID = m_configID;
+    return request;
+}
+
+XCONFIGMGR_REQUEST_T NetworkClient::Request(eMessageType_t type, eParam_t id) const
+{
+    XCONFIGMGR_REQUEST_T request;
+    static_cast<MessagePrefix&>(request) = Prefix(type);
     request.paramID = id;
     return request;
 }
@@ -86,19 +96,15 @@ NetworkClient::Outcome NetworkClient::Exchange(const std::string& request, const
                                                unsigned int timeout, Message& reply)
 {
     SemaphoreHelper hold(m_exchangeLock);
-    m_replies->Expect(match);
-    m_reachable = false;
-    if (!m_socket->send(request.data(), static_cast<unsigned int>(request.size()))) return Outcome::kNotSent;
-    switch (m_replies->Await(timeout, reply)) {
-        case ReplyResult::kTimedOut:
-            return Outcome::kTimedOut;
-        case ReplyResult::kFailed:
-            return Outcome::kFailed;
-        case ReplyResult::kReceived:
-            break;
+    Outcome outcome = Outcome::kNotSent;
+    if (m_replies->Send(request, match, timeout)) {
+        const ReplyResult result = m_replies->Await(timeout, reply);
+        outcome = result == ReplyResult::kReceived   ? Outcome::kReplied
+                  : result == ReplyResult::kTimedOut ? Outcome::kTimedOut
+                                                     : Outcome::kFailed;
     }
-    m_reachable = true;
-    return Outcome::kReplied;
+    m_reachable = outcome == Outcome::kReplied;
+    return outcome;
 }
 
 NetworkClient::Outcome NetworkClient::Exchange(const XCONFIGMGR_REQUEST_T& request, uint32_t replyType,
@@ -111,8 +117,9 @@ NetworkClient::Outcome NetworkClient::Exchange(const XCONFIGMGR_REQUEST_T& reque
 bool NetworkClient::SendOnly(const std::string& request)
 {
     SemaphoreHelper hold(m_exchangeLock);
-    m_reachable = m_socket->send(request.data(), static_cast<unsigned int>(request.size()));
-    return m_reachable;
+    if (m_replies->Send(request, {}, m_replyTimeout)) return true;
+    m_reachable = false;
+    return false;
 }
 
 void NetworkClient::EndProcess(const char* operation)
@@ -129,44 +136,66 @@ bool NetworkClient::Knows(eParam_t id, const char* operation)
     return false;
 }
 
-bool NetworkClient::Handshake(const char* operation, eMessageType_t type, uint32_t accepted,
-                              unsigned int timeout)
+bool NetworkClient::FinishHandshake(const char* operation, eMessageType_t request, Outcome outcome,
+                                    const XCONFIGMGR_CONNECTION_RESPONSE_T& response)
 {
-    const auto complain = [&](const char* separator, const char* what) {
-        fprintf(stderr, "NetworkClient::%s%s%s\n", operation, separator, what);
+    const auto complain = [&](const std::string& what) {
+        fprintf(stderr, "NetworkClient::%s%s\n", operation, what.c_str());
         return false;
     };
-    XCONFIGMGR_CONNECTION_REQUEST_T request;
-    request.msgtype = type;
-    request.connectionID = m_connectionID;
-    request.configID = m_configID;
-    Message reply;
-    switch (Exchange(MessageBytes(request), {accepted, 0, m_connectionID, {}}, timeout, reply)) {
+    switch (outcome) {
         case Outcome::kNotSent:
-            return complain(": ", "send failed");
+            return complain(": send failed");
         case Outcome::kTimedOut:
-            return complain(" - ", ("select failed on port " + std::to_string(m_socket->port)).c_str());
+            return complain(" - select failed on port " + std::to_string(m_socket->port));
         case Outcome::kFailed:
-            if (reply.type == 0) return complain(" - ", "receive failed");
-            break;  // a type that no server sends
+            return complain(" - receive failed");
         case Outcome::kReplied:
             break;
     }
-    if (reply.type != ResponseTo(type))
-        return complain(": ", ("unexpected msgtype == " + std::to_string(reply.type)).c_str());
-    const auto error = static_cast<int>(reply.As<XCONFIGMGR_CONNECTION_RESPONSE_T>().error);
-    return error == 0 || complain(": ", ("server responded with error " + std::to_string(error)).c_str());
+    if (response.msgtype != ResponseTo(request))
+        return complain(": unexpected msgtype == " + std::to_string(static_cast<int>(response.msgtype)));
+    if (response.error == 0) return true;
+    return complain(": server responded with error " + std::to_string(static_cast<int>(response.error)));
 }
 
+/// The first bytes of a connection, or of one datagram.
+NetworkClient::Outcome NetworkClient::Receive(char* bytes, unsigned int length)
+{
+    const ReplySource::Deadline deadline = DeadlineIn(m_replyTimeout);
+    unsigned int received = 0;
+    while (received < length) {
+        if (!m_socket->read_select(MillisecondsUntil(deadline))) return Outcome::kTimedOut;
+        const int count = m_socket->recv_some(bytes + received, length - received);
+        if (count <= 0) return Outcome::kFailed;
+        received += static_cast<unsigned int>(count);
+        if (m_socket->type == SOCK_DGRAM && received < length) return Outcome::kFailed;
+    }
+    return Outcome::kReplied;
+}
+
+/// Nothing can precede this reply, so whatever comes is taken for it.
 bool NetworkClient::ConfirmConnection()
 {
-    return Handshake("ConfirmConnection", XCFG_CONNECT_REQUEST, kAnyReply, m_replyTimeout);
+    SemaphoreHelper hold(m_exchangeLock);
+    XCONFIGMGR_CONNECTION_RESPONSE_T response;
+    Outcome outcome = Outcome::kNotSent;
+    if (m_replies->Send(MessageBytes(Prefix(XCFG_CONNECT_REQUEST)), {}, m_replyTimeout)) {
+        char bytes[wire::Size<XCONFIGMGR_CONNECTION_RESPONSE_T>()] = {};
+        outcome = Receive(bytes, sizeof bytes);
+        Decode(bytes, sizeof bytes, response);
+    }
+    return FinishHandshake("ConfirmConnection", XCFG_CONNECT_REQUEST, outcome, response);
 }
 
 bool NetworkClient::ConfirmDisconnect()
 {
-    return Handshake("ConfirmDisconnect", XCFG_DISCONNECT_REQUEST, XCFG_DISCONNECT_RESPONSE,
-                     kDisconnectTimeoutMs);
+    Message reply;
+    const Outcome outcome =
+        Exchange(MessageBytes(Prefix(XCFG_DISCONNECT_REQUEST)),
+                 {XCFG_DISCONNECT_RESPONSE, 0, m_connectionID, {}}, kDisconnectTimeoutMs, reply);
+    return FinishHandshake("ConfirmDisconnect", XCFG_DISCONNECT_REQUEST, outcome,
+                           reply.As<XCONFIGMGR_CONNECTION_RESPONSE_T>());
 }
 
 // Config
@@ -249,8 +278,9 @@ std::string NetworkClient::WithStringPayload(eParam_t id, const std::string& val
     StringValue object(m_configID, id, eCParam_StringValue, value);
     const std::string payload = WritePayload(&object);
     const size_t requestLength = kRequestBytes, streamLength = payload.size();
-    // clang-format off: the assertion is printed as it stands here
-    assert((requestLength + streamLength) <= (24 * 1024));
+    // The assertion is printed as it stands here.
+    // clang-format off
+    assert((requestLength + streamLength) <= (24*1024));
     // clang-format on
 
     auto request = Request(XCFG_SET_STREAM_PARAM_REQUEST, id);
@@ -326,16 +356,25 @@ bool NetworkClient::StartEventsThread()
     if (m_eventsThread.joinable()) Join(m_eventsThread);  // ended by itself
     m_stopEvents = false;
     try {
-        m_eventsThread = StartDeliveryThread("ClntPrcsEvts", [this] {
-            ProcessEvents();
-            const std::lock_guard ended(m_threadLock);
-            m_eventsRunning = false;
-        });
+        const bool stream = m_socket->type == SOCK_STREAM;
+        m_eventsThread = StartDeliveryThread(stream ? "TCPClntPrcsEvts" : "UDPClntPrcsEvts",
+                                             [this] { RunEventsThread(); });
         m_eventsRunning = true;
     } catch (const std::system_error&) {
         fputs("NetworkClient::StartEventsThread - unable to start thread", stderr);
     }
     return m_eventsRunning;
+}
+
+void NetworkClient::RunEventsThread()
+{
+    try {
+        ProcessEvents();
+    } catch (...) {
+        fputs("NetworkClient::ProcessEvents - ended by an exception\n", stderr);
+    }
+    const std::lock_guard ended(m_threadLock);
+    m_eventsRunning = false;
 }
 
 std::thread NetworkClient::StartDeliveryThread(const char* name, std::function<void()> body)
@@ -349,6 +388,7 @@ std::thread NetworkClient::StartDeliveryThread(const char* name, std::function<v
         } catch (...) {
             fprintf(stderr, "NetworkClient - thread %s ended by an exception\n", name);
         }
+        deliveringFor = nullptr;
         if (m_deletingThread == std::this_thread::get_id()) delete this;
     });
 }
@@ -359,6 +399,8 @@ void NetworkClient::StopEventsThread()
     m_replies->Stop();
     m_socket->close();
     if (m_eventSocket) m_eventSocket->close();
+    // From a callback: the other threads may be waiting for their turn to deliver. The destructor joins them.
+    if (deliveringFor == this) return;
     std::thread ending;
     {
         const std::lock_guard hold(m_threadLock);
@@ -371,10 +413,14 @@ void NetworkClient::StopEventsThread()
 void NetworkClient::Join(std::thread& thread)
 {
     if (!thread.joinable()) return;
-    if (thread.get_id() == std::this_thread::get_id())
-        thread.detach();
-    else
-        thread.join();
+    try {
+        if (thread.get_id() == std::this_thread::get_id())
+            thread.detach();
+        else
+            thread.join();
+    } catch (const std::system_error&) {
+        fputs("NetworkClient::StopEventsThread - thread join failed", stderr);
+    }
 }
 
 void NetworkClient::Deliver(const XCONFIGMGR_RESPONSE_T& event)

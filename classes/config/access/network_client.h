@@ -75,6 +75,7 @@ class NetworkClient : public Config {
   protected:
     enum class Outcome { kReplied, kNotSent, kTimedOut, kFailed };
 
+    XCONFIGMGR_CONNECTION_REQUEST_T Prefix(eMessageType_t type) const;
     XCONFIGMGR_REQUEST_T Request(eMessageType_t type, eParam_t id) const;
     /// Sends a request and waits for its reply. @param otherType  of a reply that will do as well; 0: none.
     Outcome Exchange(const XCONFIGMGR_REQUEST_T& request, uint32_t replyType, Message& reply,
@@ -97,6 +98,7 @@ class NetworkClient : public Config {
     static void Join(std::thread& thread);
     void Deliver(const XCONFIGMGR_RESPONSE_T& event);
     void Deliver(const XCONFIGMGR_RESPONSE_T& event, const std::string& text);
+    void RunEventsThread();
 
     const unsigned int m_connectionID;
     const eConfigID_t m_configID;
@@ -108,7 +110,9 @@ class NetworkClient : public Config {
     std::atomic<bool> m_reachable = true;
 
   private:
-    bool Handshake(const char* operation, eMessageType_t type, uint32_t accepted, unsigned int timeout);
+    Outcome Receive(char* bytes, unsigned int length);
+    bool FinishHandshake(const char* operation, eMessageType_t request, Outcome outcome,
+                         const XCONFIGMGR_CONNECTION_RESPONSE_T& response);
 
     std::atomic<unsigned int> m_replyTimeout = kReplyTimeoutMs;
     LockSemaphore m_exchangeLock;   // one exchange at a time

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
+#include <new>
 #include <optional>
 
 #include "config/access/network_tcp_client.h"
@@ -52,7 +53,11 @@ std::optional<Transport> ChooseTransport(const std::string& uri)
 
 std::unique_ptr<Socket> OpenSocket(const Transport& transport, const url& parts)
 {
-    auto socket = std::make_unique<Socket>(AF_INET, transport.socketType);
+    std::unique_ptr<Socket> socket(new (std::nothrow) Socket(AF_INET, transport.socketType));
+    if (!socket) {
+        fputs("NetworkFactory::Connect - failed to allocate a socket\n", stderr);
+        return nullptr;
+    }
     if (!socket->create()) {
         fputs("NetworkFactory::Connect - failed to create socket\n", stderr);
         return nullptr;
@@ -67,6 +72,15 @@ std::unique_ptr<Socket> OpenSocket(const Transport& transport, const url& parts)
     return nullptr;
 }
 
+NetworkClient* MakeClient(unsigned int connectionID, std::unique_ptr<Socket> socket, eConfigID_t configID)
+try {
+    if (socket->type == SOCK_STREAM) return new NetworkTCPClient(connectionID, socket.release(), configID);
+    return new NetworkUDPClient(connectionID, socket.release(), configID);
+} catch (const std::exception& error) {  // no memory, or no thread
+    fprintf(stderr, "NetworkFactory::Connect - failed to make a client: %s\n", error.what());
+    return nullptr;
+}
+
 }  // namespace
 
 std::atomic<unsigned int> NetworkFactory::s_connection_counter = 0;
@@ -76,18 +90,15 @@ NetworkClient* NetworkFactory::Connect(std::string uri)
     const unsigned int connectionID =
         s_connection_counter++ << 16 | (static_cast<unsigned>(getpid()) & 0xFFFF);
     url parts;
-    const bool parsed = parts.parse(uri);
+    parts.parse(uri);  // what cannot be parsed leads to no host
     const eConfigID_t configID = ReadConfigID(uri);
     const auto transport = ChooseTransport(uri);
-    if (!transport || !parsed) return nullptr;
+    if (!transport) return nullptr;
     auto socket = OpenSocket(*transport, parts);
     if (!socket) return nullptr;
 
-    NetworkClient* client;
-    if (transport->socketType == SOCK_STREAM)
-        client = new NetworkTCPClient(connectionID, socket.release(), configID);
-    else
-        client = new NetworkUDPClient(connectionID, socket.release(), configID);
+    NetworkClient* const client = MakeClient(connectionID, std::move(socket), configID);
+    if (!client) return nullptr;
     if (transport->multicast || client->ConfirmConnection()) return client;
     fprintf(stderr, "NetworkFactory::Connect - failed to confirm connection with host %s\n",
             parts.address.c_str());

@@ -1,12 +1,12 @@
 #include "config/access/network_tcp_client.h"
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 
 #include "config/access/network_payload.h"
+#include "config/access/stream_replies.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -18,9 +18,7 @@ NetworkTCPClient::~NetworkTCPClient()
 std::string NetworkTCPClient::ListenerRequest(eMessageType_t type, eParam_t id) const
 {
     XCONFIGMGR_EVENT_HANDLER_REQUEST_T request;
-    request.msgtype = type;
-    request.connectionID = m_connectionID;
-    request.configID = m_configID;
+    static_cast<MessagePrefix&>(request) = Prefix(type);
     request.paramID = id;
     return MessageBytes(request);
 }
@@ -49,7 +47,6 @@ bool NetworkTCPClient::UnregisterForEvents()
 
 void NetworkTCPClient::ProcessEvents()
 {
-    pthread_setname_np(pthread_self(), "TCPClntPrcsEvts");
     auto& stream = static_cast<StreamReplies&>(*m_replies);
     Message message;
     StreamReplies::End end;

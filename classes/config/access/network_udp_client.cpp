@@ -1,6 +1,5 @@
 #include "config/access/network_udp_client.h"
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -116,7 +115,7 @@ bool NetworkUDPClient::GetData(eParam_t id, std::string& data)
             fputs("NetworkUDPClient::GetData - send failed\n", stderr);
             return false;
         case Outcome::kTimedOut:
-            EndProcess("NetworkUDPClient::GetData");
+            EndProcess("NetworkClient::Get [Stream]");
         case Outcome::kFailed:
             fputs("NetworkUDPClient::GetData - recvfrom failed\n", stderr);
             return false;
@@ -165,7 +164,6 @@ bool NetworkUDPClient::UnregisterForEvents()
 
 void NetworkUDPClient::ProcessEvents()
 {
-    pthread_setname_np(pthread_self(), "UDPClntPrcsEvts");
     DiagnosticLog("NetworkUDPClient::ProcessEvents enter\n");
     Socket& socket = EventSocket();
     char datagram[kMaxMessageBytes];
@@ -234,7 +232,8 @@ void NetworkUDPClient::Enqueue(const XCONFIGMGR_RESPONSE_T& event)
     const std::lock_guard hold(m_queueLock);
     if (m_queue.size() == kMaxQueuedEvents) {
         m_queue.pop_front();
-        fputs("NetworkUDPClient - too many events, the oldest is lost\n", stderr);
+        if (!m_eventsDropped) fputs("NetworkUDPClient - too many events, the oldest are lost\n", stderr);
+        m_eventsDropped = true;
     }
     m_queue.push_back(event);
     m_queueChanged.notify_one();
@@ -243,13 +242,14 @@ void NetworkUDPClient::Enqueue(const XCONFIGMGR_RESPONSE_T& event)
 void NetworkUDPClient::ResponseQueueHandler()
 {
     std::unique_lock hold(m_queueLock);
-    while (!m_stopQueue) {
+    while (!m_stopQueue && !m_stopEvents) {
         if (m_queue.empty()) {
             m_queueChanged.wait(hold);
             continue;
         }
         const XCONFIGMGR_RESPONSE_T event = m_queue.front();
         m_queue.pop_front();
+        if (m_queue.empty()) m_eventsDropped = false;
         hold.unlock();
         Deliver(event);
         if (IsShutdown(event)) {

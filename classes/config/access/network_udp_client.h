@@ -1,6 +1,7 @@
 /// NetworkUDPClient: the client whose events come by multicast.
 #pragma once
 
+#include <condition_variable>
 #include <deque>
 
 #include "config/access/network_client.h"
@@ -42,10 +43,11 @@ class NetworkUDPClient final : public NetworkClient {
     void Enqueue(const XCONFIGMGR_RESPONSE_T& event);
     Socket& EventSocket() { return m_eventSocket ? *m_eventSocket : *m_socket; }
 
-    std::mutex m_queueLock;  // guards the queue and the stop flag
+    std::mutex m_queueLock;  // guards the queue and the flags
     std::condition_variable m_queueChanged;
     bool m_stopQueue = false;
     std::deque<XCONFIGMGR_RESPONSE_T> m_queue;
+    bool m_eventsDropped = false;  // since the queue was empty
     std::thread m_queueThread;
 };
 

@@ -386,16 +386,15 @@ int Socket::peek(char* buffer, unsigned int length)
 int Socket::read_select(unsigned int timeout_ms)
 {
     using std::chrono::steady_clock;
-    if (fd == -1) {
-        fputs("Socket::read_select - invalid socket\n", stderr);
-        return 0;
-    }
     const auto end = steady_clock::now() + std::chrono::milliseconds(timeout_ms);
     int result;
     {
         const Use use(*this);
+        if (use.fd == -1) {
+            fputs("Socket::read_select - invalid socket\n", stderr);
+            return 0;
+        }
         pollfd readable{use.fd, POLLIN, 0};
-        // A time-out beyond the 24 days that poll can express waits for those.
         result = Repeat([&] {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now()).count();
             return poll(&readable, 1, static_cast<int>(std::clamp<long long>(left, 0, INT32_MAX)));
@@ -407,12 +406,26 @@ int Socket::read_select(unsigned int timeout_ms)
     }
     if (result > 0) return 1;
     if (result < 0) Report("Socket::read_select");
+    report_timeout(timeout_ms);
+    return 0;
+}
+
+void Socket::report_timeout(unsigned int timeout_ms)
+{
     const int error = errno;
     fprintf(stderr, "Socket::read_select - readfds is not set (timeout secs:%ld usecs:%ld)\n",
             static_cast<long>(timeout_ms / 1000), static_cast<long>(timeout_ms % 1000 * 1000));
     errno = error;
     dump_context();
-    return 0;
+}
+
+int Socket::wait_ready(short events, unsigned int timeout_ms)
+{
+    const Use use(*this);
+    pollfd descriptor{use.fd, events, 0};
+    if (use.fd == -1) return POLLNVAL;
+    const int result = poll(&descriptor, 1, static_cast<int>(std::min<unsigned int>(timeout_ms, INT32_MAX)));
+    return result > 0 ? descriptor.revents : 0;
 }
 
 int Socket::set_non_blocking(bool blocking)

@@ -80,6 +80,10 @@ class Socket {
     /// Whether the socket becomes readable in time. A time-out writes a stack trace and system statistics,
     /// so this is for replies that must come, not for polling.
     int read_select(unsigned int timeout_ms);
+    /// What a time-out writes. `errno` stays.
+    static void report_timeout(unsigned int timeout_ms);
+    /// Waits, for polling. @return the events of poll that are ready; 0 after the time, or when interrupted.
+    int wait_ready(short events, unsigned int timeout_ms);
 
     /// Deliberately inverted, callers rely on it: false makes the descriptor non-blocking, true blocking.
     int set_non_blocking(bool blocking);

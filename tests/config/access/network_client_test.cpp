@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <future>
 
 #include "config/access/config_factory_impl.h"
@@ -117,7 +118,7 @@ TEST_F(NetworkClientTest, AReplyIsFoundAmongEventsLateRepliesAndPieces)
         const std::string answer = ReplyTo(get, XCFG_SET_STREAM_PARAM_RESPONSE, 0, "", 53) +
                                    ReplyTo(get, XCFG_PARAM_CHANGED_EVENT, 1) +
                                    ReplyTo(other, XCFG_PARAM_STRING_CHANGED_EVENT, 0, TextPayload("event")) +
-                                   ReplyTo(other, XCFG_GET_PARAM_RESPONSE, 2) +
+                                   ReplyTo(other, XCFG_SET_PARAM_RESPONSE, 2) +
                                    ReplyTo(get, XCFG_GET_PARAM_RESPONSE, 3);
         for (const char c : answer) peer.Send(std::string(1, c));
 
@@ -157,23 +158,22 @@ TEST_F(NetworkClientTest, AReplyIsFoundAmongEventsLateRepliesAndPieces)
 TEST_F(NetworkClientTest, AGetWithoutReplyEndsTheProcess)
 {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
-    const auto run = [this] {
-        for (const int type : {SOCK_STREAM, SOCK_DGRAM}) {
-            ScriptedServer server(type, [](ScriptedPeer& peer) {
-                peer.Connect();
-                peer.Receive();
-                pause();
-            });
-            net::NetworkClient* const client = Connect(server);
-            client->SetReplyTimeout(20);
-            atexit([] { fputs("at exit\n", stderr); });
-            errno = 0;
-            client->Get(kNumber);
-        }
+    const auto run = [this](int type) {
+        ScriptedServer server(type, [](ScriptedPeer& peer) {
+            peer.Connect();
+            peer.Receive();
+            pause();
+        });
+        net::NetworkClient* const client = Connect(server);
+        client->SetReplyTimeout(20);
+        atexit([] { fputs("at exit\n", stderr); });
+        errno = 0;
+        client->Get(kNumber);
     };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(255),
-                "readfds is not set .timeout secs:0 usecs:20000.[^$]*"
-                "NetworkClient::Get - select failed on port [0-9]+ .PID:[0-9]+.\nat exit");
+    for (const int type : {SOCK_STREAM, SOCK_DGRAM})
+        EXPECT_EXIT(run(type), testing::ExitedWithCode(255),
+                    "readfds is not set .timeout secs:0 usecs:20000.[^$]*"
+                    "NetworkClient::Get - select failed on port [0-9]+ .PID:[0-9]+.\nat exit");
 }
 
 TEST_F(NetworkClientTest, ListenersAreRegisteredOnceAndMayUseTheClient)
@@ -222,30 +222,92 @@ TEST_F(NetworkClientTest, ListenersAreRegisteredOnceAndMayUseTheClient)
     StderrOf([&] { m_factory.Disconnect(client); });
 }
 
-TEST_F(NetworkClientTest, AClientMayBeReleasedFromItsCallback)
+TEST_F(NetworkClientTest, SendingReadsWhileNobodyElseDoes)
 {
-    /// Gives its client back when it is called.
-    struct Leaver : ConfigEventListener {
+    constexpr unsigned int kChanges = 200'000;  // in either direction more than any buffer holds
+    ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+        peer.Connect();
+        net::XCONFIGMGR_REQUEST_T event;
+        static_cast<net::MessagePrefix&>(event) = peer.Receive(28);
+        event.paramID = kNumber;
+        const std::string bytes = ReplyTo(event, XCFG_PARAM_CHANGED_EVENT, 1);
+        std::string events;
+        for (unsigned int i = 0; i < kChanges; ++i) events += bytes;
+        peer.Send(events);
+        for (unsigned int i = 0; i < kChanges; ++i) peer.Receive();
+        ServeUntilDisconnect(peer);
+    });
+    net::NetworkClient* const client = Connect(server);
+    ASSERT_NE(client, nullptr);
+    /// Stands still as long as the application holds its lock.
+    struct Locking : ConfigEventListener {
         using ConfigEventListener::ParamChanged;
         bool ParamChanged(eParam_t, unsigned int, timeval) override
         {
-            factory->Disconnect(client);
-            done.set_value();
+            const std::lock_guard hold(mutex);
             return true;
         }
         bool ParamChanged(eParam_t, std::string, timeval) override { return true; }
-        net::NetworkFactory* factory;
-        net::NetworkClient* client;
-        std::promise<void> done;
-    } leaver;
-    leaver.factory = &m_factory;
+        std::mutex mutex;
+    } locking;
+    const std::string output = StderrOf([&] {
+        {
+            const std::lock_guard hold(locking.mutex);
+            ASSERT_TRUE(client->AddConfigEventListener(&locking));
+            for (unsigned int i = 0; i < kChanges; ++i) ASSERT_TRUE(client->Set(kNumber, i));
+        }
+        EXPECT_TRUE(client->RemoveConfigEventListener(&locking));
+        m_factory.Disconnect(client);
+    });
+    EXPECT_EQ(output,
+              "NetworkTCPClient - too many events, the oldest are lost\n"
+              "NetworkTCPClient::ProcessEvents - end\n");
+}
+
+/// Gives its client back at the first call.
+struct Leaver : ConfigEventListener {
+    bool Leave()
+    {
+        EXPECT_EQ(calls++, 0);
+        factory.Disconnect(client);
+        done.set_value();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));  // events go on arriving meanwhile
+        return true;
+    }
+    using ConfigEventListener::ParamChanged;
+    bool ParamChanged(eParam_t, unsigned int, timeval) override { return Leave(); }
+    bool ParamChanged(eParam_t, std::string, timeval) override { return Leave(); }
+    net::NetworkFactory factory;
+    net::NetworkClient* client = nullptr;
+    std::atomic<int> calls = 0;
+    std::promise<void> done;
+};
+
+size_t CountThreads()
+{
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return static_cast<size_t>(std::distance(begin(threads), end(threads)));
+}
+
+/// Threads that were detached end soon after what they were last heard of.
+void ExpectThreads(size_t count)
+{
+    for (int i = 0; i < 5000 && CountThreads() != count; ++i) usleep(1000);
+    EXPECT_EQ(CountThreads(), count);
+}
+
+TEST_F(NetworkClientTest, AClientMayBeReleasedFromItsCallback)
+{
+    const size_t threads = CountThreads();
+    Leaver leaver;
     const std::string output = StderrOf([&] {
         ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
             peer.Connect();
             peer.Receive(28);  // Add Listener
             net::XCONFIGMGR_REQUEST_T event;
             event.paramID = kNumber;
-            peer.Send(ReplyTo(event, XCFG_PARAM_CHANGED_EVENT, 1));
+            peer.Send(ReplyTo(event, XCFG_PARAM_CHANGED_EVENT, 1) +
+                      ReplyTo(event, XCFG_PARAM_CHANGED_EVENT, 2));
             ServeUntilDisconnect(peer);
         });
         leaver.client = Connect(server);
@@ -253,6 +315,7 @@ TEST_F(NetworkClientTest, AClientMayBeReleasedFromItsCallback)
         leaver.done.get_future().wait();
     });
     EXPECT_THAT(output, testing::Not(HasSubstr("ConfirmDisconnect")));
+    ExpectThreads(threads);
 }
 
 TEST_F(NetworkClientTest, EventsEndAsTheyShould)
@@ -338,6 +401,46 @@ TEST_F(NetworkClientTest, UdpTakesOnlyItsOwnReply)
     EXPECT_EQ(StderrOf([&] { m_factory.Disconnect(client); }), "");
 }
 
+/// Sends to whoever listens for events on this host.
+class EventSender {
+  public:
+    EventSender()
+    {
+        EXPECT_TRUE(m_socket.create() && m_socket.bind("127.0.0.1", 0));
+        m_group.sin_family = AF_INET;
+        m_group.sin_port = htons(net::kMulticastPort);
+        m_group.sin_addr.s_addr = inet_addr(net::kMulticastGroup);
+    }
+    void Send(const std::string& bytes)
+    {
+        EXPECT_TRUE(m_socket.sendto(bytes.data(), static_cast<unsigned int>(bytes.size()), m_group));
+    }
+
+  private:
+    net::Socket m_socket{AF_INET, SOCK_DGRAM};
+    sockaddr_in m_group{};
+};
+
+TEST_F(NetworkClientTest, AMulticastClientMayBeReleasedFromItsCallbacks)
+{
+    const size_t threads = CountThreads();
+    for (const bool number : {true, false}) {
+        Leaver leaver;
+        leaver.client = m_factory.Connect("multicast://127.0.0.1:63110/configid=-7");
+        ASSERT_NE(leaver.client, nullptr);
+        ASSERT_TRUE(leaver.client->AddConfigEventListener(&leaver));
+        EventSender sender;
+        net::XCONFIGMGR_REQUEST_T event;
+        event.configID = -7;
+        event.paramID = kText;
+        const std::string events[] = {ReplyTo(event, XCFG_PARAM_CHANGED_EVENT, 3),
+                                      ReplyTo(event, XCFG_PARAM_STRING_CHANGED_EVENT, 0, TextPayload("t"))};
+        for (int i = 0; i < 6; ++i) sender.Send(events[(i > 0) == number]);
+        leaver.done.get_future().wait();
+        ExpectThreads(threads);
+    }
+}
+
 TEST_F(NetworkClientTest, AMulticastClientOnlyListens)
 {
     net::NetworkClient* const client = m_factory.Connect("multicast://127.0.0.1:63110/configid=-5");
@@ -352,15 +455,8 @@ TEST_F(NetworkClientTest, AMulticastClientOnlyListens)
     ASSERT_TRUE(client->RemoveConfigEventListener(&listener));
     ASSERT_TRUE(client->AddConfigEventListener(&listener));
 
-    net::Socket sender(AF_INET, SOCK_DGRAM);
-    ASSERT_TRUE(sender.create() && sender.bind("127.0.0.1", 0));
-    sockaddr_in group{};
-    group.sin_family = AF_INET;
-    group.sin_port = htons(net::kMulticastPort);
-    group.sin_addr.s_addr = inet_addr(net::kMulticastGroup);
-    const auto send = [&](const std::string& bytes) {
-        EXPECT_TRUE(sender.sendto(bytes.data(), static_cast<unsigned int>(bytes.size()), group));
-    };
+    EventSender sender;
+    const auto send = [&](const std::string& bytes) { sender.Send(bytes); };
     net::XCONFIGMGR_REQUEST_T event;
     event.configID = -5;
     send("");
