@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -35,14 +36,43 @@ inline WordList NetworkWords(const std::string& bytes)
     return words;
 }
 
+/// What stands before the payload of a reply or event; zeros for what is missing.
+inline WordList RecordOf(const std::string& datagram)
+{
+    WordList words = NetworkWords(datagram.substr(0, 52));
+    words.resize(13);
+    return words;
+}
+
+/// A request of the client 0x21234, with a payload of so many bytes to come. Every word differs from what a
+/// server would fill in.
+inline WordList RequestWords(uint32_t type, int32_t config, uint32_t id, uint32_t value = 0,
+                             uint32_t length = 0)
+{
+    const auto configID = static_cast<uint32_t>(config);
+    return {type, 0x21234, 7, configID, 5, 4097, id, value, 11, 22, length, length ? 3072u : 0u};
+}
+
+/// The reply to it.
+inline WordList ReplyWords(uint32_t type, int32_t config, uint32_t id, uint32_t error, uint32_t value,
+                           size_t length = 0)
+{
+    const auto configID = static_cast<uint32_t>(config), size = static_cast<uint32_t>(length);
+    return {type, 0x21234, 7, configID, 5, 4097, id, error, value, 11, 22, size, size ? 3072u : 0u};
+}
+
 /// A TCP or UDP client of a server on this host.
 class RawPeer {
   public:
     static constexpr int kDeadlineMs = 20'000;
 
-    explicit RawPeer(int port, int type = SOCK_STREAM) : m_type(type)
+    /// @param receiveBuffer  small: the server soon finds that the peer does not read. 0: the system's choice.
+    explicit RawPeer(int port, int type = SOCK_STREAM, int receiveBuffer = 0)
+        : m_type(type), m_socket(socket(AF_INET, type | SOCK_CLOEXEC, 0))
     {
-        m_socket = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+        const int yes = 1;
+        if (type == SOCK_STREAM) setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
+        if (receiveBuffer) setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(static_cast<uint16_t>(port));
@@ -85,8 +115,14 @@ class RawPeer {
         bytes.resize(received);
         return bytes;
     }
-    WordList ReceiveWords(size_t count) { return NetworkWords(Receive(4 * count)); }
-    /// A request and its answer, as words.
+    /// So many words; zeros for what does not come.
+    WordList ReceiveWords(size_t count)
+    {
+        WordList words = NetworkWords(Receive(4 * count));
+        words.resize(count);
+        return words;
+    }
+    /// A request and its answer.
     WordList Ask(const WordList& request, size_t count)
     {
         Send(request);
@@ -109,7 +145,7 @@ class RawPeer {
     RawPeer() : m_type(SOCK_DGRAM), m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
 
     const int m_type;
-    int m_socket = -1;
+    int m_socket;
 };
 
 /// Hears the events of one configuration that are sent to the multicast group.
@@ -139,7 +175,8 @@ class RawEvents : private RawPeer {
                 return datagram;
         }
     }
-    WordList NextWords() { return NetworkWords(Next()); }
+    /// The record of the next one; zeros when none comes.
+    WordList NextWords() { return RecordOf(Next()); }
 
   private:
     const int32_t m_configID;
