@@ -12,6 +12,7 @@
 #include "config/access/config_factory_impl.h"
 #include "config/access/network_server.h"
 #include "config/descriptors/registry.h"
+#include "mainstay/queue_service.h"
 
 namespace {
 
@@ -35,8 +36,11 @@ bool IsFree(int socketType, int port)
 
 }  // namespace
 
+Daemon::Daemon() = default;
+
 Daemon::~Daemon()
 {
+    m_queues.reset();
     for (Server* const server : m_servers) server->Stop();
     Server::WaitUntilStopped(std::chrono::seconds(5));
     if (m_store) ConfigFactoryImpl::GetInstance()->Disconnect(m_store);
@@ -50,7 +54,9 @@ bool Daemon::Start(const Options& options)
         fputs("mainstay: cannot open the store\n", stderr);
         return false;
     }
-    return (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, "TCP")) &&
+    // The queues first: they tell a second daemon before anything else has started.
+    return (options.noQueues || StartQueues()) &&
+           (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, "TCP")) &&
            (options.noUdp || StartServer(SOCK_DGRAM, options.udpPort, "UDP"));
 }
 
@@ -68,4 +74,16 @@ bool Daemon::StartServer(int socketType, int port, const char* name)
     if (!server->Start()) return false;
     m_servers.push_back(server.release());
     return true;
+}
+
+bool Daemon::StartQueues()
+{
+    m_queues = std::make_unique<QueueService>();
+    AddEndpoint(std::string("queue ") + vexa::config::access::kRequestQueue);
+    return m_queues->Start();
+}
+
+void Daemon::AddEndpoint(const std::string& endpoint)
+{
+    m_endpoints += (m_endpoints.empty() ? "" : ", ") + endpoint;
 }

@@ -1,6 +1,7 @@
 /// mainstay: the control daemon. It owns the parameters of the device and serves them to applications.
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -54,6 +55,7 @@ int main(int argc, char** argv)
         ->capture_default_str();
     app.add_flag("--no-tcp", options.noTcp, "Do not serve TCP");
     app.add_flag("--no-udp", options.noUdp, "Do not serve UDP, and send no multicast events");
+    app.add_flag("--no-mq", options.noQueues, "Do not serve message queues");
     app.set_version_flag("--version", std::string("mainstay ") + MAINSTAY_VERSION);
     try {
         app.parse(argc, argv);
@@ -71,6 +73,7 @@ int main(int argc, char** argv)
     sigaddset(&stops, SIGINT);
     pthread_sigmask(SIG_BLOCK, &stops, nullptr);
     signal(SIGPIPE, SIG_IGN);
+    umask(0007);  // applications of the daemon's group may use its queue
     RaiseDescriptorLimit();
     return Serve(options, stops);
 }

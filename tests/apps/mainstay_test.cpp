@@ -22,7 +22,7 @@ namespace {
 class Daemon {
   public:
     explicit Daemon(const std::vector<std::string>& environment = {})
-        : m_program({MAINSTAY, "--tcp-port", "0", "--udp-port", "0"}, "", environment)
+        : m_program({MAINSTAY, "--no-mq", "--tcp-port", "0", "--udp-port", "0"}, "", environment)
     {
         m_program.WaitForOutput("mainstay: ready");
         std::smatch ports;
@@ -201,8 +201,8 @@ TEST(Mainstay, StartsOnceAndTellsTheServiceManager)
     EXPECT_GT(recv(manager, state, sizeof state, 0), 0);
     EXPECT_STREQ(state, "READY=1");
     for (const auto& arguments :
-         {std::vector<std::string>{MAINSTAY, "--no-udp", "--tcp-port", daemon.tcpPort},
-          std::vector<std::string>{MAINSTAY, "--no-tcp", "--udp-port", daemon.udpPort}}) {
+         {std::vector<std::string>{MAINSTAY, "--no-udp", "--tcp-port", daemon.tcpPort, "--no-mq"},
+          std::vector<std::string>{MAINSTAY, "--no-tcp", "--udp-port", daemon.udpPort, "--no-mq"}}) {
         const ProgramResult second = RunProgram(arguments);
         EXPECT_EQ(second.status, 1);
         EXPECT_THAT(second.err, testing::EndsWith("mainstay: cannot serve " + std::string() +

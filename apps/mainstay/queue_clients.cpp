@@ -1,0 +1,190 @@
+#include "mainstay/queue_clients.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "config/access/connection_utilities.h"
+#include "config/access/message_queue.h"
+
+namespace mq = vexa::config::access;
+
+namespace {
+
+/// Whether a process lives whose identifier ends in these 16 bits: more of it is not known.
+bool IsProcessAlive(uint32_t lowHalf)
+{
+    DIR* const processes = opendir("/proc");
+    if (!processes) return true;
+    bool alive = false;
+    while (const dirent* const entry = readdir(processes)) {
+        const long pid = strtol(entry->d_name, nullptr, 10);
+        alive = alive || (pid > 0 && static_cast<uint32_t>(pid & 0xFFFF) == lowHalf);
+    }
+    closedir(processes);
+    return alive;
+}
+
+std::string Bytes(const mq::XCONFIGMGR_RESPONSE_T& record, const std::string& stream)
+{
+    const auto bytes = wire::Encode<wire::HostOrder>(record);
+    return std::string(bytes.data(), bytes.size()) + stream;
+}
+
+}  // namespace
+
+QueueClients::QueueClients()
+{
+    SemaphoreHelper::Init(m_lock);
+}
+
+QueueClients::~QueueClients()
+{
+    for (auto& [connectionID, client] : m_clients) mq_close(client.queue);
+    SemaphoreHelper::Destroy(m_lock);
+}
+
+bool QueueClients::Connect(uint32_t connectionID)
+{
+    SemaphoreHelper hold(m_lock);
+    const auto known = m_clients.find(connectionID);
+    if (known != m_clients.end()) Drop(known);
+    DropTheDead();
+    return Open(connectionID);
+}
+
+bool QueueClients::Open(uint32_t connectionID)
+{
+    const std::string name = mq::ConnectionUtilities::GetQueueName(connectionID);
+    if (m_clients.size() >= kMaxClients) {
+        fprintf(stderr, "mainstay: too many clients for %s\n", name.c_str());
+        return false;
+    }
+    Client client;
+    client.queue = mq_open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    mq_attr attributes{};
+    if (client.queue == -1 || mq_getattr(client.queue, &attributes) != 0) {
+        fprintf(stderr, "mainstay: cannot open the queue %s of a client: %s\n", name.c_str(),
+                strerror(errno));
+        return false;
+    }
+    client.messageBytes = static_cast<size_t>(attributes.mq_msgsize);
+    m_clients[connectionID] = std::move(client);
+    return true;
+}
+
+void QueueClients::Disconnect(uint32_t connectionID)
+{
+    SemaphoreHelper hold(m_lock);
+    const auto client = m_clients.find(connectionID);
+    if (client != m_clients.end()) Drop(client);
+}
+
+QueueClients::Clients::iterator QueueClients::Drop(Clients::iterator client)
+{
+    mq_close(client->second.queue);
+    return m_clients.erase(client);
+}
+
+/// Of a queue that was removed, or whose process ended without removing it, which is then done here.
+bool QueueClients::IsGone(const Clients::value_type& client)
+{
+    struct stat status {};
+    if (fstat(client.second.queue, &status) == 0 && status.st_nlink == 0) return true;
+    if (IsProcessAlive(client.first >> 16)) return false;
+    mq_unlink(mq::ConnectionUtilities::GetQueueName(client.first).c_str());
+    return true;
+}
+
+void QueueClients::DropTheDead()
+{
+    for (auto client = m_clients.begin(); client != m_clients.end();)
+        client = IsGone(*client) ? Drop(client) : std::next(client);
+}
+
+bool QueueClients::SetEvents(uint32_t connectionID, bool wanted)
+{
+    SemaphoreHelper hold(m_lock);
+    const auto client = m_clients.find(connectionID);
+    if (client == m_clients.end() && !Open(connectionID)) return false;
+    m_clients[connectionID].wantsEvents = wanted;
+    return true;
+}
+
+size_t QueueClients::MaxStream(uint32_t connectionID) const
+{
+    SemaphoreHelper hold(m_lock);
+    const auto client = m_clients.find(connectionID);
+    if (client == m_clients.end() || client->second.messageBytes < mq::kQueueResponseBytes) return 0;
+    return client->second.messageBytes - mq::kQueueResponseBytes;
+}
+
+// --- sending ---
+
+bool QueueClients::Send(Client& client, const std::string& message)
+{
+    return mq::SendMessage(client.queue, message.data(), message.size(), 0);
+}
+
+void QueueClients::Reply(uint32_t connectionID, const std::string& reply)
+{
+    SemaphoreHelper hold(m_lock);
+    if (!m_clients.contains(connectionID) && !Open(connectionID)) return;
+    Client& client = m_clients[connectionID];
+    if (client.replies.empty() && Send(client, reply)) return;
+    if (errno == EAGAIN && client.replies.size() < kMaxReplies) {
+        client.replies.push_back(reply);
+        return;
+    }
+    fprintf(stderr, "mainstay: cannot answer %s: %s\n",
+            mq::ConnectionUtilities::GetQueueName(connectionID).c_str(), strerror(errno));
+}
+
+void QueueClients::SendKept()
+{
+    SemaphoreHelper hold(m_lock);
+    for (auto& [connectionID, client] : m_clients)
+        while (!client.replies.empty() && Send(client, client.replies.front())) client.replies.pop_front();
+}
+
+void QueueClients::AddTo(std::vector<pollfd>& descriptors) const
+{
+    SemaphoreHelper hold(m_lock);
+    for (const auto& [connectionID, client] : m_clients)
+        if (!client.replies.empty()) descriptors.push_back({client.queue, POLLOUT, 0});
+}
+
+void QueueClients::SendEvent(mq::XCONFIGMGR_RESPONSE_T event, const std::string& stream)
+{
+    event.streamLength = static_cast<uint32_t>(stream.size());
+    SemaphoreHelper hold(m_lock);
+    for (auto next = m_clients.begin(); next != m_clients.end();) {
+        const auto entry = next++;
+        Client& client = entry->second;
+        if (!client.wantsEvents) continue;
+        event.info.connectionID = entry->first;
+        // A reply that waits goes first: its client is waiting, too.
+        if (client.replies.empty() && Send(client, Bytes(event, stream)))
+            client.lostEvents = 0;
+        else if (client.lostEvents == 0 && IsGone(*entry))
+            Drop(entry);
+        else
+            CountLost(entry->first, client);
+    }
+}
+
+/// One line at the first event and then at ten times as many.
+void QueueClients::CountLost(uint32_t connectionID, Client& client)
+{
+    ++client.lostEvents;
+    unsigned int step = client.lostEvents;
+    while (step % 10 == 0) step /= 10;
+    if (step == 1)
+        fprintf(stderr, "mainstay: %s is full or its messages too small: %u events lost\n",
+                mq::ConnectionUtilities::GetQueueName(connectionID).c_str(), client.lostEvents);
+}
