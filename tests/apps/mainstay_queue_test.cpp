@@ -119,9 +119,7 @@ class MainstayQueue : public testing::Test {
     MainstayQueue() : m_daemon({MAINSTAY, "--tcp-port", "0", "--no-udp"}, "", {"PRODUCT_ID=OAK"})
     {
         m_daemon.WaitForOutput("mainstay: ready, queue /mainstay, TCP port ");
-        const std::string output = m_daemon.Err(), ready = "TCP port ";
-        m_uri =
-            "tcp://127.0.0.1:" + std::to_string(std::stoi(output.substr(output.find(ready) + ready.size())));
+        m_uri = "tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", m_daemon.Err()));
     }
     ProgramResult Tool(std::vector<std::string> arguments, const std::string& input = "") const
     {

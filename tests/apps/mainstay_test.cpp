@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <random>
-#include <regex>
 
 #include "support/program.h"
 
@@ -25,12 +24,8 @@ class Daemon {
         : m_program({MAINSTAY, "--no-mq", "--tcp-port", "0", "--udp-port", "0"}, "", environment)
     {
         m_program.WaitForOutput("mainstay: ready");
-        std::smatch ports;
-        const std::string output = m_program.Err();
-        EXPECT_TRUE(
-            std::regex_search(output, ports, std::regex("ready, TCP port ([0-9]+), UDP port ([0-9]+)\n")));
-        tcpPort = ports[1];
-        udpPort = ports[2];
+        tcpPort = std::to_string(NumberAfter("TCP port ", m_program.Err()));
+        udpPort = std::to_string(NumberAfter("UDP port ", m_program.Err()));
     }
     void Signal(int signal) const { m_program.Signal(signal); }
     ProgramResult Wait() { return m_program.Wait(); }

@@ -93,3 +93,10 @@ ProgramResult RunProgram(const std::vector<std::string>& command, const std::str
 {
     return Program(command, input, environment).Wait();
 }
+
+int NumberAfter(const std::string& label, const std::string& output)
+{
+    const size_t place = output.find(label);
+    EXPECT_NE(place, std::string::npos) << label << " in " << output;
+    return place == std::string::npos ? 0 : atoi(output.c_str() + place + label.size());
+}

@@ -45,3 +45,6 @@ class Program {
 /// Runs a program to its end.
 ProgramResult RunProgram(const std::vector<std::string>& command, const std::string& input = "",
                          const std::vector<std::string>& environment = {});
+
+/// The number behind a text in an output: of "TCP port " in "TCP port 1234, UDP port 5", 1234.
+int NumberAfter(const std::string& label, const std::string& output);

@@ -320,13 +320,15 @@ bool NetworkClient::AddConfigEventListener(ConfigEventListener* listener)
     if (!listener) return false;
     const std::lock_guard hold(m_registrationLock);
     if (m_listeners.Contains(listener)) return true;
-    if (m_listeners.IsEmpty()) {
+    if (m_listeners.IsEmpty() && !m_registered) {
         const bool stream = m_socket->type == SOCK_STREAM;
-        if (!m_registered) m_registered = stream ? RegisterForEvents(eParam_t{}) : RegisterForEvents();
-        if (!m_registered || !StartEventsThread()) return false;
+        m_registered = stream ? RegisterForEvents(eParam_t{}) : RegisterForEvents();
+        if (!m_registered) return false;
     }
-    m_listeners.Append(listener);
-    return true;
+    m_listeners.Append(listener);  // before the thread starts, or it might miss the first event
+    if (StartEventsThread()) return true;
+    m_listeners.Erase(listener);
+    return false;
 }
 
 bool NetworkClient::AddConfigEventListener(eParam_t, ConfigEventListener* listener)

@@ -268,6 +268,7 @@ struct Leaver : ConfigEventListener {
     bool Leave()
     {
         EXPECT_EQ(calls++, 0);
+        registered.get_future().wait();
         factory.Disconnect(client);
         done.set_value();
         std::this_thread::sleep_for(std::chrono::milliseconds(5));  // events go on arriving meanwhile
@@ -279,11 +280,12 @@ struct Leaver : ConfigEventListener {
     net::NetworkFactory factory;
     net::NetworkClient* client = nullptr;
     std::atomic<int> calls = 0;
-    std::promise<void> done;
+    std::promise<void> registered, done;
 };
 
 size_t CountThreads()
 {
+    std::thread([] {}).join();  // a sanitizer starts a thread of its own with the first one
     const std::filesystem::directory_iterator threads("/proc/self/task");
     return static_cast<size_t>(std::distance(begin(threads), end(threads)));
 }
@@ -311,6 +313,7 @@ TEST_F(NetworkClientTest, AClientMayBeReleasedFromItsCallback)
         });
         leaver.client = Connect(server);
         leaver.client->AddConfigEventListener(&leaver);
+        leaver.registered.set_value();
         leaver.done.get_future().wait();
     });
     EXPECT_THAT(output, testing::Not(HasSubstr("ConfirmDisconnect")));
@@ -431,6 +434,7 @@ TEST_F(NetworkClientTest, AMulticastClientMayBeReleasedFromItsCallbacks)
         leaver.client = m_factory.Connect("multicast://127.0.0.1:63110/configid=-7");
         ASSERT_NE(leaver.client, nullptr);
         ASSERT_TRUE(leaver.client->AddConfigEventListener(&leaver));
+        leaver.registered.set_value();
         EventSender sender;
         net::XCONFIGMGR_REQUEST_T event;
         event.configID = -7;
