@@ -47,7 +47,7 @@ struct XCONFIGMGR_CONNECTION_REQUEST_T {
 
     static constexpr void Words(auto& self, auto&& codec)
     {
-        MQMessageInfo_t::Words(self.info, [&](auto&... info) { codec(self.msgtype, info...); });
+        MQMessageInfo_t::Words(self.info, [&](auto&... words) { codec(self.msgtype, words...); });
     }
 };
 static_assert(wire::Size<XCONFIGMGR_CONNECTION_REQUEST_T>() == 20);

@@ -129,6 +129,23 @@ void NetworkClient::EndProcess(const char* operation)
     exit(error == 0 ? -1 : error);
 }
 
+bool NetworkClient::HasReply(Outcome outcome, const char* operation, const char* fatal)
+{
+    switch (outcome) {
+        case Outcome::kReplied:
+            return true;
+        case Outcome::kTimedOut:
+            EndProcess(fatal);
+        case Outcome::kNotSent:
+            fprintf(stderr, "%s - send failed\n", operation);
+            return false;
+        case Outcome::kFailed:
+            break;
+    }
+    fprintf(stderr, "%s - receive failed\n", operation);
+    return false;
+}
+
 bool NetworkClient::Knows(eParam_t id, const char* operation)
 {
     if (GetParamDescriptor(id)) return true;
@@ -204,18 +221,8 @@ unsigned int NetworkClient::Get(eParam_t id)
 {
     if (!Knows(id, "NetworkClient::Get(eParam_t)")) return 0;
     Message reply;
-    switch (Exchange(Request(XCFG_GET_PARAM_REQUEST, id), XCFG_GET_PARAM_RESPONSE, reply)) {
-        case Outcome::kNotSent:
-            fputs("NetworkClient::Get - send failed\n", stderr);
-            return 0;
-        case Outcome::kTimedOut:
-            EndProcess("NetworkClient::Get");
-        case Outcome::kFailed:
-            fputs("NetworkClient::Get - receive failed\n", stderr);
-            return 0;
-        case Outcome::kReplied:
-            break;
-    }
+    const Outcome outcome = Exchange(Request(XCFG_GET_PARAM_REQUEST, id), XCFG_GET_PARAM_RESPONSE, reply);
+    if (!HasReply(outcome, "NetworkClient::Get", "NetworkClient::Get")) return 0;
     const auto response = reply.As<XCONFIGMGR_RESPONSE_T>();
     if (response.error == 0) return response.value;
     fputs("NetworkClient::Get - response message indicated an error\n", stderr);
@@ -232,18 +239,9 @@ bool NetworkClient::Get(eParam_t id, std::string& value)
 {
     if (!Knows(id, "NetworkClient::Get(eParam_t, std::string)")) return false;
     Message reply;
-    switch (Exchange(Request(XCFG_GET_STREAM_PARAM_REQUEST, id), XCFG_GET_STREAM_PARAM_RESPONSE, reply)) {
-        case Outcome::kNotSent:
-            fputs("NetworkClient::Get - send failed\n", stderr);
-            return false;
-        case Outcome::kTimedOut:
-            EndProcess("NetworkClient::Get [Stream]");
-        case Outcome::kFailed:
-            fputs("NetworkClient::Get - receive failed\n", stderr);
-            return false;
-        case Outcome::kReplied:
-            break;
-    }
+    const Outcome outcome =
+        Exchange(Request(XCFG_GET_STREAM_PARAM_REQUEST, id), XCFG_GET_STREAM_PARAM_RESPONSE, reply);
+    if (!HasReply(outcome, "NetworkClient::Get", "NetworkClient::Get [Stream]")) return false;
     const auto response = reply.As<XCONFIGMGR_RESPONSE_T>();
     if (response.error != 0) {
         fputs("NetworkClient::Get - response error != 0\n", stderr);

@@ -84,8 +84,9 @@ class NetworkClient : public Config {
                      Message& reply);
     bool SendOnly(const std::string& request);
     unsigned int ReplyTimeout() const { return m_replyTimeout; }
-    /// For a Get without reply: prints the line and ends the process.
-    [[noreturn]] void EndProcess(const char* operation);
+    /// Whether a Get was answered; if not, prints one line. Without an answer in time it ends the process.
+    /// @param operation, fatal  what the lines begin with.
+    bool HasReply(Outcome outcome, const char* operation, const char* fatal);
     /// Whether the parameter exists; if not, prints one line that names the operation.
     bool Knows(eParam_t id, const char* operation);
     std::string WithStringPayload(eParam_t id, const std::string& value, timeval time) const;
@@ -110,6 +111,7 @@ class NetworkClient : public Config {
     std::atomic<bool> m_reachable = true;
 
   private:
+    [[noreturn]] void EndProcess(const char* operation);
     Outcome Receive(char* bytes, unsigned int length);
     bool FinishHandshake(const char* operation, eMessageType_t request, Outcome outcome,
                          const XCONFIGMGR_CONNECTION_RESPONSE_T& response);

@@ -80,19 +80,9 @@ bool NetworkUDPClient::Get(eParam_t id, std::string& value)
     if (!Knows(id, "NetworkClient::Get(eParam_t, std::string)")) return false;
     Message reply;
     // The server answers with the request's own type; the regular one is as good.
-    switch (Exchange(Request(XCFG_GET_STREAM_PARAM_REQUEST, id), XCFG_GET_STREAM_PARAM_RESPONSE, reply,
-                     XCFG_GET_STREAM_PARAM_REQUEST)) {
-        case Outcome::kNotSent:
-            fputs("NetworkUDPClient::Get - send failed\n", stderr);
-            return false;
-        case Outcome::kTimedOut:
-            EndProcess("NetworkClient::Get [Stream]");
-        case Outcome::kFailed:
-            fputs("NetworkUDPClient::Get - recvfrom failed\n", stderr);
-            return false;
-        case Outcome::kReplied:
-            break;
-    }
+    const Outcome outcome = Exchange(Request(XCFG_GET_STREAM_PARAM_REQUEST, id),
+                                     XCFG_GET_STREAM_PARAM_RESPONSE, reply, XCFG_GET_STREAM_PARAM_REQUEST);
+    if (!HasReply(outcome, "NetworkUDPClient::Get", "NetworkClient::Get [Stream]")) return false;
     if (reply.As<XCONFIGMGR_RESPONSE_T>().error != 0) {
         fputs("NetworkUDPClient::Get - response error != 0\n", stderr);
         return false;
@@ -110,18 +100,8 @@ bool NetworkUDPClient::GetData(eParam_t id, std::string& data)
 {
     if (!Knows(id, "NetworkUDPClient::GetData(eParam_t)")) return false;
     Message reply;
-    switch (Exchange(Request(XCFG_GET_DATA_REQUEST, id), XCFG_GET_DATA_RESPONSE, reply)) {
-        case Outcome::kNotSent:
-            fputs("NetworkUDPClient::GetData - send failed\n", stderr);
-            return false;
-        case Outcome::kTimedOut:
-            EndProcess("NetworkClient::Get [Stream]");
-        case Outcome::kFailed:
-            fputs("NetworkUDPClient::GetData - recvfrom failed\n", stderr);
-            return false;
-        case Outcome::kReplied:
-            break;
-    }
+    const Outcome outcome = Exchange(Request(XCFG_GET_DATA_REQUEST, id), XCFG_GET_DATA_RESPONSE, reply);
+    if (!HasReply(outcome, "NetworkUDPClient::GetData", "NetworkClient::Get [Stream]")) return false;
     if (reply.As<XCONFIGMGR_RESPONSE_T>().error != 0) {
         fputs("NetworkUDPClient::GetData - response error != 0\n", stderr);
         return false;
