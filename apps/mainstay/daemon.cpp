@@ -9,10 +9,13 @@
 #include <cstdio>
 #include <cstring>
 
-#include "config/access/config_factory_impl.h"
+#include "config/access/mq_protocol.h"
 #include "config/access/network_server.h"
+#include "config/access/peer_stores.h"
 #include "config/descriptors/registry.h"
 #include "mainstay/queue_service.h"
+
+namespace net = vexa::corvalis::config::access;
 
 namespace {
 
@@ -34,6 +37,13 @@ bool IsFree(int socketType, int port)
     return free;
 }
 
+bool CheckPort(int socketType, int port, const char* name)
+{
+    if (IsFree(socketType, port)) return true;
+    fprintf(stderr, "mainstay: cannot serve %s port %d: %s\n", name, port, strerror(errno));
+    return false;
+}
+
 }  // namespace
 
 Daemon::Daemon() = default;
@@ -43,13 +53,17 @@ Daemon::~Daemon()
     m_queues.reset();
     for (Server* const server : m_servers) server->Stop();
     Server::WaitUntilStopped(std::chrono::seconds(5));
-    if (m_store) ConfigFactoryImpl::GetInstance()->Disconnect(m_store);
+    if (m_store) net::ClosePeerStore(m_store);
 }
 
 bool Daemon::Start(const Options& options)
 {
+    if ((!options.noTcp && !CheckPort(SOCK_STREAM, options.tcpPort, "TCP")) ||
+        (!options.noUdp && !CheckPort(SOCK_DGRAM, options.udpPort, "UDP")))
+        return false;
     CreateDescriptors();
-    m_store = ConfigFactoryImpl::GetInstance()->Connect("local:");
+    // As a peer's, so that peers who open other stores cannot keep everybody from this one.
+    m_store = net::OpenPeerStore(0);
     if (!m_store) {
         fputs("mainstay: cannot open the store\n", stderr);
         return false;
@@ -62,10 +76,6 @@ bool Daemon::Start(const Options& options)
 
 bool Daemon::StartServer(int socketType, int port, const char* name)
 {
-    if (!IsFree(socketType, port)) {
-        fprintf(stderr, "mainstay: cannot serve %s port %d: %s\n", name, port, strerror(errno));
-        return false;
-    }
     auto server = std::make_unique<Server>(AF_INET, socketType, port);
     if (!server->Init()) return false;
     m_endpoints +=

@@ -44,6 +44,7 @@ std::optional<Parameter> FindAlarm(Session& session, const std::string& name, Ex
     status = ExitStatus::kCannotConnect;
     if (!session.Connect()) return std::nullopt;
     RequireData(session);
+    session.RequireAnswers();
     status = ExitStatus::kUnknownParameter;
     const auto parameter = session.Find(name);
     if (!parameter || std::string_view(parameter->Kind()) == "alarm") return parameter;

@@ -207,7 +207,9 @@ void AddWatchLimits(CLI::App& watch, Session& session, ExitStatus& status, bool 
         watch.add_option("--count", limits->changes, "End after so many changes");
         watch.add_option("--for", limits->seconds, "End after so many seconds");
     }
-    watch.callback([=, &session, &status] { status = Watch(session, names(), *limits, inShell); });
+    watch.callback([=, &session, &status] {
+        status = session.Connect() ? Watch(session, names(), *limits, inShell) : ExitStatus::kCannotConnect;
+    });
 }
 
 void AddWatch(CLI::App& app, Session& session, ExitStatus& status, bool inShell)

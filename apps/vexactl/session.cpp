@@ -43,7 +43,8 @@ class Watcher : public ConfigEventListener {
           m_only(std::move(only)),
           m_changed(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
     {
-        m_config.AddConfigEventListener(this);
+        if (!m_config.AddConfigEventListener(this))
+            throw ConnectionError("cannot hear of changes over " + session.uri);
     }
     ~Watcher() override
     {
@@ -94,11 +95,16 @@ Session::Session() = default;
 Session::~Session()
 {
     Disconnect();
+    if (m_catalogue) ConfigFactoryImpl::GetInstance()->Disconnect(m_catalogue);
 }
 
 Config* Session::Connect()
 {
     if (m_config) return m_config;
+    if (IsOver("caching=true")) {
+        Complain("a cache hides what became of a value: leave caching=true out of the URI");
+        return nullptr;
+    }
     if (!verbose) HideLibraryMessages();
     CreateDescriptors();
     const Deadline limit = Limit();
@@ -110,15 +116,19 @@ Config* Session::Connect()
 
 Config* Session::ConnectForCatalogue()
 {
-    if (!m_config) uri = "local:";
-    return Connect();
+    if (m_config) return m_config;
+    if (!verbose) HideLibraryMessages();
+    CreateDescriptors();
+    if (!m_catalogue) m_catalogue = ConfigFactoryImpl::GetInstance()->Connect("local:");
+    return m_catalogue;
 }
 
 void Session::Disconnect()
 {
     if (!m_config) return;
-    const Deadline limit = Limit();
     StopWatch();
+    // The library waits a second for the goodbye, and would then write statistics to standard output.
+    const Deadline limit = Limit(kGoodbyeSeconds);
     ConfigFactoryImpl::GetInstance()->Disconnect(m_config);
     m_config = m_client = nullptr;
 }
@@ -137,10 +147,10 @@ void Session::HideLibraryMessages()
     close(nowhere);
 }
 
-Deadline Session::Limit() const
+Deadline Session::Limit(double atMost) const
 {
-    return Deadline(IsNetwork() ? timeout : 0, "vexactl: no answer from " + uri + " in time",
-                    fileno(m_messages));
+    return Deadline(IsNetwork() ? std::min(timeout, atMost) : 0,
+                    "vexactl: no answer from " + uri + " in time", fileno(m_messages));
 }
 
 void Session::CheckConnection() const
@@ -148,9 +158,14 @@ void Session::CheckConnection() const
     if (m_client && !m_client->IsReachable()) throw ConnectionError("lost the connection to " + uri);
 }
 
-std::optional<Value> Session::Read(const Parameter& parameter)
+void Session::RequireAnswers() const
 {
     if (IsOver("multicast:")) throw ConnectionError(uri + " only tells of changes: watch");
+}
+
+std::optional<Value> Session::Read(const Parameter& parameter)
+{
+    RequireAnswers();
     if (parameter.HoldsBytes() && !CarriesData()) return std::nullopt;
     return Ask([&](Config& config) -> std::optional<Value> {
         // Over the network the result of this Get says only whether the number is 0.
@@ -161,7 +176,7 @@ std::optional<Value> Session::Read(const Parameter& parameter)
 
 bool Session::Write(const Parameter& parameter, const Value& value)
 {
-    if (IsOver("multicast:")) throw ConnectionError(uri + " only tells of changes: watch");
+    RequireAnswers();
     const auto* const text = std::get_if<std::string>(&value);
     return Ask([&](Config& config) {
         return text ? config.Set(parameter.Id(), *text)
@@ -205,6 +220,8 @@ void Session::StartWatch(std::vector<eParam_t> only)
 
 void Session::StopWatch()
 {
+    if (!m_watcher) return;
+    const Deadline limit = Limit();
     m_watcher.reset();
 }
 
@@ -224,10 +241,12 @@ void Session::WaitForWatch(unsigned int changes, double seconds)
     while (changes == 0 || m_watcher->Told() < changes) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
         if (seconds > 0 && left <= 0) break;
-        pollfd events[] = {{stopped, POLLIN, 0}, {m_watcher->ChangedFd(), POLLIN, 0}};
+        pollfd events[] = {{stopped, POLLIN, 0}, {m_watcher->ChangedFd(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
         const long long wait = seconds > 0 ? std::min<long long>(left, kProbeMs) : kProbeMs;
-        const int ready = poll(events, 2, static_cast<int>(wait));
+        const int ready = poll(events, 3, static_cast<int>(wait));
         if (ready < 0 || events[0].revents) break;
+        // Changes are printed on a thread that takes no signals, so a closed pipe ends the tool from here.
+        if (events[2].revents & POLLERR) raise(SIGPIPE);
         if (ready == 0 && m_client && !IsOver("multicast:"))
             Ask([](Config& config) { return config.Get(eParamID_SystemState); });
         eventfd_t ignored;

@@ -41,6 +41,7 @@ class Session {
     /// The configuration, or null after a message. @see ExitStatus::kCannotConnect
     Config* Connect();
     /// Any configuration: the catalogue is this program's own, so no device is needed to describe it.
+    /// It is no connection: other commands do not use it.
     Config* ConnectForCatalogue();
     /// Gives it back; the next command connects anew.
     void Disconnect();
@@ -52,6 +53,8 @@ class Session {
     std::optional<Value> Read(const Parameter& parameter);
     /// @return false when the device said that it does not accept the value. It need not say so.
     bool Write(const Parameter& parameter, const Value& value);
+    /// Throws ConnectionError for a connection that only tells of changes.
+    void RequireAnswers() const;
     /// Any other use of the configuration.
     template <class Use>
     auto Ask(const Use& use)
@@ -82,11 +85,13 @@ class Session {
   private:
     bool IsOver(const char* scheme) const { return uri.find(scheme) != std::string::npos; }
     bool IsNetwork() const { return IsOver("tcp:") || IsOver("udp:") || IsOver("multicast:"); }
-    Deadline Limit() const;
+    static constexpr double kGoodbyeSeconds = 0.9;
+    Deadline Limit(double atMost = 1e9) const;
     void CheckConnection() const;
     void HideLibraryMessages();
 
     Config* m_config = nullptr;
+    Config* m_catalogue = nullptr;  // a local store, where there was no other configuration
     vexa::corvalis::config::access::NetworkClient* m_client = nullptr;  // m_config, when it is one
     FILE* m_messages = stderr;
     std::unique_ptr<Watcher> m_watcher;

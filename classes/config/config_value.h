@@ -1,6 +1,7 @@
 /// ConfigValue and its two kinds: the value of one parameter as an object.
 #pragma once
 
+#include <atomic>
 #include <string>
 
 #include "config/descriptors/descriptor_types.h"
@@ -10,7 +11,7 @@
 
 /// The identity of a value: which store, which parameter, which type.
 ///
-/// Thread: the identity is set once, before the object is shared; the values of the subclasses have a lock of
+/// Thread: the identity is set before the object is shared; the values of the subclasses have a lock of
 /// their own. The order of the virtual operations is part of the contract: append only.
 class ConfigValue : public Serializable {
   public:
@@ -48,7 +49,7 @@ class ConfigValue : public Serializable {
     }
 
   private:
-    eConfigID_t m_configID = 0;
+    std::atomic<eConfigID_t> m_configID = 0;  // changes when the value goes to another store
     eParam_t m_paramID{};
     eParamType_t m_paramType = eCParam_Unset;
 };

@@ -42,10 +42,14 @@ std::string GetConnectionName(uint32_t connectionID)
     if (connectionID == 0 || connectionID == 0xFFFF) return "event";
     const auto process = static_cast<uint16_t>(connectionID);
     Names& known = KnownNames();
+    {
+        SemaphoreHelper hold(known.lock);
+        const auto found = known.names.find(process);
+        if (found != known.names.end()) return found->second;
+    }
+    std::string name = ReadProcessName(process);  // may take its time
     SemaphoreHelper hold(known.lock);
-    const auto [entry, isNew] = known.names.try_emplace(process);
-    if (isNew) entry->second = ReadProcessName(process);
-    return entry->second;
+    return known.names.try_emplace(process, std::move(name)).first->second;
 }
 
 }  // namespace vexa::corvalis::config::access

@@ -4,10 +4,15 @@
 #include <cstdio>
 #include <cstdlib>
 
-void DiagnosticLog(const char* format, ...)
+bool DiagnosticLogIsOn()
 {
     static const bool on = getenv("VEXA_LOG") != nullptr;
-    if (!on) return;
+    return on;
+}
+
+void DiagnosticLog(const char* format, ...)
+{
+    if (!DiagnosticLogIsOn()) return;
     va_list arguments;
     va_start(arguments, format);
     vfprintf(stderr, format, arguments);

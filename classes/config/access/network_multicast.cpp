@@ -116,10 +116,11 @@ bool ChangeAnnouncer::OwnChange::Covers(const MulticastSender::Event& event) con
     return std::ranges::find(m_ids, event.record.paramID) != m_ids.end();
 }
 
-void ChangeAnnouncer::OwnChange::AnnounceKept()
+void ChangeAnnouncer::OwnChange::AnnounceKept(eParam_t except)
 {
     SemaphoreHelper hold(m_announcer.m_sender.lock);
-    for (MulticastSender::Event& event : m_kept) m_announcer.m_sender.Send(std::move(event));
+    for (MulticastSender::Event& event : m_kept)
+        if (event.record.paramID != except) m_announcer.m_sender.Send(std::move(event));
 }
 
 ChangeAnnouncer::ChangeAnnouncer(Config& config, MulticastSender& sender) : m_config(config), m_sender(sender)

@@ -55,8 +55,8 @@ class ChangeAnnouncer : public ConfigEventListener {
         OwnChange(const OwnChange&) = delete;
         OwnChange& operator=(const OwnChange&) = delete;
 
-        /// The change failed: announces after all what the store told its listeners.
-        void AnnounceKept();
+        /// Announces after all what the store told its listeners, but for one parameter (0: none).
+        void AnnounceKept(eParam_t except = {});
         /// Whether another thread has announced one of the parameters meanwhile. Needs the sender's lock.
         bool IsOvertaken() const { return m_isOvertaken; }
 

@@ -71,12 +71,13 @@ void* NetworkTCPConnection::pthread_start(void* connection)
 {
     pthread_setname_np(pthread_self(), "cfg-tcp-client");
     const std::unique_ptr<NetworkTCPConnection> self(static_cast<NetworkTCPConnection*>(connection));
-    try {
-        self->Run();
-    } catch (...) {
-        fputs("NetworkTCPConnection::pthread_start - ended by an exception\n", stderr);
+    for (const auto part : {&NetworkTCPConnection::Run, &NetworkTCPConnection::LeaveStore}) {
+        try {
+            (self.get()->*part)();
+        } catch (...) {
+            fputs("NetworkTCPConnection::pthread_start - ended by an exception\n", stderr);
+        }
     }
-    self->LeaveStore();
     return nullptr;
 }
 
@@ -186,7 +187,7 @@ static XCONFIGMGR_CONNECTION_RESPONSE_T Confirm(const MessagePrefix& request, eM
 
 bool NetworkTCPConnection::ProcessConnectRequest(const XCONFIGMGR_CONNECTION_REQUEST_T& request)
 {
-    m_name = GetConnectionName(request.connectionID);
+    if (DiagnosticLogIsOn()) m_name = GetConnectionName(request.connectionID);
     {
         SemaphoreHelper hold(m_stream.lock);
         m_connectionID = request.connectionID;
@@ -241,6 +242,7 @@ bool NetworkTCPConnection::ReadStream(uint32_t length, std::string& payload)
     errno = EMSGSIZE;
     if (length <= kMaxRequestPayload) {
         payload.resize(length);
+        errno = 0;
         if (m_stream.Read(payload.data(), length) == static_cast<int>(length)) return true;
     }
     perror("NetworkTCPConnection::ProcessSetStreamRequest");

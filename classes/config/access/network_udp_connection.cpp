@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <iterator>
 
 #include "config/access/connection_name.h"
 #include "config/access/diagnostic_log.h"
@@ -37,6 +38,15 @@ std::string NameOf(Config& config, eParam_t id)
     return "Invalid";
 }
 
+/// What the store announces when a parameter changes.
+std::vector<eParam_t> WithDependents(Config& config, eParam_t id)
+{
+    std::vector<eParam_t> ids{id};
+    if (ParamDescriptor* const descriptor = config.GetParamDescriptor(id))
+        std::ranges::copy(descriptor->GetDependentParamIDs(), std::back_inserter(ids));
+    return ids;
+}
+
 bool IsData(ParamDescriptor& descriptor)
 {
     return dynamic_cast<DataDescriptor*>(&descriptor) || dynamic_cast<AlarmDescriptor*>(&descriptor);
@@ -63,10 +73,10 @@ NetworkUDPConnection::Entry* NetworkUDPConnection::OpenEntry(eConfigID_t configI
     if (found != m_entries.end()) return &found->second;
     Config* const config = OpenPeerStore(configID);
     if (!config) return nullptr;
-    Entry& entry = m_entries[key];
+    Entry entry;
     entry.config = config;
     entry.announcer = std::make_unique<ChangeAnnouncer>(*config, m_sender);
-    return &entry;
+    return &m_entries.emplace(key, std::move(entry)).first->second;
 }
 
 void NetworkUDPConnection::CloseIfUnused(uint32_t configID)
@@ -173,7 +183,7 @@ void NetworkUDPConnection::ProcessConnectRequest(const MessagePrefix& request, c
         fputs("NetworkUDPConnection::ProcessConnectRequest - unable to connect to the config\n", stderr);
         return;
     }
-    if (!entry->isPermanent) entry->clients.insert(request.connectionID);
+    if (!entry->isPermanent) entry->clients.insert(ClientOf(request, from));
     if (entry->clients.size() > kMaxClients) {
         entry->isPermanent = true;
         entry->clients.clear();
@@ -194,7 +204,7 @@ void NetworkUDPConnection::ProcessDisconnectRequest(const MessagePrefix& request
         return;
     }
     Entry& entry = m_entries.at(configID);
-    if (!entry.isPermanent && entry.clients.erase(request.connectionID) == 0)
+    if (!entry.isPermanent && entry.clients.erase(ClientOf(request, from)) == 0)
         fprintf(stderr, "NetworkUDPConnection::ProcessDisconnectRequest - Unable to find instance to %s\n",
                 GetConnectionName(request.connectionID).c_str());
     CloseIfUnused(configID);
@@ -214,12 +224,7 @@ void NetworkUDPConnection::ProcessSetRequest(Entry& entry, const Datagram& datag
 {
     const XCONFIGMGR_REQUEST_T& request = datagram.request;
     Config& config = *entry.config;
-    std::vector<eParam_t> announced;
-    if (ParamDescriptor* const descriptor = config.GetParamDescriptor(request.paramID))
-        announced = descriptor->GetDependentParamIDs();
-    announced.push_back(request.paramID);
-
-    ChangeAnnouncer::OwnChange change(*entry.announcer, std::move(announced));
+    ChangeAnnouncer::OwnChange change(*entry.announcer, WithDependents(config, request.paramID));
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_SET_PARAM_RESPONSE);
     const bool isStored = config.Set(request.paramID, request.value);
     if (!isStored) {
@@ -342,11 +347,11 @@ void NetworkUDPConnection::ProcessSetDataRequest(Entry& entry, const Datagram& d
 {
     const XCONFIGMGR_REQUEST_T& request = datagram.request;
     std::string data(datagram.payload, request.streamLength);
-    ChangeAnnouncer::OwnChange change(*entry.announcer, {request.paramID});
-    if (entry.config->SetData(request.paramID, data))
-        AnnounceStream(entry, datagram, XCFG_PARAM_DATA_CHANGED_EVENT, change);
-    else
-        change.AnnounceKept();
+    ChangeAnnouncer::OwnChange change(*entry.announcer, WithDependents(*entry.config, request.paramID));
+    // The store tells its listeners even of data that it refused, which is no change.
+    if (!entry.config->SetData(request.paramID, data)) return;
+    AnnounceStream(entry, datagram, XCFG_PARAM_DATA_CHANGED_EVENT, change);
+    change.AnnounceKept(request.paramID);
 }
 
 }  // namespace vexa::corvalis::config::access

@@ -5,6 +5,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "config/access/network_connection.h"
 #include "config/access/network_multicast.h"
@@ -36,10 +37,17 @@ class NetworkUDPConnection : public NetworkConnection {
     Config* GetConfig(uint32_t configID);
 
   private:
+    /// Address, port, connection identifier, which clients of different hosts may share.
+    using Client = std::tuple<uint32_t, uint16_t, uint32_t>;
+    static Client ClientOf(const MessagePrefix& request, const sockaddr_in& from)
+    {
+        return {from.sin_addr.s_addr, from.sin_port, request.connectionID};
+    }
+
     struct Entry {
         Config* config = nullptr;  // from OpenPeerStore
         std::unique_ptr<ChangeAnnouncer> announcer;
-        std::set<uint32_t> clients;  // connection identifiers
+        std::set<Client> clients;
         bool isAnnounced = false;
         bool isPermanent = false;
 

@@ -1,5 +1,6 @@
 #include "config/access/peer_stores.h"
 
+#include <cstdio>
 #include <map>
 #include <string>
 
@@ -44,9 +45,13 @@ void Release(eConfigID_t configID)
 Config* OpenPeerStore(eConfigID_t configID)
 {
     if (!Reserve(configID)) return nullptr;
-    // As a signed number: the connector limits what is larger, and -1 would become another configuration.
-    Config* const config =
-        ConfigFactoryImpl::GetInstance()->Connect("local:configid=" + std::to_string(configID));
+    Config* config = nullptr;
+    try {
+        // As a signed number: the connector limits what is larger, and -1 would become another configuration.
+        config = ConfigFactoryImpl::GetInstance()->Connect("local:configid=" + std::to_string(configID));
+    } catch (...) {
+        fputs("OpenPeerStore - no memory for another store\n", stderr);
+    }
     if (!config) Release(configID);
     return config;
 }

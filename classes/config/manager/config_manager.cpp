@@ -52,7 +52,7 @@ ConfigManager::~ConfigManager()
     m_listenerLock.Destroy();
     // The value lock is left alone, like the values: a late reader may be on its way out of it.
     SemaphoreHelper hold(m_valueLock);
-    value_pool::Give(m_configID, m_values);
+    value_pool::Give(m_values);
 }
 
 bool ConfigManager::Init()

@@ -1,7 +1,5 @@
 #include "config/manager/value_pool.h"
 
-#include <utility>
-
 #include "config/config_value.h"
 #include "config/semaphore_helper.h"
 
@@ -9,16 +7,15 @@ namespace value_pool {
 
 namespace {
 
-// Two stores of one configuration ID may have lived at once, hence a multimap.
-using Pool = std::multimap<std::pair<eConfigID_t, eParam_t>, ConfigValue*>;
+using Pool = std::multimap<eParam_t, ConfigValue*>;  // as many of one parameter as stores lived at once
 
 StaticLock poolLock;
 Pool& pool VEXA_GUARDED_BY(poolLock) = *new Pool;
 
-ConfigValue* TakeAsIs(eConfigID_t configID, eParam_t paramID)
+ConfigValue* TakeAsIs(eParam_t paramID)
 {
     SemaphoreHelper hold(poolLock);
-    const auto found = pool.find({configID, paramID});
+    const auto found = pool.find(paramID);
     if (found == pool.end()) return nullptr;
     ConfigValue* const value = found->second;
     pool.erase(found);
@@ -27,17 +24,22 @@ ConfigValue* TakeAsIs(eConfigID_t configID, eParam_t paramID)
 
 }  // namespace
 
-void Give(eConfigID_t configID, const std::map<eParam_t, Serializable*>& values)
+void Give(const std::map<eParam_t, Serializable*>& values)
 {
-    SemaphoreHelper hold(poolLock);
-    for (const auto& [id, object] : values)
-        if (auto* const value = dynamic_cast<ConfigValue*>(object)) pool.insert({{configID, id}, value});
+    for (const auto& [id, object] : values) {
+        auto* const value = dynamic_cast<ConfigValue*>(object);
+        if (!value) continue;
+        value->ResetToFactory();  // a long text would wait here for nobody
+        SemaphoreHelper hold(poolLock);
+        pool.insert({id, value});
+    }
 }
 
 ConfigValue* Take(eConfigID_t configID, eParam_t paramID)
 {
-    ConfigValue* const value = TakeAsIs(configID, paramID);
+    ConfigValue* const value = TakeAsIs(paramID);
     if (!value) return nullptr;
+    value->SetConfigID(configID);
     value->ResetToFactory();
     value->SetDirty(false);
     return value;

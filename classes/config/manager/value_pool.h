@@ -9,14 +9,14 @@ class ConfigValue;
 class Serializable;
 
 /// Values outlive their store, because somebody may still hold a pointer from GetSerializable. They wait here
-/// for the next store of the same configuration ID, so that connecting again and again does not grow the
-/// process.
+/// for the next store, of whatever configuration ID: there are never more than the stores that lived at once
+/// had, however many configurations a peer names.
 /// They come back clean, while the first values of a store with a number other than 0 start dirty, since they
 /// were given it. Thread: any.
 namespace value_pool {
 
 /// @param values  become the pool's.
-void Give(eConfigID_t configID, const std::map<eParam_t, Serializable*>& values);
+void Give(const std::map<eParam_t, Serializable*>& values);
 
 /// A value of an earlier store, set to its factory default and not dirty; the caller owns it. Null when there
 /// is none.
