@@ -29,9 +29,9 @@ void Give(const std::map<eParam_t, Serializable*>& values)
     for (const auto& [id, object] : values) {
         auto* const value = dynamic_cast<ConfigValue*>(object);
         if (!value) continue;
-        value->ResetToFactory();  // a long text would wait here for nobody
+        if (dynamic_cast<StringValue*>(value)) value->ResetToFactory();  // a long text would wait for nobody
         SemaphoreHelper hold(poolLock);
-        pool.insert({id, value});
+        pool.insert(pool.lower_bound(id), {id, value});  // the first to be taken
     }
 }
 

@@ -193,9 +193,9 @@ TEST_F(NetworkUdpServer, RefusedChanges)
     store->Set(eParamID_RegisterSave, 1u);
     EXPECT_EQ(events.NextWords()[6], kNumber) << "none for what was refused";
 
-    // The store tells its listeners of data even when the parameter holds none.
-    client.Send(WithPayload(258, kNumber, "data"));
-    EXPECT_EQ(events.NextWords()[0], 146u);
+    client.Send(WithPayload(258, kNumber, "data"));  // the store tells its listeners all the same
+    client.Send(WithPayload(258, kData, "data"));
+    EXPECT_EQ(events.NextWords()[6], kData);
 }
 
 TEST_F(NetworkUdpServer, DatagramsThatAreTooShortOrUnknown)

@@ -433,11 +433,11 @@ TEST(ConfigManager, ARemovedListenerIsNeitherRunningNorCalledAgain)
 
 // --- life ---
 
-TEST(ConfigManager, ValuesOutliveTheirStoreAndServeTheNextOfItsNumber)
+TEST(ConfigManager, ValuesOutliveTheirStoreAndServeTheNext)
 {
     std::set<Serializable*> objects;
     for (int round = 0; round < 3; ++round) {
-        TestStore store(4711);
+        TestStore store(4711 + round);  // of whatever number, or a peer could grow the process
         Serializable* const object = store->GetSerializable(eParamID_RegisterSave);
         objects.insert(object);
         EXPECT_EQ(store->Get(eParamID_RegisterSave), 1u) << "the factory default, not the last store's value";
