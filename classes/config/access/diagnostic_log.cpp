@@ -15,6 +15,7 @@ void DiagnosticLog(const char* format, ...)
     if (!DiagnosticLogIsOn()) return;
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start has just run
     vfprintf(stderr, format, arguments);
     va_end(arguments);
 }

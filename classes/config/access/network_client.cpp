@@ -275,7 +275,8 @@ std::string NetworkClient::WithStringPayload(eParam_t id, const std::string& val
 {
     StringValue object(m_configID, id, eCParam_StringValue, value);
     const std::string payload = WritePayload(&object);
-    const size_t requestLength = kRequestBytes, streamLength = payload.size();
+    const auto requestLength = static_cast<int>(kRequestBytes);
+    const auto streamLength = static_cast<int>(payload.size());
     // The assertion is printed as it stands here.
     // clang-format off
     assert((requestLength + streamLength) <= (24*1024));

@@ -189,7 +189,7 @@ void NetworkServer::ServeConnection()
     auto connection = WaitForConnection();
     if (!connection) return;
     if (connection->Start())
-        connection.release();  // its thread's
+        static_cast<void>(connection.release());  // its thread's
     else
         fputs("NetworkServer::Run - unable to start connection\n", stderr);
 }

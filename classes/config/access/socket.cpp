@@ -131,7 +131,7 @@ void Socket::close()
 
 std::string Socket::build_local_path(const std::string&, int number) const
 {
-    const std::string path = "/tmp/vexa_" + std::to_string(number);
+    std::string path = "/tmp/vexa_" + std::to_string(number);
     fprintf(stderr, "Local path = %s\n", path.c_str());
     return path;
 }

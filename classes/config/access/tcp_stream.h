@@ -17,7 +17,7 @@ class TcpStream {
   public:
     /// Bytes that wait for a peer that does not read. A first message is queued whatever its size: the limit
     /// is for what piles up.
-    static constexpr size_t kQueueLimit = 1024 * 1024;
+    static constexpr size_t kQueueLimit = size_t{1024} * 1024;
 
     explicit TcpStream(std::unique_ptr<Socket> socket);
     ~TcpStream();
