@@ -1,6 +1,5 @@
 #include "vexactl/shell.h"
 
-#include <editline/readline.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -10,20 +9,38 @@
 
 #include "vexactl/commands.h"
 
+#ifdef VEXACTL_LINE_EDITING
+#include <editline/readline.h>
+#endif
+
 namespace {
 
-/// The next line, typed with editing and history on a terminal.
-std::optional<std::string> ReadLine(bool terminal)
+constexpr const char* kPrompt = "vexactl> ";
+
+std::optional<std::string> ReadPlainLine()
 {
     std::string line;
-    if (!terminal) return std::getline(std::cin, line) ? std::optional(line) : std::nullopt;
-    char* const typed = readline("vexactl> ");
+    return std::getline(std::cin, line) ? std::optional(line) : std::nullopt;
+}
+
+#ifdef VEXACTL_LINE_EDITING
+/// Typed with editing and history.
+std::optional<std::string> ReadTypedLine()
+{
+    char* const typed = readline(kPrompt);
     if (!typed) return std::nullopt;
     if (*typed) add_history(typed);
-    line = typed;
+    std::string line = typed;
     free(typed);
     return line;
 }
+#else
+std::optional<std::string> ReadTypedLine()
+{
+    std::cout << kPrompt << std::flush;
+    return ReadPlainLine();
+}
+#endif
 
 ExitStatus RunCommand(Session& session, std::vector<std::string> words, bool& quit)
 {
@@ -82,7 +99,7 @@ ExitStatus RunShell(Session& session)
     ExitStatus result = ExitStatus::kDone;
     bool quit = false;
     for (int number = 1; !quit; ++number) {
-        const auto line = ReadLine(terminal);
+        const auto line = terminal ? ReadTypedLine() : ReadPlainLine();
         if (!line) break;
         session.scriptLine = terminal ? 0 : number;
         const ExitStatus status = RunLine(session, *line, quit);

@@ -11,7 +11,7 @@
 template <class Check>
 void ExpectInChild(Check&& check, const testing::Matcher<const std::string&>& written = testing::_)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    GTEST_FLAG_SET(death_test_style, VEXA_DEATH_TEST_STYLE);
     const auto child = [&] {
         check();
         exit(testing::Test::HasFailure() ? 1 : 0);

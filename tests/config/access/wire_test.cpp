@@ -70,7 +70,7 @@ TEST(NetworkRecords, HaveTheirBytes)
     set.priority = 4;
     set.paramID = eParam_t{0x5c010000};
     set.value = 6;
-    SetTime(set, {0x80000001, 999'999});
+    SetTime(set, {static_cast<time_t>(0x80000001), 999'999});
     set.streamLength = 7;
     set.streamFormat = kStreamFormat;
     ExpectBytes(set, Words({81, 1, 2, 3, 4, 4096, 0x5c010000, 6, 0x80000001, 999'999, 7, 3072}));

@@ -119,7 +119,7 @@ TEST(EnumDescriptor, AMissingValueIsInvalidAndIsNotInserted)
 
 TEST(StringDescriptorDeathTest, AnotherTypeThanTextEndsTheProcess)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    GTEST_FLAG_SET(death_test_style, VEXA_DEATH_TEST_STYLE);
     StringDescriptor text;
     DataDescriptor data;
     AlarmDescriptor alarm;

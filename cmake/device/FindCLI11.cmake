@@ -1,0 +1,5 @@
+if(NOT TARGET CLI11::CLI11)
+  add_library(CLI11::CLI11 INTERFACE IMPORTED GLOBAL)
+  target_include_directories(CLI11::CLI11 SYSTEM INTERFACE ${VEXA_DEVICE_CACHE}/include)
+endif()
+set(CLI11_FOUND TRUE)
