@@ -18,27 +18,12 @@
 #include "config/access/network_client.h"
 #include "config/access/network_server.h"
 #include "config/descriptors/registry.h"
+#include "ratio_table.h"
 
 namespace {
 
 namespace net = vexa::corvalis::config::access;
-using Clock = std::chrono::steady_clock;
-
-constexpr int kRounds = 11;
 constexpr eParam_t kNumber = eParamID_RegisterSave, kText = eParamID_CustomClipName;
-
-double Median(std::vector<double> values)
-{
-    std::ranges::sort(values);
-    return values[values.size() / 2];
-}
-
-double SecondsOf(const std::function<void()>& work)
-{
-    const auto start = Clock::now();
-    work();
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 // --- the floor ---
 
@@ -133,45 +118,6 @@ class Redis {
     bool m_present = false;
     net::Socket m_socket{AF_INET, SOCK_STREAM};
 };
-
-// --- the table ---
-
-bool allMet = true;
-
-void PrintRow(const char* what, const std::string& floor, const std::string& library, double ratio,
-              const char* relation, double target)
-{
-    const bool met = *relation == '<' ? ratio <= target : ratio >= target;
-    printf("| %-46s | %12s | %12s | %6.2f | %s %4.2f | %-6s |\n", what, floor.c_str(), library.c_str(), ratio,
-           relation, target, met ? "met" : "MISSED");
-    allMet = allMet && met;
-}
-
-std::string Number(const char* format, double value)
-{
-    char text[32];
-    snprintf(text, sizeof text, format, value);
-    return text;
-}
-
-/// Rates of two kinds of work that take turns, `count` at a time.
-void CompareRates(const char* what, int count, const std::function<void()>& floor,
-                  const std::function<void()>& library, double target)
-{
-    std::vector<double> floors, rates, ratios;
-    for (int round = 0; round < kRounds; ++round) {
-        const auto rate = [&](const std::function<void()>& work) {
-            return count / SecondsOf([&] {
-                       for (int i = 0; i < count; ++i) work();
-                   });
-        };
-        floors.push_back(rate(floor));
-        rates.push_back(rate(library));
-        ratios.push_back(rates.back() / floors.back());
-    }
-    PrintRow(what, Number("%.0f /s", Median(floors)), Number("%.0f /s", Median(rates)), Median(ratios),
-             ">=", target);
-}
 
 // --- the library ---
 
@@ -374,11 +320,13 @@ void MeasureMemory(const Service& service)
 
 int main()
 {
+    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     setenv("PRODUCT_ID", "ROWAN", 0);
     CreateDescriptors();
     Redis redis;  // before there are threads
     Config* const store = ConfigFactoryImpl::GetInstance()->Connect("local:");
     const Service tcp(SOCK_STREAM), udp(SOCK_DGRAM);
+    PrintHead();
     MeasureMemory(tcp);
     Config* const tcpClient = tcp.Connect();
     Config* const udpClient = udp.Connect();
@@ -386,11 +334,6 @@ int main()
     if (!store || !tcpClient || !udpClient || !cached) return 1;
     store->Set(kText, std::string("Scene 12"));
 
-    printf("| %-46s | %12s | %12s | %6s | %7s | %-6s |\n", "what", "floor", "library", "ratio", "target",
-           "result");
-    printf("|%s|%s:|%s:|%s:|%s:|%s|\n", std::string(48, '-').c_str(), std::string(13, '-').c_str(),
-           std::string(13, '-').c_str(), std::string(7, '-').c_str(), std::string(8, '-').c_str(),
-           std::string(8, '-').c_str());
     {
         PingPong stream(SOCK_STREAM), datagrams(SOCK_DGRAM);
         std::string text;
@@ -412,9 +355,6 @@ int main()
         CompareRates(
             "TCP Set against SET of Redis", 5000, [&] { redis.Set(); },
             [&] { tcpClient->Set(kNumber, value++ % 20 + 1); }, 1);
-        CompareRates(
-            "UDP Set, which is answered, against SET", 5000, [&] { redis.Set(); },
-            [&] { udpClient->Set(kNumber, value++ % 20 + 1); }, 1);
     }
     CompareCachedGet(*cached, *store);
     ConfigFactoryImpl::GetInstance()->Disconnect(udpClient);

@@ -88,6 +88,7 @@ void QueueClients::Disconnect(uint32_t connectionID)
 QueueClients::Clients::iterator QueueClients::Drop(Clients::iterator client)
 {
     mq_close(client->second.queue);
+    m_keptReplies -= client->second.replies.size();
     return m_clients.erase(client);
 }
 
@@ -139,17 +140,27 @@ void QueueClients::Reply(uint32_t connectionID, const std::string& reply)
     if (client.replies.empty() && Send(client, reply)) return;
     if (errno == EAGAIN && client.replies.size() < kMaxReplies) {
         client.replies.push_back(reply);
+        ++m_keptReplies;
         return;
     }
     fprintf(stderr, "mainstay: cannot answer %s: %s\n",
             mq::ConnectionUtilities::GetQueueName(connectionID).c_str(), strerror(errno));
 }
 
+bool QueueClients::HasKept() const
+{
+    SemaphoreHelper hold(m_lock);
+    return m_keptReplies > 0;
+}
+
 void QueueClients::SendKept()
 {
     SemaphoreHelper hold(m_lock);
     for (auto& [connectionID, client] : m_clients)
-        while (!client.replies.empty() && Send(client, client.replies.front())) client.replies.pop_front();
+        while (!client.replies.empty() && Send(client, client.replies.front())) {
+            client.replies.pop_front();
+            --m_keptReplies;
+        }
 }
 
 void QueueClients::AddTo(std::vector<pollfd>& descriptors) const

@@ -40,7 +40,9 @@ class QueueClients {
     /// What fits into the queue of a connection beside the record; 0 when it is not known.
     size_t MaxStream(uint32_t connectionID) const;
 
-    /// Sends the replies that waited for room.
+    /// Whether replies wait for room.
+    bool HasKept() const;
+    /// Sends them.
     void SendKept();
     /// What to poll for: the queues that replies wait for.
     void AddTo(std::vector<pollfd>& descriptors) const;
@@ -64,4 +66,5 @@ class QueueClients {
 
     mutable LockSemaphore m_lock;
     Clients m_clients VEXA_GUARDED_BY(m_lock);
+    size_t m_keptReplies VEXA_GUARDED_BY(m_lock) = 0;  // of all of them
 };

@@ -1,7 +1,6 @@
 #include "mainstay/queue_service.h"
 
 #include <fcntl.h>
-#include <sys/eventfd.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -53,12 +52,13 @@ uint32_t AnswerTo(uint32_t type)
 QueueService::~QueueService()
 {
     if (m_thread.joinable()) {
-        eventfd_write(m_stop, 1);
+        m_stop = true;
+        // Wakes the thread; a queue that is full does not let it sleep anyway.
+        mq::SendMessage(m_queue, "", 0, 0, mq::QueueDeadline(0));
         m_thread.join();
     }
     if (m_store) m_store->RemoveConfigEventListener(this);
     for (const auto& [configID, config] : m_configs) net::ClosePeerStore(config);
-    if (m_stop != -1) close(m_stop);
     if (m_queue == -1) return;
     mq_unlink(mq::kRequestQueue);
     mq_close(m_queue);
@@ -68,7 +68,7 @@ QueueService::~QueueService()
 /// lock on it, which ends with its process, tells it from the queue of a daemon that runs.
 bool QueueService::OpenQueue()
 {
-    const mqd_t queue = mq::CreateQueue(mq::kRequestQueue, O_RDWR | O_NONBLOCK);
+    const mqd_t queue = mq::CreateQueue(mq::kRequestQueue, O_RDWR);
     if (queue == -1) {
         fprintf(stderr, "mainstay: cannot open the queue %s: %s\n", mq::kRequestQueue, strerror(errno));
         return false;
@@ -81,6 +81,7 @@ bool QueueService::OpenQueue()
     }
     if (attributes.mq_msgsize >= static_cast<long>(mq::kQueueRequestBytes)) {
         m_queue = queue;
+        m_message.resize(static_cast<size_t>(attributes.mq_msgsize));
         return true;
     }
     mq_unlink(mq::kRequestQueue);  // somebody made it for messages that are too small
@@ -91,9 +92,8 @@ bool QueueService::OpenQueue()
 bool QueueService::Start()
 {
     if (!OpenQueue()) return false;
-    m_stop = eventfd(0, EFD_CLOEXEC);
     m_store = FindConfig(0);
-    if (m_stop == -1 || !m_store) {
+    if (!m_store) {
         fputs("mainstay: cannot serve the queue\n", stderr);
         return false;
     }
@@ -107,18 +107,25 @@ bool QueueService::Start()
 
 void QueueService::Run()
 {
-    for (;;) {
-        std::vector<pollfd> descriptors{{m_stop, POLLIN, 0}, {m_queue, POLLIN, 0}};
-        m_clients.AddTo(descriptors);
-        if (poll(descriptors.data(), descriptors.size(), -1) == -1) continue;  // interrupted
-        if (descriptors[0].revents) return;
+    while (!m_stop) {
         try {
-            if (descriptors.size() > 2) m_clients.SendKept();
-            if (descriptors[1].revents) HandleNext();
+            const ssize_t length = ReceiveNext();
+            if (length >= 0 && !m_stop) Handle(m_message.data(), static_cast<size_t>(length));
         } catch (...) {
             fputs("mainstay: a request was lost by an exception\n", stderr);
         }
     }
+}
+
+/// The size of the next request; -1 when there is none yet.
+ssize_t QueueService::ReceiveNext()
+{
+    if (!m_clients.HasKept()) return mq_receive(m_queue, m_message.data(), m_message.size(), nullptr);
+    std::vector<pollfd> descriptors{{m_queue, POLLIN, 0}};
+    m_clients.AddTo(descriptors);
+    if (poll(descriptors.data(), descriptors.size(), -1) == -1) return -1;  // interrupted
+    m_clients.SendKept();
+    return mq::ReceiveNow(m_queue, m_message.data(), m_message.size());
 }
 
 Config* QueueService::FindConfig(eConfigID_t configID)
@@ -131,13 +138,6 @@ Config* QueueService::FindConfig(eConfigID_t configID)
 }
 
 // --- requests ---
-
-void QueueService::HandleNext()
-{
-    std::vector<char> message;
-    size_t length = 0;
-    if (mq::ReceiveMessage(m_queue, message, length)) Handle(message.data(), length);
-}
 
 void QueueService::Handle(const char* data, size_t length)
 {

@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "config/config_event_listener.h"
 #include "mainstay/queue_clients.h"
@@ -35,7 +36,7 @@ class QueueService : public ConfigEventListener {
 
     bool OpenQueue();
     void Run();
-    void HandleNext();
+    ssize_t ReceiveNext();
     void Handle(const char* data, size_t length);
     void HandleConnection(const vexa::config::access::XCONFIGMGR_CONNECTION_REQUEST_T& request);
     void HandleListener(const vexa::config::access::XCONFIGMGR_CONNECTION_REQUEST_T& request);
@@ -50,7 +51,8 @@ class QueueService : public ConfigEventListener {
 
     QueueClients m_clients;
     mqd_t m_queue = -1;
-    int m_stop = -1;  // an eventfd
+    std::vector<char> m_message;  // for any message of the queue
+    std::atomic<bool> m_stop = false;
     std::thread m_thread;
     Config* m_store = nullptr;                 // configuration 0
     std::atomic<uint64_t> m_lastUpdate = 0;    // of configuration 0: seconds, then microseconds

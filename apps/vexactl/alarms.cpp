@@ -35,7 +35,8 @@ std::optional<vexa::alarms::Alarm_Severity> SeverityByName(std::string name)
 /// Alarms are data values.
 void RequireData(const Session& session)
 {
-    if (!session.CarriesData()) throw ConnectionError("TCP carries no alarms: --uri udp://HOST:PORT does");
+    if (!session.CarriesData())
+        throw ConnectionError("this connection carries no alarms: --uri udp://ADDRESS:PORT does");
 }
 
 /// The alarm of this name, or nothing after a message.

@@ -105,7 +105,8 @@ ExitStatus Get(Session& session, const Names& names)
         const auto value = session.Read(parameter);
         if (!value) {
             const bool carried = session.CarriesData() || !parameter.HoldsBytes();
-            session.Complain(parameter.Name() + (carried ? " has no value" : ": TCP carries no data values"));
+            session.Complain(parameter.Name() +
+                             (carried ? " has no value" : ": this connection carries no data values"));
             return ExitStatus::kFalse;
         }
         if (session.json)
@@ -127,15 +128,16 @@ ExitStatus Refused(Session& session, const Parameter& parameter, const std::stri
 }
 
 /// Why the value cannot even be asked for; empty when it can.
-std::string Obstacle(const Parameter& parameter, const std::optional<Value>& wanted, bool force)
+std::string Obstacle(const Session& session, const Parameter& parameter, const std::optional<Value>& wanted,
+                     bool force)
 {
-    constexpr size_t kLongestText = 24'000;  // fits a network request together with its record
     if (!wanted) return "neither a named value nor a number from 0 to 4294967295";
     if (!force && parameter.Descriptor().HasClassName("readonly"))
         return "the device reports it; --force sets it all the same";
     if (parameter.HoldsBytes()) return "it holds data, not a text";
     const auto* const text = std::get_if<std::string>(&*wanted);
-    if (text && text->size() > kLongestText) return "longer than " + std::to_string(kLongestText) + " bytes";
+    if (text && text->size() > session.LongestText())
+        return "longer than " + std::to_string(session.LongestText()) + " bytes";
     return "";
 }
 
@@ -150,7 +152,7 @@ bool WasRefused(const Parameter& parameter, const Value& before, const Value& wa
 ExitStatus Set(Session& session, const Parameter& parameter, const std::string& typed, bool force)
 {
     const auto wanted = parameter.Parse(typed);
-    const std::string obstacle = Obstacle(parameter, wanted, force);
+    const std::string obstacle = Obstacle(session, parameter, wanted, force);
     if (!obstacle.empty()) return Refused(session, parameter, typed, obstacle);
     const std::string objection = parameter.Objection(*wanted).value_or("");
     const Value before = session.Read(parameter).value_or(*wanted);

@@ -28,6 +28,7 @@ ExitStatus Run(int argc, char** argv)
         ->envname("VEXACTL_URI")
         ->capture_default_str();
     app.add_flag("--json", session.json, "Data as JSON, one object a line");
+    app.add_flag("--mq", session.queues, "The daemon of this device, through its message queues");
     app.add_flag("--verbose", session.verbose, "Show the library's messages, too");
     app.add_option("--timeout", session.timeout, "Seconds to wait for an answer, at most 50")
         ->check(CLI::Range(0.001, 50.0))  // the library ends a process after 60

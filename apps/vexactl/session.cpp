@@ -15,8 +15,11 @@
 
 #include "config/access/config_factory_impl.h"
 #include "config/access/network_client.h"
-#include "config/access/network_protocol.h"
+#include "config/access/posix_mq_client.h"
+#include "config/access/posix_mq_factory.h"
 #include "config/descriptors/registry.h"
+
+namespace mq = vexa::config::access;
 
 namespace {
 
@@ -44,7 +47,7 @@ class Watcher : public ConfigEventListener {
           m_changed(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
     {
         if (!m_config.AddConfigEventListener(this))
-            throw ConnectionError("cannot hear of changes over " + session.uri);
+            throw ConnectionError("cannot hear of changes over this connection");
     }
     ~Watcher() override
     {
@@ -108,10 +111,46 @@ Config* Session::Connect()
     if (!verbose) HideLibraryMessages();
     CreateDescriptors();
     const Deadline limit = Limit();
-    m_config = ConfigFactoryImpl::GetInstance()->Connect(uri);
-    if (!m_config) Complain("cannot connect to " + uri);
-    m_client = dynamic_cast<vexa::corvalis::config::access::NetworkClient*>(m_config);
+    m_config = queues ? ConnectQueues() : ConnectUri();
+    if (!m_config) Complain("cannot connect to " + Place());
     return m_config;
+}
+
+Config* Session::ConnectUri()
+{
+    ConfigFactory* const connector = ConfigFactoryImpl::GetInstance();
+    Config* const config = connector->Connect(uri);
+    m_disconnect = [=] { connector->Disconnect(config); };
+    if (auto* const client = dynamic_cast<vexa::corvalis::config::access::NetworkClient*>(config))
+        m_isReachable = [=] { return client->IsReachable(); };
+    return config;
+}
+
+Config* Session::ConnectQueues()
+{
+    // Without the daemon's queue the factory ends the process.
+    const mqd_t queue = mq_open(mq::kRequestQueue, O_WRONLY);
+    if (queue == -1) return nullptr;
+    mq_close(queue);
+    if (!m_factory) m_factory = std::make_unique<mq::PosixMQFactory>();
+    mq::PosixMQClient* const client = m_factory->Connect("");
+    if (!client) return nullptr;
+    m_disconnect = [=, this] { m_factory->Disconnect(client); };
+    m_isReachable = [=] { return client->IsReachable(); };
+    return client;
+}
+
+std::string Session::Place() const
+{
+    return queues ? std::string("the queue ") + mq::kRequestQueue : uri;
+}
+
+size_t Session::LongestText() const
+{
+    constexpr size_t kObject = 17;  // what a text has around it in a stream
+    if (queues) return mq::kQueueMessageBytes - mq::kQueueResponseBytes - kObject;
+    constexpr size_t kNetwork = 24'000;
+    return IsRemote() ? kNetwork : std::string().max_size();
 }
 
 Config* Session::ConnectForCatalogue()
@@ -129,8 +168,9 @@ void Session::Disconnect()
     StopWatch();
     // The library waits a second for the goodbye, and would then write statistics to standard output.
     const Deadline limit = Limit(kGoodbyeSeconds);
-    ConfigFactoryImpl::GetInstance()->Disconnect(m_config);
-    m_config = m_client = nullptr;
+    m_disconnect();
+    m_config = nullptr;
+    m_isReachable = nullptr;
 }
 
 /// The library reports to developers what the tool tells its user in its own words.
@@ -149,13 +189,13 @@ void Session::HideLibraryMessages()
 
 Deadline Session::Limit(double atMost) const
 {
-    return Deadline(IsNetwork() ? std::min(timeout, atMost) : 0,
-                    "vexactl: no answer from " + uri + " in time", fileno(m_messages));
+    return Deadline(IsRemote() ? std::min(timeout, atMost) : 0,
+                    "vexactl: no answer from " + Place() + " in time", fileno(m_messages));
 }
 
 void Session::CheckConnection() const
 {
-    if (m_client && !m_client->IsReachable()) throw ConnectionError("lost the connection to " + uri);
+    if (m_isReachable && !m_isReachable()) throw ConnectionError("lost the connection to " + Place());
 }
 
 void Session::RequireAnswers() const
@@ -169,7 +209,7 @@ std::optional<Value> Session::Read(const Parameter& parameter)
     if (parameter.HoldsBytes() && !CarriesData()) return std::nullopt;
     return Ask([&](Config& config) -> std::optional<Value> {
         // Over the network the result of this Get says only whether the number is 0.
-        if (IsNetwork() && !parameter.HoldsText()) return config.Get(parameter.Id());
+        if (IsRemote() && !parameter.HoldsText()) return config.Get(parameter.Id());
         return parameter.Read(config);
     });
 }
@@ -186,7 +226,7 @@ bool Session::Write(const Parameter& parameter, const Value& value)
 
 bool Session::ConfirmsWrites(const Parameter& parameter) const
 {
-    return !IsNetwork() || (IsOver("udp:") && !parameter.HoldsText());
+    return !IsRemote() || queues || (IsOver("udp:") && !parameter.HoldsText());
 }
 
 std::optional<Parameter> Session::Find(const std::string& name)
@@ -247,7 +287,7 @@ void Session::WaitForWatch(unsigned int changes, double seconds)
         if (ready < 0 || events[0].revents) break;
         // Changes are printed on a thread that takes no signals, so a closed pipe ends the tool from here.
         if (events[2].revents & POLLERR) raise(SIGPIPE);
-        if (ready == 0 && m_client && !IsOver("multicast:"))
+        if (ready == 0 && m_isReachable && !IsOver("multicast:"))
             Ask([](Config& config) { return config.Get(eParamID_SystemState); });
         eventfd_t ignored;
         eventfd_read(m_watcher->ChangedFd(), &ignored);

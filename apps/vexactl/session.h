@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -14,8 +15,8 @@
 #include "vexactl/parameter.h"
 
 class Watcher;
-namespace vexa::corvalis::config::access {
-class NetworkClient;
+namespace vexa::config::access {
+class PosixMQFactory;
 }
 
 /// What was asked of the device cannot be had over this connection, or not any more.
@@ -33,6 +34,7 @@ class Session {
     Session& operator=(const Session&) = delete;
 
     std::string uri = "tcp://127.0.0.1:43110";
+    bool queues = false;  ///< the daemon of this device, through its message queues, instead of the URI
     bool json = false;
     bool verbose = false;  ///< show the library's messages
     double timeout = 5;    ///< seconds, for whatever is asked of the device
@@ -64,8 +66,10 @@ class Session {
         CheckConnection();
         return result;
     }
-    /// Whether bytes can be read and written: not over TCP.
-    bool CarriesData() const { return !IsOver("tcp:"); }
+    /// Whether bytes can be read and written: not over TCP, nor the queues.
+    bool CarriesData() const { return !queues && !IsOver("tcp:"); }
+    /// In bytes, there and back.
+    size_t LongestText() const;
     /// Whether the device says what it did with a value; otherwise only reading it back tells.
     bool ConfirmsWrites(const Parameter& parameter) const;
 
@@ -83,16 +87,21 @@ class Session {
     void WaitForWatch(unsigned int changes, double seconds);
 
   private:
-    bool IsOver(const char* scheme) const { return uri.find(scheme) != std::string::npos; }
-    bool IsNetwork() const { return IsOver("tcp:") || IsOver("udp:") || IsOver("multicast:"); }
+    bool IsOver(const char* scheme) const { return !queues && uri.find(scheme) != std::string::npos; }
+    bool IsRemote() const { return queues || IsOver("tcp:") || IsOver("udp:") || IsOver("multicast:"); }
+    std::string Place() const;
+    Config* ConnectUri();
+    Config* ConnectQueues();
     static constexpr double kGoodbyeSeconds = 0.9;
     Deadline Limit(double atMost = 1e9) const;
     void CheckConnection() const;
     void HideLibraryMessages();
 
     Config* m_config = nullptr;
-    Config* m_catalogue = nullptr;  // a local store, where there was no other configuration
-    vexa::corvalis::config::access::NetworkClient* m_client = nullptr;  // m_config, when it is one
+    Config* m_catalogue = nullptr;        // a local store, where there was no other configuration
+    std::function<bool()> m_isReachable;  // of a connection that can be lost
+    std::function<void()> m_disconnect;
+    std::unique_ptr<vexa::config::access::PosixMQFactory> m_factory;
     FILE* m_messages = stderr;
     std::unique_ptr<Watcher> m_watcher;
     std::mutex m_output;

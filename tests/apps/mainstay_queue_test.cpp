@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <memory>
 #include <random>
 
 #include "config/access/connection_utilities.h"
@@ -116,19 +117,27 @@ std::string TextStream(const std::string& text)
 
 class MainstayQueue : public testing::Test {
   protected:
-    MainstayQueue() : m_daemon({MAINSTAY, "--tcp-port", "0", "--no-udp"}, "", {"PRODUCT_ID=OAK"})
+    MainstayQueue() : m_daemon({MAINSTAY, "--tcp-port", "0", "--udp-port", "0"}, "", {"PRODUCT_ID=OAK"})
     {
         m_daemon.WaitForOutput("mainstay: ready, queue /mainstay, TCP port ");
         m_uri = "tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", m_daemon.Err()));
+        m_udp = "udp://127.0.0.1:" + std::to_string(NumberAfter("UDP port ", m_daemon.Err()));
+    }
+    static std::vector<std::string> Command(const std::string& uri, std::vector<std::string> arguments)
+    {
+        if (uri == "queue")
+            arguments.insert(arguments.begin(), {VEXACTL, "--mq"});
+        else
+            arguments.insert(arguments.begin(), {VEXACTL, "--uri", uri});
+        return arguments;
     }
     ProgramResult Tool(std::vector<std::string> arguments, const std::string& input = "") const
     {
-        arguments.insert(arguments.begin(), {VEXACTL, "--uri", m_uri});
-        return RunProgram(arguments, input);
+        return RunProgram(Command(m_uri, std::move(arguments)), input, {"PRODUCT_ID=OAK"});
     }
 
     Program m_daemon;
-    std::string m_uri;
+    std::string m_uri, m_udp;
 };
 
 TEST_F(MainstayQueue, AnswersEveryRequest)
@@ -252,6 +261,50 @@ TEST_F(MainstayQueue, IsTakenOverAfterACrashAndRemovedAtAStop)
     successor.Signal(SIGTERM);
     EXPECT_EQ(successor.Wait().status, 0);
     EXPECT_EQ(mq_open(mq::kRequestQueue, O_WRONLY), -1);
+}
+
+/// As a user would, with every transport at once.
+using MainstayQueueNotify = MainstayQueue;
+
+TEST_F(MainstayQueueNotify, TheToolReachesTheDaemonThroughQueues)
+{
+    const std::string places[] = {"queue", m_uri, m_udp};
+    std::vector<std::unique_ptr<Program>> watchers;
+    for (const std::string& place : places) {
+        watchers.push_back(std::make_unique<Program>(Command(place, {"watch"})));
+        for (int value = 1; watchers.back()->Out().empty(); value = value % 20 + 1)  // until it listens
+            Tool({"set", "RegisterSave", std::to_string(value)});
+    }
+    for (const std::string& place : places)
+        EXPECT_EQ(RunProgram(Command(place, {"set", "ReelName", "by " + place})).status, 0);
+    for (const auto& watcher : watchers)
+        for (const std::string& place : places) watcher->WaitForOutput("ReelName = \"by " + place + "\"\n");
+
+    const ProgramResult run = RunProgram(Command("queue", {"shell"}),
+                                         "set RegisterSave 500\nset SystemCommand 9\nget RegisterSave\n"
+                                         "set ReelName \"" +
+                                             std::string(443, 'x') +
+                                             "\"\n"
+                                             "set ReelName \"" +
+                                             std::string(444, 'x') + "\"\nalarms raised\n");
+    EXPECT_EQ(run.status, 5);
+    EXPECT_THAT(run.out,
+                HasSubstr("RegisterSave corrected to 20 (500 is outside 1 to 20)\nRegisterSave = 20\n"
+                          "ReelName stored \"xxx"));
+    EXPECT_THAT(run.err, HasSubstr("\"9\" refused: not one of"));
+    EXPECT_THAT(run.err, HasSubstr("refused: longer than 443 bytes"));
+    EXPECT_THAT(run.err, HasSubstr("this connection carries no alarms"));
+
+    m_daemon.Signal(SIGSTOP);
+    const ProgramResult silent = RunProgram(Command("queue", {"--timeout", "0.2", "get", "RegisterSave"}));
+    EXPECT_EQ(silent.status, 7);
+    EXPECT_EQ(silent.err, "vexactl: no answer from the queue /mainstay in time\n");
+    m_daemon.Signal(SIGCONT);
+    m_daemon.Signal(SIGTERM);
+    m_daemon.Wait();
+    const ProgramResult gone = RunProgram(Command("queue", {"get", "RegisterSave"}));
+    EXPECT_EQ(gone.status, 6);
+    EXPECT_EQ(gone.err, "vexactl: cannot connect to the queue /mainstay\n");
 }
 
 }  // namespace

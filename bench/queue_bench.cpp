@@ -1,0 +1,155 @@
+/// Measures what reaching the daemon through message queues costs beside a bare exchange of the same bytes.
+#include <fcntl.h>
+#include <mqueue.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+
+#include "config/access/message_queue.h"
+#include "config/access/peer_stores.h"
+#include "config/access/posix_mq_client.h"
+#include "config/access/posix_mq_factory.h"
+#include "config/descriptors/registry.h"
+#include "mainstay/queue_service.h"
+#include "ratio_table.h"
+
+namespace {
+
+namespace mq = vexa::config::access;
+
+constexpr eParam_t kNumber = eParamID_RegisterSave;
+
+/// Answers 36 bytes with 52 on a thread of its own.
+class PingPong {
+  public:
+    PingPong()
+    {
+        for (mqd_t* const queue : {&m_there, &m_back}) {
+            const char* const name = queue == &m_there ? "/vexa_bench_there" : "/vexa_bench_back";
+            mq_unlink(name);
+            *queue = mq::CreateQueue(name, O_RDWR);
+            mq_unlink(name);
+        }
+        m_thread = std::thread([this] {
+            char bytes[8192];
+            while (mq_receive(m_there, bytes, sizeof bytes, nullptr) > 0) mq_send(m_back, bytes, 52, 0);
+        });
+    }
+    ~PingPong()
+    {
+        mq_send(m_there, "", 0, 0);
+        m_thread.join();
+        mq_close(m_there);
+        mq_close(m_back);
+    }
+    void Exchange()
+    {
+        char bytes[8192] = {};
+        mq_send(m_there, bytes, 36, 0);
+        if (mq_receive(m_back, bytes, sizeof bytes, nullptr) != 52) abort();
+    }
+
+  private:
+    mqd_t m_there, m_back;
+    std::thread m_thread;
+};
+
+class Counting : public ConfigEventListener {
+  public:
+    using ConfigEventListener::ParamChanged;
+    bool ParamChanged(eParam_t, unsigned int, timeval) override { return ++heard > 0; }
+    bool ParamChanged(eParam_t, std::string, timeval) override { return true; }
+    std::atomic<unsigned int> heard = 0;
+};
+
+/// Changes a parameter a thousand times a second.
+class Changes {
+  public:
+    explicit Changes(Config& store)
+        : m_thread([this, &store] {
+              for (unsigned int value = 0; !m_stop; ++value) {
+                  store.Set(kNumber, value % 20 + 1);
+                  std::this_thread::sleep_for(std::chrono::milliseconds(1));
+              }
+          })
+    {
+    }
+    ~Changes()
+    {
+        m_stop = true;
+        m_thread.join();
+    }
+
+  private:
+    std::atomic<bool> m_stop = false;
+    std::thread m_thread;
+};
+
+/// Gets a second of several connections at once, all together.
+double TotalRate(const std::vector<mq::PosixMQClient*>& clients)
+{
+    constexpr int kGets = 20'000;
+    const double seconds = SecondsOf([&] {
+        std::vector<std::thread> threads;
+        for (mq::PosixMQClient* const client : clients)
+            threads.emplace_back([&, client] {
+                for (size_t i = 0; i < kGets / clients.size(); ++i) client->Get(kNumber);
+            });
+        for (std::thread& thread : threads) thread.join();
+    });
+    return kGets / seconds;
+}
+
+void CompareThreads(mq::PosixMQFactory& factory, mq::PosixMQClient& one)
+{
+    std::vector<mq::PosixMQClient*> four{&one};
+    while (four.size() < 4) four.push_back(factory.Connect(""));
+    std::vector<double> ones, fours, ratios;
+    for (int round = 0; round < kRounds; ++round) {
+        ones.push_back(TotalRate({&one}));
+        fours.push_back(TotalRate(four));
+        ratios.push_back(fours.back() / ones.back());
+    }
+    PrintRow("queue Get, four threads against one", Number("%.0f /s", Median(ones)),
+             Number("%.0f /s", Median(fours)), Median(ratios), ">=", 1);
+    while (four.size() > 1) {
+        factory.Disconnect(four.back());
+        four.pop_back();
+    }
+}
+
+}  // namespace
+
+int main()
+{
+    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    setenv("PRODUCT_ID", "ROWAN", 0);
+    CreateDescriptors();
+    {
+        QueueService service;
+        if (!service.Start()) return 1;
+        Config* const store = vexa::corvalis::config::access::OpenPeerStore(0);
+        mq::PosixMQFactory factory;
+        mq::PosixMQClient* const client = factory.Connect("");
+        if (!client) return 1;
+
+        PrintHead();
+        PingPong bare;
+        const auto exchange = [&] { bare.Exchange(); };
+        const auto get = [&] { client->Get(kNumber); };
+        CompareRates("queue Get against a bare exchange", 5000, exchange, get, 0.8);
+        CompareThreads(factory, *client);
+        Counting listener;
+        client->AddConfigEventListener(&listener);
+        {
+            const Changes changes(*store);
+            CompareRates("the same, with 1000 events a second", 5000, exchange, get, 0.5);
+        }
+        client->RemoveConfigEventListener(&listener);
+        fprintf(stderr, "%u events heard\n", listener.heard.load());
+        factory.Disconnect(client);
+        vexa::corvalis::config::access::ClosePeerStore(store);
+    }
+    return allMet ? 0 : 1;
+}

@@ -1,0 +1,213 @@
+/// A control daemon that follows a script: what a client of the message queues does with one that answers late,
+/// wrongly or not at all.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "config/access/connection_utilities.h"
+#include "config/access/message_queue.h"
+#include "config/config_value.h"
+#include "support/stream_bytes.h"
+
+namespace mq = vexa::config::access;
+
+constexpr eParam_t kNumber = eParamID_RegisterSave, kText = eParamID_CustomClipName;
+
+/// Of this process; what connections leave behind.
+inline size_t OpenDescriptors()
+{
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
+
+/// A request with all that follows it.
+struct MQRequest : mq::XCONFIGMGR_REQUEST_T {
+    std::string bytes;
+};
+
+inline std::string TextStream(const std::string& text)
+{
+    StringValue value(0, kText, eCParam_StringValue, text);
+    return Streamed(value);
+}
+
+/// The right answer to a request, for a store whose numbers are all 7.
+inline mq::XCONFIGMGR_RESPONSE_T AnswerTo(const MQRequest& request)
+{
+    mq::XCONFIGMGR_RESPONSE_T answer;
+    answer.msgtype = ResponseTo(eMessageType_t{request.msgtype});
+    answer.info = request.info;
+    answer.paramID = request.paramID;
+    answer.seconds = 0x80000001;  // after 2038
+    answer.microseconds = 5;
+    answer.value = 7;
+    return answer;
+}
+
+inline std::string Bytes(const mq::XCONFIGMGR_RESPONSE_T& answer, const std::string& stream = "")
+{
+    const auto bytes = wire::Encode<wire::HostOrder>(answer);
+    return std::string(bytes.data(), bytes.size()) + stream;
+}
+
+inline std::string BytesWithStream(mq::XCONFIGMGR_RESPONSE_T answer, const std::string& stream)
+{
+    answer.streamLength = static_cast<uint32_t>(stream.size());
+    answer.streamFormat = mq::kQueueStreamFormat;
+    return Bytes(answer, stream);
+}
+
+inline std::string NumberEvent(uint32_t connectionID, uint32_t value)
+{
+    mq::XCONFIGMGR_RESPONSE_T event;
+    event.msgtype = XCFG_PARAM_CHANGED_EVENT;
+    event.info.connectionID = connectionID;
+    event.paramID = kNumber;
+    event.seconds = 11;
+    event.value = value;
+    return Bytes(event);
+}
+
+inline std::string TextEvent(uint32_t connectionID, const std::string& text)
+{
+    mq::XCONFIGMGR_RESPONSE_T event;
+    event.msgtype = XCFG_PARAM_STRING_CHANGED_EVENT;
+    event.info.connectionID = connectionID;
+    event.paramID = kText;
+    return BytesWithStream(event, TextStream(text));
+}
+
+/// Owns the queue of the daemon. What the script does not handle is answered rightly, on the same thread.
+class ScriptedDaemon {
+  public:
+    /// @return whether the request is handled.
+    using Script = std::function<bool(ScriptedDaemon&, const MQRequest&)>;
+
+    explicit ScriptedDaemon(Script script = nullptr) : m_stop(eventfd(0, 0)), m_script(std::move(script))
+    {
+        mq_unlink(mq::kRequestQueue);
+        m_queue = mq::CreateQueue(mq::kRequestQueue, O_RDWR);
+        EXPECT_NE(m_queue, -1);
+        m_thread = std::thread([this] { Serve(); });
+    }
+    ~ScriptedDaemon()
+    {
+        Hang();
+        mq_unlink(mq::kRequestQueue);
+        mq_close(m_queue);
+        close(m_stop);
+    }
+    ScriptedDaemon(const ScriptedDaemon&) = delete;
+    ScriptedDaemon& operator=(const ScriptedDaemon&) = delete;
+
+    /// When this returns, the script before is not running any more.
+    void SetScript(Script script)
+    {
+        const std::lock_guard hold(m_scriptLock);
+        m_script = std::move(script);
+    }
+    /// Serves no more; the queue stays.
+    void Hang()
+    {
+        eventfd_write(m_stop, 1);
+        if (m_thread.joinable()) m_thread.join();
+    }
+    /// Waits for room, but not for a client that has disconnected.
+    void Send(uint32_t connectionID, const std::string& bytes)
+    {
+        while (const auto queue = Client(connectionID)) {
+            if (mq::SendMessage(*queue, bytes.data(), bytes.size(), 0, mq::QueueDeadline(20), m_stop)) return;
+            if (errno != ETIMEDOUT) return;
+        }
+    }
+    /// The types of all requests, but for the connection's.
+    std::vector<uint32_t> Types() const
+    {
+        std::vector<uint32_t> types;
+        for (const MQRequest& request : Requests())
+            if (request.msgtype > XCFG_DISCONNECT_REQUEST) types.push_back(request.msgtype);
+        return types;
+    }
+    std::vector<MQRequest> Requests() const
+    {
+        const std::lock_guard hold(m_lock);
+        return m_requests;
+    }
+
+  private:
+    using Queue = std::shared_ptr<const mqd_t>;
+
+    static Queue Open(const std::string& name)
+    {
+        return {new mqd_t(mq_open(name.c_str(), O_WRONLY)), [](const mqd_t* queue) {
+                    mq_close(*queue);
+                    delete queue;
+                }};
+    }
+    Queue Client(uint32_t connectionID) const
+    {
+        const std::lock_guard hold(m_lock);
+        const auto client = m_clients.find(connectionID);
+        return client == m_clients.end() ? nullptr : client->second;
+    }
+    void Serve()
+    {
+        std::vector<char> message;
+        size_t length = 0;
+        while (mq::WaitForQueue(m_queue, POLLIN, mq::QueueDeadline(mq::kNoQueueTimeout), m_stop)) {
+            if (!mq::ReceiveMessage(m_queue, message, length)) continue;
+            MQRequest request;  // ReceiveMessage adds zeros to short ones
+            wire::Decode<wire::HostOrder>(message.data(), message.size(),
+                                          static_cast<mq::XCONFIGMGR_REQUEST_T&>(request));
+            request.bytes.assign(message.data(), length);
+            Handle(request);
+        }
+    }
+    void Handle(const MQRequest& request)
+    {
+        const uint32_t id = request.info.connectionID;
+        {
+            const std::lock_guard hold(m_lock);
+            m_requests.push_back(request);
+            if (request.msgtype == XCFG_CONNECT_REQUEST)
+                m_clients[id] = Open(mq::ConnectionUtilities::GetQueueName(id));
+        }
+        {
+            const std::lock_guard hold(m_scriptLock);
+            if (m_script && m_script(*this, request)) return;
+        }
+        const uint32_t type = request.msgtype;
+        if (type <= XCFG_DISCONNECT_REQUEST)
+            Send(id, Bytes(AnswerTo(request)).substr(0, 24));
+        else if (type == XCFG_GET_STREAM_PARAM_REQUEST || type == XCFG_SET_STREAM_PARAM_REQUEST)
+            Send(id, BytesWithStream(AnswerTo(request), TextStream("Scene")));
+        else
+            Send(id, Bytes(AnswerTo(request)));
+        if (type == XCFG_DISCONNECT_REQUEST) {
+            const std::lock_guard hold(m_lock);
+            m_clients.erase(id);
+        }
+    }
+
+    const int m_stop;
+    mqd_t m_queue;
+    std::mutex m_scriptLock;
+    Script m_script;            // guarded by m_scriptLock
+    mutable std::mutex m_lock;  // guards what follows
+    std::map<uint32_t, Queue> m_clients;
+    std::vector<MQRequest> m_requests;
+    std::thread m_thread;
+};
