@@ -1,7 +1,6 @@
 #include "config/access/network_client.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +11,7 @@
 #include <cassert>
 
 #include "config/access/network_payload.h"
+#include "config/access/no_signals.h"
 #include "config/access/stream_replies.h"
 #include "config/config_value.h"
 #include "config/descriptors/registry.h"
@@ -28,23 +28,6 @@ std::unique_ptr<ReplySource> MakeReplySource(Socket& socket)
 
 /// The client whose callbacks this thread makes.
 thread_local const NetworkClient* deliveringFor = nullptr;
-
-/// Blocks all signals of this thread, and so those of the threads that it starts, for a scope.
-class NoSignals {
-  public:
-    NoSignals()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &m_before);
-    }
-    ~NoSignals() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-    NoSignals(const NoSignals&) = delete;
-    NoSignals& operator=(const NoSignals&) = delete;
-
-  private:
-    sigset_t m_before;
-};
 
 }  // namespace
 
@@ -380,7 +363,7 @@ void NetworkClient::RunEventsThread()
 
 std::thread NetworkClient::StartDeliveryThread(const char* name, std::function<void()> body)
 {
-    const NoSignals inherited;
+    const vexa::config::access::NoSignals inherited;
     return std::thread([this, name, body = std::move(body)] {
         pthread_setname_np(pthread_self(), name);
         deliveringFor = this;
