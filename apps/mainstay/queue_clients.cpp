@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -16,18 +17,30 @@ namespace mq = vexa::config::access;
 
 namespace {
 
-/// Whether a process lives whose identifier ends in these 16 bits: more of it is not known.
-bool IsProcessAlive(uint32_t lowHalf)
+/// Whether a process lives whose identifier ends in these 16 bits: more of it is not known. Where processes
+/// are hidden, all may live.
+bool MayProcessLive(uint32_t lowHalf)
 {
     DIR* const processes = opendir("/proc");
-    if (!processes) return true;
-    bool alive = false;
+    if (!processes || access("/proc/1/stat", R_OK) != 0) return true;
+    bool lives = false;
     while (const dirent* const entry = readdir(processes)) {
         const long pid = strtol(entry->d_name, nullptr, 10);
-        alive = alive || (pid > 0 && static_cast<uint32_t>(pid & 0xFFFF) == lowHalf);
+        lives = lives || (pid > 0 && static_cast<uint32_t>(pid & 0xFFFF) == lowHalf);
     }
     closedir(processes);
-    return alive;
+    return lives;
+}
+
+bool HasName(mqd_t queue)
+{
+    struct stat status {};
+    return fstat(queue, &status) != 0 || status.st_nlink > 0;
+}
+
+bool Send(mqd_t queue, const std::string& message)
+{
+    return mq::SendMessage(queue, message.data(), message.size(), 0);
 }
 
 std::string Bytes(const mq::XCONFIGMGR_RESPONSE_T& record, const std::string& stream)
@@ -54,7 +67,7 @@ bool QueueClients::Connect(uint32_t connectionID)
     SemaphoreHelper hold(m_lock);
     const auto known = m_clients.find(connectionID);
     if (known != m_clients.end()) Drop(known);
-    DropTheDead();
+    DropWithoutQueue();
     return Open(connectionID);
 }
 
@@ -82,7 +95,10 @@ void QueueClients::Disconnect(uint32_t connectionID)
 {
     SemaphoreHelper hold(m_lock);
     const auto client = m_clients.find(connectionID);
-    if (client != m_clients.end()) Drop(client);
+    if (client == m_clients.end()) return;
+    client->second.wantsEvents = false;
+    client->second.isLeaving = true;
+    if (client->second.replies.empty()) Drop(client);
 }
 
 QueueClients::Clients::iterator QueueClients::Drop(Clients::iterator client)
@@ -92,20 +108,10 @@ QueueClients::Clients::iterator QueueClients::Drop(Clients::iterator client)
     return m_clients.erase(client);
 }
 
-/// Of a queue that was removed, or whose process ended without removing it, which is then done here.
-bool QueueClients::IsGone(const Clients::value_type& client)
-{
-    struct stat status {};
-    if (fstat(client.second.queue, &status) == 0 && status.st_nlink == 0) return true;
-    if (IsProcessAlive(client.first >> 16)) return false;
-    mq_unlink(mq::ConnectionUtilities::GetQueueName(client.first).c_str());
-    return true;
-}
-
-void QueueClients::DropTheDead()
+void QueueClients::DropWithoutQueue()
 {
     for (auto client = m_clients.begin(); client != m_clients.end();)
-        client = IsGone(*client) ? Drop(client) : std::next(client);
+        client = HasName(client->second.queue) ? std::next(client) : Drop(client);
 }
 
 bool QueueClients::SetEvents(uint32_t connectionID, bool wanted)
@@ -127,24 +133,33 @@ size_t QueueClients::MaxStream(uint32_t connectionID) const
 
 // --- sending ---
 
-bool QueueClients::Send(Client& client, const std::string& message)
-{
-    return mq::SendMessage(client.queue, message.data(), message.size(), 0);
-}
-
 void QueueClients::Reply(uint32_t connectionID, const std::string& reply)
 {
     SemaphoreHelper hold(m_lock);
     if (!m_clients.contains(connectionID) && !Open(connectionID)) return;
-    Client& client = m_clients[connectionID];
-    if (client.replies.empty() && Send(client, reply)) return;
-    if (errno == EAGAIN && client.replies.size() < kMaxReplies) {
-        client.replies.push_back(reply);
-        ++m_keptReplies;
-        return;
+    if (!SendOrKeep(m_clients[connectionID], reply))
+        fprintf(stderr, "mainstay: cannot answer %s: %s\n",
+                mq::ConnectionUtilities::GetQueueName(connectionID).c_str(), strerror(errno));
+}
+
+/// @return false, with errno, when the reply is lost.
+bool QueueClients::SendOrKeep(Client& client, const std::string& reply)
+{
+    if (reply.size() > client.messageBytes) {
+        errno = EMSGSIZE;
+        return false;
     }
-    fprintf(stderr, "mainstay: cannot answer %s: %s\n",
-            mq::ConnectionUtilities::GetQueueName(connectionID).c_str(), strerror(errno));
+    if (client.replies.empty()) {
+        if (Send(client.queue, reply)) return true;
+        if (errno != EAGAIN) return false;
+    }
+    if (client.replies.size() >= kMaxReplies) {
+        errno = ENOBUFS;
+        return false;
+    }
+    client.replies.push_back(reply);
+    ++m_keptReplies;
+    return true;
 }
 
 bool QueueClients::HasKept() const
@@ -156,11 +171,20 @@ bool QueueClients::HasKept() const
 void QueueClients::SendKept()
 {
     SemaphoreHelper hold(m_lock);
-    for (auto& [connectionID, client] : m_clients)
-        while (!client.replies.empty() && Send(client, client.replies.front())) {
-            client.replies.pop_front();
-            --m_keptReplies;
-        }
+    for (auto client = m_clients.begin(); client != m_clients.end();) {
+        SendKept(client->second);
+        const bool leaves = client->second.isLeaving && client->second.replies.empty();
+        client = leaves ? Drop(client) : std::next(client);
+    }
+}
+
+/// What cannot be sent for another reason than want of room is lost: it would never leave.
+void QueueClients::SendKept(Client& client)
+{
+    while (!client.replies.empty() && (Send(client.queue, client.replies.front()) || errno != EAGAIN)) {
+        client.replies.pop_front();
+        --m_keptReplies;
+    }
 }
 
 void QueueClients::AddTo(std::vector<pollfd>& descriptors) const
@@ -180,22 +204,27 @@ void QueueClients::SendEvent(mq::XCONFIGMGR_RESPONSE_T event, const std::string&
         if (!client.wantsEvents) continue;
         event.info.connectionID = entry->first;
         // A reply that waits goes first: its client is waiting, too.
-        if (client.replies.empty() && Send(client, Bytes(event, stream)))
+        if (client.replies.empty() && Send(client.queue, Bytes(event, stream)))
             client.lostEvents = 0;
-        else if (client.lostEvents == 0 && IsGone(*entry))
+        else if (!CountLost(*entry, client))
             Drop(entry);
-        else
-            CountLost(entry->first, client);
     }
 }
 
-/// One line at the first event and then at ten times as many.
-void QueueClients::CountLost(uint32_t connectionID, Client& client)
+/// One line at the first event and at every tenfold.
+/// @return false when nobody is there to lose them. The queue of a process that ended is removed.
+bool QueueClients::CountLost(const Clients::value_type& entry, Client& client)
 {
-    ++client.lostEvents;
-    unsigned int step = client.lostEvents;
+    unsigned int step = ++client.lostEvents;
     while (step % 10 == 0) step /= 10;
-    if (step == 1)
-        fprintf(stderr, "mainstay: %s is full or its messages too small: %u events lost\n",
-                mq::ConnectionUtilities::GetQueueName(connectionID).c_str(), client.lostEvents);
+    if (step != 1) return true;
+    const std::string name = mq::ConnectionUtilities::GetQueueName(entry.first);
+    if (!HasName(client.queue)) return false;
+    if (!MayProcessLive(entry.first >> 16)) {
+        mq_unlink(name.c_str());
+        return false;
+    }
+    fprintf(stderr, "mainstay: %s is full or its messages too small: %u events lost\n", name.c_str(),
+            client.lostEvents);
+    return true;
 }

@@ -28,6 +28,7 @@ class QueueClients {
 
     /// Opens the response queue of a connection, anew if it is known. @return false after one line.
     bool Connect(uint32_t connectionID);
+    /// Forgets a connection, after the replies that wait.
     void Disconnect(uint32_t connectionID);
     /// @param wanted  whether it gets events from now on. @return false when the connection is not known.
     bool SetEvents(uint32_t connectionID, bool wanted);
@@ -54,15 +55,16 @@ class QueueClients {
         bool wantsEvents = false;
         unsigned int lostEvents = 0;  // since the last one that was sent
         std::deque<std::string> replies;
+        bool isLeaving = false;  // goes with the last reply
     };
     using Clients = std::map<uint32_t, Client>;
 
     bool Open(uint32_t connectionID) VEXA_REQUIRES(m_lock);
     Clients::iterator Drop(Clients::iterator client) VEXA_REQUIRES(m_lock);
-    void DropTheDead() VEXA_REQUIRES(m_lock);
-    static bool Send(Client& client, const std::string& message);
-    static bool IsGone(const Clients::value_type& client);
-    void CountLost(uint32_t connectionID, Client& client) VEXA_REQUIRES(m_lock);
+    void DropWithoutQueue() VEXA_REQUIRES(m_lock);
+    bool SendOrKeep(Client& client, const std::string& reply) VEXA_REQUIRES(m_lock);
+    void SendKept(Client& client) VEXA_REQUIRES(m_lock);
+    bool CountLost(const Clients::value_type& entry, Client& client) VEXA_REQUIRES(m_lock);
 
     mutable LockSemaphore m_lock;
     Clients m_clients VEXA_GUARDED_BY(m_lock);

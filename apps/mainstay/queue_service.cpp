@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -58,7 +59,7 @@ QueueService::~QueueService()
         m_thread.join();
     }
     if (m_store) m_store->RemoveConfigEventListener(this);
-    for (const auto& [configID, config] : m_configs) net::ClosePeerStore(config);
+    net::ClosePeerStore(m_store);
     if (m_queue == -1) return;
     mq_unlink(mq::kRequestQueue);
     mq_close(m_queue);
@@ -74,17 +75,21 @@ bool QueueService::OpenQueue()
         return false;
     }
     mq_attr attributes{};
-    if (flock(queue, LOCK_EX | LOCK_NB) != 0 || mq_getattr(queue, &attributes) != 0) {
+    struct stat status {};
+    if (flock(queue, LOCK_EX | LOCK_NB) != 0 || mq_getattr(queue, &attributes) != 0 ||
+        fstat(queue, &status) != 0) {
         fprintf(stderr, "mainstay: another daemon serves the queue %s\n", mq::kRequestQueue);
         mq_close(queue);
         return false;
     }
-    if (attributes.mq_msgsize >= static_cast<long>(mq::kQueueRequestBytes)) {
+    // Without a name it was removed meanwhile, by a daemon that ended.
+    if (status.st_nlink > 0 && attributes.mq_msgsize >= static_cast<long>(mq::kQueueRequestBytes)) {
         m_queue = queue;
         m_message.resize(static_cast<size_t>(attributes.mq_msgsize));
         return true;
     }
-    mq_unlink(mq::kRequestQueue);  // somebody made it for messages that are too small
+    if (status.st_nlink > 0)
+        mq_unlink(mq::kRequestQueue);  // somebody made it for messages that are too small
     mq_close(queue);
     return OpenQueue();
 }
@@ -92,7 +97,7 @@ bool QueueService::OpenQueue()
 bool QueueService::Start()
 {
     if (!OpenQueue()) return false;
-    m_store = FindConfig(0);
+    m_store = net::OpenPeerStore(0);
     if (!m_store) {
         fputs("mainstay: cannot serve the queue\n", stderr);
         return false;
@@ -126,15 +131,6 @@ ssize_t QueueService::ReceiveNext()
     if (poll(descriptors.data(), descriptors.size(), -1) == -1) return -1;  // interrupted
     m_clients.SendKept();
     return mq::ReceiveNow(m_queue, m_message.data(), m_message.size());
-}
-
-Config* QueueService::FindConfig(eConfigID_t configID)
-{
-    const auto found = m_configs.find(configID);
-    if (found != m_configs.end()) return found->second;
-    Config* const config = net::OpenPeerStore(configID);
-    if (config) m_configs[configID] = config;
-    return config;
 }
 
 // --- requests ---
@@ -209,9 +205,9 @@ void QueueService::HandleParameter(const char* data, size_t length)
     response.info = request.info;
     response.paramID = request.paramID;
     std::string stream;
-    Config* const config = FindConfig(request.info.configID);
-    if (config && config->GetParamDescriptor(request.paramID)) {
-        stream = Answer(*config, request, data + mq::kQueueRequestBytes, response);
+    // Clients of the queues have configuration 0; others would be opened for good at anybody's word.
+    if (request.info.configID == 0 && m_store->GetParamDescriptor(request.paramID)) {
+        stream = Answer(*m_store, request, data + mq::kQueueRequestBytes, response);
     } else {
         response.error = mq::kQueueErrorRefused;
     }

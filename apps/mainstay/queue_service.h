@@ -2,7 +2,6 @@
 #pragma once
 
 #include <atomic>
-#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -47,14 +46,12 @@ class QueueService : public ConfigEventListener {
                    const std::string& stream);
     bool SendStream(eMessageType_t type, eParam_t id, timeval time);
     void StampLastUpdate(Response& response) const;
-    Config* FindConfig(eConfigID_t configID);
 
     QueueClients m_clients;
     mqd_t m_queue = -1;
     std::vector<char> m_message;  // for any message of the queue
     std::atomic<bool> m_stop = false;
     std::thread m_thread;
-    Config* m_store = nullptr;                 // configuration 0
-    std::atomic<uint64_t> m_lastUpdate = 0;    // of configuration 0: seconds, then microseconds
-    std::map<eConfigID_t, Config*> m_configs;  // of the service's thread; from OpenPeerStore
+    Config* m_store = nullptr;               // configuration 0, from OpenPeerStore
+    std::atomic<uint64_t> m_lastUpdate = 0;  // of configuration 0: seconds, then microseconds
 };

@@ -46,7 +46,7 @@ ExitStatus Run(int argc, char** argv)
         return ExitStatus::kUsage;
     } catch (const ConnectionError& error) {
         session.Complain(error.what());
-        return ExitStatus::kCannotConnect;
+        return error.status;
     }
     return status;
 }

@@ -129,12 +129,19 @@ Config* Session::ConnectUri()
 Config* Session::ConnectQueues()
 {
     // Without the daemon's queue the factory ends the process.
-    const mqd_t queue = mq_open(mq::kRequestQueue, O_WRONLY);
+    const mqd_t queue = mq_open(mq::kRequestQueue, O_RDWR | O_CLOEXEC);
     if (queue == -1) return nullptr;
     mq_close(queue);
     if (!m_factory) m_factory = std::make_unique<mq::PosixMQFactory>();
+    // The library gives up first, so that the queue of this connection is removed.
+    const auto milliseconds = static_cast<unsigned int>(timeout * 1000);
+    m_factory->SetConnectTimeout(milliseconds);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
     mq::PosixMQClient* const client = m_factory->Connect("");
+    if (!client && std::chrono::steady_clock::now() >= end)
+        throw ConnectionError(NoAnswer(), ExitStatus::kTimedOut);
     if (!client) return nullptr;
+    client->SetReplyTimeout(milliseconds);
     m_disconnect = [=, this] { m_factory->Disconnect(client); };
     m_isReachable = [=] { return client->IsReachable(); };
     return client;
@@ -189,13 +196,17 @@ void Session::HideLibraryMessages()
 
 Deadline Session::Limit(double atMost) const
 {
-    return Deadline(IsRemote() ? std::min(timeout, atMost) : 0,
-                    "vexactl: no answer from " + Place() + " in time", fileno(m_messages));
+    constexpr double kAfterLibrary = 0.5;  // the queue client has the same limit, and leaves nothing behind
+    const double limit = std::min(timeout, atMost) + (queues ? kAfterLibrary : 0);
+    return Deadline(IsRemote() ? limit : 0, "vexactl: " + NoAnswer(), fileno(m_messages));
 }
 
 void Session::CheckConnection() const
 {
-    if (m_isReachable && !m_isReachable()) throw ConnectionError("lost the connection to " + Place());
+    if (!m_isReachable || m_isReachable()) return;
+    // A queue does not tell when its daemon goes away.
+    if (queues) throw ConnectionError(NoAnswer(), ExitStatus::kTimedOut);
+    throw ConnectionError("lost the connection to " + Place());
 }
 
 void Session::RequireAnswers() const

@@ -21,7 +21,11 @@ class PosixMQFactory;
 
 /// What was asked of the device cannot be had over this connection, or not any more.
 struct ConnectionError : std::runtime_error {
-    using std::runtime_error::runtime_error;
+    explicit ConnectionError(const std::string& message, ExitStatus exitStatus = ExitStatus::kCannotConnect)
+        : std::runtime_error(message), status(exitStatus)
+    {
+    }
+    const ExitStatus status;
 };
 
 /// Connects when the first command needs it and keeps the connection for all further ones. Thread: the main
@@ -90,6 +94,7 @@ class Session {
     bool IsOver(const char* scheme) const { return !queues && uri.find(scheme) != std::string::npos; }
     bool IsRemote() const { return queues || IsOver("tcp:") || IsOver("udp:") || IsOver("multicast:"); }
     std::string Place() const;
+    std::string NoAnswer() const { return "no answer from " + Place() + " in time"; }
     Config* ConnectUri();
     Config* ConnectQueues();
     static constexpr double kGoodbyeSeconds = 0.9;

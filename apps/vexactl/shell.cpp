@@ -62,7 +62,7 @@ ExitStatus RunCommand(Session& session, std::vector<std::string> words, bool& qu
     } catch (const ConnectionError& error) {
         session.Complain(error.what());
         session.Disconnect();
-        status = ExitStatus::kCannotConnect;
+        status = error.status;
     }
     return status;
 }

@@ -156,6 +156,10 @@ TEST_F(MainstayQueue, AnswersEveryRequest)
     EXPECT_EQ(client.Exchange(client.Request(XCFG_GET_PARAM_REQUEST, eParam_t{0x12345678})).error,
               mq::kQueueErrorRefused);
 
+    auto elsewhere = client.Request(XCFG_GET_PARAM_REQUEST, kNumber);
+    elsewhere.info.configID = 5;
+    EXPECT_EQ(client.Exchange(elsewhere).error, mq::kQueueErrorRefused) << "no store at anybody's word";
+
     auto set = client.Request(XCFG_SET_STREAM_PARAM_REQUEST, kText);
     const std::string stream = TextStream("Scene");
     set.streamLength = static_cast<uint32_t>(stream.size());

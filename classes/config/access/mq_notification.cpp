@@ -1,12 +1,14 @@
 #include "config/access/mq_notification.h"
 
-#if !defined(__SANITIZE_THREAD__) && defined(__has_feature)
+#if defined(__SANITIZE_THREAD__)
+#define VEXA_THREAD_SANITIZER
+#elif defined(__has_feature)
 #if __has_feature(thread_sanitizer)
-#define __SANITIZE_THREAD__
+#define VEXA_THREAD_SANITIZER
 #endif
 #endif
 
-#ifdef __SANITIZE_THREAD__
+#ifdef VEXA_THREAD_SANITIZER
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -17,7 +19,7 @@
 
 namespace vexa::config::access {
 
-#ifndef __SANITIZE_THREAD__
+#ifndef VEXA_THREAD_SANITIZER
 
 int NotifyOnThread(mqd_t queue, void (*function)(sigval), void* value)
 {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <system_error>
 
 namespace vexa::config::access {
 
@@ -31,6 +32,10 @@ MQReader::MQReader(mqd_t queue, const std::string& name, size_t messageBytes, st
       m_deliver(std::move(deliver)),
       m_buffer(messageBytes + kSpareBytes)
 {
+    if (m_wake != -1) return;
+    const int error = errno;  // a wait could not be ended
+    if (m_blockingQueue != -1) mq_close(m_blockingQueue);
+    throw std::system_error(error, std::generic_category(), "eventfd");
 }
 
 MQReader::~MQReader()
@@ -167,11 +172,17 @@ MQReader::Result MQReader::Wait(const Done& done, const QueueDeadline& deadline)
     if (done()) result = Result::kReceived;
     if (m_reading) return result;
     const int error = errno;
-    if (m_wanted || m_again) DrainAll(hold);  // no notification tells of what stands behind another message
-    m_changed.notify_all();
-    StartDelivery(hold);
+    ReadAll(hold);
     errno = error;
     return result;
+}
+
+/// For the end of a reading: no notification tells of what stands behind another message.
+void MQReader::ReadAll(Hold& hold)
+{
+    if (m_wanted || m_again) DrainAll(hold);
+    m_changed.notify_all();
+    StartDelivery(hold);
 }
 
 /// @return false on time-out.
@@ -190,6 +201,7 @@ void MQReader::AwaitQuiet()
     do {
         begun = m_exchangesBegun;
         m_stop.wait_for(hold, kQuiet, [this] { return m_stopped.load(); });
+        if (!m_reading) ReadAll(hold);  // the exchange may be waiting to send
     } while (!m_stopped && (!m_exchanges.empty() || m_exchangesBegun != begun));
 }
 

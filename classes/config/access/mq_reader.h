@@ -104,6 +104,7 @@ class MQReader {
     Result Read(Hold& hold, const QueueDeadline* deadline);
     ssize_t Receive(bool blocked, const QueueDeadline* deadline);
     Result DrainAll(Hold& hold);
+    void ReadAll(Hold& hold);
     void Route(MQMessage message);
     void Keep(MQMessage message);
     bool MayDeliver() const;
@@ -117,9 +118,9 @@ class MQReader {
 
     std::mutex m_lock;  // guards what follows
     std::condition_variable m_changed;
-    bool m_reading = false;              // somebody reads from the queue
-    bool m_blocked = false;              // and does not hear m_wake
-    bool m_again = false;                // the one who reads is to read all that is there
+    bool m_reading = false;  // somebody reads from the queue
+    bool m_blocked = false;  // and does not hear m_wake
+    bool m_again = false;    // the one who reads is to read all that is there
     std::condition_variable m_stop;
     uint32_t m_exchangesBegun = 0;
     std::vector<Exchange*> m_exchanges;  // oldest first; each lives on the stack of its thread

@@ -76,7 +76,11 @@ PosixMQClient::Outcome PosixMQClient::Exchange(uint32_t requestID, const char* d
     const QueueDeadline deadline(m_replyTimeout);
     MQReader::Exchange exchange(m_reader, requestID);
     Outcome outcome = Outcome::kAnswered;
-    if (!SendMessage(m_requestQueue, data, length, m_priority, deadline, m_reader.WakeDescriptor())) {
+    if (m_reader.IsStopped()) {  // nothing may follow the goodbye
+        errno = ECANCELED;
+        exchange.Cancel();
+        outcome = Outcome::kNotSent;
+    } else if (!SendMessage(m_requestQueue, data, length, m_priority, deadline, m_reader.WakeDescriptor())) {
         exchange.Cancel();
         outcome = Outcome::kNotSent;
     } else if (exchange.Await(deadline, answer) != MQReader::Result::kReceived) {

@@ -203,6 +203,8 @@ bool PosixMQClient::HandleNotification()
 
 bool PosixMQClient::ProcessEvents()
 {
+    const LiveClients::Use use(this);  // a callback may disconnect the client
+    if (!use) return false;
     if (!m_reader.Drain()) {
         perror("PosixMQClient::ProcessMessages - mq_receive\n");
         fputs("PosixMQClient::ProcessMessages - mq_receive ERROR\n", stderr);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -63,6 +64,16 @@ mqd_t OpenResponseQueue(const std::string& name)
     return queue;
 }
 
+/// The daemon may run as another user: it gets in as the group of its own queue, whatever this process's umask.
+void ShareWithDaemon(mqd_t requestQueue, mqd_t responseQueue)
+{
+    struct stat daemon {};
+    // What is not permitted is left as it is: the Connect shows whether it was needed.
+    if (fstat(requestQueue, &daemon) == 0 &&
+        fchown(responseQueue, static_cast<uid_t>(-1), daemon.st_gid) == 0)
+        static_cast<void>(fchmod(responseQueue, kQueueMode));
+}
+
 void PrintHelp()
 {
     fputs(
@@ -77,7 +88,7 @@ void PrintHelp()
         "PosixMQFactory::Connect - $ rm /dev/mqueue/*\n"
         "PosixMQFactory::Connect - // This last command deletes the queues and gives you a fresh start\n"
         "PosixMQFactory::Connect - // To be fixed in a future release...\n"
-        "PosixMQFactory::Connect - // see also: https://man7.org/linux/man-pages/man7/mq_overview.7.html\n",
+        "PosixMQFactory::Connect - // see also: man 7 mq_overview\n",
         stderr);
 }
 
@@ -119,6 +130,7 @@ PosixMQClient* PosixMQFactory::Connect(std::string uri)
         PrintHelp();
         return nullptr;
     }
+    ShareWithDaemon(m_requestQueue, responseQueue);
     const unsigned int priority = GetPriority(uri);
     try {
         if (ConfirmConnection(m_requestQueue, responseQueue, connectionID, priority))
@@ -202,7 +214,12 @@ bool PosixMQFactory::ConfirmDisconnect(PosixMQClient* client)
     if (!Send(client->RequestQueue(), request, deadline) ||
         mq_getattr(client->ResponseQueue(), &attributes) != 0)
         return false;
-    std::vector<char> buffer(static_cast<size_t>(attributes.mq_msgsize));
+    std::vector<char> buffer;
+    try {
+        buffer.resize(static_cast<size_t>(attributes.mq_msgsize));
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     MQMessage answer;
     return ReceiveAnswer(client->ResponseQueue(), buffer, deadline, answer) &&
            answer.msgtype == XCFG_DISCONNECT_RESPONSE &&

@@ -1,0 +1,234 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "support/mq_client_test.h"
+#include "support/raw_peer.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using namespace std::chrono_literals;
+
+namespace {
+
+using MainstayQueueEvents = MQClientTest;
+
+TEST_F(MainstayQueueEvents, RequestsWorkAmongEvents)
+{
+    constexpr unsigned int kRequests = 300;
+    unsigned int value = 0;
+    const auto sendEvents = [&] {
+        m_daemon.Send(m_id, NumberEvent(m_id, ++value));
+        m_daemon.Send(m_id, TextEvent(m_id, std::to_string(value)));
+    };
+    m_daemon.SetScript([&](ScriptedDaemon& self, const MQRequest& request) {
+        if (request.msgtype == XCFG_DISCONNECT_REQUEST) return false;
+        sendEvents();
+        self.Send(m_id, Bytes(AnswerTo(request)));
+        if (request.msgtype == XCFG_GET_PARAM_REQUEST) sendEvents();
+        return true;
+    });
+    ASSERT_TRUE(m_client->AddConfigEventListener(&m_listener));
+    ASSERT_TRUE(Eventually([&] { return m_listener.Heard().size() == 2; }))
+        << "before the registration's answer";
+    for (unsigned int i = 0; i < kRequests; ++i) ASSERT_EQ(m_client->Get(kNumber), 7u);
+    ASSERT_TRUE(Eventually([&] { return m_listener.Heard().size() == 2 + 4 * kRequests; }));
+    m_daemon.SetScript(nullptr);
+    const auto heard = m_listener.Heard();
+    for (size_t i = 0; i < heard.size(); i += 2) {
+        const auto number = static_cast<unsigned int>(i / 2 + 1);
+        ASSERT_EQ(heard[i], Number(number));
+        ASSERT_THAT(heard[i + 1], testing::EndsWith("=" + std::to_string(number)));
+    }
+}
+
+TEST_F(MainstayQueueEvents, TheDaemonHearsOfTheFirstListenerAndOfTheLast)
+{
+    RecordingListener& first = m_listener;
+    RecordingListener second;
+    EXPECT_FALSE(m_client->AddConfigEventListener(nullptr));
+    EXPECT_FALSE(m_client->AddConfigEventListener(kNumber, &first));
+    EXPECT_TRUE(m_client->AddConfigEventListener(&first));
+    EXPECT_TRUE(m_client->AddConfigEventListener(&second));
+    EXPECT_TRUE(m_client->AddConfigEventListener(&first));
+    EXPECT_EQ(m_daemon.Requests().back().bytes, Words({48, m_id, 1, 0, 0, 0}));
+    m_daemon.Send(m_id, NumberEvent(m_id + 1, 4));  // for another connection
+    m_daemon.Send(m_id, NumberEvent(m_id, 5));
+    EXPECT_TRUE(Eventually([&] { return first.Heard().size() == 2; }));
+    EXPECT_TRUE(m_client->RemoveConfigEventListener(&first));
+    EXPECT_TRUE(m_client->RemoveConfigEventListener(&second));
+    m_daemon.Send(m_id, NumberEvent(m_id, 6));
+    EXPECT_TRUE(Eventually([&] { return first.Heard().size() == 3; }));
+    EXPECT_THAT(m_daemon.Types(), ElementsAre(48));
+    EXPECT_TRUE(m_client->RemoveConfigEventListener(&first));
+    EXPECT_THAT(m_daemon.Types(), ElementsAre(48, 49));
+    EXPECT_THAT(first.Heard(), ElementsAre(Number(5), Number(5), Number(6)));
+    EXPECT_THAT(second.Heard(), ElementsAre(Number(5)));
+    EXPECT_EQ(first.LastTime().tv_sec, 11);
+}
+
+TEST_F(MainstayQueueEvents, ARefusedRegistrationSaysWhy)
+{
+    ConfigEvent event;
+    const std::string add = "PosixMQClient::AddConfigEventListener - ";
+    const std::string remove = "PosixMQClient::RemoveConfigEventListener - ";
+    const std::string wait = "PosixMQClient::WaitForConfigEvent";
+    const auto answer = [&](uint32_t type, auto change) {
+        AnswerWith(type, [=](const MQRequest& request) {
+            auto response = AnswerTo(request);
+            change(response);
+            return Bytes(response);
+        });
+        return StderrOf([&] {
+            if (type == 49) {
+                EXPECT_FALSE(m_client->RemoveConfigEventListener(&m_listener));
+                return;
+            }
+            EXPECT_FALSE(m_client->AddConfigEventListener(&m_listener));
+            EXPECT_FALSE(m_client->WaitForConfigEvent(event, 0, 0));
+        });
+    };
+    const auto wrongType = [](auto& response) { response.msgtype = 96; };
+    EXPECT_EQ(answer(48, wrongType), add + "msgtype != XCFG_ADD_CONFIG_EVENT_LISTENER_RESPONSE\n" + wait +
+                                         " - response is not a event listener response\n");
+    EXPECT_EQ(answer(49, wrongType), remove + "msgtype != XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE\n");
+    const auto twoErrors = [](auto& response) {
+        response.listenerError = 5;
+        response.error = 9;
+    };
+    EXPECT_EQ(answer(48, twoErrors), add + "error = 5\n" + wait + " - error != 0\n");
+    EXPECT_EQ(answer(49, twoErrors), remove + "error = 5\n");
+    const auto otherID = [](auto& response) { response.info.configID = 1; };
+    EXPECT_THAT(answer(48, otherID), testing::AllOf(HasSubstr(add + "IsValidResponse returned false\n"),
+                                                    HasSubstr(wait + "(): response message did not match "
+                                                                     "response message info\n")));
+    EXPECT_THAT(answer(49, otherID), HasSubstr(remove + "IsValidResponse returned false\n"));
+    // Each looks at its own place only.
+    AnswerWith(48, [](const MQRequest& request) {
+        auto response = AnswerTo(request);
+        response.error = 9;
+        return Bytes(response);
+    });
+    EXPECT_TRUE(m_client->AddConfigEventListener(&m_listener));
+}
+
+TEST_F(MainstayQueueEvents, MessagesThatAreNoEventsAreReported)
+{
+    m_client->AddConfigEventListener(&m_listener);
+    mq::XCONFIGMGR_RESPONSE_T data, empty;
+    data.msgtype = XCFG_PARAM_DATA_CHANGED_EVENT;
+    empty.msgtype = XCFG_PARAM_STRING_CHANGED_EVENT;
+    data.info.connectionID = empty.info.connectionID = m_id;
+    const std::string error = StderrOf([&] {
+        m_daemon.Send(m_id, Bytes(data));
+        m_daemon.Send(m_id, Words({99, m_id}));
+        m_daemon.Send(m_id, Bytes(empty));
+        m_daemon.Send(m_id, NumberEvent(m_id, 1));
+        EXPECT_TRUE(Eventually([&] { return m_listener.Heard().size() == 1; }));
+    });
+    EXPECT_EQ(error,
+              "Unknown message type 146\nUnknown message type 99\n"
+              "PosixMQClient::ProcessConfigStreamParamEvent - invalid streamLength\n");
+}
+
+TEST_F(MainstayQueueEvents, CallbacksUseTheirClientAndAreKeptFromHangingIt)
+{
+    std::atomic<unsigned int> got = 0;
+    std::atomic<bool> refused = true, ended = false;
+    Callback listener([&] {
+        got += m_client->Get(kNumber);
+        ConfigEvent event;
+        if (m_client->AddConfigEventListener(&listener) || m_client->RemoveConfigEventListener(&listener) ||
+            m_client->WaitForConfigEvent(event, 0, 0))
+            refused = false;
+        if (got == 7) throw 1;
+        ended = listener.Heard().size() == 3;
+    });
+    m_client->AddConfigEventListener(&listener);
+    const std::string error = StderrOf([&] {
+        for (unsigned int i = 1; i <= 3; ++i) m_daemon.Send(m_id, NumberEvent(m_id, i));
+        EXPECT_TRUE(Eventually([&] { return ended.load(); }));
+    });
+    EXPECT_THAT(listener.Heard(), ElementsAre(Number(1), Number(2), Number(3)));
+    EXPECT_THAT(error, HasSubstr("] PosixMQClient::MQNotifyHandler - exception!!!!\n"));
+    EXPECT_EQ(got, 21u);
+    EXPECT_TRUE(refused);
+    Disconnect();
+}
+
+TEST_F(MainstayQueueEvents, TheLastListenerComesAndGoesUnderEvents)
+{
+    std::atomic<bool> stop = false;
+    auto events = std::async(std::launch::async, [&] {
+        for (unsigned int i = 1; !stop; ++i) m_daemon.Send(m_id, NumberEvent(m_id, i));
+    });
+    for (int i = 0; i < 200; ++i) {
+        RecordingListener listener;
+        ASSERT_TRUE(m_client->AddConfigEventListener(&listener));
+        if (i % 10 == 0) {
+            ASSERT_TRUE(Eventually([&] { return !listener.Heard().empty(); }));
+        }
+        ASSERT_TRUE(m_client->RemoveConfigEventListener(&listener));
+    }
+    m_client->AddConfigEventListener(&m_listener);
+    stop = true;
+    events.get();
+    m_daemon.Send(m_id, NumberEvent(m_id, 0));
+    EXPECT_TRUE(
+        Eventually([&] { return !m_listener.Heard().empty() && m_listener.Heard().back() == Number(0); }));
+}
+
+TEST_F(MainstayQueueEvents, ANotificationThatFiresLateIsHarmless)
+{
+    EXPECT_TRUE(m_client->EnableMQEvents(true));
+    EXPECT_TRUE(m_client->EnableMQEvents(true)) << "it was on already";
+    EXPECT_TRUE(m_client->EnableMQEvents(false));
+    EXPECT_TRUE(m_client->EnableMQEvents(false));
+    sigval late{};
+    mq::PosixMQClient::MQNotifyHandler(late);
+    late.sival_ptr = m_client;
+    mq::PosixMQClient::MQNotifyHandler(late);
+    Disconnect();
+    EXPECT_EQ(StderrOf([&] { mq::PosixMQClient::MQNotifyHandler(late); }), "");
+}
+
+// --- waiting for events ---
+
+TEST_F(MainstayQueueEvents, AWaitHandsOutEventsAsRecords)
+{
+    ConfigEvent event;
+    auto waited = std::async(std::launch::async, [&] { return m_client->WaitForConfigEvent(event, 0, 0); });
+    EXPECT_TRUE(Eventually([&] { return m_daemon.Types().size() == 1; }));
+    EXPECT_EQ(m_client->Get(kNumber), 7u) << "the waiting thread reads the answer";
+    EXPECT_EQ(waited.wait_for(0s), std::future_status::timeout);
+    m_daemon.Send(m_id, NumberEvent(m_id, 8));
+    EXPECT_TRUE(waited.get());
+    EXPECT_EQ(event.paramID, kNumber);
+    EXPECT_EQ(event.paramType, FindDescriptor(kNumber)->GetParamType());
+    EXPECT_EQ(event.value, 8u);
+    EXPECT_EQ(event.time.tv_sec, 11);
+
+    m_daemon.Send(m_id, TextEvent(m_id, "Scene"));
+    m_daemon.Send(m_id, NumberEvent(m_id + 1, 1));
+    m_daemon.Send(m_id, Words({146, m_id}));
+    EXPECT_EQ(m_client->Get(kNumber), 7u) << "events before the answer";
+    EXPECT_TRUE(m_client->WaitForConfigEvent(event, 0, 0));
+    EXPECT_EQ(event.paramType, eCParam_StringValue);
+    EXPECT_EQ(event.text, "Scene");
+    EXPECT_FALSE(m_client->WaitForConfigEvent(event, 0, 0)) << "for another connection";
+    EXPECT_EQ(StderrOf([&] { EXPECT_TRUE(m_client->WaitForConfigEvent(event, 0, 0)); }),
+              "PosixMQClient::WaitForConfigEvent - Unknown message type 146\n");
+    EXPECT_EQ(event.text, "Scene");
+
+    // Who waits stays registered when the last listener goes.
+    m_client->AddConfigEventListener(&m_listener);
+    waited = std::async(std::launch::async, [&] { return m_client->WaitForConfigEvent(event, 0, 0); });
+    EXPECT_TRUE(m_client->RemoveConfigEventListener(&m_listener));
+    EXPECT_THAT(m_daemon.Types(), ElementsAre(48, 80, 80, 48, 49, 48));
+    m_daemon.Send(m_id, NumberEvent(m_id, 9));
+    EXPECT_TRUE(waited.get());
+    EXPECT_EQ(event.value, 9u);
+}
+
+}  // namespace
