@@ -45,7 +45,6 @@ bool ExchangeLock::Acquire(const std::atomic<bool>& ended)
     }
     std::unique_lock hold(m_lock);
     ++m_waiting;
-    std::atomic_thread_fence(std::memory_order_seq_cst);  // before the look at the semaphore; see Release
     bool taken;
     while (!(taken = TakeWaiting()) && !ended) WaitAWhile(hold);
     --m_waiting;
@@ -84,11 +83,8 @@ void ExchangeLock::Release(const void* owner)
 {
     if (!m_holder.compare_exchange_strong(owner, nullptr) || HandOver()) return;
     if (sem_post(&m_semaphore.raw) != 0) perror("SemaphoreHelper::~SemaphoreHelper failed to post\n");
-    std::atomic_thread_fence(
-        std::memory_order_seq_cst);  // either this sees who waits, or they see it is free
-    if (m_waiting == 0) return;
-    const std::lock_guard hold(m_lock);
-    if (!m_holderReturns) m_changed.notify_one();
+    const std::lock_guard hold(m_lock);  // either this sees who waits, or they see that it is free
+    if (m_waiting > 0 && !m_holderReturns) m_changed.notify_one();
 }
 
 bool ExchangeLock::HandOver()
