@@ -323,7 +323,7 @@ int main()
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     setenv("PRODUCT_ID", "ROWAN", 0);
     CreateDescriptors();
-    Redis redis;  // before there are threads
+    auto redis = std::make_unique<Redis>();  // before there are threads
     Config* const store = ConfigFactoryImpl::GetInstance()->Connect("local:");
     const Service tcp(SOCK_STREAM), udp(SOCK_DGRAM);
     PrintHead();
@@ -348,17 +348,18 @@ int main()
             [&] { tcpClient->Get(kText, text); }, 0.6);
     }
     CompareManyClients(tcp);
-    if (redis.IsPresent()) {
+    if (redis->IsPresent()) {
         unsigned int value = 0;
         CompareRates(
-            "TCP Get against GET of Redis", 5000, [&] { redis.Get(); }, [&] { tcpClient->Get(kNumber); }, 1);
+            "TCP Get against GET of Redis", 5000, [&] { redis->Get(); }, [&] { tcpClient->Get(kNumber); }, 1);
         CompareRates(
-            "TCP Set against SET of Redis", 5000, [&] { redis.Set(); },
+            "TCP Set against SET of Redis", 5000, [&] { redis->Set(); },
             [&] { tcpClient->Set(kNumber, value++ % 20 + 1); }, 1);
     }
     CompareCachedGet(*cached, *store);
     ConfigFactoryImpl::GetInstance()->Disconnect(udpClient);
     for (const int listeners : {1, 10, 100, 500}) CompareEvents(tcp, *store, listeners);
+    redis.reset();
     fflush(stdout);
     _exit(allMet ? 0 : 1);  // the servers' threads are still there
 }

@@ -54,6 +54,8 @@ CLASSES = {
     "vexa::corvalis::config::access::NetworkUDPConnection": "vexa::corvalis::config::access::NetworkConnection",
     "vexa::corvalis::config::access::NetworkEventListener": "ConfigEventListener",
     "vexa::corvalis::config::access::Socket": None,
+    "vexa::config::access::PosixMQClient": "Config",
+    "vexa::config::access::PosixMQFactory": None,
     "ConfigCache": "Config",
     "CParam": None,
     "CParam_ZK9": "CParam",
