@@ -400,7 +400,7 @@ TEST(NetworkServer, StartsAndStops)
         NetworkServer uninitialised(AF_INET, type, 0);
         EXPECT_THAT(
             StderrOf([&] { EXPECT_FALSE(uninitialised.Start()); }),
-            testing::MatchesRegex("configd::main: .*\nNetworkServer::Start - pthread_create failed\n"));
+            testing::ContainsRegex("configd::main: [^\n]*\nNetworkServer::Start - pthread_create failed\n"));
     }
     NetworkServer second(AF_INET, SOCK_STREAM, running.port);
     EXPECT_THAT(StderrOf([&] { EXPECT_FALSE(second.Init()); }),

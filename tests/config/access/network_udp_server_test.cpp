@@ -19,7 +19,7 @@ using testing::HasSubstr;
 namespace {
 
 // A configuration of this process's own, because everybody on the host hears the events.
-const eConfigID_t kConfig = 0x10000000 + getpid();
+const eConfigID_t kConfig = 0x10000000 + getpid() * 4;  // and the next ones
 const auto kConfigWord = static_cast<uint32_t>(kConfig);
 constexpr uint32_t kNumber = eParamID_RegisterSave, kText = eParamID_SysName, kData = eParamID_TestData;
 
