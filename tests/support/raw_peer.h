@@ -165,15 +165,16 @@ class RawEvents : private RawPeer {
         group.imr_interface.s_addr = inet_addr("127.0.0.1");
         EXPECT_EQ(setsockopt(m_socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group), 0);
     }
-    /// The next datagram; empty when none comes.
+    /// The next datagram of the configuration; empty when none comes. Others, even empty ones, are passed over.
     std::string Next()
     {
-        for (;;) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kDeadlineMs);
+        do {
             std::string datagram = Receive();
             const WordList words = NetworkWords(datagram);
-            if (datagram.empty() || (words.size() > 3 && words[3] == static_cast<uint32_t>(m_configID)))
-                return datagram;
-        }
+            if (words.size() > 3 && words[3] == static_cast<uint32_t>(m_configID)) return datagram;
+        } while (std::chrono::steady_clock::now() < end);
+        return "";
     }
     /// The record of the next one; zeros when none comes.
     WordList NextWords() { return RecordOf(Next()); }
