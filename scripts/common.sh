@@ -12,4 +12,16 @@ help_on_request() {
     esac
 }
 
+# For installing, as root or through sudo.
+run_as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        echo "$(basename "$0"): needs root or sudo for: $*" >&2
+        return 1
+    fi
+}
+
 say() { printf '\n== %s\n' "$*"; }
