@@ -195,6 +195,7 @@ ExitStatus Watch(Session& session, const Names& names, WatchLimits limits, bool 
         return ExitStatus::kDone;
     });
     if (found != ExitStatus::kDone) return found;
+    if (!inShell) session.HoldInterrupts();
     session.StartWatch(std::move(only));
     if (!inShell) session.WaitForWatch(limits.changes, limits.seconds);
     return ExitStatus::kDone;

@@ -35,7 +35,7 @@ void StartTimer(double seconds)
 Deadline::Deadline(double seconds, const std::string& message, int messages)
 {
     lineLength = message.copy(line, sizeof line - 1);
-    line[lineLength++] = '\n';
+    if (lineLength > 0) line[lineLength++] = '\n';
     lineDescriptor = messages;
     signal(SIGALRM, End);
     StartTimer(seconds);

@@ -7,7 +7,7 @@
 /// time limit that a user would wait for. Thread: the main thread, one at a time.
 class Deadline {
   public:
-    /// @param seconds  0: no limit. @param message  the line, on descriptor `messages`.
+    /// @param seconds  0: no limit. @param message  the line, on descriptor `messages`; empty: none.
     Deadline(double seconds, const std::string& message, int messages);
     ~Deadline();
     Deadline(const Deadline&) = delete;

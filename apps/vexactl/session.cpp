@@ -4,11 +4,11 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/eventfd.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -22,6 +22,17 @@
 namespace mq = vexa::config::access;
 
 namespace {
+
+/// Readable after SIGINT or SIGTERM, once HoldInterrupts was called.
+int interrupted = -1;
+
+/// On whatever thread the signal arrives: those that the C library starts take all of them.
+void NoteInterrupt(int)
+{
+    const int error = errno;
+    eventfd_write(interrupted, 1);
+    errno = error;
+}
 
 /// "2026-03-01T12:00:00.000123+0100", local time.
 std::string TimeText(timeval time)
@@ -173,9 +184,16 @@ void Session::Disconnect()
 {
     if (!m_config) return;
     StopWatch();
-    // The library waits a second for the goodbye, and would then write statistics to standard output.
-    const Deadline limit = Limit(kGoodbyeSeconds);
-    m_disconnect();
+    if (m_isReachable && !m_isReachable()) {
+        // The user knows already. The library waits for a goodbye all the same, and then tidies up.
+        constexpr double kTidySeconds = 2;
+        const Deadline silent(kTidySeconds, "", fileno(m_messages));
+        m_disconnect();
+    } else {
+        // The library waits a second for the goodbye, and would then write statistics to standard output.
+        const Deadline limit = Limit(kGoodbyeSeconds);
+        m_disconnect();
+    }
     m_config = nullptr;
     m_isReachable = nullptr;
 }
@@ -276,23 +294,26 @@ void Session::StopWatch()
     m_watcher.reset();
 }
 
+void Session::HoldInterrupts()
+{
+    interrupted = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    struct sigaction action {};
+    action.sa_handler = NoteInterrupt;
+    for (const int stop : {SIGINT, SIGTERM}) sigaction(stop, &action, nullptr);
+}
+
 void Session::WaitForWatch(unsigned int changes, double seconds)
 {
     using Clock = std::chrono::steady_clock;
     constexpr long long kProbeMs = 1000;  // how often the device is asked whether it is still there
-    sigset_t stops;
-    sigemptyset(&stops);
-    sigaddset(&stops, SIGINT);
-    sigaddset(&stops, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stops, nullptr);
-    const int stopped = signalfd(-1, &stops, SFD_CLOEXEC);
     const auto end =
         Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 
     while (changes == 0 || m_watcher->Told() < changes) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
         if (seconds > 0 && left <= 0) break;
-        pollfd events[] = {{stopped, POLLIN, 0}, {m_watcher->ChangedFd(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+        pollfd events[] = {
+            {interrupted, POLLIN, 0}, {m_watcher->ChangedFd(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
         const long long wait = seconds > 0 ? std::min<long long>(left, kProbeMs) : kProbeMs;
         const int ready = poll(events, 3, static_cast<int>(wait));
         if (ready < 0 || events[0].revents) break;
@@ -303,5 +324,4 @@ void Session::WaitForWatch(unsigned int changes, double seconds)
         eventfd_t ignored;
         eventfd_read(m_watcher->ChangedFd(), &ignored);
     }
-    close(stopped);
 }

@@ -86,6 +86,8 @@ class Session {
     /// Tells of every change from now on, of these parameters or, with none named, of all.
     void StartWatch(std::vector<eParam_t> only);
     void StopWatch();
+    /// Leaves interrupts to WaitForWatch, from now on: before StartWatch.
+    void HoldInterrupts();
     /// Waits for the watch: until interrupted, until so many changes were told, or for so many seconds (0: no
     /// limit).
     void WaitForWatch(unsigned int changes, double seconds);

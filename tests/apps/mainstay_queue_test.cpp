@@ -123,6 +123,18 @@ class MainstayQueue : public testing::Test {
         m_uri = "tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", m_daemon.Err()));
         m_udp = "udp://127.0.0.1:" + std::to_string(NumberAfter("UDP port ", m_daemon.Err()));
     }
+    /// A daemon that is not killed removes its queue.
+    ~MainstayQueue() override
+    {
+        m_daemon.Signal(SIGTERM);
+        if (!m_ended) m_daemon.Wait();
+    }
+    ProgramResult EndDaemon(int signal)
+    {
+        m_daemon.Signal(signal);
+        m_ended = true;
+        return m_daemon.Wait();
+    }
     static std::vector<std::string> Command(const std::string& uri, std::vector<std::string> arguments)
     {
         if (uri == "queue")
@@ -138,6 +150,9 @@ class MainstayQueue : public testing::Test {
 
     Program m_daemon;
     std::string m_uri, m_udp;
+
+  private:
+    bool m_ended = false;
 };
 
 TEST_F(MainstayQueue, AnswersEveryRequest)
@@ -257,8 +272,7 @@ TEST_F(MainstayQueue, IsTakenOverAfterACrashAndRemovedAtAStop)
 
     RawClient client;
     client.Connect();
-    m_daemon.Signal(SIGKILL);
-    m_daemon.Wait();
+    EndDaemon(SIGKILL);
     Program successor({MAINSTAY, "--no-tcp", "--no-udp"}, "", {"PRODUCT_ID=OAK"});
     EXPECT_EQ(client.Exchange(client.Request(XCFG_GET_PARAM_REQUEST, kNumber)).value, 1u)
         << "a client outlives a daemon";
@@ -299,13 +313,16 @@ TEST_F(MainstayQueueNotify, TheToolReachesTheDaemonThroughQueues)
     EXPECT_THAT(run.err, HasSubstr("refused: longer than 443 bytes"));
     EXPECT_THAT(run.err, HasSubstr("this connection carries no alarms"));
 
+    for (const auto& watcher : watchers) {  // killed, one would leave its queue behind
+        watcher->Signal(SIGINT);
+        EXPECT_EQ(watcher->Wait().status, 0);
+    }
     m_daemon.Signal(SIGSTOP);
     const ProgramResult silent = RunProgram(Command("queue", {"--timeout", "0.2", "get", "RegisterSave"}));
     EXPECT_EQ(silent.status, 7);
     EXPECT_EQ(silent.err, "vexactl: no answer from the queue /mainstay in time\n");
     m_daemon.Signal(SIGCONT);
-    m_daemon.Signal(SIGTERM);
-    m_daemon.Wait();
+    EXPECT_EQ(EndDaemon(SIGTERM).status, 0);
     const ProgramResult gone = RunProgram(Command("queue", {"get", "RegisterSave"}));
     EXPECT_EQ(gone.status, 6);
     EXPECT_EQ(gone.err, "vexactl: cannot connect to the queue /mainstay\n");

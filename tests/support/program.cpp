@@ -77,7 +77,7 @@ void Program::WaitForOutput(const std::string& text) const
 
 void Program::Signal(int signal) const
 {
-    kill(m_child, signal);
+    if (m_child > 0) kill(m_child, signal);  // -1 would be everybody
 }
 
 ProgramResult Program::Wait()
