@@ -139,8 +139,9 @@ void QueueService::Handle(const char* data, size_t length)
 {
     mq::XCONFIGMGR_CONNECTION_REQUEST_T head;
     if (!Decode(data, length, head)) return PrintMalformed("too short", length);
-    DiagnosticLog("mainstay: %s from %s\n", GetMessageName(head.msgtype),
-                  mq::ConnectionUtilities::GetQueueName(head.info.connectionID).c_str());
+    if (DiagnosticLogIsOn())
+        DiagnosticLog("mainstay: %s from %s\n", GetMessageName(head.msgtype),
+                      mq::ConnectionUtilities::GetQueueName(head.info.connectionID).c_str());
     switch (head.msgtype) {
         case XCFG_CONNECT_REQUEST:
         case XCFG_DISCONNECT_REQUEST:
