@@ -70,16 +70,16 @@ bool Daemon::Start(const Options& options)
     }
     // The queues first: they tell a second daemon before anything else has started.
     return (options.noQueues || StartQueues()) &&
-           (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, "TCP")) &&
-           (options.noUdp || StartServer(SOCK_DGRAM, options.udpPort, "UDP"));
+           (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, options.payloadOrder, "TCP")) &&
+           (options.noUdp || StartServer(SOCK_DGRAM, options.udpPort, options.payloadOrder, "UDP"));
 }
 
-bool Daemon::StartServer(int socketType, int port, const char* name)
+bool Daemon::StartServer(int socketType, int port, std::endian payloadOrder, const char* name)
 {
     auto server = std::make_unique<Server>(AF_INET, socketType, port);
     if (!server->Init()) return false;
-    m_endpoints +=
-        (m_endpoints.empty() ? "" : ", ") + std::string(name) + " port " + std::to_string(server->Port());
+    AddEndpoint(std::string(name) + " port " + std::to_string(server->Port()));
+    server->SetPayloadOrder(payloadOrder);
     if (socketType == SOCK_DGRAM) server->Announce(0);  // to those who only listen, too
     if (!server->Start()) return false;
     m_servers.push_back(server.release());

@@ -1,6 +1,7 @@
 /// The control daemon: its store and the servers by which applications reach it.
 #pragma once
 
+#include <bit>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,7 +13,8 @@ class Config;
 class QueueService;
 
 struct Options {
-    int tcpPort = 0, udpPort = 0;  ///< 0: a free one
+    int tcpPort = 0, udpPort = 0;                    ///< 0: a free one
+    std::endian payloadOrder = std::endian::native;  ///< of texts on the network
     bool noTcp = false, noUdp = false, noQueues = false;
 };
 
@@ -30,7 +32,7 @@ class Daemon {
 
   private:
     using Server = vexa::corvalis::config::access::NetworkServer;
-    bool StartServer(int socketType, int port, const char* name);
+    bool StartServer(int socketType, int port, std::endian payloadOrder, const char* name);
 
     bool StartQueues();
     void AddEndpoint(const std::string& endpoint);

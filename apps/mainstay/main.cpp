@@ -55,6 +55,11 @@ int main(int argc, char** argv)
         ->capture_default_str();
     app.add_flag("--no-tcp", options.noTcp, "Do not serve TCP");
     app.add_flag("--no-udp", options.noUdp, "Do not serve UDP, and send no multicast events");
+    app.add_option_function<std::string>(
+           "--byteorder", [&](const std::string&) { options.payloadOrder = std::endian::big; },
+           "Byte order of texts on the network: big, as the device has it; default: the host's own")
+        ->check(CLI::IsMember({"big"}))
+        ->type_name("ORDER");
     app.add_flag("--no-mq", options.noQueues, "Do not serve message queues");
     app.set_version_flag("--version", std::string("mainstay ") + MAINSTAY_VERSION);
     try {
@@ -75,5 +80,10 @@ int main(int argc, char** argv)
     signal(SIGPIPE, SIG_IGN);
     umask(0007);  // applications of the daemon's group may use its queue
     RaiseDescriptorLimit();
-    return Serve(options, stops);
+    try {
+        return Serve(options, stops);
+    } catch (const std::exception& error) {  // no memory, or no thread
+        fprintf(stderr, "mainstay: cannot serve: %s\n", error.what());
+        return 1;
+    }
 }

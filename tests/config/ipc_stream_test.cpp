@@ -13,6 +13,7 @@
 
 #include "config/config_value.h"
 #include "config/private_value.h"
+#include "support/golden.h"
 #include "support/stream_bytes.h"
 
 using namespace std::chrono_literals;
@@ -146,8 +147,8 @@ TEST(IPCStream, SendsAHeaderAndThenTheDataWithTheNextType)
 {
     Queue queue;
     ASSERT_TRUE(Send(queue, 5, 9));
-    EXPECT_EQ(queue.Take(5), Words({0x1234, 11, 28, 1024, 22, 33}));
-    EXPECT_EQ(queue.Take(6), Words({0x1234, 0, 0, kID, 3, 9}));
+    EXPECT_EQ(Words({5}) + queue.Take(5), Golden("ipc.header"));
+    EXPECT_EQ(Words({6}) + queue.Take(6), Golden("ipc.data"));
 }
 
 TEST(IPCStream, WithoutWaitOnlyTheDataIsWaitedFor)

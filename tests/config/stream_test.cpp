@@ -10,6 +10,7 @@
 #include "config/values/package_header.h"
 #include "config/values/sector_header.h"
 #include "config/values/vector.h"
+#include "support/golden.h"
 #include "support/in_child.h"
 #include "support/stderr_of.h"
 #include "support/stream_bytes.h"
@@ -204,31 +205,30 @@ std::unique_ptr<Serializable> Presets()
     return presets;
 }
 
-const std::string kNumberBytes = Words({0, 0xFFFFFFFF, 0x7d02000a, 3, 9});
-const std::string kTextBytes = Words({1, 2, 0x1302000a, 12}) + "Take\0"s;
-const std::string kMarkBytes = Words({7, 0, 0xFFFFFFFF});
-const std::string kFilledBytes =
-    Words({4}) + kNumberBytes + Words({0, 0xFFFFFFFF, 0x7d02000a, 3, 10}) + kTextBytes + kMarkBytes;
-
-const struct ObjectRow {
-    const char* what;
+struct ObjectRow {
+    const char* name;
     std::function<std::unique_ptr<Serializable>()> make;
-    std::string bytes;
-} kObjectRows[] = {
-    {"number", [] { return Number(9); }, kNumberBytes},
-    {"text", [] { return Text("Take"); }, kTextBytes},
-    {"SectorHeader", [] { return std::make_unique<SectorHeader>(1, 2, 3); }, Words({6, 1, 2, 3})},
-    {"Checkpoint, offset first", [] { return std::make_unique<Checkpoint>(); }, kMarkBytes},
-    {"PackageHeader, reserved word before the mode", std::make_unique<PackageHeader>,
-     Words({14, 0x1001, 0xFFFFFFFF, 0, 0, 99})},
-    {"Vector", Filled<Vector>, Words({9}) + kFilledBytes},
-    {"PresetsParamVector", Presets, Words({8}) + kFilledBytes + Words({3}) + "a\0b"s},
+    std::string bytes = Golden(name);
 };
+
+const std::vector<ObjectRow>& ObjectRows()
+{
+    static const std::vector<ObjectRow> rows = {
+        {"stream.number", [] { return Number(9); }},
+        {"stream.text", [] { return Text("Take"); }},
+        {"stream.SectorHeader", [] { return std::make_unique<SectorHeader>(1, 2, 3); }},
+        {"stream.Checkpoint", [] { return std::make_unique<Checkpoint>(); }},
+        {"stream.PackageHeader", [] { return std::make_unique<PackageHeader>(); }},
+        {"stream.Vector", Filled<Vector>},
+        {"stream.PresetsParamVector", Presets},
+    };
+    return rows;
+}
 
 TEST(Stream, ObjectsAreTheirClassAndTheirFields)
 {
-    for (const ObjectRow& row : kObjectRows) {
-        SCOPED_TRACE(row.what);
+    for (const ObjectRow& row : ObjectRows()) {
+        SCOPED_TRACE(row.name);
         const auto object = row.make();
         EXPECT_EQ(Streamed(*object), row.bytes);
         Reader reader(row.bytes + "more");
@@ -244,9 +244,9 @@ TEST(Stream, ObjectsAreTheirClassAndTheirFields)
 
 TEST(Stream, EveryTruncationOfAnObjectReadsAsNull)
 {
-    for (const ObjectRow& row : kObjectRows)
+    for (const ObjectRow& row : ObjectRows())
         for (size_t length = 0; length < row.bytes.size(); ++length) {
-            SCOPED_TRACE(testing::Message() << row.what << " cut to " << length);
+            SCOPED_TRACE(testing::Message() << row.name << " cut to " << length);
             Reader reader(row.bytes.substr(0, length));
             StderrOf([&] { EXPECT_EQ(ReadPrivate(reader), nullptr); });
             EXPECT_TRUE(reader.Failed() && reader.IsEndOfSector());
@@ -313,7 +313,7 @@ TEST(Stream, NestingIsLimited)
 
 TEST(Stream, ACountThatTheStreamCannotHoldIsRefused)
 {
-    Reader reader(Words({9, 0xFFFFFFFF}) + kNumberBytes);
+    Reader reader(Words({9, 0xFFFFFFFF}) + Golden("stream.number"));
     StderrOf([&] { EXPECT_EQ(ReadPrivate(reader), nullptr); });
     EXPECT_TRUE(reader.Failed());
 }

@@ -238,7 +238,7 @@ bool NetworkClient::Get(eParam_t id, std::string& value)
         fputs("NetworkClient::Get - bytes read do not equal streamLength\n", stderr);
         return false;
     }
-    if (ReadTextPayload(reply.payload.data(), reply.payload.size(), value)) return true;
+    if (ReadText(reply, value)) return true;
     fputs("NetworkClient::Get - warning! deserialized non-StringValue\n", stderr);
     return false;
 }
@@ -254,10 +254,15 @@ bool NetworkClient::Set(eParam_t id, unsigned int value, timeval time)
     return false;
 }
 
+bool NetworkClient::ReadText(const Message& message, std::string& text) const
+{
+    return ReadTextPayload(message.payload.data(), message.payload.size(), text, m_payloadOrder);
+}
+
 std::string NetworkClient::WithStringPayload(eParam_t id, const std::string& value, timeval time) const
 {
     StringValue object(m_configID, id, eCParam_StringValue, value);
-    const std::string payload = WritePayload(&object);
+    const std::string payload = WritePayload(&object, m_payloadOrder);
     const auto requestLength = static_cast<int>(kRequestBytes);
     const auto streamLength = static_cast<int>(payload.size());
     // The assertion is printed as it stands here.

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <bit>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -71,6 +72,8 @@ class NetworkClient : public Config {
     bool IsReachable() const { return m_reachable; }
     /// In milliseconds. Default a minute.
     void SetReplyTimeout(unsigned int timeout) { m_replyTimeout = timeout; }
+    /// Of texts as the server reads and writes them. Default the host's own. Before the first use of the client.
+    void SetPayloadOrder(std::endian order) { m_payloadOrder = order; }
 
   protected:
     enum class Outcome { kReplied, kNotSent, kTimedOut, kFailed };
@@ -90,6 +93,8 @@ class NetworkClient : public Config {
     /// Whether the parameter exists; if not, prints one line that names the operation.
     bool Knows(eParam_t id, const char* operation);
     std::string WithStringPayload(eParam_t id, const std::string& value, timeval time) const;
+    /// @return false, with the text untouched, when the message holds none.
+    bool ReadText(const Message& message, std::string& text) const;
 
     bool StartEventsThread();
     /// A thread that calls listeners. One of them may release the client: the thread deletes it at its end.
@@ -117,6 +122,7 @@ class NetworkClient : public Config {
                          const XCONFIGMGR_CONNECTION_RESPONSE_T& response);
 
     std::atomic<unsigned int> m_replyTimeout = kReplyTimeoutMs;
+    std::endian m_payloadOrder = std::endian::native;
     LockSemaphore m_exchangeLock;   // one exchange at a time
     std::mutex m_registrationLock;  // first registration and last removal; before m_exchangeLock
     bool m_registered = false;      // guarded by m_registrationLock

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -35,6 +36,17 @@ eConfigID_t ReadConfigID(const std::string& uri)
     }
     using Limits = std::numeric_limits<eConfigID_t>;
     return static_cast<eConfigID_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
+}
+
+std::optional<std::endian> ReadByteOrder(const std::string& uri)
+{
+    constexpr std::string_view kKey = "byteorder=";
+    const size_t key = uri.find(kKey);
+    if (key == std::string::npos) return std::endian::native;
+    const size_t start = key + kKey.size();
+    if (uri.substr(start, uri.find_first_of("/?&;, ", start) - start) == "big") return std::endian::big;
+    fprintf(stderr, "NetworkFactory::Connect - byteorder is big or left out, uri = %s\n", uri.c_str());
+    return std::nullopt;
 }
 
 struct Transport {
@@ -93,12 +105,14 @@ NetworkClient* NetworkFactory::Connect(std::string uri)
     parts.parse(uri);  // what cannot be parsed leads to no host
     const eConfigID_t configID = ReadConfigID(uri);
     const auto transport = ChooseTransport(uri);
-    if (!transport) return nullptr;
+    const auto byteOrder = ReadByteOrder(uri);
+    if (!transport || !byteOrder) return nullptr;
     auto socket = OpenSocket(*transport, parts);
     if (!socket) return nullptr;
 
     NetworkClient* const client = MakeClient(connectionID, std::move(socket), configID);
     if (!client) return nullptr;
+    client->SetPayloadOrder(*byteOrder);
     if (transport->multicast || client->ConfirmConnection()) return client;
     fprintf(stderr, "NetworkFactory::Connect - failed to confirm connection with host %s\n",
             parts.address.c_str());

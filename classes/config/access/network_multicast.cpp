@@ -82,9 +82,9 @@ MulticastSender::Event NumberEvent(Config& config, eParam_t id, unsigned int val
     return event;
 }
 
-MulticastSender::Event TextEvent(Config& config, eParam_t id, timeval time)
+MulticastSender::Event TextEvent(Config& config, eParam_t id, timeval time, std::endian payloadOrder)
 {
-    std::string payload = WritePayload(config.GetSerializable(id));
+    std::string payload = WritePayload(config.GetSerializable(id), payloadOrder);
     if (payload.empty()) fprintf(stderr, "ParamChanged: Invalid serializable value (ParamID:0x%0x)\n", id);
     return {EventRecord(XCFG_PARAM_STRING_CHANGED_EVENT, config, id, time), std::move(payload)};
 }
@@ -123,7 +123,8 @@ void ChangeAnnouncer::OwnChange::AnnounceKept(eParam_t except)
         if (event.record.paramID != except) m_announcer.m_sender.Send(std::move(event));
 }
 
-ChangeAnnouncer::ChangeAnnouncer(Config& config, MulticastSender& sender) : m_config(config), m_sender(sender)
+ChangeAnnouncer::ChangeAnnouncer(Config& config, MulticastSender& sender, std::endian payloadOrder)
+    : m_config(config), m_sender(sender), m_payloadOrder(payloadOrder)
 {
     m_config.AddConfigEventListener(this);
 }
@@ -140,7 +141,7 @@ bool ChangeAnnouncer::ParamChanged(eParam_t id, unsigned int value, timeval time
 
 bool ChangeAnnouncer::ParamChanged(eParam_t id, std::string, timeval time)
 {
-    MulticastSender::Event event = TextEvent(m_config, id, time);
+    MulticastSender::Event event = TextEvent(m_config, id, time, m_payloadOrder);
     return !event.payload.empty() && Announce(std::move(event));
 }
 

@@ -1,6 +1,7 @@
 /// Events over UDP: the multicast sender, and what watches the stores for it.
 #pragma once
 
+#include <bit>
 #include <string>
 #include <vector>
 
@@ -71,7 +72,8 @@ class ChangeAnnouncer : public ConfigEventListener {
     };
 
     /// @param config, sender  borrowed.
-    ChangeAnnouncer(Config& config, MulticastSender& sender);
+    /// @param payloadOrder  of texts.
+    ChangeAnnouncer(Config& config, MulticastSender& sender, std::endian payloadOrder);
     /// Waits for a running announcement: hold no lock of the store, nor the sender's.
     ~ChangeAnnouncer() override;
     ChangeAnnouncer(const ChangeAnnouncer&) = delete;
@@ -87,13 +89,14 @@ class ChangeAnnouncer : public ConfigEventListener {
 
     Config& m_config;
     MulticastSender& m_sender;
+    const std::endian m_payloadOrder;
     OwnChange* m_ownChange VEXA_GUARDED_BY(m_sender.lock) = nullptr;
 };
 
 /// The events of a change, not yet sent.
 MulticastSender::Event NumberEvent(Config& config, eParam_t id, unsigned int value, timeval time);
 /// The text that the store holds now, whatever the change was. Without one the payload is empty, after a line.
-MulticastSender::Event TextEvent(Config& config, eParam_t id, timeval time);
+MulticastSender::Event TextEvent(Config& config, eParam_t id, timeval time, std::endian payloadOrder);
 MulticastSender::Event DataEvent(Config& config, eParam_t id, std::string data, timeval time);
 
 }  // namespace vexa::corvalis::config::access

@@ -207,7 +207,7 @@ std::unique_ptr<NetworkTCPConnection> NetworkServer::WaitForConnection()
     // A client whose host is gone would keep its thread and its store for ever.
     constexpr int kOn = 1;
     setsockopt(client->fd, SOL_SOCKET, SO_KEEPALIVE, &kOn, sizeof kOn);
-    return std::make_unique<NetworkTCPConnection>(std::move(client));
+    return std::make_unique<NetworkTCPConnection>(std::move(client), m_payloadOrder);
 }
 
 void NetworkServer::RunUDP()
@@ -215,7 +215,7 @@ void NetworkServer::RunUDP()
     if (!m_socket->set_buffer_size(SO_SNDBUF, kSocketBufferBytes) ||
         !m_socket->set_buffer_size(SO_RCVBUF, kSocketBufferBytes))
         return;
-    m_udpConnection.reset(new (std::nothrow) NetworkUDPConnection(*m_socket));
+    m_udpConnection.reset(new (std::nothrow) NetworkUDPConnection(*m_socket, m_payloadOrder));
     if (!m_udpConnection) {
         fputs("NetworkServer::Run - unable to create socket connection\n", stderr);
         return;

@@ -10,6 +10,7 @@
 /// restart and password included: the port belongs behind a firewall.
 #pragma once
 
+#include <bit>
 #include <chrono>
 #include <memory>
 #include <vector>
@@ -39,6 +40,8 @@ class NetworkServer {
     bool Init();
     /// The port that it serves; valid from Init until Start.
     int Port() const;
+    /// Of texts as the clients read and write them. Default the host's own. Before Start.
+    void SetPayloadOrder(std::endian order) { m_payloadOrder = order; }
     /// Changes of this configuration are multicast from the start of the server, whether or not a client
     /// connected to it. UDP only; before Start.
     void Announce(eConfigID_t configID);
@@ -72,6 +75,7 @@ class NetworkServer {
     std::unique_ptr<Socket> m_socket;
     std::unique_ptr<NetworkUDPConnection> m_udpConnection;  // of the server's thread
     std::vector<eConfigID_t> m_announced;
+    std::endian m_payloadOrder = std::endian::native;
 };
 
 }  // namespace vexa::corvalis::config::access

@@ -55,7 +55,7 @@ void NetworkTCPClient::ProcessEvents()
         std::string text;
         if (message.type == XCFG_PARAM_CHANGED_EVENT)
             Deliver(event);
-        else if (ReadTextPayload(message.payload.data(), message.payload.size(), text))
+        else if (ReadText(message, text))
             Deliver(event, text);
         else
             fprintf(stderr, "NetworkTCPClient::ProcessEvents - no text for paramid 0x%08X\n", event.paramID);

@@ -52,7 +52,10 @@ const NetworkTCPConnection::Kind* NetworkTCPConnection::FindKind(uint32_t type)
 
 // --- life ---
 
-NetworkTCPConnection::NetworkTCPConnection(std::unique_ptr<Socket> socket) : m_stream(std::move(socket)) {}
+NetworkTCPConnection::NetworkTCPConnection(std::unique_ptr<Socket> socket, std::endian payloadOrder)
+    : m_payloadOrder(payloadOrder), m_stream(std::move(socket))
+{
+}
 
 bool NetworkTCPConnection::Start()
 {
@@ -226,7 +229,7 @@ bool NetworkTCPConnection::ProcessSetRequest(const XCONFIGMGR_REQUEST_T& request
 
 bool NetworkTCPConnection::ProcessGetStreamRequest(const XCONFIGMGR_REQUEST_T& request)
 {
-    const std::string payload = WritePayload(m_config->GetSerializable(request.paramID));
+    const std::string payload = WritePayload(m_config->GetSerializable(request.paramID), m_payloadOrder);
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_GET_STREAM_PARAM_RESPONSE);
     if (payload.empty()) {
         fputs("SendStreamResponse: Invalid serializable value\n", stderr);
@@ -257,7 +260,7 @@ bool NetworkTCPConnection::ProcessSetStreamRequest(const XCONFIGMGR_REQUEST_T& r
     }
     std::string payload;
     if (!ReadStream(request.streamLength, payload)) return false;
-    const auto object = ReadPayload(payload.data(), payload.size());
+    const auto object = ReadPayload(payload.data(), payload.size(), m_payloadOrder);
     if (DoSetRequest(m_config, dynamic_cast<ConfigValue*>(object.get()), TimeOf(request))) return true;
     XCONFIGMGR_RESPONSE_T response =
         ErrorResponse(request, XCFG_SET_STREAM_PARAM_RESPONSE, kErrorSetRejected);
@@ -347,7 +350,7 @@ bool NetworkTCPConnection::ParamChanged(eParam_t id, std::string, timeval time)
         SemaphoreHelper hold(m_stream.lock);
         if (!IsRegistered()) return false;
     }
-    const std::string payload = WritePayload(m_config->GetSerializable(id));
+    const std::string payload = WritePayload(m_config->GetSerializable(id), m_payloadOrder);
     if (payload.empty()) {
         fputs("SendStreamResponse: Invalid serializable value\n", stderr);
         return false;

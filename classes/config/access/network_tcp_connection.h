@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <bit>
 #include <list>
 #include <memory>
 #include <string>
@@ -22,7 +23,9 @@ namespace vexa::corvalis::config::access {
 /// a store: a store calls ParamChanged with its listener lock held.
 class NetworkTCPConnection : public NetworkConnection, public ConfigEventListener {
   public:
-    explicit NetworkTCPConnection(std::unique_ptr<Socket> socket);
+    /// @param payloadOrder  of texts as the client reads and writes them.
+    explicit NetworkTCPConnection(std::unique_ptr<Socket> socket,
+                                  std::endian payloadOrder = std::endian::native);
     ~NetworkTCPConnection() override = default;
 
     /// Events; they are sent while the client is registered, whatever parameters it asked for.
@@ -70,6 +73,7 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     uint32_t ProcessID() const VEXA_EXCLUDES(m_stream.lock);
     XCONFIGMGR_RESPONSE_T EventFor(eMessageType_t type, eParam_t id) const VEXA_REQUIRES(m_stream.lock);
 
+    const std::endian m_payloadOrder;
     mutable TcpStream m_stream;  // own synchronisation
     std::atomic<bool> m_stop = false;
 

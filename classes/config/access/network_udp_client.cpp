@@ -91,7 +91,7 @@ bool NetworkUDPClient::Get(eParam_t id, std::string& value)
         fprintf(stderr, "NetworkUDPClient::Get - invalid streamLength (PID:%d)\n", getpid());
         return false;
     }
-    if (ReadTextPayload(reply.payload.data(), reply.payload.size(), value)) return true;
+    if (ReadText(reply, value)) return true;
     fputs("NetworkClient::Get - warning! deserialized non-StringValue\n", stderr);
     return false;
 }
@@ -187,7 +187,7 @@ bool NetworkUDPClient::ProcessEvent(const char* data, size_t length)
             return false;
         case XCFG_PARAM_STRING_CHANGED_EVENT: {
             std::string text;
-            if (ReadTextPayload(message->payload.data(), message->payload.size(), text))
+            if (ReadText(*message, text))
                 Deliver(event, text);
             else
                 DiagnosticLog("NetworkUDPClient::ProcessEvents - no text for paramid 0x%08X\n",

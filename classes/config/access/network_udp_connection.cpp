@@ -54,7 +54,10 @@ bool IsData(ParamDescriptor& descriptor)
 
 }  // namespace
 
-NetworkUDPConnection::NetworkUDPConnection(Socket& socket) : m_socket(socket) {}
+NetworkUDPConnection::NetworkUDPConnection(Socket& socket, std::endian payloadOrder)
+    : m_socket(socket), m_payloadOrder(payloadOrder)
+{
+}
 
 NetworkUDPConnection::~NetworkUDPConnection()
 {
@@ -75,7 +78,7 @@ NetworkUDPConnection::Entry* NetworkUDPConnection::OpenEntry(eConfigID_t configI
     if (!config) return nullptr;
     Entry entry;
     entry.config = config;
-    entry.announcer = std::make_unique<ChangeAnnouncer>(*config, m_sender);
+    entry.announcer = std::make_unique<ChangeAnnouncer>(*config, m_sender, m_payloadOrder);
     return &m_entries.emplace(key, std::move(entry)).first->second;
 }
 
@@ -283,7 +286,7 @@ void NetworkUDPConnection::SendCurrent(Config& config, eParam_t id, timeval time
                     "NetworkUDPConnection::FireDependentParamsChangedEvents - GetData failed for %s\n",
                     NameOf(config, id).c_str());
     } else if (descriptor->GetParamType() == eCParam_StringValue) {
-        MulticastSender::Event event = TextEvent(config, id, time);
+        MulticastSender::Event event = TextEvent(config, id, time, m_payloadOrder);
         if (!event.payload.empty()) m_sender.Send(std::move(event));
     } else {
         m_sender.Send(NumberEvent(config, id, config.Get(id), time));
@@ -307,7 +310,7 @@ void NetworkUDPConnection::AnnounceStream(Entry& entry, const Datagram& datagram
 void NetworkUDPConnection::ProcessGetStreamRequest(Entry& entry, const Datagram& datagram)
 {
     const XCONFIGMGR_REQUEST_T& request = datagram.request;
-    std::string payload = WritePayload(entry.config->GetSerializable(request.paramID));
+    std::string payload = WritePayload(entry.config->GetSerializable(request.paramID), m_payloadOrder);
     // The request's own code: clients of this transport look for it.
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_GET_STREAM_PARAM_REQUEST);
     if (payload.empty() || payload.size() > kMaxDatagramPayload) {
@@ -322,7 +325,7 @@ void NetworkUDPConnection::ProcessGetStreamRequest(Entry& entry, const Datagram&
 void NetworkUDPConnection::ProcessSetStreamRequest(Entry& entry, const Datagram& datagram)
 {
     const XCONFIGMGR_REQUEST_T& request = datagram.request;
-    const auto object = ReadPayload(datagram.payload, request.streamLength);
+    const auto object = ReadPayload(datagram.payload, request.streamLength, m_payloadOrder);
     ChangeAnnouncer::OwnChange change(*entry.announcer, {request.paramID});
     if (DoSetRequest(entry.config, dynamic_cast<ConfigValue*>(object.get()), TimeOf(request)))
         AnnounceStream(entry, datagram, XCFG_PARAM_STRING_CHANGED_EVENT, change);

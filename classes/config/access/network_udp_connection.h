@@ -24,7 +24,8 @@ class NetworkUDPConnection : public NetworkConnection {
     static constexpr size_t kMaxClients = 4096;
 
     /// @param socket  borrowed: the server's, for the replies.
-    explicit NetworkUDPConnection(Socket& socket);
+    /// @param payloadOrder  of texts as the clients read and write them.
+    explicit NetworkUDPConnection(Socket& socket, std::endian payloadOrder = std::endian::native);
     ~NetworkUDPConnection() override;
 
     /// Multicasts the changes of a configuration even when no client has connected to it, which does not count
@@ -83,6 +84,7 @@ class NetworkUDPConnection : public NetworkConnection {
     bool Reply(XCONFIGMGR_RESPONSE_T response, const std::string& payload, const sockaddr_in& to);
 
     Socket& m_socket;
+    const std::endian m_payloadOrder;
     MulticastSender m_sender;  // outlives the announcers
     std::map<uint32_t, Entry> m_entries;
 };

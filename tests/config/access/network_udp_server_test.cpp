@@ -307,7 +307,7 @@ TEST(ChangeAnnouncer, KeepsSilentAboutAChangeOfItsThreadOnly)
     LocalStore store(kOther);
     RawEvents events(kOther);
     MulticastSender sender;
-    ChangeAnnouncer announcer(*store, sender);
+    ChangeAnnouncer announcer(*store, sender, std::endian::native);
     ChangeAnnouncer::OwnChange change(announcer, {eParamID_RegisterSave});
     store->Set(eParamID_RegisterSave, 2u);
     store->Set(eParamID_SysName, "x");

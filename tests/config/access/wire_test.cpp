@@ -1,70 +1,66 @@
+#include "config/access/wire.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include "config/access/connection_name.h"
+#include "config/access/mq_protocol.h"
 #include "config/access/network_payload.h"
-#include "config/access/network_protocol.h"
 #include "config/config_value.h"
+#include "support/golden.h"
 
 namespace {
 
-using namespace vexa::corvalis::config::access;
+namespace net = vexa::corvalis::config::access;
+namespace mq = vexa::config::access;
 
-template <class Record>
-std::string Bytes(const Record& record)
+/// The record has its golden bytes; decoding gives the same record back, and every truncation is refused.
+template <class Order, class Record>
+void ExpectGolden(const char* name, const Record& record)
 {
-    const auto bytes = Encode(record);
-    return {bytes.data(), bytes.size()};
-}
-
-/// The bytes of words in network order.
-std::string Words(std::initializer_list<uint32_t> words)
-{
-    std::string bytes;
-    for (const uint32_t word : words)
-        for (const int shift : {24, 16, 8, 0}) bytes += static_cast<char>(word >> shift);
-    return bytes;
-}
-
-/// The record has these bytes; decoding gives the same record back, and every truncation is refused.
-template <class Record>
-void ExpectBytes(const Record& record, const std::string& expected)
-{
-    EXPECT_EQ(Bytes(record), expected);
-    for (size_t length = 0; length < expected.size(); ++length) {
+    SCOPED_TRACE(name);
+    const auto bytesOf = [](const Record& any) {
+        const auto bytes = wire::Encode<Order>(any);
+        return std::string(bytes.data(), bytes.size());
+    };
+    const std::string golden = Golden(name);
+    EXPECT_EQ(bytesOf(record), golden);
+    for (size_t length = 0; length < golden.size(); ++length) {
         Record untouched;
-        const std::string before = Bytes(untouched);
-        EXPECT_FALSE(Decode(expected.data(), length, untouched)) << length;
-        EXPECT_EQ(Bytes(untouched), before) << length;
+        EXPECT_FALSE(wire::Decode<Order>(golden.data(), length, untouched)) << length;
+        EXPECT_EQ(bytesOf(untouched), bytesOf({})) << length;
     }
     Record decoded;
-    ASSERT_TRUE(Decode(expected.data(), expected.size(), decoded));
-    EXPECT_EQ(Bytes(decoded), expected);
+    ASSERT_TRUE(wire::Decode<Order>(golden.data(), golden.size(), decoded));
+    EXPECT_EQ(bytesOf(decoded), golden);
 }
 
-TEST(NetworkRecords, HaveTheirBytes)
+TEST(Wire, NetworkRecordsHaveTheirBytes)
 {
-    XCONFIGMGR_CONNECTION_REQUEST_T connect;
+    using wire::NetworkOrder;
+    net::XCONFIGMGR_CONNECTION_REQUEST_T connect;
     connect.msgtype = XCFG_CONNECT_REQUEST;
     connect.connectionID = 0x00011234;
     connect.configID = 3;
-    ExpectBytes(connect, Words({16, 0x11234, 0, 3, 0, 4096}));
+    ExpectGolden<NetworkOrder>("network.connection_request", connect);
 
-    XCONFIGMGR_CONNECTION_RESPONSE_T connected;
+    net::XCONFIGMGR_CONNECTION_RESPONSE_T connected;
     connected.msgtype = XCFG_CONNECT_RESPONSE;
+    connected.connectionID = 0x00011234;
     connected.configID = -1;
     connected.error = 53;
-    ExpectBytes(connected, Words({32, 0, 0, 0xFFFFFFFF, 0, 4096, 53}));
+    ExpectGolden<NetworkOrder>("network.connection_response", connected);
 
-    XCONFIGMGR_EVENT_HANDLER_REQUEST_T listen;
+    net::XCONFIGMGR_EVENT_HANDLER_REQUEST_T listen;
+    static_cast<net::MessagePrefix&>(listen) = connect;
     listen.msgtype = XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST;
     listen.paramID = 5;
-    ExpectBytes(listen, Words({48, 0, 0, 0, 0, 4096, 5}));
+    ExpectGolden<NetworkOrder>("network.listener_request", listen);
 
-    XCONFIGMGR_REQUEST_T set;
+    net::XCONFIGMGR_REQUEST_T set;
     set.msgtype = XCFG_SET_PARAM_REQUEST;
-    set.connectionID = 1;
+    set.connectionID = 0x00011234;
     set.requestID = 2;
     set.configID = 3;
     set.priority = 4;
@@ -72,40 +68,89 @@ TEST(NetworkRecords, HaveTheirBytes)
     set.value = 6;
     SetTime(set, {static_cast<time_t>(0x80000001), 999'999});
     set.streamLength = 7;
-    set.streamFormat = kStreamFormat;
-    ExpectBytes(set, Words({81, 1, 2, 3, 4, 4096, 0x5c010000, 6, 0x80000001, 999'999, 7, 3072}));
+    set.streamFormat = net::kStreamFormat;
+    ExpectGolden<NetworkOrder>("network.request", set);
 
-    XCONFIGMGR_RESPONSE_T response = ResponseFor(set, XCFG_SET_PARAM_RESPONSE);
-    response.error = kErrorRefused;
+    net::XCONFIGMGR_RESPONSE_T response = ResponseFor(set, XCFG_SET_PARAM_RESPONSE);
+    response.error = net::kErrorRefused;
     response.value = 8;
-    ExpectBytes(response,
-                Words({97, 1, 2, 3, 4, 4096, 0x5c010000, 0xFFFFFFFF, 8, 0x80000001, 999'999, 0, 0}));
+    ExpectGolden<NetworkOrder>("network.response", response);
     EXPECT_EQ(TimeOf(response).tv_sec, static_cast<time_t>(0x80000001));
 }
 
-TEST(NetworkPayload, EveryCutOfATextIsRefused)
+TEST(Wire, QueueRecordsHaveTheirBytes)
 {
-    StringValue value(3, eParam_t{0x1302000a}, eCParam_StringValue, "Scene 1");
-    const std::string payload = WritePayload(&value);
-    std::string text = "kept";
-    for (size_t length = 0; length < payload.size(); ++length)
-        EXPECT_FALSE(ReadTextPayload(payload.data(), length, text)) << length;
-    EXPECT_EQ(text, "kept");
-    EXPECT_TRUE(ReadTextPayload(payload.data(), payload.size(), text));
-    EXPECT_EQ(text, "Scene 1");
-    IntegerValue number(3, eParam_t{0x5c010000}, eCParam_IntegerValue, 7);
-    const std::string other = WritePayload(&number);
-    EXPECT_FALSE(ReadTextPayload(other.data(), other.size(), text));
-    EXPECT_EQ(WritePayload(nullptr), "");
+    using wire::HostOrder;
+    const mq::MQMessageInfo_t info{0x12340001, 2, 3, 10};
+    const auto record = [&]<class Record>(Record made, uint32_t type) {
+        made.msgtype = type;
+        made.info = info;
+        return made;
+    };
+    ExpectGolden<HostOrder>("queue.connection_request",
+                            record(mq::XCONFIGMGR_CONNECTION_REQUEST_T{}, XCFG_CONNECT_REQUEST));
+    auto connected = record(mq::XCONFIGMGR_CONNECTION_RESPONSE_T{}, XCFG_CONNECT_RESPONSE);
+    connected.error = 53;
+    ExpectGolden<HostOrder>("queue.connection_response", connected);
+    auto listen = record(mq::XCONFIGMGR_EVENT_HANDLER_REQUEST_T{}, XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST);
+    listen.paramID = 5;
+    ExpectGolden<HostOrder>("queue.listener_request", listen);
+
+    auto set = record(mq::XCONFIGMGR_REQUEST_T{}, XCFG_SET_PARAM_REQUEST);
+    set.paramID = eParam_t{0x5c010000};
+    set.value = 6;
+    set.streamLength = 7;
+    set.streamFormat = mq::kQueueStreamFormat;
+    ExpectGolden<HostOrder>("queue.request", set);
+
+    auto response = record(mq::XCONFIGMGR_RESPONSE_T{}, XCFG_GET_PARAM_RESPONSE);
+    response.listenerError = 1;
+    response.paramID = eParam_t{0x5c010000};
+    SetTime(response, {static_cast<time_t>(0x80000001), 999'999});
+    response.error = mq::kQueueErrorRefused;
+    response.value = 8;
+    response.streamLength = 7;
+    response.streamFormat = mq::kQueueStreamFormat;
+    ExpectGolden<HostOrder>("queue.response", response);
+}
+
+TEST(NetworkPayload, TextsInEitherByteOrderAndNoCutOfThem)
+{
+    StringValue value(2, eParam_t{0x1302000a}, eCParam_StringValue, "Take");
+    for (const std::endian order : {std::endian::native, std::endian::big}) {
+        const std::string payload = net::WritePayload(&value, order);
+        EXPECT_EQ(payload, Golden("stream.text", order));
+        std::string text = "kept";
+        for (size_t length = 0; length < payload.size(); ++length)
+            EXPECT_FALSE(net::ReadTextPayload(payload.data(), length, text, order)) << length;
+        EXPECT_EQ(text, "kept");
+        EXPECT_TRUE(net::ReadTextPayload(payload.data(), payload.size(), text, order));
+        EXPECT_EQ(text, "Take");
+        const std::string number = Golden("stream.number", order);
+        EXPECT_FALSE(net::ReadTextPayload(number.data(), number.size(), text, order));
+    }
+    EXPECT_EQ(net::WritePayload(nullptr), "");
+}
+
+TEST(NetworkPayload, EveryStreamHasABigEndianForm)
+{
+    for (const char* name : {"stream.number", "stream.SectorHeader", "stream.Checkpoint",
+                             "stream.PackageHeader", "stream.Vector", "stream.PresetsParamVector"}) {
+        const std::string golden = Golden(name, std::endian::big);
+        const auto object = net::ReadPayload(golden.data(), golden.size(), std::endian::big);
+        ASSERT_TRUE(object) << name;
+        EXPECT_EQ(net::WritePayload(object.get(), std::endian::big), golden) << name;
+        EXPECT_EQ(net::WritePayload(object.get()), Golden(name)) << name;
+    }
 }
 
 TEST(ConnectionName, NamesTheProcessInTheLowHalf)
 {
-    EXPECT_EQ(GetConnectionName(0), "event");
-    EXPECT_EQ(GetConnectionName(0xFFFF), "event");
+    EXPECT_EQ(net::GetConnectionName(0), "event");
+    EXPECT_EQ(net::GetConnectionName(0xFFFF), "event");
     const auto process = static_cast<uint32_t>(getpid());
     if (process > 0xFFFF) GTEST_SKIP() << "the process identifier does not fit";
-    EXPECT_EQ(GetConnectionName(7u << 16 | process), "vexaconfig_tests");
+    EXPECT_EQ(net::GetConnectionName(7u << 16 | process), "vexaconfig_tests");
 }
 
 }  // namespace
