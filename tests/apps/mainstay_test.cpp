@@ -17,11 +17,21 @@ using testing::IsEmpty;
 
 namespace {
 
-/// A daemon on free ports.
+/// A program of this build, or the one of another machine that the environment names, as scripts/test-device does.
+std::string ProgramPath(const char* variable, const char* own)
+{
+    const char* const other = getenv(variable);
+    return other ? other : own;
+}
+const std::string kMainstay = ProgramPath("VEXA_MAINSTAY", MAINSTAY);
+const std::string kTool = ProgramPath("VEXA_VEXACTL", VEXACTL);
+
+/// A daemon on free ports. Texts are big-endian on both sides, so that either may be of another machine.
 class Daemon {
   public:
     explicit Daemon(const std::vector<std::string>& environment = {})
-        : m_program({MAINSTAY, "--no-mq", "--tcp-port", "0", "--udp-port", "0"}, "", environment)
+        : m_program({kMainstay, "--no-mq", "--tcp-port", "0", "--udp-port", "0", "--byteorder", "big"}, "",
+                    environment)
     {
         m_program.WaitForOutput("mainstay: ready");
         tcpPort = std::to_string(NumberAfter("TCP port ", m_program.Err()));
@@ -38,13 +48,13 @@ class Daemon {
     std::string tcpPort, udpPort;
 
   private:
-    inline static const std::string kConfig = "configid=" + std::to_string(getpid());
+    inline static const std::string kConfig = "byteorder=big/configid=" + std::to_string(getpid());
     Program m_program;
 };
 
 std::vector<std::string> ToolCommand(const std::string& uri, std::vector<std::string> arguments)
 {
-    arguments.insert(arguments.begin(), {VEXACTL, "--uri", uri});
+    arguments.insert(arguments.begin(), {kTool, "--uri", uri});
     return arguments;
 }
 
@@ -196,8 +206,8 @@ TEST(Mainstay, StartsOnceAndTellsTheServiceManager)
     EXPECT_GT(recv(manager, state, sizeof state, 0), 0);
     EXPECT_STREQ(state, "READY=1");
     for (const auto& arguments :
-         {std::vector<std::string>{MAINSTAY, "--no-udp", "--tcp-port", daemon.tcpPort, "--no-mq"},
-          std::vector<std::string>{MAINSTAY, "--no-tcp", "--udp-port", daemon.udpPort, "--no-mq"}}) {
+         {std::vector<std::string>{kMainstay, "--no-udp", "--tcp-port", daemon.tcpPort, "--no-mq"},
+          std::vector<std::string>{kMainstay, "--no-tcp", "--udp-port", daemon.udpPort, "--no-mq"}}) {
         const ProgramResult second = RunProgram(arguments);
         EXPECT_EQ(second.status, 1);
         EXPECT_THAT(second.err, testing::EndsWith("mainstay: cannot serve " + std::string() +
@@ -210,7 +220,7 @@ TEST(Mainstay, StartsOnceAndTellsTheServiceManager)
     EXPECT_STREQ(state, "STOPPING=1");
     close(manager);
     unlink(path.c_str());
-    EXPECT_EQ(RunProgram({MAINSTAY, "--tcp-port", "70000"}).status, 2);
+    EXPECT_EQ(RunProgram({kMainstay, "--tcp-port", "70000"}).status, 2);
 }
 
 }  // namespace
