@@ -60,6 +60,19 @@ int SetOption(int descriptor, int level, int option, int value)
     return setsockopt(descriptor, level, option, &value, sizeof value);
 }
 
+/// For calls that let the system choose a port. Of the datagram sockets that allow reuse it gives several the
+/// same one, and what is meant for one of them reaches another.
+template <class Call>
+int WithPortOfItsOwn(int descriptor, const Call& call)
+{
+    SetOption(descriptor, SOL_SOCKET, SO_REUSEADDR, 0);
+    const int result = call();
+    const int error = errno;
+    SetOption(descriptor, SOL_SOCKET, SO_REUSEADDR, 1);
+    errno = error;
+    return result;
+}
+
 }  // namespace
 
 static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_un) == 110);
@@ -169,7 +182,8 @@ int Socket::bind_inet(int number)
     inet_address.sin_family = static_cast<sa_family_t>(domain);
     inet_address.sin_port = htons(static_cast<uint16_t>(number));
     const Use use(*this);
-    if (::bind(use.fd, AsSockaddr(inet_address), sizeof inet_address) == -1) {
+    const auto bind = [&] { return ::bind(use.fd, AsSockaddr(inet_address), sizeof inet_address); };
+    if ((number == 0 ? WithPortOfItsOwn(use.fd, bind) : bind()) == -1) {
         Report("Socket::bind_inet");
         return 0;
     }
@@ -249,7 +263,10 @@ int Socket::connect_inet(const std::string& to, int number)
         return 0;
     }
     const Use use(*this);
-    if (Repeat([&] { return ::connect(use.fd, AsSockaddr(inet_address), sizeof inet_address); }) == -1) {
+    const auto connect = [&] {
+        return Repeat([&] { return ::connect(use.fd, AsSockaddr(inet_address), sizeof inet_address); });
+    };
+    if ((type == SOCK_DGRAM ? WithPortOfItsOwn(use.fd, connect) : connect()) == -1) {
         Report("Socket::connect_inet - connect() failed");
         return 0;
     }

@@ -6,7 +6,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <memory>
+#include <set>
 #include <thread>
+#include <vector>
 
 #include "support/stderr_of.h"
 
@@ -151,6 +154,21 @@ TEST(Socket, ConnectIgnoresWhatIsNoAddress)
     Socket client(AF_INET, SOCK_STREAM);
     errno = EAFNOSUPPORT;  // left over from an earlier call
     EXPECT_TRUE(client.create() && client.connect("localhost", connection.listener.local_port()));
+}
+
+TEST(Socket, APortThatTheSystemChoosesIsNobodyElses)
+{
+    std::vector<std::unique_ptr<Socket>> sockets;
+    std::set<int> ports;
+    constexpr size_t kCount = 600;  // some would share, if they could
+    while (sockets.size() < kCount) {
+        sockets.push_back(std::make_unique<Socket>(AF_INET, SOCK_DGRAM));
+        Socket& socket = *sockets.back();
+        ASSERT_TRUE(socket.create());
+        ASSERT_TRUE(sockets.size() % 2 ? socket.connect("127.0.0.1", 9) : socket.bind("127.0.0.1", 0));
+        ports.insert(socket.local_port());
+    }
+    EXPECT_EQ(ports.size(), kCount);
 }
 
 TEST(Socket, NonBlockingSenseIsInverted)
