@@ -1,4 +1,4 @@
-/// Measures what reaching the daemon through message queues costs beside a bare exchange of the same bytes.
+/// Reaching the daemon through message queues. The daemon's service runs in this process.
 #include <fcntl.h>
 #include <mqueue.h>
 
@@ -12,7 +12,8 @@
 #include "config/access/posix_mq_factory.h"
 #include "config/descriptors/registry.h"
 #include "mainstay/queue_service.h"
-#include "ratio_table.h"
+#include "parts.h"
+#include "table.h"
 
 namespace {
 
@@ -86,70 +87,51 @@ class Changes {
     std::thread m_thread;
 };
 
-/// Gets a second of several connections at once, all together.
-double TotalRate(const std::vector<mq::PosixMQClient*>& clients)
+/// Several connections at once, each on a thread of its own.
+Work GetsOf(const std::vector<mq::PosixMQClient*>& clients)
 {
-    constexpr int kGets = 20'000;
-    const double seconds = SecondsOf([&] {
+    return [&clients](int gets) {
         std::vector<std::thread> threads;
         for (mq::PosixMQClient* const client : clients)
             threads.emplace_back([&, client] {
-                for (size_t i = 0; i < kGets / clients.size(); ++i) client->Get(kNumber);
+                for (size_t i = 0; i < static_cast<size_t>(gets) / clients.size(); ++i) client->Get(kNumber);
             });
         for (std::thread& thread : threads) thread.join();
-    });
-    return kGets / seconds;
+    };
 }
 
-void CompareThreads(mq::PosixMQFactory& factory, mq::PosixMQClient& one)
+void CompareThreads(mq::PosixMQFactory& factory, mq::PosixMQClient& first)
 {
-    std::vector<mq::PosixMQClient*> four{&one};
+    const std::vector<mq::PosixMQClient*> one{&first};
+    std::vector<mq::PosixMQClient*> four{&first};
     while (four.size() < 4) four.push_back(factory.Connect(""));
-    std::vector<double> ones, fours, ratios;
-    for (int round = 0; round < kRounds; ++round) {
-        ones.push_back(TotalRate({&one}));
-        fours.push_back(TotalRate(four));
-        ratios.push_back(fours.back() / ones.back());
-    }
-    PrintRow("queue Get, four threads against one", Number("%.0f /s", Median(ones)),
-             Number("%.0f /s", Median(fours)), Median(ratios), ">=", 1);
-    while (four.size() > 1) {
-        factory.Disconnect(four.back());
-        four.pop_back();
-    }
+    CompareRates("queue Get, four threads, against one", 20'000, GetsOf(one), GetsOf(four), 1);
+    for (size_t i = 1; i < four.size(); ++i) factory.Disconnect(four[i]);
 }
 
 }  // namespace
 
-int main()
+void MeasureQueues()
 {
-    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    setenv("PRODUCT_ID", "ROWAN", 0);
-    CreateDescriptors();
-    {
-        QueueService service;
-        if (!service.Start()) return 1;
-        Config* const store = vexa::corvalis::config::access::OpenPeerStore(0);
-        mq::PosixMQFactory factory;
-        mq::PosixMQClient* const client = factory.Connect("");
-        if (!client) return 1;
+    PrintPart("message queues");
+    QueueService service;
+    if (!service.Start()) return PrintFigure("another daemon is running", "-");
+    Config* const store = vexa::corvalis::config::access::OpenPeerStore(0);
+    mq::PosixMQFactory factory;
+    mq::PosixMQClient* const client = factory.Connect("");
+    if (!client) exit(1);
 
-        PrintHead();
-        PingPong bare;
-        const auto exchange = [&] { bare.Exchange(); };
-        const auto get = [&] { client->Get(kNumber); };
-        CompareRates("queue Get against a bare exchange", 5000, exchange, get, 0.8);
-        CompareThreads(factory, *client);
-        Counting listener;
-        client->AddConfigEventListener(&listener);
-        {
-            const Changes changes(*store);
-            CompareRates("the same, with 1000 events a second", 5000, exchange, get, 0.5);
-        }
-        client->RemoveConfigEventListener(&listener);
-        fprintf(stderr, "%u events heard\n", listener.heard.load());
-        factory.Disconnect(client);
-        vexa::corvalis::config::access::ClosePeerStore(store);
+    PingPong bare;
+    const Work exchange = Repeat([&] { bare.Exchange(); }), get = Repeat([&] { client->Get(kNumber); });
+    CompareRates("queue Get, against a bare exchange", 5000, exchange, get, 0.8);
+    Counting listener;
+    client->AddConfigEventListener(&listener);
+    {
+        const Changes changes(*store);
+        CompareRates("queue Get, with 1000 events a second", 5000, exchange, get, 0.5);
     }
-    return allMet ? 0 : 1;
+    client->RemoveConfigEventListener(&listener);
+    CompareThreads(factory, *client);
+    factory.Disconnect(client);
+    vexa::corvalis::config::access::ClosePeerStore(store);
 }
