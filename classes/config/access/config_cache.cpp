@@ -70,9 +70,21 @@ bool ConfigCache::Get(eParam_t id, unsigned int& value)
     return value != 0;
 }
 
+bool ConfigCache::HasAlready(eParam_t id, unsigned int value)
+{
+    return Get(id) == value && (!m_numbers.MayBeOvertaken(id, value) || m_config->Get(id) == value);
+}
+
+bool ConfigCache::HasAlready(eParam_t id, const std::string& data)
+{
+    if (!m_data.Holds(id, data)) return false;
+    std::string current;
+    return !m_data.MayBeOvertaken(id, data) || (m_config->GetData(id, current) && current == data);
+}
+
 bool ConfigCache::Set(eParam_t id, unsigned int value, timeval time)
 {
-    if (!IsVolatile(id) && Get(id) == value) {
+    if (!IsVolatile(id) && HasAlready(id, value)) {
         fputs(
             "ConfigCache::Set(uint32_t) - non-volatile param, new value is the same as the cached value, "
             "suppressing Set operation\n",
@@ -114,7 +126,7 @@ bool ConfigCache::GetData(eParam_t id, std::string& data)
 bool ConfigCache::SetData(eParam_t id, std::string& data, timeval time)
 {
     if (IsVolatile(id)) return m_config->SetData(id, data, time);
-    if (m_data.Holds(id, data)) return true;
+    if (HasAlready(id, data)) return true;
     const uint32_t events = m_data.CountEvents(id);
     if (!m_config->SetData(id, data, time)) return false;
     m_data.StoreWritten(id, data, events);

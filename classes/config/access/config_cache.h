@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <list>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,11 +39,18 @@ class CachedValues {
         const auto found = m_entries.find(id);
         return found != m_entries.end() && found->second.value == value;
     }
+    /// Whether something else was written last: the event that told of this value may be older than that write.
+    bool MayBeOvertaken(eParam_t id, const Value& value) const
+    {
+        SemaphoreHelper hold(m_lock);
+        const auto found = m_entries.find(id);
+        return found != m_entries.end() && found->second.written.value_or(value) != value;
+    }
     /// Keeps what a read brought back, unless a write or an event has brought a newer value meanwhile.
     void StoreFetched(eParam_t id, const Value& value)
     {
         SemaphoreHelper hold(m_lock);
-        m_entries.try_emplace(id, Entry{value});
+        m_entries.try_emplace(id, Entry{value, {}, 0});
     }
     /// Events so far: asked before a write, told after it.
     uint32_t CountEvents(eParam_t id) const
@@ -56,6 +64,7 @@ class CachedValues {
     {
         SemaphoreHelper hold(m_lock);
         Entry& entry = m_entries[id];
+        entry.written = value;
         if (entry.events == events) entry.value = std::move(value);
     }
     /// @return whether the value differs from the one before; where none is known, from Value().
@@ -70,6 +79,7 @@ class CachedValues {
   private:
     struct Entry {
         Value value{};
+        std::optional<Value> written;  // through this cache, the last one
         uint32_t events = 0;
     };
 
@@ -105,7 +115,8 @@ class ConfigCache : public Config, public ConfigEventListener {
     ParamDescriptor* GetParamDescriptor(eParam_t id) override { return m_config->GetParamDescriptor(id); }
     ParamDescriptor* GetParamDescriptor(std::string paramIDName) override;
     std::list<eParam_t> GetParamIDs() override { return m_config->GetParamIDs(); }
-    /// A value that the parameter has already is not sent; one line says so.
+    /// A value that the parameter has already is not sent; one line says so. Where only an event says that it has,
+    /// and another value was written last, the wrapped configuration is asked first.
     bool Set(eParam_t id, unsigned int value, timeval time) override;
     /// @return the value once more: false says that it is 0.
     bool Get(eParam_t id, unsigned int& value) override;
@@ -149,6 +160,8 @@ class ConfigCache : public Config, public ConfigEventListener {
   private:
     enum class Volatility : uint8_t { Unknown = 0, Volatile = 1, NotVolatile = 2 };
 
+    bool HasAlready(eParam_t id, unsigned int value);
+    bool HasAlready(eParam_t id, const std::string& data);
     Volatility KnownVolatility(eParam_t id) const;
     bool LearnVolatility(eParam_t id, Volatility volatility);
     bool RememberPassedOn(bool accepted, ConfigEventListener* listener);

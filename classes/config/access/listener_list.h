@@ -51,6 +51,10 @@ class ListenerList {
     /// Hold no lock that a callback takes.
     void WaitForDelivery() { const std::lock_guard turn(m_delivery); }
 
+    /// Deliveries wait meanwhile. Taken before an event leaves its queue, so that the event cannot outlast
+    /// WaitForDelivery and reach a listener that came later.
+    [[nodiscard]] std::unique_lock<std::recursive_mutex> TakeTurn() { return std::unique_lock(m_delivery); }
+
     /// Calls every listener, in the order of registration. One that throws is reported and the others are
     /// still called.
     template <class Call>

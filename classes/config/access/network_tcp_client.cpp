@@ -50,7 +50,9 @@ void NetworkTCPClient::ProcessEvents()
     auto& stream = static_cast<StreamReplies&>(*m_replies);
     Message message;
     StreamReplies::End end;
-    while ((end = stream.AwaitEvent(message)) == StreamReplies::End::kNone && !m_stopEvents) {
+    while ((end = stream.AwaitEvent()) == StreamReplies::End::kNone && !m_stopEvents) {
+        const auto turn = m_listeners.TakeTurn();
+        if (!stream.TakeEvent(message)) continue;
         const auto event = message.As<XCONFIGMGR_RESPONSE_T>();
         std::string text;
         if (message.type == XCFG_PARAM_CHANGED_EVENT)

@@ -134,7 +134,18 @@ bool NetworkUDPClient::RegisterForEvents()
         if (!socket->create() || !socket->bind(kMulticastPort)) return false;
         m_eventSocket = std::move(socket);
     }
+    DropEvents();
     return EventSocket().add_membership(kMulticastGroup, kMulticastInterface);
+}
+
+/// What is waiting was meant for earlier listeners: one that comes now must not hear old values after reading the
+/// current ones.
+void NetworkUDPClient::DropEvents()
+{
+    char old[kMaxMessageBytes];
+    for (size_t i = 0; i < kMaxQueuedEvents && EventSocket().recv_now(old, sizeof old) != -1; ++i) continue;
+    const std::lock_guard hold(m_queueLock);
+    m_queue.clear();
 }
 
 bool NetworkUDPClient::UnregisterForEvents()
@@ -227,6 +238,10 @@ void NetworkUDPClient::ResponseQueueHandler()
             m_queueChanged.wait(hold);
             continue;
         }
+        hold.unlock();
+        const auto turn = m_listeners.TakeTurn();
+        hold.lock();
+        if (m_queue.empty()) continue;
         const XCONFIGMGR_RESPONSE_T event = m_queue.front();
         m_queue.pop_front();
         if (m_queue.empty()) m_eventsDropped = false;

@@ -38,6 +38,7 @@ class NetworkUDPClient final : public NetworkClient {
     virtual bool IsDirty(eParam_t, eConfigID_t) { return false; }
 
   private:
+    void DropEvents();
     void ResponseQueueHandler();
     bool ProcessEvent(const char* data, size_t length);
     void Enqueue(const XCONFIGMGR_RESPONSE_T& event);

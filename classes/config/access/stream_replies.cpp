@@ -63,7 +63,7 @@ ReplyResult StreamReplies::Await(unsigned int timeoutMs, Message& reply)
     return ReplyResult::kTimedOut;
 }
 
-StreamReplies::End StreamReplies::AwaitEvent(Message& event)
+StreamReplies::End StreamReplies::AwaitEvent()
 {
     std::unique_lock hold(m_lock);
     while (m_events.empty() && m_end == End::kNone) {
@@ -72,11 +72,17 @@ StreamReplies::End StreamReplies::AwaitEvent(Message& event)
         else
             Read(hold, [] { return true; });
     }
-    if (m_events.empty() || m_end == End::kStopped) return m_end;
+    return m_events.empty() || m_end == End::kStopped ? m_end : End::kNone;
+}
+
+bool StreamReplies::TakeEvent(Message& event)
+{
+    const std::lock_guard hold(m_lock);
+    if (m_events.empty()) return false;
     event = std::move(m_events.front());
     m_events.pop_front();
     if (m_events.empty()) m_eventsDropped = false;
-    return End::kNone;
+    return true;
 }
 
 uint32_t StreamReplies::EndCode() const
@@ -211,6 +217,8 @@ void StreamReplies::Route(Message message)
         }
         m_events.push_back(std::move(message));
     } else if (message.type == m_match.type) {
+        // No event follows until somebody listens again, who must not hear old values after the current ones.
+        if (message.type == XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE) m_events.clear();
         m_reply = std::move(message);
     } else if (message.type == XCFG_SET_STREAM_PARAM_RESPONSE) {
         const auto response = message.As<XCONFIGMGR_RESPONSE_T>();

@@ -25,9 +25,11 @@ class StreamReplies : public ReplySource {
     ReplyResult Await(unsigned int timeoutMs, Message& reply) override;
     void Stop() override;
 
-    /// Waits for the next event. One thread at a time.
-    /// @return kNone with an event; else why none will come.
-    End AwaitEvent(Message& event);
+    /// Waits until there is an event. One thread at a time.
+    /// @return kNone when there is; else why none will come.
+    End AwaitEvent();
+    /// @return false when a removal of the last listener has taken it away meanwhile.
+    bool TakeEvent(Message& event);
     /// The type for End::kUnknownType, the error number for End::kFailed.
     uint32_t EndCode() const;
 

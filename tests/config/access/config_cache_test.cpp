@@ -171,13 +171,35 @@ struct SlowListener : RecordingListener {
     bool ParamChanged(eParam_t id, unsigned int value, timeval time) override
     {
         inside = true;
-        for (int n = 0; n < 1000; ++n) std::this_thread::yield();
-        if (action) action();
+        if (action)
+            action();
+        else
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));  // a removal is to come meanwhile
         return RecordingListener::ParamChanged(id, value, time);
     }
     std::atomic<bool> inside = false;
     std::function<void()> action;
 };
+
+TEST(ConfigCache, TheEventOfAnOldWriteDoesNotKeepANewOneFromTheStore)
+{
+    TestStore store;  // its events come late
+    ConfigCache cache(&*store);
+    for (const unsigned int value : {3u, 4u, 3u, 4u}) cache.Set(eParamID_Take, value);
+    cache.ParamChanged(eParamID_Take, 3u, kTime);
+    EXPECT_TRUE(cache.Set(eParamID_Take, 3u));
+    EXPECT_EQ(store->Get(eParamID_Take), 3u);
+    std::string old = "old", last = "last", data;
+    for (std::string* const value : {&old, &last}) cache.SetData(eParamID_TestData, *value);
+    cache.DataChanged(eParamID_TestData, old, kTime);
+    EXPECT_TRUE(cache.SetData(eParamID_TestData, old));
+    EXPECT_TRUE(store->GetData(eParamID_TestData, data));
+    EXPECT_EQ(data, "old");
+
+    cache.ParamChanged(eParamID_Take, 2u, kTime);  // what somebody else has written
+    store->Set(eParamID_Take, 2u);
+    EXPECT_EQ(StderrOf([&] { EXPECT_TRUE(cache.Set(eParamID_Take, 2u)); }), kSuppressed);
+}
 
 TEST(ConfigCache, AroundAStore)
 {

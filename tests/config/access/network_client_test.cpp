@@ -222,6 +222,54 @@ TEST_F(NetworkClientTest, ListenersAreRegisteredOnceAndMayUseTheClient)
     StderrOf([&] { m_factory.Disconnect(client); });
 }
 
+TEST_F(NetworkClientTest, AListenerThatComesLaterDoesNotHearOldValues)
+{
+    const auto event = [](uint32_t value) {
+        net::XCONFIGMGR_REQUEST_T about;
+        about.paramID = kNumber;
+        return ReplyTo(about, XCFG_PARAM_CHANGED_EVENT, value);
+    };
+    ScriptedServer server(SOCK_STREAM, [&](ScriptedPeer& peer) {
+        peer.Connect();
+        EXPECT_EQ(peer.Receive(28).msgtype, static_cast<uint32_t>(XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST));
+        peer.Send(event(1) + event(2) + event(3));
+        net::XCONFIGMGR_CONNECTION_RESPONSE_T removed;
+        static_cast<net::MessagePrefix&>(removed) = peer.Receive(28);
+        removed.msgtype = XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE;
+        peer.Send(net::MessageBytes(removed));
+        peer.Receive(28);
+        peer.Send(event(4));
+        ServeUntilDisconnect(peer);
+    });
+    net::NetworkClient* const client = Connect(server);
+    ASSERT_NE(client, nullptr);
+    struct Successor : RecordingListener {
+        using RecordingListener::ParamChanged;
+        bool ParamChanged(eParam_t id, unsigned int value, timeval time) override
+        {
+            RecordingListener::ParamChanged(id, value, time);
+            heard.set_value();
+            return true;
+        }
+        std::promise<void> heard;
+    } successor;
+    struct First : RecordingListener {
+        using RecordingListener::ParamChanged;
+        bool ParamChanged(eParam_t, unsigned int, timeval) override
+        {
+            return client->RemoveConfigEventListener(this) && client->AddConfigEventListener(successor);
+        }
+        net::NetworkClient* client;
+        ConfigEventListener* successor;
+    } first;
+    first.client = client;
+    first.successor = &successor;
+    EXPECT_TRUE(client->AddConfigEventListener(&first));
+    successor.heard.get_future().wait();
+    EXPECT_THAT(successor.Heard(), ElementsAre("int 5c010000=4"));
+    StderrOf([&] { m_factory.Disconnect(client); });
+}
+
 TEST_F(NetworkClientTest, SendingReadsWhileNobodyElseDoes)
 {
     constexpr unsigned int kChanges = 200'000;  // in either direction more than any buffer holds
