@@ -36,10 +36,19 @@ bool IsRegistryEmpty()
 
 }  // namespace
 
+/// All of them or none: without memory for one, the next call tries again.
 void ClassFactory::InitFactories()
 {
     SemaphoreHelper hold(initLock);
-    if (IsRegistryEmpty()) RegisterStandardFactories();
+    if (!IsRegistryEmpty()) return;
+    try {
+        RegisterStandardFactories();
+    } catch (...) {
+        SemaphoreHelper holdRegistry(registryLock);
+        for (const auto& [id, factory] : registry) delete factory;
+        registry.clear();
+        throw;
+    }
 }
 
 void ClassFactory::Register(ClassFactory* factory)
