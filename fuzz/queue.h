@@ -1,0 +1,45 @@
+/// The queue of a client.
+#pragma once
+
+#include <fcntl.h>
+
+#include <algorithm>
+
+#include "config/access/connection_utilities.h"
+#include "config/access/message_queue.h"
+#include "fuzz/harness.h"
+
+namespace mq = vexa::config::access;
+
+/// Of process 1, which always lives: the daemon removes the queues of those that do not.
+constexpr uint32_t kConnection = 1 << 16 | 1;
+
+inline std::string ClientQueueName()
+{
+    return mq::ConnectionUtilities::GetQueueName(kConnection);
+}
+
+/// A new one.
+inline mqd_t MakeClientQueue()
+{
+    mq_unlink(ClientQueueName().c_str());
+    const mqd_t queue = mq::CreateQueue(ClientQueueName(), O_RDWR);
+    Require(queue != -1, "there is a queue");
+    return queue;
+}
+
+/// What a queue takes of a message, if it takes one now.
+inline void SendNow(mqd_t queue, const std::string& message)
+{
+    mq_attr attributes{};
+    mq_getattr(queue, &attributes);
+    const size_t length = std::min(message.size(), static_cast<size_t>(attributes.mq_msgsize));
+    mq::SendMessage(queue, message.data(), length, 0, mq::QueueDeadline(0));
+}
+
+template <class Record>
+std::string RecordBytes(const Record& record)
+{
+    const auto bytes = wire::Encode<wire::HostOrder>(record);
+    return {bytes.data(), bytes.size()};
+}
