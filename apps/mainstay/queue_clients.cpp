@@ -78,16 +78,16 @@ bool QueueClients::Open(uint32_t connectionID)
         fprintf(stderr, "mainstay: too many clients for %s\n", name.c_str());
         return false;
     }
-    Client client;
+    Client& client = m_clients[connectionID];  // first: a descriptor without an entry would be lost
     client.queue = mq_open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     mq_attr attributes{};
     if (client.queue == -1 || mq_getattr(client.queue, &attributes) != 0) {
         fprintf(stderr, "mainstay: cannot open the queue %s of a client: %s\n", name.c_str(),
                 strerror(errno));
+        Drop(m_clients.find(connectionID));
         return false;
     }
     client.messageBytes = static_cast<size_t>(attributes.mq_msgsize);
-    m_clients[connectionID] = std::move(client);
     return true;
 }
 

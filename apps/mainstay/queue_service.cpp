@@ -70,16 +70,15 @@ QueueService::~QueueService()
 bool QueueService::OpenQueue()
 {
     const mqd_t queue = mq::CreateQueue(mq::kRequestQueue, O_RDWR);
-    if (queue == -1) {
-        fprintf(stderr, "mainstay: cannot open the queue %s: %s\n", mq::kRequestQueue, strerror(errno));
-        return false;
-    }
     mq_attr attributes{};
     struct stat status {};
-    if (flock(queue, LOCK_EX | LOCK_NB) != 0 || mq_getattr(queue, &attributes) != 0 ||
+    if (queue == -1 || flock(queue, LOCK_EX | LOCK_NB) != 0 || mq_getattr(queue, &attributes) != 0 ||
         fstat(queue, &status) != 0) {
-        fprintf(stderr, "mainstay: another daemon serves the queue %s\n", mq::kRequestQueue);
-        mq_close(queue);
+        if (queue != -1 && errno == EWOULDBLOCK)
+            fprintf(stderr, "mainstay: another daemon serves the queue %s\n", mq::kRequestQueue);
+        else
+            fprintf(stderr, "mainstay: cannot open the queue %s: %s\n", mq::kRequestQueue, strerror(errno));
+        if (queue != -1) mq_close(queue);
         return false;
     }
     // Without a name it was removed meanwhile, by a daemon that ended.

@@ -14,9 +14,8 @@ constexpr const char* kFooter =
     "5 stored but corrected, 6 cannot connect, 7 no answer in time. The shell ends with that of its first "
     "failing command.";
 
-ExitStatus Run(int argc, char** argv)
+ExitStatus Parse(Session& session, int argc, char** argv)
 {
-    Session session;
     ExitStatus status = ExitStatus::kDone;
     CLI::App app("Reads, changes and watches the parameters of a device.", "vexactl");
     app.footer(kFooter);
@@ -44,11 +43,22 @@ ExitStatus Run(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         session.Complain(Explain(app, error) + "; \"vexactl --help\" shows how it is used");
         return ExitStatus::kUsage;
+    }
+    return status;
+}
+
+ExitStatus Run(int argc, char** argv)
+{
+    Session session;
+    try {
+        return Parse(session, argc, argv);
     } catch (const ConnectionError& error) {
         session.Complain(error.what());
         return error.status;
+    } catch (const std::exception& error) {  // no memory: what was asked for is not known
+        session.Complain(error.what());
+        return ExitStatus::kCannotConnect;
     }
-    return status;
 }
 
 }  // namespace

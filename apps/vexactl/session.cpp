@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 
 #include "config/access/config_factory_impl.h"
@@ -25,6 +26,9 @@ namespace {
 
 /// Readable after SIGINT or SIGTERM, once HoldInterrupts was called.
 int interrupted = -1;
+
+/// The session, while there is one.
+Session* running = nullptr;
 
 /// On whatever thread the signal arrives: those that the C library starts take all of them.
 void NoteInterrupt(int)
@@ -104,11 +108,27 @@ class Watcher : public ConfigEventListener {
     std::atomic<unsigned int> m_told = 0;
 };
 
-Session::Session() = default;
+Session::Session()
+{
+    running = this;
+    // The library ends a process that it cannot serve, with a status that a script would misunderstand.
+    atexit([] {
+        if (!running) return;
+        running->Complain((running->m_config ? "lost the connection to " : "cannot connect to ") +
+                          running->Place());
+        _exit(static_cast<int>(ExitStatus::kCannotConnect));
+    });
+}
 
 Session::~Session()
 {
-    Disconnect();
+    try {
+        Disconnect();
+    } catch (const std::exception&) {  // not even memory for what a time-out would say
+        m_watcher.reset();
+        if (m_config) m_disconnect();
+    }
+    running = nullptr;
     if (m_catalogue) ConfigFactoryImpl::GetInstance()->Disconnect(m_catalogue);
 }
 

@@ -63,6 +63,9 @@ ExitStatus RunCommand(Session& session, std::vector<std::string> words, bool& qu
         session.Complain(error.what());
         session.Disconnect();
         status = error.status;
+    } catch (const std::exception& error) {  // no memory for this command
+        session.Complain(error.what());
+        status = ExitStatus::kCannotConnect;
     }
     return status;
 }

@@ -26,6 +26,9 @@ enum Call {
     kMqReceive,
     kMqTimedreceive,
     kMqGetattr,
+    kMqSetattr,
+    kMqNotify,
+    kFlock,
     kPthreadCreate,
     kNew,
     kCalls

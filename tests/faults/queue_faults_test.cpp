@@ -59,6 +59,23 @@ TEST(MainstayQueueFaults, ADaemonThatCannotStartSaysWhy)
     }
 }
 
+/// Only a lock that somebody holds tells of another daemon. The queue stays: it may be that one's.
+TEST(MainstayQueueFaults, AQueueThatCannotBeLockedIsLeftAlone)
+{
+    const std::pair<int, std::string> rows[] = {
+        {EWOULDBLOCK, "mainstay: another daemon serves the queue /mainstay\n"},
+        {ENOLCK, kQueueFailed + "No locks available\n"},
+    };
+    for (const auto& [error, message] : rows) {
+        Faults faults;
+        faults.Arm({kFlock, error});
+        const ProgramResult result = RunProgram({MAINSTAY, "--no-tcp", "--no-udp"}, "", faults.Environment());
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.err, HasSubstr(message));
+        EXPECT_EQ(mq_unlink("/mainstay"), 0);
+    }
+}
+
 class MainstayQueueFaulty : public testing::Test {
   protected:
     MainstayQueueFaulty() : m_daemon({MAINSTAY, "--tcp-port", "0", "--no-udp"}, "", m_faults.Environment())

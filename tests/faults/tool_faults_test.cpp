@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include "config/access/network_payload.h"
+#include "config/config_value.h"
 #include "faults/faults.h"
 #include "support/program.h"
 
@@ -9,6 +11,12 @@ using namespace faults;
 using testing::HasSubstr;
 
 namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__powerpc__)
+constexpr int kStep = 5;  // between the allocations that fail: each needs a run, which is slow here
+#else
+constexpr int kStep = 1;
+#endif
 
 struct Row {
     std::string transport;
@@ -18,6 +26,16 @@ struct Row {
     std::string verb = "get";
 };
 
+/// The tool, over the network with a configuration of this process. @param transport  tcp, udp or mq.
+std::vector<std::string> CommandOver(const std::string& transport, const Program& daemon)
+{
+    if (transport == "mq") return {VEXACTL, "--verbose", "--timeout", "20", "--mq"};
+    const int port = NumberAfter(transport == "tcp" ? "TCP port " : "UDP port ", daemon.Err());
+    return {VEXACTL, "--verbose", "--timeout", "20",
+            "--uri=" + transport + "://127.0.0.1:" + std::to_string(port) +
+                "/configid=" + std::to_string(getpid())};
+}
+
 /// The tool, with calls that fail, at a daemon where nothing does.
 void RunRows(const std::vector<Row>& rows, Program& daemon)
 {
@@ -25,12 +43,7 @@ void RunRows(const std::vector<Row>& rows, Program& daemon)
     for (const Row& row : rows) {
         SCOPED_TRACE(row.transport + ", call " + std::to_string(row.failure.call) + ", " +
                      strerror(row.failure.error) + ", after " + std::to_string(row.failure.skip));
-        std::vector<std::string> command{VEXACTL, "--verbose", "--timeout", "20", "--mq"};
-        if (row.transport != "mq") {
-            const int port = NumberAfter(row.transport == "tcp" ? "TCP port " : "UDP port ", daemon.Err());
-            command.back() = "--uri=" + row.transport + "://127.0.0.1:" + std::to_string(port) +
-                             "/configid=" + std::to_string(getpid());
-        }
+        auto command = CommandOver(row.transport, daemon);
         command.insert(command.end(), {row.verb, "RegisterSave", "ReelName"});
         Faults faults;
         faults.Arm(row.failure);
@@ -69,6 +82,7 @@ TEST(ToolFaults, OverTheNetwork)
             {"tcp", {kRecv, ECONNRESET}, 6, "NetworkClient::ConfirmConnection - receive failed\n"},
             {"tcp", {kRecv, ECONNRESET, 1, 1}, 6, "NetworkClient::Get - receive failed\n" + lost},
             {"tcp", {kPoll, ENOMEM}, 6, "Socket::read_select: Cannot allocate memory\n"},
+            {"tcp", {kPoll, ENOMEM, 1, 1}, 6, "NetworkClient::Get - receive failed\n" + lost},
             {"tcp", {kPthreadCreate, EAGAIN}, 6, deaf, "watch"},
             {"udp", {kRecv, EINTR, 3}, 0, ""},
             {"udp", {kPthreadCreate, EAGAIN}, 6, "to make a client: Resource temporarily unavailable\n"},
@@ -91,6 +105,7 @@ TEST(MainstayQueueToolFaults, OverTheQueues)
             {"mq", {kPoll, EINTR, 3}, 0, ""},
             {"mq", {kMqOpen, EMFILE, 1, 3}, 0, ""},  // repeated, or done without
             {"mq", {kMqOpen, EMFILE}, 6, "vexactl: cannot connect to the queue /mainstay\n"},
+            {"mq", {kMqOpen, EMFILE, 1, 1}, 6, "vexactl: cannot connect to the queue /mainstay\n"},
             {"mq", {kMqOpen, EMFILE, 3, 2}, 6, noQueue + "Too many open files\n"},
             {"mq", {kMqOpen, ENOSPC, 1, 2}, 6, noQueue + "No space left on device\n"},
             {"mq", {kMqOpen, EACCES, 1, 2}, 6, noQueue + "Permission denied\n"},
@@ -103,5 +118,98 @@ TEST(MainstayQueueToolFaults, OverTheQueues)
         },
         daemon);
 }
+
+/// Without a notification, events are met when the watch asks whether the daemon is still there.
+TEST(MainstayQueueToolFaults, AWatchWithoutNotificationHearsLater)
+{
+    Program daemon({MAINSTAY, "--no-tcp", "--no-udp"}, "", {"PRODUCT_ID=OAK"});
+    daemon.WaitForOutput("mainstay: ready");
+    for (const Call call : {kMqSetattr, kMqNotify}) {
+        Faults faults;
+#ifdef __SANITIZE_THREAD__
+        if (call == kMqNotify) continue;  // asked of the kernel itself
+#endif
+        faults.Arm({call, EBADF});
+        Program watch({VEXACTL, "--verbose", "--mq", "watch", "--count", "1"}, "", faults.Environment());
+        watch.WaitForOutput(call == kMqNotify ? "EnableMQEvents - mq_notify (enable): Bad file descriptor\n"
+                                              : "EnableMQEvents - mq_setattr failed to set O_NONBLOCK on");
+        EXPECT_EQ(RunProgram({VEXACTL, "--mq", "set", "RegisterSave", "7"}).status, 0);
+        const ProgramResult result = watch.Wait();
+        EXPECT_EQ(result.status, 0);
+        EXPECT_THAT(result.out, HasSubstr("  RegisterSave = 7\n"));
+    }
+    daemon.Signal(SIGTERM);
+    EXPECT_EQ(daemon.Wait().status, 0);
+}
+
+class ToolWithoutMemory : public testing::TestWithParam<const char*> {
+  protected:
+    ToolWithoutMemory()
+    {
+        m_daemon.WaitForOutput("mainstay: ready");
+        m_command = CommandOver(GetParam(), m_daemon);
+    }
+
+    Program m_daemon{{MAINSTAY, "--no-mq", "--tcp-port", "0", "--udp-port", "0"}, "", {"PRODUCT_ID=OAK"}};
+    std::vector<std::string> m_command;
+};
+
+/// The allocations from the first socket on, one after the other.
+TEST_P(ToolWithoutMemory, DoesAllOrSaysThatItFailed)
+{
+    constexpr int kOfTheMessage = 20;  // allocations, at most, of a tool that gets no socket
+    m_command.insert(m_command.end(), {"set", "ReelName", "a text that does not fit into its object"});
+    const ProgramResult whole = RunProgram(m_command, "", {"PRODUCT_ID=OAK"});
+    Faults noSocket;
+    noSocket.Arm({kSocket, EMFILE});
+    RunProgram(m_command, "", noSocket.Environment());
+    bool failed = true;
+    for (int skip = noSocket.Begun(kNew) - kOfTheMessage; failed; skip += kStep) {
+        SCOPED_TRACE("allocation " + std::to_string(skip));
+        Faults faults;
+        faults.Arm({kNew, ENOMEM, 1, skip});
+        const ProgramResult result = RunProgram(m_command, "", faults.Environment());
+        failed = faults.Failed(kNew) > 0;
+        if (failed && result.status != 0)
+            EXPECT_TRUE(result.status == 6 && result.err.find("vexactl: ") != std::string::npos)
+                << result.status << result.err;
+        else
+            EXPECT_EQ(result.out, whole.out) << result.err;
+    }
+}
+
+/// Each allocation that two changes lead to.
+TEST_P(ToolWithoutMemory, AWatchGoesOnOrSaysThatItFailed)
+{
+    StringValue text(getpid(), eParamID_ReelName, eCParam_StringValue, "more than fits into its object");
+    const std::string payload = vexa::corvalis::config::access::WritePayload(&text);
+    RawPeer peer(NumberAfter("UDP port ", m_daemon.Err()), SOCK_DGRAM);
+    peer.Ask(RequestWords(16, getpid(), 0), 13);
+    m_command.push_back("watch");
+    bool failed = true;
+    for (int skip = 0; failed; skip += kStep) {
+        SCOPED_TRACE("allocation " + std::to_string(skip));
+        Faults faults;
+        Program watch(m_command, "", faults.Environment());
+        const auto tells = [&](uint32_t value) {
+            peer.Send(RequestWords(81, getpid(), eParamID_RegisterSave, value));
+            return watch.Out().find("RegisterSave = " + std::to_string(value) + "\n") != std::string::npos;
+        };
+        ASSERT_TRUE(Eventually([&] { return tells(1); }));
+        faults.Arm({kNew, ENOMEM, 1, skip});
+        const auto size = static_cast<uint32_t>(payload.size());
+        peer.Send(NetworkBytes(RequestWords(113, getpid(), eParamID_ReelName, 0, size)) + payload);
+        EXPECT_TRUE(Eventually([&] { return faults.Failed(kNew) > 0 || tells(5); }));
+        failed = faults.Failed(kNew) > 0;
+        faults.Disarm(kNew);
+        const auto complains = [&] { return watch.Err().find("vexactl: ") != std::string::npos; };
+        EXPECT_TRUE(Eventually([&] { return tells(9) || complains(); })) << watch.Err();
+        watch.Signal(SIGINT);
+        const ProgramResult result = watch.Wait();
+        EXPECT_EQ(result.status, result.err.find("vexactl: ") == std::string::npos ? 0 : 6) << result.err;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Over, ToolWithoutMemory, testing::Values("tcp", "udp"));
 
 }  // namespace

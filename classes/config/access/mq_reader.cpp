@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <new>
 #include <system_error>
 
 namespace vexa::config::access {
@@ -60,7 +61,10 @@ MQReader::Exchange::~Exchange()
     if (!m_mayCome) return;
     auto& abandoned = m_reader.m_abandoned;
     if (abandoned.size() == kMaxAbandoned) abandoned.pop_front();
-    abandoned.push_back(m_requestID);
+    try {
+        abandoned.push_back(m_requestID);
+    } catch (const std::bad_alloc&) {  // a late answer will be taken for somebody else's
+    }
 }
 
 MQReader::Result MQReader::Exchange::Await(const QueueDeadline& deadline, MQMessage& answer)
@@ -260,7 +264,11 @@ MQReader::Result MQReader::Read(Hold& hold, const QueueDeadline* deadline)
     hold.lock();
     m_reading = m_blocked = false;
     if (count >= 0) {
-        if (!m_stopped) Route(MQMessage::Decode(m_buffer.data(), static_cast<size_t>(count)));
+        try {
+            if (!m_stopped) Route(MQMessage::Decode(m_buffer.data(), static_cast<size_t>(count)));
+        } catch (const std::bad_alloc&) {
+            fputs("PosixMQClient - a message is lost for want of memory\n", stderr);
+        }
         return Result::kReceived;
     }
     errno = error == EAGAIN ? ETIMEDOUT : error;

@@ -105,6 +105,13 @@ bool NetworkClient::SendOnly(const std::string& request)
     return false;
 }
 
+bool NetworkClient::Failed(const char* operation)
+{
+    fprintf(stderr, "NetworkClient::%s - ended by an exception\n", operation);
+    m_reachable = false;
+    return false;
+}
+
 void NetworkClient::EndProcess(const char* operation)
 {
     const int error = errno;
@@ -176,7 +183,7 @@ NetworkClient::Outcome NetworkClient::Receive(char* bytes, unsigned int length)
 
 /// Nothing can precede this reply, so whatever comes is taken for it.
 bool NetworkClient::ConfirmConnection()
-{
+try {
     SemaphoreHelper hold(m_exchangeLock);
     XCONFIGMGR_CONNECTION_RESPONSE_T response;
     Outcome outcome = Outcome::kNotSent;
@@ -186,22 +193,26 @@ bool NetworkClient::ConfirmConnection()
         Decode(bytes, sizeof bytes, response);
     }
     return FinishHandshake("ConfirmConnection", XCFG_CONNECT_REQUEST, outcome, response);
+} catch (...) {
+    return Failed("ConfirmConnection");
 }
 
 bool NetworkClient::ConfirmDisconnect()
-{
+try {
     Message reply;
     const Outcome outcome =
         Exchange(MessageBytes(Prefix(XCFG_DISCONNECT_REQUEST)),
                  {XCFG_DISCONNECT_RESPONSE, 0, m_connectionID, {}}, kDisconnectTimeoutMs, reply);
     return FinishHandshake("ConfirmDisconnect", XCFG_DISCONNECT_REQUEST, outcome,
                            reply.As<XCONFIGMGR_CONNECTION_RESPONSE_T>());
+} catch (...) {
+    return Failed("ConfirmDisconnect");
 }
 
 // Config
 
 unsigned int NetworkClient::Get(eParam_t id)
-{
+try {
     if (!Knows(id, "NetworkClient::Get(eParam_t)")) return 0;
     Message reply;
     const Outcome outcome = Exchange(Request(XCFG_GET_PARAM_REQUEST, id), XCFG_GET_PARAM_RESPONSE, reply);
@@ -210,6 +221,8 @@ unsigned int NetworkClient::Get(eParam_t id)
     if (response.error == 0) return response.value;
     fputs("NetworkClient::Get - response message indicated an error\n", stderr);
     return 0;
+} catch (...) {
+    return Failed("Get");
 }
 
 bool NetworkClient::Get(eParam_t id, unsigned int& value)
@@ -219,7 +232,7 @@ bool NetworkClient::Get(eParam_t id, unsigned int& value)
 }
 
 bool NetworkClient::Get(eParam_t id, std::string& value)
-{
+try {
     if (!Knows(id, "NetworkClient::Get(eParam_t, std::string)")) return false;
     Message reply;
     const Outcome outcome =
@@ -241,10 +254,12 @@ bool NetworkClient::Get(eParam_t id, std::string& value)
     if (ReadText(reply, value)) return true;
     fputs("NetworkClient::Get - warning! deserialized non-StringValue\n", stderr);
     return false;
+} catch (...) {
+    return Failed("Get");
 }
 
 bool NetworkClient::Set(eParam_t id, unsigned int value, timeval time)
-{
+try {
     if (!Knows(id, "NetworkClient::Set(eParam_t)")) return false;
     auto request = Request(XCFG_SET_PARAM_REQUEST, id);
     request.value = value;
@@ -252,6 +267,8 @@ bool NetworkClient::Set(eParam_t id, unsigned int value, timeval time)
     if (SendOnly(MessageBytes(request))) return true;
     fputs("NetworkClient::Set - send failed\n", stderr);
     return false;
+} catch (...) {
+    return Failed("Set");
 }
 
 bool NetworkClient::ReadText(const Message& message, std::string& text) const
@@ -278,11 +295,13 @@ std::string NetworkClient::WithStringPayload(eParam_t id, const std::string& val
 }
 
 bool NetworkClient::Set(eParam_t id, std::string value, timeval time)
-{
+try {
     if (!Knows(id, "NetworkClient::Set(eParam_t, std::string)")) return false;
     if (SendOnly(WithStringPayload(id, value, time))) return true;
     fputs("NetworkClient::Set: socket send failed (stream data)\n", stderr);
     return false;
+} catch (...) {
+    return Failed("Set");
 }
 
 ParamDescriptor* NetworkClient::GetParamDescriptor(eParam_t id)
@@ -312,8 +331,12 @@ bool NetworkClient::AddConfigEventListener(ConfigEventListener* listener)
         m_registered = stream ? RegisterForEvents(eParam_t{}) : RegisterForEvents();
         if (!m_registered) return false;
     }
-    m_listeners.Append(listener);  // before the thread starts, or it might miss the first event
-    if (StartEventsThread()) return true;
+    try {
+        m_listeners.Append(listener);  // before the thread starts, or it might miss the first event
+        if (StartEventsThread()) return true;
+    } catch (...) {
+        Failed("AddConfigEventListener");
+    }
     m_listeners.Erase(listener);
     return false;
 }

@@ -22,6 +22,7 @@ namespace vexa::corvalis::config::access {
 /// A Get whose reply does not come within a minute ends the process, deliberately: an application of the
 /// device cannot go on without its configuration server. A reply that cannot come any more, because the
 /// connection is gone, only fails. Numbers, parameters and descriptors are this process's own catalogue's.
+/// Nothing is thrown at the caller of a request: without memory it fails, after one line.
 /// Thread: any. Listeners are called on the client's own threads, one at a time, and may use the client.
 class NetworkClient : public Config {
   public:
@@ -90,6 +91,8 @@ class NetworkClient : public Config {
     /// Whether a Get was answered; if not, prints one line. Without an answer in time it ends the process.
     /// @param operation, fatal  what the lines begin with.
     bool HasReply(Outcome outcome, const char* operation, const char* fatal);
+    /// For an operation that ends by an exception, for want of memory: prints one line. @return false.
+    bool Failed(const char* operation);
     /// Whether the parameter exists; if not, prints one line that names the operation.
     bool Knows(eParam_t id, const char* operation);
     std::string WithStringPayload(eParam_t id, const std::string& value, timeval time) const;

@@ -98,7 +98,7 @@ try {
 std::atomic<unsigned int> NetworkFactory::s_connection_counter = 0;
 
 NetworkClient* NetworkFactory::Connect(std::string uri)
-{
+try {
     const unsigned int connectionID =
         s_connection_counter++ << 16 | (static_cast<unsigned>(getpid()) & 0xFFFF);
     url parts;
@@ -117,6 +117,9 @@ NetworkClient* NetworkFactory::Connect(std::string uri)
     fprintf(stderr, "NetworkFactory::Connect - failed to confirm connection with host %s\n",
             parts.address.c_str());
     delete client;
+    return nullptr;
+} catch (const std::bad_alloc&) {
+    fputs("NetworkFactory::Connect - no memory\n", stderr);
     return nullptr;
 }
 

@@ -24,12 +24,14 @@ std::string NetworkTCPClient::ListenerRequest(eMessageType_t type, eParam_t id) 
 }
 
 bool NetworkTCPClient::RegisterForEvents(eParam_t id)
-{
+try {
     return SendOnly(ListenerRequest(XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, id));
+} catch (...) {
+    return Failed("RegisterForEvents");
 }
 
 bool NetworkTCPClient::UnregisterForEvents()
-{
+try {
     Message reply;
     const ReplyMatch removed{XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE, 0, m_connectionID, {}};
     if (Exchange(ListenerRequest(XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, {}), removed, ReplyTimeout(),
@@ -43,25 +45,33 @@ bool NetworkTCPClient::UnregisterForEvents()
     if (error == 0) return true;
     fprintf(stderr, "NetworkTCPClient::UnregisterForEvents - error = %d\n", error);
     return false;
+} catch (...) {
+    return Failed("UnregisterForEvents");
+}
+
+/// The next event, unless it was taken away. Without memory it alone is lost.
+void NetworkTCPClient::ProcessEvent(StreamReplies& stream)
+try {
+    const auto turn = m_listeners.TakeTurn();
+    Message message;
+    if (!stream.TakeEvent(message)) return;
+    const auto event = message.As<XCONFIGMGR_RESPONSE_T>();
+    std::string text;
+    if (message.type == XCFG_PARAM_CHANGED_EVENT)
+        Deliver(event);
+    else if (ReadText(message, text))
+        Deliver(event, text);
+    else
+        fprintf(stderr, "NetworkTCPClient::ProcessEvents - no text for paramid 0x%08X\n", event.paramID);
+} catch (...) {
+    fputs("NetworkTCPClient::ProcessEvents - an event was lost by an exception\n", stderr);
 }
 
 void NetworkTCPClient::ProcessEvents()
 {
     auto& stream = static_cast<StreamReplies&>(*m_replies);
-    Message message;
     StreamReplies::End end;
-    while ((end = stream.AwaitEvent()) == StreamReplies::End::kNone && !m_stopEvents) {
-        const auto turn = m_listeners.TakeTurn();
-        if (!stream.TakeEvent(message)) continue;
-        const auto event = message.As<XCONFIGMGR_RESPONSE_T>();
-        std::string text;
-        if (message.type == XCFG_PARAM_CHANGED_EVENT)
-            Deliver(event);
-        else if (ReadText(message, text))
-            Deliver(event, text);
-        else
-            fprintf(stderr, "NetworkTCPClient::ProcessEvents - no text for paramid 0x%08X\n", event.paramID);
-    }
+    while ((end = stream.AwaitEvent()) == StreamReplies::End::kNone && !m_stopEvents) ProcessEvent(stream);
     m_reachable = false;
     if (m_stopEvents) {
         fputs("NetworkTCPClient::ProcessEvents - end\n", stderr);

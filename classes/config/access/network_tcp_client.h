@@ -5,6 +5,8 @@
 
 namespace vexa::corvalis::config::access {
 
+class StreamReplies;
+
 /// Data values do not travel over TCP: GetData and SetData are those of Config, which end the process.
 class NetworkTCPClient final : public NetworkClient {
   public:
@@ -17,6 +19,7 @@ class NetworkTCPClient final : public NetworkClient {
     void ProcessEvents() override;
 
   private:
+    void ProcessEvent(StreamReplies& stream);
     std::string ListenerRequest(eMessageType_t type, eParam_t id) const;
 };
 

@@ -345,7 +345,7 @@ bool NetworkTCPConnection::ParamChanged(eParam_t id, unsigned int value, timeval
 }
 
 bool NetworkTCPConnection::ParamChanged(eParam_t id, std::string, timeval time)
-{
+try {
     {
         SemaphoreHelper hold(m_stream.lock);
         if (!IsRegistered()) return false;
@@ -366,6 +366,11 @@ bool NetworkTCPConnection::ParamChanged(eParam_t id, std::string, timeval time)
             static_cast<int>(m_connectionID));
     Stop();
     return false;
+} catch (...) {
+    // Without the event the client would keep an old text; the end of the connection tells it to read anew.
+    SemaphoreHelper hold(m_stream.lock);
+    fputs("NetworkTCPConnection::ParamChanged - an event was lost by an exception\n", stderr);
+    return m_stream.Fail();
 }
 
 }  // namespace vexa::corvalis::config::access

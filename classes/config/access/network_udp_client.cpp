@@ -50,7 +50,7 @@ bool NetworkUDPClient::ConfirmDisconnect()
 // Requests
 
 bool NetworkUDPClient::Set(eParam_t id, unsigned int value, timeval time)
-{
+try {
     if (!Knows(id, "NetworkClient::Set(eParam_t)")) return false;
     auto request = Request(XCFG_SET_PARAM_REQUEST, id);
     request.value = value;
@@ -73,10 +73,12 @@ bool NetworkUDPClient::Set(eParam_t id, unsigned int value, timeval time)
     const auto error = static_cast<int>(reply.As<XCONFIGMGR_RESPONSE_T>().error);
     if (error != 0) fprintf(stderr, "NetworkUDPClient::Set - response error:%d\n", error);
     return error == 0;
+} catch (...) {
+    return Failed("Set");
 }
 
 bool NetworkUDPClient::Get(eParam_t id, std::string& value)
-{
+try {
     if (!Knows(id, "NetworkClient::Get(eParam_t, std::string)")) return false;
     Message reply;
     // The server answers with the request's own type; the regular one is as good.
@@ -94,10 +96,12 @@ bool NetworkUDPClient::Get(eParam_t id, std::string& value)
     if (ReadText(reply, value)) return true;
     fputs("NetworkClient::Get - warning! deserialized non-StringValue\n", stderr);
     return false;
+} catch (...) {
+    return Failed("Get");
 }
 
 bool NetworkUDPClient::GetData(eParam_t id, std::string& data)
-{
+try {
     if (!Knows(id, "NetworkUDPClient::GetData(eParam_t)")) return false;
     Message reply;
     const Outcome outcome = Exchange(Request(XCFG_GET_DATA_REQUEST, id), XCFG_GET_DATA_RESPONSE, reply);
@@ -108,10 +112,12 @@ bool NetworkUDPClient::GetData(eParam_t id, std::string& data)
     }
     data = std::move(reply.payload);
     return true;
+} catch (...) {
+    return Failed("GetData");
 }
 
 bool NetworkUDPClient::SetData(eParam_t id, std::string& data, timeval time)
-{
+try {
     if (!Knows(id, "NetworkUDPClient::SetData(eParam_t)")) return false;
     if (data.size() > kMaxRequestPayload) {
         fprintf(stderr, "NetworkUDPClient::SetData - %zu bytes do not fit a request\n", data.size());
@@ -123,12 +129,14 @@ bool NetworkUDPClient::SetData(eParam_t id, std::string& data, timeval time)
     if (SendOnly(MessageBytes(request, data))) return true;
     fputs("NetworkUDPClient::SetData - send failed\n", stderr);
     return false;
+} catch (...) {
+    return Failed("SetData");
 }
 
 // Events
 
 bool NetworkUDPClient::RegisterForEvents()
-{
+try {
     if (!m_eventSocket && m_socket->is_connected()) {
         auto socket = std::make_unique<Socket>(AF_INET, SOCK_DGRAM);
         if (!socket->create() || !socket->bind(kMulticastPort)) return false;
@@ -136,6 +144,8 @@ bool NetworkUDPClient::RegisterForEvents()
     }
     DropEvents();
     return EventSocket().add_membership(kMulticastGroup, kMulticastInterface);
+} catch (...) {
+    return Failed("RegisterForEvents");
 }
 
 /// What is waiting was meant for earlier listeners: one that comes now must not hear old values after reading the
@@ -175,9 +185,9 @@ void NetworkUDPClient::ProcessEvents()
     DiagnosticLog("NetworkUDPClient::ProcessEvents exit\n");
 }
 
-/// @return false after the last event.
+/// Without memory this event alone is lost. @return false after the last event.
 bool NetworkUDPClient::ProcessEvent(const char* data, size_t length)
-{
+try {
     const auto message = ReadDatagram(data, length);
     if (!message || message->record.size() < kResponseBytes) {
         DiagnosticLog("NetworkUDPClient::ProcessEvents - %zu bytes are no event\n", length);
@@ -216,6 +226,9 @@ bool NetworkUDPClient::ProcessEvent(const char* data, size_t length)
                           static_cast<int>(event.msgtype));
     }
     return true;
+} catch (...) {
+    fputs("NetworkUDPClient::ProcessEvents - an event was lost by an exception\n", stderr);
+    return true;
 }
 
 void NetworkUDPClient::Enqueue(const XCONFIGMGR_RESPONSE_T& event)
@@ -246,7 +259,11 @@ void NetworkUDPClient::ResponseQueueHandler()
         m_queue.pop_front();
         if (m_queue.empty()) m_eventsDropped = false;
         hold.unlock();
-        Deliver(event);
+        try {
+            Deliver(event);
+        } catch (...) {  // it alone is lost
+            fputs("NetworkUDPClient::ResponseQueueHandler - an event was lost by an exception\n", stderr);
+        }
         if (IsShutdown(event)) {
             DiagnosticLog(
                 "NetworkUDPClient::ResponseQueueHandler exiting due to system state going into "

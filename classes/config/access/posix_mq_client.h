@@ -156,6 +156,7 @@ auto PosixMQClient::Do(const char* operation, const Work& work)
         return work();
     } catch (...) {
         fprintf(stderr, "PosixMQClient::%s - ended by an exception\n", operation);
+        m_reachable = false;
         return decltype(work()){};
     }
 }

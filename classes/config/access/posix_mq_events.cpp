@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <system_error>
 #include <thread>
 
 #include "config/access/connection_utilities.h"
@@ -223,8 +222,8 @@ void PosixMQClient::StartDelivery()
     try {
         const NoSignals inherited;
         std::thread([use = std::move(use)] { use->DeliverEvents(); }).detach();
-    } catch (const std::system_error&) {
-        m_reader.EndDelivery();  // no thread for now
+    } catch (...) {
+        m_reader.EndDelivery();  // no thread, or no memory, for now
     }
 }
 

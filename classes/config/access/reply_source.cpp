@@ -63,7 +63,8 @@ ReplyResult DatagramReplies::Await(unsigned int timeoutMs, Message& reply)
             return ReplyResult::kTimedOut;
         }
         if (!m_socket.read_select(left))
-            return m_socket.fd == -1 ? ReplyResult::kFailed : ReplyResult::kTimedOut;
+            return m_socket.fd == -1 || MillisecondsUntil(deadline) > 0 ? ReplyResult::kFailed
+                                                                        : ReplyResult::kTimedOut;
         const int error = errno;
         const int count = m_socket.recv_now(datagram, sizeof datagram);
         if (count == -1 && errno != EAGAIN) return ReplyResult::kFailed;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <system_error>
 
 namespace vexa::corvalis::config::access {
 
@@ -42,7 +43,12 @@ bool IsEvent(uint32_t type)
 ReplyResult StreamReplies::Await(unsigned int timeoutMs, Message& reply)
 {
     const Deadline deadline = DeadlineIn(timeoutMs);
-    const auto replyIsThere = [&] { return m_socket.read_select(MillisecondsUntil(deadline)) != 0; };
+    const auto replyIsThere = [&] {
+        if (m_socket.read_select(MillisecondsUntil(deadline))) return true;
+        // A wait that fails before its time would only fail again, and the next request must not get this reply.
+        if (MillisecondsUntil(deadline) > 0) throw std::system_error(errno, std::generic_category());
+        return false;
+    };
     std::unique_lock hold(m_lock);
     bool reported = false;  // a reader's time-out reports itself
     while (!m_reply && m_end == End::kNone && MillisecondsUntil(deadline) > 0) {
@@ -146,16 +152,23 @@ void StreamReplies::Read(std::unique_lock<std::mutex>& hold, const Wait& wait)
     m_reading = true;
     hold.unlock();
     Catch caught;
-    try {
+    const auto unlessItFails = [&](const auto& part) {
+        try {
+            part();
+        } catch (...) {
+            caught.end = End::kFailed;
+            caught.code = ENOMEM;
+        }
+    };
+    unlessItFails([&] {
         if (wait()) Receive(caught);
         if (m_socket.fd == -1 && caught.end == End::kNone) caught.end = End::kFailed;
-    } catch (...) {
-        caught.end = End::kFailed;
-        caught.code = ENOMEM;
-    }
+    });
     hold.lock();
     m_reading = false;
-    for (Message& message : caught.messages) Route(std::move(message));
+    unlessItFails([&] {
+        for (Message& message : caught.messages) Route(std::move(message));
+    });
     if (m_end == End::kNone && caught.end != End::kNone) {
         m_end = caught.end;
         m_endCode = caught.code;

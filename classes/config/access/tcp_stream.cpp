@@ -9,8 +9,11 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <thread>
 
 namespace vexa::corvalis::config::access {
+
+constexpr auto kPauseWhenExhausted = std::chrono::milliseconds(100);
 
 TcpStream::TcpStream(std::unique_ptr<Socket> socket) : m_socket(std::move(socket))
 {
@@ -31,7 +34,6 @@ bool TcpStream::Share()
 
 // --- sending ---
 
-/// Ends the connection; the descriptor stays until the owner has left.
 bool TcpStream::Fail()
 {
     const int error = errno;
@@ -98,7 +100,11 @@ bool TcpStream::WaitAndSend(bool forInput, bool forOutput)
 {
     const auto wanted = static_cast<short>((forInput ? POLLIN : 0) | (forOutput ? POLLOUT : 0));
     pollfd descriptors[] = {{m_socket->fd, wanted, 0}, {m_wake, POLLIN, 0}};
-    if (poll(descriptors, 2, -1) == -1) return false;  // interrupted
+    if (poll(descriptors, 2, -1) == -1) {
+        // What the system lacks may come back; asking for it at once would keep a processor busy.
+        if (errno != EINTR) std::this_thread::sleep_for(kPauseWhenExhausted);
+        return false;
+    }
     eventfd_t ignored;
     if (descriptors[1].revents) eventfd_read(m_wake, &ignored);
     const short ready = descriptors[0].revents;

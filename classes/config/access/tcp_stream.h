@@ -36,6 +36,8 @@ class TcpStream {
     /// Whole messages only: a header with its payload. Thread: the owner; any, once shared.
     /// @return false, with errno, when the stream has failed.
     bool Send(const char* data, size_t length) VEXA_REQUIRES(lock);
+    /// Ends the connection; the descriptor stays until the owner has left. @return false, with errno as it was.
+    bool Fail() VEXA_REQUIRES(lock);
     bool HasFailed() const VEXA_REQUIRES(lock) { return m_failed; }
 
     /// Orders what is sent. It is free during reads, and must be during calls into a store.
@@ -43,7 +45,6 @@ class TcpStream {
 
   private:
     size_t QueueSize() const VEXA_REQUIRES(lock) { return m_queue.size() - m_sent; }
-    bool Fail() VEXA_REQUIRES(lock);
     bool Enqueue(const char* data, size_t length) VEXA_REQUIRES(lock);
     void SendQueue() VEXA_EXCLUDES(lock);
     int Receive(char* data, unsigned int length) VEXA_EXCLUDES(lock);

@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -99,6 +100,9 @@ FAILING_CALL(kMqReceive, ssize_t, mq_receive, (mqd_t q, char* b, size_t n, unsig
 FAILING_CALL(kMqTimedreceive, ssize_t, mq_timedreceive,
              (mqd_t q, char* b, size_t n, unsigned int* p, const timespec* t), (q, b, n, p, t), )
 FAILING_CALL(kMqGetattr, int, mq_getattr, (mqd_t q, mq_attr* a), (q, a), noexcept)
+FAILING_CALL(kMqSetattr, int, mq_setattr, (mqd_t q, const mq_attr* a, mq_attr* o), (q, a, o), noexcept)
+FAILING_CALL(kMqNotify, int, mq_notify, (mqd_t q, const sigevent* e), (q, e), noexcept)
+FAILING_CALL(kFlock, int, flock, (int d, int o), (d, o), noexcept)
 
 extern "C" mqd_t mq_open(const char* name, int flags, ...) noexcept
 {
