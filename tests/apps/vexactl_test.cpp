@@ -13,7 +13,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using testing::StartsWith;
 using Json = nlohmann::json;
 
 namespace {
@@ -25,44 +24,37 @@ ProgramResult Tool(std::vector<std::string> arguments, const std::string& input 
     return RunProgram(arguments, input, environment);
 }
 
+std::vector<Json> Lines(const ProgramResult& run)
+{
+    std::vector<Json> lines;
+    std::istringstream stream(run.out);
+    for (std::string line; std::getline(stream, line);) lines.push_back(Json::parse(line));
+    return lines;
+}
+
 TEST(Vexactl, AScriptGoesOnAfterErrorsAndTellsEveryChange)
 {
     const char* const script =
-        "watch\n"
-        "set RegisterSave 7\n"
-        "set RegisterSave 500\n"
-        "get RegisterSave\n"
-        "# a comment, then an empty line\n"
-        "\n"
-        "set SystemCommand 9\n"
-        "set ClipNumber 2\n"
-        "get Take\n"
-        "set CustomClipName \"Scene 12 é\"\n"
-        "get CustomClipName\n"
-        "info SystemState\n"
-        "set NoSuch 1\n"
-        "set MediaUpdated 4294967295\n"
-        "unwatch\n"
-        "set RegisterSave 8\n";
+        "watch\nset RegisterSave 7\nset RegisterSave 500\nget RegisterSave\n"
+        "# a comment, then an empty line\n\n"
+        "set SystemCommand 9\nset ClipNumber 2\nget Take\n"
+        "set CustomClipName \"Scene 12 é\"\nget CustomClipName\ninfo SystemState\nset NoSuch 1\n"
+        "set MediaUpdated 4294967295\nunwatch\nset RegisterSave 8\nquit\nset RegisterSave 9\n";
     for (const char* model : {"PRODUCT_ID=OAK", "PRODUCT_ID=", "PRODUCT_ID"}) {
         const ProgramResult run = Tool({"--uri", "local:", "shell"}, script, {model});
         EXPECT_EQ(run.status, 5) << "the first failure was a correction";
-        EXPECT_THAT(run.out,
-                    ContainsRegex(
-                        "[0-9-]+T[0-9:]+\\.[0-9]{6}[+-][0-9]{4}  RegisterSave = 7\nRegisterSave stored 7\n"));
-        EXPECT_THAT(run.out, ContainsRegex(
-                                 "  RegisterSave = 20\nRegisterSave corrected to 20 \\(500 is outside 1 to 20"
-                                 "\\)\nRegisterSave = 20\n"));
-        EXPECT_THAT(run.err, HasSubstr("vexactl: line 7: SystemCommand: \"9\" refused: not one of 0 "
-                                       "eSystemCommandUnitialized, 1 eSystemCommandInitializeFirmware"));
-        EXPECT_THAT(run.out, HasSubstr("\nTake = 1\n"));
-        EXPECT_THAT(run.out, HasSubstr("\nCustomClipName = \"Scene 12 é\"\n"));
-        EXPECT_THAT(run.out,
-                    HasSubstr("  0 eSystemStateUninitialized\n  1 eSystemStateInitializingConfig\n"));
-        EXPECT_THAT(run.out, HasSubstr("  9 eSystemStateShutdown\n  10 eSystemStateFatalError\n"));
-        EXPECT_THAT(run.err, HasSubstr("vexactl: line 13: unknown parameter \"NoSuch\""));
-        EXPECT_THAT(run.out, ContainsRegex("  MediaUpdated = 4294967295\nMediaUpdated stored 4294967295\n"));
-        EXPECT_THAT(run.out, testing::EndsWith("MediaUpdated stored 4294967295\nRegisterSave stored 8\n"));
+        for (const char* const part :
+             {"^[0-9-]+T[0-9:]+\\.[0-9]{6}[+-][0-9]{4}  RegisterSave = 7\nRegisterSave stored 7\n",
+              "  RegisterSave = 20\nRegisterSave corrected to 20 .500 is outside 1 to 20.\nRegisterSave = "
+              "20\n",
+              "\nTake = 1\n", "\nCustomClipName = \"Scene 12 é\"\n",
+              "  0 eSystemStateUninitialized\n  1 eSystemStateInitializingConfig\n",
+              "  9 eSystemStateShutdown\n  10 eSystemStateFatalError\n",
+              "  MediaUpdated = 4294967295\nMediaUpdated stored 4294967295\nRegisterSave stored 8\n$"})
+            EXPECT_THAT(run.out, ContainsRegex(part));
+        EXPECT_THAT(run.err, AllOf(HasSubstr("vexactl: line 7: SystemCommand: \"9\" refused: not one of 0 "
+                                             "eSystemCommandUnitialized, 1 eSystemCommandInitializeFirmware"),
+                                   HasSubstr("vexactl: line 13: unknown parameter \"NoSuch\"")));
     }
 }
 
@@ -109,12 +101,9 @@ TEST(Vexactl, ExitStatusSaysHowItWent)
 
 TEST(Vexactl, JsonIsOneObjectALine)
 {
-    const ProgramResult run = Tool({"--json", "shell"},
-                                   "watch CustomClipName\nset CustomClipName 'a\"b'\nset RegisterSave 99\n"
-                                   "set SystemCommand 9\nget IPAddress\ninfo SystemState\nlist\n");
-    std::vector<Json> lines;
-    std::istringstream stream(run.out);
-    for (std::string line; std::getline(stream, line);) lines.push_back(Json::parse(line));
+    const auto lines = Lines(Tool({"--json", "shell"},
+                                  "watch CustomClipName\nset CustomClipName 'a\"b'\nset RegisterSave 99\n"
+                                  "set SystemCommand 9\nget IPAddress\ninfo SystemState\nlist\n"));
     ASSERT_GT(lines.size(), 100u);
     EXPECT_EQ(lines[0]["param"], "CustomClipName");
     EXPECT_EQ(lines[0]["value"], "a\"b");
@@ -144,15 +133,6 @@ TEST(Vexactl, TextsArriveWholeAndAreShownSafely)
     EXPECT_THAT(run.err, HasSubstr("line 6: a quote is not closed"));
 }
 
-TEST(Vexactl, GarbageOnStandardInputHarmsNothing)
-{
-    std::string garbage;
-    for (unsigned int i = 0; i < 20'000; ++i) garbage += static_cast<char>(i * 2654435761u >> 24);
-    const ProgramResult run = Tool({"shell"}, garbage + "\nquit\nset RegisterSave 7\n");
-    EXPECT_EQ(run.status, 2);
-    EXPECT_THAT(run.out, Not(HasSubstr("stored")));
-}
-
 TEST(Vexactl, TheUriComesFromTheEnvironmentUnlessGiven)
 {
     EXPECT_EQ(Tool({"get", "Take"}, "", {"VEXACTL_URI=nowhere:"}).status, 6);
@@ -161,12 +141,10 @@ TEST(Vexactl, TheUriComesFromTheEnvironmentUnlessGiven)
 
 std::vector<std::string> ListedNames(const std::string& filter)
 {
-    const ProgramResult run =
-        Tool({"--json", "shell"}, "set RegisterSave 7\nset ClipNumber 2\nlist " + filter);
     std::vector<std::string> names;
-    std::istringstream stream(run.out);
-    for (std::string line; std::getline(stream, line);)
-        if (const Json json = Json::parse(line); !json.contains("result")) names.push_back(json["param"]);
+    for (const Json& json :
+         Lines(Tool({"--json", "shell"}, "set RegisterSave 7\nset ClipNumber 2\nlist " + filter)))
+        if (!json.contains("result")) names.push_back(json["param"]);
     return names;
 }
 

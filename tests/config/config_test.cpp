@@ -3,10 +3,32 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <functional>
+
+#include "support/store.h"
 
 namespace {
 
-/// Implements only what has no default, and remembers the calls of the time-stamped setters.
+TEST(Config, ConvenienceSettersStampWithTheCurrentTime)
+{
+    TestStore store;
+    const time_t before = time(nullptr);
+    std::string data("\0\1", 2);
+    const std::function<bool()> setters[] = {
+        [&] { return store->Set(eParamID_RegisterSave, 3u); },
+        [&] { return store->Set(eParamID_ReelName, std::string("x")); },
+        [&] { return store->SetData(eParamID_TestData, data); },
+    };
+    for (size_t n = 0; n < std::size(setters); ++n) {
+        EXPECT_TRUE(setters[n]());
+        ASSERT_EQ(store.listener.Heard().size(), n + 1);
+        EXPECT_GE(store.listener.LastTime().tv_sec, before);
+        EXPECT_LE(store.listener.LastTime().tv_sec, time(nullptr));
+    }
+    EXPECT_EQ(store.listener.Heard().back(), "data 7d04000a=" + data);
+}
+
+/// Implements only what has no default.
 class BareConfig : public Config {
   public:
     using Config::Get;
@@ -18,55 +40,11 @@ class BareConfig : public Config {
     ParamDescriptor* GetParamDescriptor(eParam_t) override { return nullptr; }
     ParamDescriptor* GetParamDescriptor(std::string) override { return nullptr; }
     std::list<eParam_t> GetParamIDs() override { return {}; }
-    bool Set(eParam_t id, unsigned int value, timeval time) override
-    {
-        calls.push_back({id, value, "", time});
-        return true;
-    }
+    bool Set(eParam_t, unsigned int, timeval) override { return false; }
     bool Get(eParam_t, unsigned int&) override { return false; }
-    bool Set(eParam_t id, std::string value, timeval time) override
-    {
-        calls.push_back({id, 0, value, time});
-        return false;
-    }
+    bool Set(eParam_t, std::string, timeval) override { return false; }
     bool Get(eParam_t, std::string&) override { return false; }
-
-    struct Call {
-        eParam_t id;
-        unsigned int number;
-        std::string text;
-        timeval time;
-    };
-    std::vector<Call> calls;
 };
-
-class DataConfig : public BareConfig {
-  public:
-    using BareConfig::SetData;
-    bool SetData(eParam_t id, std::string& data, timeval time) override
-    {
-        calls.push_back({id, 0, data, time});
-        return true;
-    }
-};
-
-TEST(Config, ConvenienceSettersStampOnceWithTheCurrentTime)
-{
-    DataConfig config;
-    const time_t before = time(nullptr);
-    std::string data("\0\1", 2);
-    EXPECT_TRUE(config.Set(eParamID_Take, 3u));
-    EXPECT_FALSE(config.Set(eParamID_CustomClipName, std::string("x")));
-    EXPECT_TRUE(config.SetData(eParamID_TestData, data));
-    ASSERT_EQ(config.calls.size(), 3u);
-    EXPECT_EQ(config.calls[0].number, 3u);
-    EXPECT_EQ(config.calls[1].text, "x");
-    EXPECT_EQ(config.calls[2].text, data);
-    for (const auto& call : config.calls) {
-        EXPECT_GE(call.time.tv_sec, before);
-        EXPECT_LE(call.time.tv_sec, time(nullptr));
-    }
-}
 
 TEST(ConfigDeathTest, DataOnAnImplementationWithoutItEndsTheProcessInEveryBuild)
 {

@@ -4,7 +4,6 @@
 
 #include <memory>
 
-#include "config/descriptors/integer_descriptor.h"
 #include "config/descriptors/registry.h"
 #include "config/descriptors/string_descriptor.h"
 #include "support/stream_bytes.h"
@@ -125,25 +124,18 @@ TEST(ConfigValue, ReadingLeavesTheDirtyFlag)
 
 TEST(ConfigValue, ResetTakesTheDefaultOfADescriptorOfItsKindOnly)
 {
-    DestroyDescriptors();
-    constexpr auto kNumber = eParam_t{0x05010000}, kText = eParam_t{0x05020000},
+    CreateDescriptors();
+    constexpr auto kNumber = eParamID_RegisterSave, kText = eParamID_SW_Error_Alarm,
                    kUnknown = eParam_t{0x05030000};
-    auto* const number = new IntegerDescriptor;
-    number->SetFactoryDefault(42);
-    g_paramDescriptors[kNumber] = number;
-    auto* const text = new DataDescriptor;
-    text->SetFactoryDefault("d");
-    g_paramDescriptors[kText] = text;
-
+    const std::string atRest = dynamic_cast<StringDescriptor*>(FindDescriptor(kText))->GetFactoryDefault();
     for (const eParam_t id : {kNumber, kText, kUnknown}) {
         IntegerValue aNumber(0, id, eCParam_IntegerValue, 7);
         StringValue aText(0, id, eCParam_StringValue, "a");
         aNumber.ResetToFactory();
         aText.ResetToFactory();
-        EXPECT_EQ(ValueOf(aNumber), id == kNumber ? 42u : 7u);
-        EXPECT_EQ(ValueOf(aText), id == kText ? "d" : "a");
+        EXPECT_EQ(ValueOf(aNumber), id == kNumber ? 1u : 7u);
+        EXPECT_EQ(ValueOf(aText), id == kText ? atRest : "a");
     }
-    DestroyDescriptors();
 }
 
 }  // namespace

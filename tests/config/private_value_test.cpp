@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
 #include <thread>
 
 #include "config/config_value.h"
-#include "config/values/checkpoint.h"
 #include "config/values/sector_header.h"
 #include "config/values/vector.h"
 #include "support/stderr_of.h"
@@ -17,22 +15,14 @@ namespace {
 
 constexpr auto kID = eParam_t{0x1302000a};
 
-std::unique_ptr<Serializable> Read(const std::string& bytes)
+/// Objects of the shared classes and a vector around them, every field of which holds n.
+vexa::config::values::Vector Make(unsigned int n)
 {
-    Reader reader(bytes);
-    return ReadPrivate(reader);
-}
-
-/// Objects whose every field holds n.
-std::unique_ptr<Serializable> Make(eClassID_t id, unsigned int n)
-{
-    if (id == eClassID_SectorHeader) return std::make_unique<SectorHeader>(n, n, n);
-    if (id == eClassID_StringValue)
-        return std::make_unique<StringValue>(n, eParam_t{n}, eCParam_StringValue, std::string(50 * n, 'x'));
-    if (id == eClassID_IntegerValue)
-        return std::make_unique<IntegerValue>(n, eParam_t{n}, eCParam_IntegerValue, n);
-    auto vector = std::make_unique<vexa::config::values::Vector>();
-    for (int element = 0; element < 3; ++element) vector->Add(Make(eClassID_IntegerValue, n));
+    vexa::config::values::Vector vector;
+    const std::string text(50 * n, 'x');
+    vector.Add(std::make_unique<IntegerValue>(n, eParam_t{n}, eCParam_IntegerValue, n));
+    vector.Add(std::make_unique<StringValue>(n, eParam_t{n}, eCParam_StringValue, text));
+    vector.Add(std::make_unique<SectorHeader>(n, n, n));
     return vector;
 }
 
@@ -41,13 +31,15 @@ TEST(ReadPrivate, ThreadsThatReadAtOnceNeverSeeEachOther)
     ClassFactory::InitFactories();
     std::atomic<int> crossed = 0;
     const auto read = [&crossed](unsigned int n) {
-        for (const auto id :
-             {eClassID_IntegerValue, eClassID_StringValue, eClassID_SectorHeader, eClassID_Vector}) {
-            const auto original = Make(id, n);
+        auto vector = Make(n);
+        std::vector<Serializable*> originals{&vector};
+        for (const auto& element : vector.Elements()) originals.push_back(element.get());
+        for (Serializable* const original : originals) {
             const std::string bytes = Streamed(*original);
             for (int again = 0; again < 200; ++again) {
-                const auto mine = Read(bytes);
-                if (!mine || !mine->IsEqual(original.get())) ++crossed;
+                Reader reader(bytes);
+                const auto mine = ReadPrivate(reader);
+                if (!mine || !mine->IsEqual(original)) ++crossed;
             }
         }
     };

@@ -311,13 +311,6 @@ TEST(Stream, NestingIsLimited)
     }
 }
 
-TEST(Stream, ACountThatTheStreamCannotHoldIsRefused)
-{
-    Reader reader(Words({9, 0xFFFFFFFF}) + Golden("stream.number"));
-    StderrOf([&] { EXPECT_EQ(ReadPrivate(reader), nullptr); });
-    EXPECT_TRUE(reader.Failed());
-}
-
 TEST(Stream, AnObjectWithoutFieldsTakesFourBytesAndNoObjectNone)
 {
     class Empty : public Serializable {

@@ -102,16 +102,12 @@ TEST(AlarmProducer, WhatIsNoAlarmIsRefused)
 }
 
 /// Hands the alarms of a store to a consumer.
-class Display : public ConfigEventListener {
+class Display : public RecordingListener {
   public:
     explicit Display(TestStore& store) : consumer(&*store), m_store(store)
     {
         store->AddConfigEventListener(this);
     }
-    ~Display() override { m_store->RemoveConfigEventListener(this); }
-    using ConfigEventListener::ParamChanged;
-    bool ParamChanged(eParam_t, unsigned int, timeval) override { return true; }
-    bool ParamChanged(eParam_t, std::string, timeval) override { return true; }
     bool DataChanged(eParam_t id, std::string& data, timeval) override
     {
         if (AlarmConsumer::isAlarm(&*m_store, id)) consumer.AlarmChanged(id, data);

@@ -1,4 +1,3 @@
-// The model is settled on first use, so every model has a process of its own.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -7,14 +6,11 @@
 #include <climits>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <limits>
-#include <set>
 
 #include "services/product/flash_info.h"
 #include "services/product/product_features.h"
 #include "services/product/product_id.h"
-#include "services/product/product_models.h"
 #include "services/product/read_file.h"
 #include "services/product/serial_number.h"
 #include "support/in_child.h"
@@ -72,27 +68,18 @@ TEST(SerialNumber, AddressAndBoardAreEmptyTextsWhenThereIsNone)
 
 // ---- Models ----
 
-void OnModel(const char* name, const std::function<void()>& check, const char* written = "")
-{
-    SCOPED_TRACE(name);
-    ExpectInChild(
-        [&] {
-            setenv("PRODUCT_ID", name, 1);
-            check();
-        },
-        testing::Eq(written));
-}
-
 TEST(ProductID, NamesOneModelForTheWholeProcess)
 {
-    OnModel("ALDER", [] {
-        EXPECT_EQ(CProductID::getProductID(), "ALDER");
-        setenv("PRODUCT_ID", "MAPLE", 1);
-        EXPECT_TRUE(CProductID::isALDER() && !CProductID::isMAPLE());
-        EXPECT_TRUE(CProductFeatures::canDoHeight(480));
-        EXPECT_EQ(SerialNumber::FormatSerialNumber(5), "AL000255  ");
-    });
-    OnModel("MAPLE", [] {
+    ExpectOnModel(
+        "ALDER",
+        [] {
+            EXPECT_EQ(CProductID::getProductID(), "ALDER");
+            setenv("PRODUCT_ID", "MAPLE", 1);
+            EXPECT_TRUE(CProductID::isALDER() && !CProductID::isMAPLE());
+            EXPECT_EQ(SerialNumber::FormatSerialNumber(5), "AL000255  ");
+        },
+        "");
+    ExpectOnModel("MAPLE", [] {
         EXPECT_FALSE(CProductFeatures::canDoHeight(719));
         EXPECT_TRUE(CProductFeatures::canDoHeight(720));
     });
@@ -101,7 +88,7 @@ TEST(ProductID, NamesOneModelForTheWholeProcess)
 TEST(ProductID, AnUnknownModelHasNoFeaturesAndNoSerial)
 {
     for (const char* const name : {"YEW", "", "alder"})
-        OnModel(
+        ExpectOnModel(
             name,
             [] {
                 EXPECT_EQ(SerialNumber::GetFormattedSerialNumber(), "XX000000  ");

@@ -36,22 +36,6 @@ class MQClientTest : public testing::Test {
     RecordingListener m_listener;  // outlives the client
 };
 
-/// Calls back for every number, after it was recorded.
-class Callback : public RecordingListener {
-  public:
-    explicit Callback(std::function<void()> function) : m_function(std::move(function)) {}
-    using RecordingListener::ParamChanged;
-    bool ParamChanged(eParam_t id, unsigned int value, timeval time) override
-    {
-        RecordingListener::ParamChanged(id, value, time);
-        m_function();
-        return true;
-    }
-
-  private:
-    const std::function<void()> m_function;
-};
-
 inline std::string Number(unsigned int value)
 {
     char text[32];

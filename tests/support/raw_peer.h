@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -182,6 +183,12 @@ class RawEvents : private RawPeer {
   private:
     const int32_t m_configID;
 };
+
+/// How many: of "/proc/self/fd" the open descriptors of this process, of "/proc/self/task" its threads.
+inline auto EntriesOf(const char* directory)
+{
+    return std::distance(std::filesystem::directory_iterator(directory), {});
+}
 
 /// Whether a condition comes true in time.
 template <class Condition>

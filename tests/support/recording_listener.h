@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -50,4 +51,20 @@ class RecordingListener : public ConfigEventListener {
     mutable std::mutex m_mutex;
     std::vector<std::string> m_heard;
     timeval m_lastTime{};
+};
+
+/// Calls back for every number, after it was recorded.
+class Callback : public RecordingListener {
+  public:
+    explicit Callback(std::function<void()> function) : m_function(std::move(function)) {}
+    using RecordingListener::ParamChanged;
+    bool ParamChanged(eParam_t id, unsigned int value, timeval time) override
+    {
+        RecordingListener::ParamChanged(id, value, time);
+        m_function();
+        return true;
+    }
+
+  private:
+    const std::function<void()> m_function;
 };

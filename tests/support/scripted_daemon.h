@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -25,13 +24,6 @@
 namespace mq = vexa::config::access;
 
 constexpr eParam_t kNumber = eParamID_RegisterSave, kText = eParamID_CustomClipName;
-
-/// Of this process; what connections leave behind.
-inline size_t OpenDescriptors()
-{
-    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
-    return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
-}
 
 /// A request with all that follows it.
 struct MQRequest : mq::XCONFIGMGR_REQUEST_T {

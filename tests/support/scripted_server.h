@@ -12,6 +12,16 @@
 
 namespace net = vexa::corvalis::config::access;
 
+/// The answer to a request that has no value.
+inline std::string Confirmation(const net::MessagePrefix& request, uint32_t type, uint32_t error = 0)
+{
+    net::XCONFIGMGR_CONNECTION_RESPONSE_T response;
+    static_cast<net::MessagePrefix&>(response) = request;
+    response.msgtype = type;
+    response.error = error;
+    return net::MessageBytes(response);
+}
+
 /// One end of a conversation in records. Every wait has an end.
 class ScriptedPeer {
   public:
@@ -41,11 +51,7 @@ class ScriptedPeer {
     /// Answers the client's first request.
     void Connect(uint32_t type = XCFG_CONNECT_RESPONSE, uint32_t error = 0)
     {
-        net::XCONFIGMGR_CONNECTION_RESPONSE_T response;
-        static_cast<net::MessagePrefix&>(response) = Receive(24);
-        response.msgtype = type;
-        response.error = error;
-        Send(net::MessageBytes(response));
+        Send(Confirmation(Receive(24), type, error));
     }
     void Close() { m_socket.close(); }
 

@@ -9,23 +9,31 @@
 #include "config/access/network_server.h"
 #include "config/config.h"
 #include "config/descriptors/registry.h"
+#include "config/manager/config_manager.h"
 
-/// The store of a configuration, which lives as long as somebody uses it.
-class LocalStore {
+/// A connection of the connector that is given back with its scope.
+class Connected {
   public:
-    explicit LocalStore(eConfigID_t id)
+    explicit Connected(const std::string& uri)
     {
         CreateDescriptors();
-        m_config = ConfigFactoryImpl::GetInstance()->Connect("local:configid=" + std::to_string(id));
+        m_config = ConfigFactoryImpl::GetInstance()->Connect(uri);
     }
-    ~LocalStore() { ConfigFactoryImpl::GetInstance()->Disconnect(m_config); }
-    LocalStore(const LocalStore&) = delete;
-    LocalStore& operator=(const LocalStore&) = delete;
+    ~Connected() { ConfigFactoryImpl::GetInstance()->Disconnect(m_config); }
+    Connected(const Connected&) = delete;
+    Connected& operator=(const Connected&) = delete;
     Config* operator->() const { return m_config; }
     Config& operator*() const { return *m_config; }
+    Config* get() const { return m_config; }
 
   private:
     Config* m_config;
+};
+
+/// The store of a configuration, which lives as long as somebody uses it.
+struct LocalStore : Connected {
+    explicit LocalStore(eConfigID_t id) : Connected("local:configid=" + std::to_string(id)) {}
+    ConfigManager* Manager() const { return dynamic_cast<ConfigManager*>(get()); }
 };
 
 /// A TCP (SOCK_STREAM) or UDP (SOCK_DGRAM) server on a free port, stopped with its scope:

@@ -2,8 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "support/recording_listener.h"
 #include "support/stderr_of.h"
 #include "support/test_server.h"
@@ -16,19 +14,6 @@ namespace {
 constexpr eConfigID_t kConfig = 70;
 constexpr eParam_t kText = eParamID_SysName;
 
-class Connection {
-  public:
-    explicit Connection(const std::string& uri) : m_config(ConfigFactoryImpl::GetInstance()->Connect(uri)) {}
-    ~Connection() { ConfigFactoryImpl::GetInstance()->Disconnect(m_config); }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-    Config* operator->() const { return m_config; }
-    explicit operator bool() const { return m_config != nullptr; }
-
-  private:
-    Config* m_config;
-};
-
 class ByteOrder : public testing::TestWithParam<const char*> {};
 
 TEST_P(ByteOrder, TextsAreWholeWhenBothEndsUseTheDevicesOrder)
@@ -38,8 +23,8 @@ TEST_P(ByteOrder, TextsAreWholeWhenBothEndsUseTheDevicesOrder)
     TestServer server(scheme == "tcp" ? SOCK_STREAM : SOCK_DGRAM, {}, std::endian::big);
     const std::string uri = server.Uri(GetParam(), kConfig);
     {
-        Connection client(uri + "/byteorder=big");
-        ASSERT_TRUE(client);
+        Connected client(uri + "/byteorder=big");
+        ASSERT_TRUE(client.get());
         RecordingListener listener;
         ASSERT_TRUE(client->AddConfigEventListener(&listener));
         EXPECT_TRUE(client->Set(kText, "from the client"));
@@ -49,16 +34,11 @@ TEST_P(ByteOrder, TextsAreWholeWhenBothEndsUseTheDevicesOrder)
         char heard[64];
         snprintf(heard, sizeof heard, "str %08x=from the store", kText);
         // Over UDP nothing tells when the listener has joined.
-        for (const std::string value = "from the store";;) {
-            store->Set(kText, "other");
-            store->Set(kText, value);
-            if (testing::Value(listener.Heard(), Contains(heard))) break;
-            std::this_thread::yield();
-        }
+        while (!testing::Value(listener.Heard(), Contains(heard))) store->Set(kText, "from the store");
         EXPECT_TRUE(client->RemoveConfigEventListener(&listener));
     }
     if (std::endian::native == std::endian::big) return;
-    Connection untold(uri);
+    Connected untold(uri);
     std::string text = "kept";
     EXPECT_THAT(StderrOf([&] { EXPECT_FALSE(untold->Get(kText, text)); }), HasSubstr("non-StringValue\n"));
     EXPECT_EQ(text, "kept");
@@ -69,7 +49,7 @@ TEST(ByteOrderOption, IsBigOrLeftOut)
 {
     for (const char* order : {"", "little", "bigger", "BIG"}) {
         const std::string uri = std::string("udp://127.0.0.1:9/byteorder=") + order;
-        EXPECT_THAT(StderrOf([&] { EXPECT_FALSE(Connection(uri)); }),
+        EXPECT_THAT(StderrOf([&] { EXPECT_FALSE(Connected(uri).get()); }),
                     HasSubstr("NetworkFactory::Connect - byteorder is big or left out, uri = " + uri + "\n"));
     }
 }

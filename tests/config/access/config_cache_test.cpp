@@ -98,24 +98,25 @@ TEST_F(ConfigCacheTest, FetchesOncePerKindAndVolatileValuesEachTime)
 TEST_F(ConfigCacheTest, SendsAWriteUnlessItChangesNothing)
 {
     std::string bytes("\0\1", 2), others("\0\2", 2);
-    struct Row {
+    struct {
         const char* reason;
         std::function<bool()> write;
         int sent;
         std::string printed;
-    };
-    for (const Row& row : {Row{"the same number", [&] { return cache.Set(kPlain, 9u); }, 1, kSuppressed},
-                           Row{"a volatile number", [&] { return cache.Set(kVolatile, 9u); }, 2, ""},
-                           Row{"a text", [&] { return cache.Set(kPlain, std::string("nine")); }, 2, ""},
-                           Row{"the same bytes", [&] { return cache.SetData(kPlain, bytes); }, 1, ""},
-                           Row{"bytes after a NUL", [&] { return cache.SetData(kPlain, others); }, 1, ""},
-                           Row{"volatile bytes", [&] { return cache.SetData(kVolatile, bytes); }, 2, ""}}) {
+    } const rows[] = {{"the same number", [&] { return cache.Set(kPlain, 9u); }, 1, kSuppressed},
+                      {"a volatile number", [&] { return cache.Set(kVolatile, 9u); }, 2, ""},
+                      {"a text", [&] { return cache.Set(kPlain, std::string("nine")); }, 2, ""},
+                      {"the same bytes", [&] { return cache.SetData(kPlain, bytes); }, 1, ""},
+                      {"bytes after a NUL", [&] { return cache.SetData(kPlain, others); }, 1, ""},
+                      {"volatile bytes", [&] { return cache.SetData(kVolatile, bytes); }, 2, ""}};
+    for (const auto& [reason, write, sent, printed] : rows) {
+        SCOPED_TRACE(reason);
         wrapped.writes = 0;
         wrapped.works = false;
-        EXPECT_FALSE(row.write()) << row.reason << ": a refused write is not remembered";
+        EXPECT_FALSE(write()) << "a refused write is not remembered";
         wrapped.works = true;
-        EXPECT_EQ(StderrOf([&] { EXPECT_TRUE(row.write() && row.write()) << row.reason; }), row.printed);
-        EXPECT_EQ(wrapped.writes, 1 + row.sent) << row.reason;
+        EXPECT_EQ(StderrOf([&, &write = write] { EXPECT_TRUE(write() && write()); }), printed);
+        EXPECT_EQ(wrapped.writes, 1 + sent);
     }
     EXPECT_EQ(All(kPlain), "9nine" + others);
 }
@@ -141,18 +142,14 @@ TEST_F(ConfigCacheTest, AnEventDuringACallIsNewerThanItsValue)
     const auto meanwhile = [&](unsigned int value) {
         wrapped.during = [this, value] { std::thread([this, value] { Event(kPlain, value); }).join(); };
     };
-    meanwhile(6);
-    cache.Get(kPlain);
-    EXPECT_EQ(All(kPlain), "666");
-    meanwhile(7);
-    EXPECT_TRUE(cache.Set(kPlain, 15u)) << "the store corrected it";
-    EXPECT_EQ(All(kPlain), "777");
-    meanwhile(8);
-    EXPECT_TRUE(cache.Set(kPlain, std::string("other")));
-    EXPECT_EQ(All(kPlain), "888");
-    meanwhile(9);
-    EXPECT_TRUE(cache.SetData(kPlain, bytes));
-    EXPECT_EQ(All(kPlain), "999");
+    const std::function<void()> calls[] = {
+        [&] { cache.Get(kPlain); }, [&] { cache.Set(kPlain, 15u); },  // the store corrected it
+        [&] { cache.Set(kPlain, std::string("other")); }, [&] { cache.SetData(kPlain, bytes); }};
+    for (unsigned int value = 6; const auto& call : calls) {
+        meanwhile(value);
+        call();
+        EXPECT_EQ(All(kPlain), std::string(3, static_cast<char>('0' + value++)));
+    }
     EXPECT_TRUE(cache.Set(kPlain, 15u));
     EXPECT_EQ(All(kPlain), "1599") << "without an event the written value holds";
 }
@@ -164,22 +161,6 @@ TEST_F(ConfigCacheTest, BindingTakesTheKeyOver)
     EXPECT_EQ(cache.bindingKey().tv_sec, other.bindingKey().tv_sec);
     EXPECT_EQ(cache.bindingKey().tv_usec, other.bindingKey().tv_usec);
 }
-
-/// Takes its time over a change, or does what a test says.
-struct SlowListener : RecordingListener {
-    using RecordingListener::ParamChanged;
-    bool ParamChanged(eParam_t id, unsigned int value, timeval time) override
-    {
-        inside = true;
-        if (action)
-            action();
-        else
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));  // a removal is to come meanwhile
-        return RecordingListener::ParamChanged(id, value, time);
-    }
-    std::atomic<bool> inside = false;
-    std::function<void()> action;
-};
 
 TEST(ConfigCache, TheEventOfAnOldWriteDoesNotKeepANewOneFromTheStore)
 {
@@ -211,26 +192,31 @@ TEST(ConfigCache, AroundAStore)
     EXPECT_TRUE(cache.Set(eParamID_Take, highest + 5));
     EXPECT_EQ(cache.Get(eParamID_Take), highest) << "as the store corrected it";
 
-    SlowListener once;
-    once.action = [&] {
+    Callback once([&] {
         cache.RemoveConfigEventListener(&once);
         EXPECT_TRUE(cache.Set(eParamID_Take, 4u)) << "from a callback";
-    };
+    });
     cache.AddConfigEventListener(&once);
     store->Set(eParamID_Take, 3u);
     EXPECT_EQ(once.Heard().size(), 1u);
     EXPECT_EQ(cache.Get(eParamID_Take), 4u);
 
-    SlowListener own;
+    std::atomic<bool> inside = false, left = false;
+    Callback own([&] {
+        inside = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));  // a removal is to come meanwhile
+        left = true;
+    });
     RecordingListener passedOn;
     for (int n = 0; n < 2; ++n) {
         EXPECT_TRUE(cache.AddConfigEventListener(&own));
         EXPECT_TRUE(cache.AddConfigEventListener(eParamID_Take, &passedOn));
     }
     std::jthread writer([&] { store->Set(eParamID_Take, 5u); });
-    while (!own.inside) std::this_thread::yield();
+    while (!inside) std::this_thread::yield();
     EXPECT_TRUE(cache.RemoveConfigEventListener(&own));
-    EXPECT_EQ(own.Heard().size(), 1u) << "the running callback was waited for, the second call not made";
+    EXPECT_TRUE(left) << "the running callback was waited for";
+    EXPECT_EQ(own.Heard().size(), 1u) << "the second call was not made";
     EXPECT_TRUE(cache.RemoveConfigEventListener(&passedOn));
     const size_t heard = passedOn.Heard().size();
     writer.join();

@@ -3,48 +3,30 @@
 
 #include <thread>
 
-#include "config/access/config_factory_impl.h"
 #include "config/access/local_config_factory.h"
 #include "config/access/uri.h"
 #include "support/store.h"
+#include "support/test_server.h"
 
 using testing::HasSubstr;
 using vexa::config::access::LocalConfigFactory;
 
 namespace {
 
-/// A connection that is given back.
-class Connection {
-  public:
-    explicit Connection(const std::string& uri)
-    {
-        StderrOf([&] {
-            CreateDescriptors();
-            m_config = ConfigFactoryImpl::GetInstance()->Connect(uri);
-        });
-    }
-    ~Connection() { ConfigFactoryImpl::GetInstance()->Disconnect(m_config); }
-    Config* get() { return m_config; }
-
-  private:
-    Config* m_config = nullptr;
-};
-
 TEST(Connector, LocalConnectionsOfOneNumberShareAStoreWhileItIsUsed)
 {
     {
-        Connection first("local:configid=3"), second("local:configid=3"), other("local:"),
-            zero("local:configid=0");
+        const LocalStore first(3), second(3), zero(0);
+        const Connected other("local:");
         EXPECT_EQ(first.get(), second.get());
         EXPECT_EQ(other.get(), zero.get());
         EXPECT_NE(first.get(), other.get());
-        EXPECT_EQ(dynamic_cast<ConfigManager*>(first.get())->GetUseCount(), 2);
-        EXPECT_EQ(first.get()->GetConfigID(), 3);
-        first.get()->Set(eParamID_RegisterSave, 9u);
-        EXPECT_EQ(second.get()->Get(eParamID_RegisterSave), 9u);
+        EXPECT_EQ(first.Manager()->GetUseCount(), 2);
+        EXPECT_EQ(first->GetConfigID(), 3);
+        first->Set(eParamID_RegisterSave, 9u);
+        EXPECT_EQ(second->Get(eParamID_RegisterSave), 9u);
     }
-    Connection again("local:configid=3");
-    EXPECT_EQ(again.get()->Get(eParamID_RegisterSave), 1u) << "a fresh store";
+    EXPECT_EQ(LocalStore(3)->Get(eParamID_RegisterSave), 1u) << "a fresh store";
 }
 
 TEST(Connector, UrisThatItRefuses)
@@ -63,15 +45,14 @@ TEST(Connector, UrisThatItRefuses)
 TEST(Connector, NumberOfAUri)
 {
     LocalConfigFactory factory;
-    struct Row {
-        const char* uri;
-        eConfigID_t id;
-    };
-    for (const Row& row : {Row{"local:", 0}, Row{"local:configid=3", 3}, Row{"local:configid=-1", -1},
-                           Row{"local:configid=", 0}, Row{"local:configid=x", 0},
-                           Row{"local:/configid=12abc", 12}, Row{"local:configid=99999999999", INT32_MAX},
-                           Row{"local:configid=-99999999999999999999", INT32_MIN}})
-        EXPECT_EQ(factory.GetConfigID(row.uri), row.id) << row.uri;
+    for (const auto& [uri, id] : {std::pair{"local:", 0},
+                                  {"local:configid=-1", -1},
+                                  {"local:configid=", 0},
+                                  {"local:configid=x", 0},
+                                  {"local:/configid=12abc", 12},
+                                  {"local:configid=99999999999", INT32_MAX},
+                                  {"local:configid=-99999999999999999999", INT32_MIN}})
+        EXPECT_EQ(factory.GetConfigID(uri), id) << uri;
 }
 
 TEST(Connector, AStoreOfAnotherFactoryIsNotTracked)
@@ -82,8 +63,7 @@ TEST(Connector, AStoreOfAnotherFactoryIsNotTracked)
     const char* const kMessage = "LocalConfigFactory::Disconnect - This instance not tracking configID 5\n";
     EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(factory.Disconnect(&*foreign)); }), kMessage);
 
-    Config* own = nullptr;
-    StderrOf([&] { own = factory.Connect("local:configid=5"); });
+    Config* const own = factory.Connect("local:configid=5");
     EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(factory.Disconnect(&*foreign)); }), kMessage)
         << "the same number only";
     EXPECT_EQ(foreign->GetUseCount(), 1);
@@ -96,12 +76,11 @@ TEST(Connector, ThreadsThatConnectAtOnceGetOneStore)
     CreateDescriptors();
     LocalConfigFactory factory;
     std::vector<Config*> configs(8);
-    std::vector<std::thread> threads;
-    StderrOf([&] {
+    {
+        std::vector<std::jthread> threads;
         for (Config*& config : configs)
             threads.emplace_back([&] { config = factory.Connect("local:configid=77"); });
-        for (std::thread& thread : threads) thread.join();
-    });
+    }
     for (Config* config : configs) EXPECT_EQ(config, configs[0]);
     for (Config* config : configs) EXPECT_TRUE(factory.Disconnect(config));
 }
@@ -110,11 +89,8 @@ TEST(Connector, ANewInstanceDoesNotKnowTheStoresOfTheOld)
 {
     ConfigFactory* const before = ConfigFactoryImpl::GetInstance();
     EXPECT_EQ(ConfigFactoryImpl::GetInstance(), before);
-    auto* store = static_cast<Config*>(nullptr);
-    StderrOf([&] {
-        CreateDescriptors();
-        store = before->Connect("local:configid=9");
-    });
+    CreateDescriptors();
+    Config* const store = before->Connect("local:configid=9");
     ConfigFactoryImpl::DestroyInstance();
     store->Set(eParamID_RegisterSave, 2u);  // its user may go on
     EXPECT_THAT(StderrOf([&] { ConfigFactoryImpl::GetInstance()->Disconnect(store); }),
@@ -126,50 +102,41 @@ TEST(Connector, ANewInstanceDoesNotKnowTheStoresOfTheOld)
 
 TEST(Uri, DefaultEndpoints)
 {
-    EXPECT_EQ(GetConfigURI("socket"), "socket://127.0.0.1:43110/caching=true");
-    EXPECT_EQ(GetConfigURI("udp"), "udp://127.0.0.1:43110");
-    EXPECT_EQ(GetConfigURI("tcp"), "tcp://127.0.0.1:43110");
-    EXPECT_EQ(GetEventsURI("socket"), "socket://127.0.0.1:43110");
-    EXPECT_EQ(GetEventsURI("udp"), "multicast://127.0.0.1:63110");
-    EXPECT_EQ(GetEventsURI("tcp"), "tcp://127.0.0.1:43110");
-    EXPECT_EQ(GetConfigURI("TCP"), "INVALID_URI");
-    EXPECT_EQ(GetEventsURI(""), "INVALID_URI");
+    for (const auto& [transport, config, events] :
+         {std::tuple{"socket", "socket://127.0.0.1:43110/caching=true", "socket://127.0.0.1:43110"},
+          {"udp", "udp://127.0.0.1:43110", "multicast://127.0.0.1:63110"},
+          {"tcp", "tcp://127.0.0.1:43110", "tcp://127.0.0.1:43110"},
+          {"TCP", "INVALID_URI", "INVALID_URI"}}) {
+        EXPECT_EQ(GetConfigURI(transport), config);
+        EXPECT_EQ(GetEventsURI(transport), events);
+    }
 }
 
 TEST(Uri, Parse)
 {
-    struct Row {
+    struct {
         std::string text;
         int found;  // 3: accepted
-        const char *scheme, *address, *port;
         const char* reason;
+        std::string parts = "old|old|old";
+    } rows[] = {
+        {"tcp://127.0.0.1:43110/caching=true", 3, "what follows is ignored", "tcp|127.0.0.1|43110"},
+        {" a \t b\nc ", 3, "any blank separates", "a|b|c"},
+        {"tcp://" + std::string(99, 'a') + ":1", 3, "the longest part", "tcp|" + std::string(99, 'a') + "|1"},
+        {"udp://127.0.0.1", 2, "no port"},
+        {"://", 0, "separators alone"},
+        {"tcp://" + std::string(100, 'a') + ":1", 1, "a part that is too long, after one that fits"},
+        {std::string(1024, ' ') + "a b c", 0, "a text that is too long"},
+        {std::string("a b\0 c", 6), 2, "the text ends at a NUL"},
     };
-    const std::string longest(99, 'a'), tooLong(100, 'a');
-    const Row rows[] = {
-        {"tcp://127.0.0.1:43110", 3, "tcp", "127.0.0.1", "43110", "the usual form"},
-        {"tcp://127.0.0.1:43110/caching=true", 3, "tcp", "127.0.0.1", "43110", "what follows is ignored"},
-        {" a \t b\nc ", 3, "a", "b", "c", "any blank separates"},
-        {"tcp://" + longest + ":1", 3, "tcp", longest.c_str(), "1", "the longest part"},
-        {"udp://127.0.0.1", 2, "", "", "", "no port"},
-        {"", 0, "", "", "", "nothing"},
-        {"://", 0, "", "", "", "separators alone"},
-        {"tcp://" + tooLong + ":1", 1, "", "", "", "a part that is too long, after one that fits"},
-        {std::string(1024, ' ') + "a b c", 0, "", "", "", "a text that is too long"},
-        {std::string("a b\0 c", 6), 2, "", "", "", "the text ends at a NUL"},
-    };
-    for (const Row& row : rows) {
+    for (auto& row : rows) {
         url parsed{"old", "old", "old"};
-        std::string text = row.text;
-        bool ok = false;
-        const std::string message = StderrOf([&] { ok = parsed.parse(text); });
-        EXPECT_EQ(ok, row.found == 3) << row.reason;
-        EXPECT_EQ(parsed.scheme, ok ? row.scheme : "old") << row.reason;
-        EXPECT_EQ(parsed.address, ok ? row.address : "old") << row.reason;
-        EXPECT_EQ(parsed.port, ok ? row.port : "old") << row.reason;
-        EXPECT_EQ(
-            message,
-            ok ? "" : "url::parse - unable to parse url, found " + std::to_string(row.found) + " matches\n")
-            << row.reason;
+        const std::string message =
+            StderrOf([&] { EXPECT_EQ(parsed.parse(row.text), row.found == 3) << row.reason; });
+        EXPECT_EQ(parsed.scheme + "|" + parsed.address + "|" + parsed.port, row.parts) << row.reason;
+        EXPECT_EQ(message, row.found == 3 ? ""
+                                          : "url::parse - unable to parse url, found " +
+                                                std::to_string(row.found) + " matches\n");
     }
 }
 

@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "config/access/config_factory_impl.h"
-#include "support/store.h"
+#include "support/stderr_of.h"
+#include "support/test_server.h"
 
 using vexa::corvalis::config::access::NetworkEventListener;
 
@@ -17,23 +17,8 @@ namespace {
 constexpr timeval kTime{1'700'000'000, 123'456};
 const char* const kUri = "local:configid=55";
 
-ConfigManager* Connect()
-{
-    Config* config = nullptr;
-    StderrOf([&] {
-        CreateDescriptors();
-        config = ConfigFactoryImpl::GetInstance()->Connect(kUri);
-    });
-    return dynamic_cast<ConfigManager*>(config);
-}
-
 /// A store that another user keeps alive.
 struct NetworkEventListenerTest : testing::Test {
-    ~NetworkEventListenerTest() override
-    {
-        listener.Close();
-        ConfigFactoryImpl::GetInstance()->Disconnect(config);
-    }
     std::vector<unsigned int> TakeAll()
     {
         std::vector<unsigned int> values;
@@ -45,7 +30,8 @@ struct NetworkEventListenerTest : testing::Test {
         return values;
     }
 
-    ConfigManager* const config = Connect();
+    const LocalStore store{55};
+    ConfigManager* const config = store.Manager();
     NetworkEventListener listener;
     ConfigEvent event;
 };
@@ -56,7 +42,8 @@ TEST_F(NetworkEventListenerTest, OpensOnceAndGivesTheConfigurationBack)
     EXPECT_FALSE(listener.Open(static_cast<Config*>(nullptr)));
     EXPECT_FALSE(listener.Open("socket://127.0.0.1:43110"));
     for (const bool byUri : {true, false}) {
-        ASSERT_TRUE(byUri ? listener.Open(kUri) : listener.Open(Connect()));
+        ASSERT_TRUE(byUri ? listener.Open(kUri)
+                          : listener.Open(ConfigFactoryImpl::GetInstance()->Connect(kUri)));
         EXPECT_FALSE(listener.Open(kUri) || listener.Open(config));
         EXPECT_EQ(config->GetUseCount(), 2) << "nothing was connected in vain";
         config->Set(eParamID_Camera, byUri ? 1u : 2u);
@@ -76,20 +63,11 @@ TEST_F(NetworkEventListenerTest, KeepsEachKindOfChange)
     config->Set(eParamID_Camera, 3u, kTime);
     config->FireParamChangedEvent(eParamID_CustomClipName, "Scene", kTime);
     config->SetData(eParamID_TestData, bytes, kTime);
-    struct Row {
-        eParam_t id;
-        unsigned int type, value;
-        std::string text, data;
-    };
-    for (const Row& row :
-         {Row{eParamID_Camera, 3, 3, "", ""}, Row{eParamID_CustomClipName, 12, 0, "Scene", ""},
-          Row{eParamID_TestData, 12, 0, "", bytes}}) {
+    for (const auto& row : {std::tuple{eParamID_Camera, 3u, 3u, std::string(), std::string()},
+                            {eParamID_CustomClipName, 12, 0, "Scene", ""},
+                            {eParamID_TestData, 12, 0, "", bytes}}) {
         ASSERT_TRUE(listener.WaitForConfigEvent(event));
-        EXPECT_EQ(event.paramID, row.id);
-        EXPECT_EQ(event.paramType, row.type);
-        EXPECT_EQ(event.value, row.value);
-        EXPECT_EQ(event.text, row.text);
-        EXPECT_EQ(event.data, row.data);
+        EXPECT_EQ(std::tuple(event.paramID, event.paramType, event.value, event.text, event.data), row);
         EXPECT_EQ(event.time.tv_usec, kTime.tv_usec);
     }
 }
@@ -115,18 +93,18 @@ TEST_F(NetworkEventListenerTest, KeepsTheNewest)
 // A wait of 2,500 ms ends between 1.5 and 2.5 seconds after it began.
 TEST(NetworkEventListener, DeadlinesFallOnTheSamePointOfASecond)
 {
-    struct Row {
+    struct {
         timespec now;
         unsigned int timeoutInMS;
         timespec deadline;
-    };
-    for (const Row& row :
-         {Row{{1000, 0}, 2500, {1002, 500'000'000}}, Row{{1000, 999'999'999}, 2500, {1002, 500'000'000}},
-          Row{{1000, 700'000'000}, 600, {1000, 600'000'000}},  // over before it began
-          Row{{1000, 1}, 0xFFFFFFFE, {1000 + 4'294'967, 294'000'000}}}) {
-        const timespec deadline = NetworkEventListener::Deadline(row.now, row.timeoutInMS);
-        EXPECT_EQ(deadline.tv_sec, row.deadline.tv_sec) << row.timeoutInMS;
-        EXPECT_EQ(deadline.tv_nsec, row.deadline.tv_nsec) << row.timeoutInMS;
+    } const rows[] = {{{1000, 0}, 2500, {1002, 500'000'000}},
+                      {{1000, 999'999'999}, 2500, {1002, 500'000'000}},
+                      {{1000, 700'000'000}, 600, {1000, 600'000'000}},  // over before it began
+                      {{1000, 1}, 0xFFFFFFFE, {1000 + 4'294'967, 294'000'000}}};
+    for (const auto& [now, timeout, expected] : rows) {
+        const timespec deadline = NetworkEventListener::Deadline(now, timeout);
+        EXPECT_EQ(deadline.tv_sec, expected.tv_sec) << timeout;
+        EXPECT_EQ(deadline.tv_nsec, expected.tv_nsec) << timeout;
     }
 }
 

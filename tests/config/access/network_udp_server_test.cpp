@@ -7,8 +7,8 @@
 #include "config/access/network_payload.h"
 #include "config/access/network_udp_connection.h"
 #include "config/config_value.h"
-#include "config/manager/config_manager.h"
 #include "support/raw_peer.h"
+#include "support/recording_listener.h"
 #include "support/stderr_of.h"
 #include "support/test_server.h"
 
@@ -69,7 +69,6 @@ class NetworkUdpServer : public testing::Test {
     static std::string PayloadOf(const std::string& datagram) { return datagram.substr(52); }
 
     LocalStore store{kConfig};
-    ConfigManager* manager = dynamic_cast<ConfigManager*>(&*store);
     TestServer server{SOCK_DGRAM};
     RawPeer client{server.port, SOCK_DGRAM};
     RawEvents events{kConfig};
@@ -78,9 +77,8 @@ class NetworkUdpServer : public testing::Test {
 
 TEST_F(NetworkUdpServer, RecordsOfEveryExchange)
 {
-    const auto config = static_cast<uint32_t>(kConfig);
-    EXPECT_THAT(Ask(WordList{16, 0x21234, 7, config, 5, 4097}),
-                ElementsAre(32, 0x21234, 7, config, 5, 4097, 0, 0, 0, 0, 0, 0, 0));
+    EXPECT_THAT(Ask(WordList{16, 0x21234, 7, kConfigWord, 5, 4097}),
+                ElementsAre(32, 0x21234, 7, kConfigWord, 5, 4097, 0, 0, 0, 0, 0, 0, 0));
     store->Set(eParamID_RegisterSave, 9u);
     EXPECT_EQ(Ask(Request(80, kNumber)), ReplyWords(96, kConfig, kNumber, 0, 9));
     EXPECT_EQ(Ask(Request(81, kNumber, 500)), ReplyWords(97, kConfig, kNumber, 0, 20));
@@ -99,18 +97,19 @@ TEST_F(NetworkUdpServer, RecordsOfEveryExchange)
     EXPECT_EQ(Ask(Request(256, kData)), ReplyWords(257, kConfig, kData, 0, 0, 10));
     EXPECT_EQ(PayloadOf(reply), data);
     EXPECT_EQ(Ask(Request(256, kNumber)), ReplyWords(257, kConfig, kNumber, 1, 0));
-    EXPECT_THAT(Ask(WordList{17, 0x21234, 7, config, 5, 4097}),
-                ElementsAre(33, 0x21234, 7, config, 5, 4097, 0, 0, 0, 0, 0, 0, 0));
+    EXPECT_THAT(Ask(WordList{17, 0x21234, 7, kConfigWord, 5, 4097}),
+                ElementsAre(33, 0x21234, 7, kConfigWord, 5, 4097, 0, 0, 0, 0, 0, 0, 0));
     EXPECT_EQ(reply.size(), 28u);
 }
 
 TEST_F(NetworkUdpServer, EventsOfItsOwnChanges)
 {
-    const auto config = static_cast<uint32_t>(kConfig);
     EXPECT_EQ(Ask(Request(81, kNumber, 4))[7], 0u);
-    EXPECT_THAT(events.NextWords(), ElementsAre(144, 0, 0, config, 0, 4096, kNumber, 0, 4, 11, 22, 0, 3072));
+    EXPECT_THAT(events.NextWords(),
+                ElementsAre(144, 0, 0, kConfigWord, 0, 4096, kNumber, 0, 4, 11, 22, 0, 3072));
     EXPECT_EQ(Ask(Request(81, kNumber, 500))[7], 0u);
-    EXPECT_THAT(events.NextWords(), ElementsAre(144, 0, 1, config, 0, 4096, kNumber, 0, 20, 11, 22, 0, 3072));
+    EXPECT_THAT(events.NextWords(),
+                ElementsAre(144, 0, 1, kConfigWord, 0, 4096, kNumber, 0, 20, 11, 22, 0, 3072));
 
     // Then what depends on it, as the store holds it.
     store->Set(eParamID_CombinedName, "c");
@@ -120,8 +119,8 @@ TEST_F(NetworkUdpServer, EventsOfItsOwnChanges)
     const std::string dependent = events.Next();
     const std::string combined = WritePayload(store->GetSerializable(eParamID_CombinedName));
     const auto length = static_cast<uint32_t>(combined.size());
-    EXPECT_THAT(RecordOf(dependent),
-                ElementsAre(145, 0, 0, config, 0, 4096, eParamID_CombinedName, 0, 0, 11, 22, length, 3072));
+    EXPECT_THAT(RecordOf(dependent), ElementsAre(145, 0, 0, kConfigWord, 0, 4096, eParamID_CombinedName, 0, 0,
+                                                 11, 22, length, 3072));
     EXPECT_EQ(PayloadOf(dependent), combined);
 
     // Texts and data travel on as they came, under the identifier of the request.
@@ -129,24 +128,25 @@ TEST_F(NetworkUdpServer, EventsOfItsOwnChanges)
     client.Send(WithPayload(113, kText, south));
     const std::string text = events.Next();
     EXPECT_THAT(RecordOf(text),
-                ElementsAre(145, 0x21234, 7, config, 5, 4096, kText, 0, 0, 11, 22, south.size(), 3072));
+                ElementsAre(145, 0x21234, 7, kConfigWord, 5, 4096, kText, 0, 0, 11, 22, south.size(), 3072));
     EXPECT_EQ(PayloadOf(text), south);
     client.Send(WithPayload(258, kData, "0123456789"));
     const std::string data = events.Next();
     EXPECT_EQ(data.size(), 62u);
-    EXPECT_THAT(RecordOf(data), ElementsAre(146, 0x21234, 7, config, 5, 4096, kData, 0, 0, 11, 22, 10, 3072));
+    EXPECT_THAT(RecordOf(data),
+                ElementsAre(146, 0x21234, 7, kConfigWord, 5, 4096, kData, 0, 0, 11, 22, 10, 3072));
     EXPECT_EQ(PayloadOf(data), "0123456789");
 }
 
 TEST_F(NetworkUdpServer, EventsOfEverybodyElsesChanges)
 {
-    const auto config = static_cast<uint32_t>(kConfig);
     store->Set(eParamID_RegisterSave, 5u, timeval{33, 44});
-    EXPECT_THAT(events.NextWords(), ElementsAre(144, 0, 0, config, 0, 4096, kNumber, 0, 5, 33, 44, 0, 3072));
+    EXPECT_THAT(events.NextWords(),
+                ElementsAre(144, 0, 0, kConfigWord, 0, 4096, kNumber, 0, 5, 33, 44, 0, 3072));
     store->Set(eParamID_SysName, "east", timeval{33, 44});
-    const std::string text = events.Next();
+    const std::string text = events.Next(), east = TextPayload("east");
     EXPECT_EQ(RecordOf(text)[0], 145u);
-    EXPECT_EQ(PayloadOf(text), TextPayload("east"));
+    EXPECT_EQ(PayloadOf(text), east);
     std::string bytes("\0x", 2);
     store->SetData(eParamID_TestData, bytes, timeval{33, 44});
     const std::string data = events.Next();
@@ -154,16 +154,9 @@ TEST_F(NetworkUdpServer, EventsOfEverybodyElsesChanges)
     EXPECT_EQ(PayloadOf(data), bytes);
 
     // What a listener changes during a client's Set is nobody's announcement but the announcer's.
-    struct Follower : ConfigEventListener {
-        explicit Follower(Config& config) : m_config(config) {}
-        using ConfigEventListener::ParamChanged;
-        bool ParamChanged(eParam_t id, unsigned int value, timeval) override
-        {
-            return id == eParamID_RegisterSave && m_config.Set(eParamID_Take, value);
-        }
-        bool ParamChanged(eParam_t, std::string, timeval) override { return false; }
-        Config& m_config;
-    } follower(*store);
+    Callback follower([&] {
+        if (follower.Heard().size() == 1) store->Set(eParamID_Take, 6u);
+    });
     store->AddConfigEventListener(&follower);
     EXPECT_EQ(Ask(Request(81, kNumber, 6))[7], 0u);
     store->RemoveConfigEventListener(&follower);
@@ -225,27 +218,24 @@ TEST_F(NetworkUdpServer, AConfigurationIsOpenUntilItsLastClientLeaves)
     RawPeer other(server.port, SOCK_DGRAM);
     EXPECT_EQ(other.Ask(Connection(16, 0x31234), 13)[0], 32u);
     EXPECT_EQ(other.Ask(Connection(16, 0x31234), 13)[0], 32u);
-    EXPECT_EQ(manager->GetUseCount(), 2);
+    EXPECT_EQ(store.Manager()->GetUseCount(), 2);
     EXPECT_EQ(other.Ask(Connection(17, 0x31234), 7)[0], 33u);
     EXPECT_EQ(other.Ask(Connection(17, 0x31234), 7)[0], 33u) << "unknown by now, and answered";
     EXPECT_EQ(Ask(Request(80, kNumber))[0], 96u);
 
     EXPECT_EQ(Ask(Connection(17, 0x21234))[0], 33u);
-    EXPECT_EQ(manager->GetUseCount(), 1);
+    EXPECT_EQ(store.Manager()->GetUseCount(), 1);
     const std::string lines = StderrOf([&] {
         client.Send(Request(80, kNumber));
         client.Send(Connection(17, 0x21234));
         EXPECT_EQ(Ask(Connection(16, 1))[1], 1u) << "the first reply";
     });
-    EXPECT_EQ(
-        lines,
-        "NetworkUDPConnection::GetConfig - ConfigID " + std::to_string(kConfig) +
-            " instance not present\n"
-            "NetworkUDPConnection::GetConfig - ConfigID " +
-            std::to_string(kConfig) +
-            " instance not present\n"
-            "NetworkUDPConnection::ProcessDisconnectRequest - Unable to get ConfigManger for ConfigID " +
-            std::to_string(kConfig) + "\n");
+    const std::string line =
+        "NetworkUDPConnection::GetConfig - ConfigID " + std::to_string(kConfig) + " instance not present\n";
+    EXPECT_EQ(lines, line + line +
+                         "NetworkUDPConnection::ProcessDisconnectRequest - Unable to get ConfigManger for "
+                         "ConfigID " +
+                         std::to_string(kConfig) + "\n");
 }
 
 TEST_F(NetworkUdpServer, AfterTooManyClientsAConfigurationStaysOpen)
@@ -258,7 +248,7 @@ TEST_F(NetworkUdpServer, AfterTooManyClientsAConfigurationStaysOpen)
     EXPECT_EQ(Ask(Request(80, kNumber))[0], 96u);
     server.Stop();
     EXPECT_TRUE(NetworkServer::WaitUntilStopped(std::chrono::seconds(20)));
-    EXPECT_EQ(manager->GetUseCount(), 1) << "until the server ends";
+    EXPECT_EQ(store.Manager()->GetUseCount(), 1) << "until the server ends";
 }
 
 TEST_F(NetworkUdpServer, ValuesThatDoNotFitIntoADatagram)
@@ -287,8 +277,7 @@ TEST(NetworkUdpAnnouncements, WithoutAClientTheyDoNotCountAsConnected)
     LocalStore store(kOther);
     RawEvents events(kOther);
     TestServer server(SOCK_DGRAM, {kOther});
-    auto* const manager = dynamic_cast<ConfigManager*>(&*store);
-    ASSERT_TRUE(Eventually([&] { return manager->GetUseCount() == 2; }));
+    ASSERT_TRUE(Eventually([&] { return store.Manager()->GetUseCount() == 2; }));
     RawPeer client(server.port, SOCK_DGRAM);
     const WordList connect = {16, 1, 0, kOtherWord, 0, 4096}, disconnect = {17, 1, 0, kOtherWord, 0, 4096};
     const std::string lines = StderrOf([&] {

@@ -46,29 +46,28 @@ TEST_F(MainstayQueueClient, WrongAnswersFailInTheOrderOfTheChecks)
     };
     const auto refused = [](auto& answer) { answer.error = 53; };
     const std::string get = "PosixMQClient::Get", set = "PosixMQClient::Set";
-    struct Row {
+    const auto length = static_cast<uint32_t>(TextStream("Scene").size());
+    const auto streamOf = [](uint32_t bytes) { return [=](auto& answer) { answer.streamLength = bytes; }; };
+    struct {
         uint32_t type;
         std::function<void(mq::XCONFIGMGR_RESPONSE_T&)> change;
         bool updated;
         std::string message;  // the last line
+    } const rows[] = {
+        {80, refused, false, get + "(): response message indicated an error\n"},
+        {80, both, false, get + "(): response message indicated an error\n"},
+        {80, other, false, get + "(): response message did not match response message info\n"},
+        {81, refused, true, ""},
+        {81, both, false, set + " - invalid response for the given request\n"},
+        {112, both, false, get + " - response error != 0\n"},
+        {112, other, false, get + " - response does not match request\n"},
+        {112, streamOf(0), false, get + " - invalid streamLength\n"},
+        {112, streamOf(length + 1), false, get + " - invalid streamLength\n"},
+        {112, streamOf(length - 9), true, ""},
+        {113, both, false, ""},
+        {113, other, false, get + " - response does not match request\n"},
     };
-    const auto length = static_cast<uint32_t>(TextStream("Scene").size());
-    for (const Row& row : {
-             Row{80, refused, false, get + "(): response message indicated an error\n"},
-             Row{80, both, false, get + "(): response message indicated an error\n"},
-             Row{80, other, false, get + "(): response message did not match response message info\n"},
-             Row{81, refused, true, ""},
-             Row{81, both, false, set + " - invalid response for the given request\n"},
-             Row{112, both, false, get + " - response error != 0\n"},
-             Row{112, other, false, get + " - response does not match request\n"},
-             Row{112, [](auto& answer) { answer.streamLength = 0; }, false,
-                 get + " - invalid streamLength\n"},
-             Row{112, [=](auto& answer) { answer.streamLength = length + 1; }, false,
-                 get + " - invalid streamLength\n"},
-             Row{112, [=](auto& answer) { answer.streamLength = length - 9; }, true, ""},
-             Row{113, both, false, ""},
-             Row{113, other, false, get + " - response does not match request\n"},
-         }) {
+    for (const auto& row : rows) {
         AnswerWith(row.type, [&](const MQRequest& request) {
             auto answer = AnswerTo(request);
             answer.streamLength = length;
@@ -165,7 +164,7 @@ TEST_F(MainstayQueueClient, DisconnectUnderEventsAndFromACallback)
     Disconnect();
     for (int i = 0; i < 60; ++i) {
         const bool fromCallback = i % 2 == 0;
-        const size_t descriptors = OpenDescriptors();
+        const auto descriptors = EntriesOf("/proc/self/fd");
         mq::PosixMQClient* const client = m_factory.Connect("mq:");
         ASSERT_NE(client, nullptr);
         const uint32_t id = client->ConnectionID();
@@ -182,7 +181,8 @@ TEST_F(MainstayQueueClient, DisconnectUnderEventsAndFromACallback)
         called.get_future().wait();
         if (!fromCallback) m_factory.Disconnect(client);
         events.get();
-        ASSERT_TRUE(Eventually([&] { return OpenDescriptors() <= descriptors; })) << "the client is left";
+        ASSERT_TRUE(Eventually([&] { return EntriesOf("/proc/self/fd") <= descriptors; }))
+            << "the client is left";
         if (fromCallback) {
             EXPECT_EQ(listener.Heard().size(), 1u);
         }
@@ -192,22 +192,16 @@ TEST_F(MainstayQueueClient, DisconnectUnderEventsAndFromACallback)
 TEST_F(MainstayQueueClient, FourThreadsWithAListenerEach)
 {
     constexpr unsigned int kRounds = 200;
-    std::mutex valuesLock;
-    std::map<uint32_t, unsigned int> values;
-    // A change is announced to its connection before it is answered.
+    // A change is announced to its connection before it is answered, and a number is that of its connection.
     m_daemon.SetScript([&](ScriptedDaemon& self, const MQRequest& request) {
         const uint32_t id = request.info.connectionID;
         auto answer = AnswerTo(request);
-        {
-            const std::lock_guard hold(valuesLock);
-            if (request.msgtype == 81) values[id] = request.value;
-            answer.value = values[id];
-        }
-        if (request.msgtype == 81) self.Send(id, NumberEvent(id, request.value));
-        if (request.msgtype == 80 || request.msgtype == 81) self.Send(id, Bytes(answer));
-        return request.msgtype == 80 || request.msgtype == 81;
+        answer.value = id;
+        if (request.msgtype == XCFG_SET_PARAM_REQUEST) self.Send(id, NumberEvent(id, request.value));
+        if (request.msgtype == XCFG_GET_PARAM_REQUEST) self.Send(id, Bytes(answer));
+        return request.msgtype == XCFG_GET_PARAM_REQUEST;
     });
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([this] {
             mq::PosixMQClient* const client = m_factory.Connect("mq:");
@@ -215,7 +209,7 @@ TEST_F(MainstayQueueClient, FourThreadsWithAListenerEach)
             EXPECT_TRUE(client->AddConfigEventListener(&listener));
             for (unsigned int value = 1; value <= kRounds; ++value) {
                 EXPECT_TRUE(client->Config::Set(kNumber, value));
-                EXPECT_EQ(client->Get(kNumber), value);
+                EXPECT_EQ(client->Get(kNumber), client->ConnectionID());
             }
             EXPECT_TRUE(Eventually([&] { return listener.Heard().size() == kRounds; }));
             const auto heard = listener.Heard();
@@ -223,8 +217,6 @@ TEST_F(MainstayQueueClient, FourThreadsWithAListenerEach)
                 EXPECT_EQ(heard[value - 1], Number(value));
             m_factory.Disconnect(client);
         });
-    for (std::thread& thread : threads) thread.join();
-    m_daemon.SetScript(nullptr);
 }
 
 }  // namespace

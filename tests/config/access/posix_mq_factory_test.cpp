@@ -31,11 +31,6 @@ bool QueueExists(const std::string& name)
     return queue != -1;
 }
 
-std::string NoConnection(const std::string& why)
-{
-    return why + "PosixMQFactory::Connect - failed to confirm connection " + QueueName(0) + " with server\n";
-}
-
 TEST(MainstayQueueFactory, ConnectionsHaveNamesNumbersAndPriorities)
 {
     ScriptedDaemon daemon;
@@ -59,24 +54,23 @@ TEST(MainstayQueueFactory, ConnectionsHaveNamesNumbersAndPriorities)
 TEST(MainstayQueueFactory, AHandshakeThatFailsGivesNoClientAndLeavesNothing)
 {
     const std::string confirm = "PosixMQFactory::ConfirmConnection: ";
-    struct Row {
+    struct {
         std::function<void(mq::XCONFIGMGR_RESPONSE_T&)> change;
         size_t length;
         std::string message;
+    } const rows[] = {
+        {[](auto& answer) { answer.msgtype = 33; }, 24, confirm + "unexpected msgtype == 33\n"},
+        {[](auto&) {}, 0, confirm + "unexpected msgtype == 0\n"},
+        {[](auto& answer) { answer.listenerError = 5; }, 24, confirm + "server responded with error 5\n"},
+        {[](auto& answer) { answer.info.configID = 3; }, 24,
+         "IsValidResponse - request.configID (0) != response.configID (3)\n" + confirm +
+             "mismatched msgInfo\n"},
+        {[](auto&) {}, 4,
+         "IsValidResponse - request.connectionID (" + QueueName(0) +
+             ") != response.connectionID (/mqd_0_0)\n" + confirm + "mismatched msgInfo\n"},
     };
     ScriptedDaemon daemon;
-    for (const Row& row : {
-             Row{[](auto& answer) { answer.msgtype = 33; }, 24, confirm + "unexpected msgtype == 33\n"},
-             Row{[](auto&) {}, 0, confirm + "unexpected msgtype == 0\n"},
-             Row{[](auto& answer) { answer.listenerError = 5; }, 24,
-                 confirm + "server responded with error 5\n"},
-             Row{[](auto& answer) { answer.info.configID = 3; }, 24,
-                 "IsValidResponse - request.configID (0) != response.configID (3)\n" + confirm +
-                     "mismatched msgInfo\n"},
-             Row{[](auto&) {}, 4,
-                 "IsValidResponse - request.connectionID (" + QueueName(0) +
-                     ") != response.connectionID (/mqd_0_0)\n" + confirm + "mismatched msgInfo\n"},
-         }) {
+    for (const auto& row : rows) {
         daemon.SetScript([&](ScriptedDaemon& self, const MQRequest& request) {
             auto answer = AnswerTo(request);
             row.change(answer);
@@ -84,11 +78,13 @@ TEST(MainstayQueueFactory, AHandshakeThatFailsGivesNoClientAndLeavesNothing)
             return true;
         });
         mq::PosixMQFactory factory;
-        const size_t descriptors = OpenDescriptors();
-        EXPECT_EQ(StderrOf([&] { EXPECT_EQ(factory.Connect("mq:"), nullptr); }), NoConnection(row.message));
+        const auto descriptors = EntriesOf("/proc/self/fd");
+        EXPECT_EQ(StderrOf([&] { EXPECT_EQ(factory.Connect("mq:"), nullptr); }),
+                  row.message + "PosixMQFactory::Connect - failed to confirm connection " + QueueName(0) +
+                      " with server\n");
         daemon.SetScript(nullptr);
         EXPECT_FALSE(QueueExists(QueueName(0)));
-        EXPECT_LE(OpenDescriptors(), descriptors + 1);  // one is the daemon's
+        EXPECT_LE(EntriesOf("/proc/self/fd"), descriptors + 1);  // one is the daemon's
     }
 }
 
@@ -128,17 +124,13 @@ TEST(MainstayQueueFactory, NobodyWaitsLongerThanAllowedForADaemonThatHangs)
     mq::PosixMQClient* const client = factory.Connect("mq:");
     daemon.Hang();
     factory.SetConnectTimeout(30);
-    EXPECT_EQ(
-        StderrOf([&] { EXPECT_EQ(factory.Connect("mq:"), nullptr); }),
-        "PosixMQFactory::ConfirmConnection - mq_receive failed\n: Connection timed out\n"
-        "PosixMQFactory::ConfirmConnection - mq_receive for connectionID " +
-            [] {
-                char id[16];
-                snprintf(id, sizeof id, "%X", (static_cast<unsigned>(getpid()) << 16) + 1);
-                return std::string(id);
-            }() +
-            " failed\nPosixMQFactory::Connect - failed to confirm connection " + QueueName(1) +
-            " with server\n");
+    char id[16];
+    snprintf(id, sizeof id, "%X", (static_cast<unsigned>(getpid()) << 16) + 1);
+    EXPECT_EQ(StderrOf([&] { EXPECT_EQ(factory.Connect("mq:"), nullptr); }),
+              "PosixMQFactory::ConfirmConnection - mq_receive failed\n: Connection timed out\n"
+              "PosixMQFactory::ConfirmConnection - mq_receive for connectionID " +
+                  std::string(id) + " failed\nPosixMQFactory::Connect - failed to confirm connection " +
+                  QueueName(1) + " with server\n");
     factory.SetConnectTimeout(2);
     std::string error;
     for (int i = 0; i < 200 && error.find("mq_send") == std::string::npos; ++i)

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -40,70 +39,26 @@ TEST(Socket, WithoutDescriptorFails)
               "Socket::set_buffer_size: The option must be one of SO_RCVBUF or SO_SNDBUF\n");
 }
 
-TEST(Socket, ReceivesInPiecesAndStopsAtTheEnd)
-{
-    Connection connection;
-    char buffer[9] = "........";
-    std::thread sender([&] {
-        for (const char* const piece : {"ab", "cde", "fgh"}) {
-            EXPECT_TRUE(connection.client.send(piece, static_cast<unsigned>(strlen(piece))));
-            std::this_thread::yield();
-        }
-        connection.client.send("xyz", 3);
-        connection.client.close();
-    });
-    EXPECT_EQ(connection.server.recv(buffer, 8), 8);
-    EXPECT_STREQ(buffer, "abcdefgh");
-    EXPECT_EQ(connection.server.recv(buffer, 0), 0);
-    EXPECT_EQ(connection.server.recv(buffer, 8), 3);
-    EXPECT_EQ(connection.server.recv(buffer, 8), 0);
-    sender.join();
-}
-
-TEST(Socket, SendsAllOfALongMessage)
+TEST(Socket, SendsAndReceivesAllUntilTheEnd)
 {
     Connection connection;
     const std::string message(4 << 20, 'm');
     std::string received(message.size(), '\0');
-    std::thread reader([&] {
-        EXPECT_EQ(connection.server.recv(received.data(), static_cast<unsigned>(received.size())),
-                  static_cast<int>(received.size()));
+    std::thread sender([&] {
+        EXPECT_TRUE(connection.client.send(message.data(), static_cast<unsigned>(message.size())));
+        connection.client.send("xyz", 3);
+        connection.client.close();
     });
-    EXPECT_TRUE(connection.client.send(message.data(), static_cast<unsigned>(message.size())));
-    reader.join();
+    EXPECT_EQ(connection.server.recv(received.data(), static_cast<unsigned>(received.size())),
+              static_cast<int>(received.size()));
     EXPECT_TRUE(received == message);
+    EXPECT_EQ(connection.server.recv(received.data(), 0), 0);
+    EXPECT_EQ(connection.server.recv(received.data(), 8), 3);
+    EXPECT_EQ(connection.server.recv(received.data(), 8), 0);
+    connection.server.close();  // or what was not received keeps the sender for ever
+    sender.join();
     int length = 0;
-    EXPECT_FALSE(connection.client.sendall("", &length));
-}
-
-TEST(Socket, TimeoutPrintsItsParts)
-{
-    Connection connection;
-    const std::string output = StderrOf([&] { EXPECT_FALSE(connection.server.read_select(20)); });
-    EXPECT_EQ(output.find("Socket::read_select - readfds is not set (timeout secs:0 usecs:20000)\n"), 0u)
-        << output;
-}
-
-TEST(Socket, SignalsDoNotEndAWait)
-{
-    Connection connection;
-    struct sigaction action {
-    }, before;
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, &before);
-    const pthread_t waiter = pthread_self();
-    std::thread interrupter([&] {
-        for (int i = 0; i < 20; ++i) {
-            pthread_kill(waiter, SIGUSR1);
-            usleep(1000);
-        }
-        connection.client.send("late", 4);
-    });
-    EXPECT_TRUE(connection.server.read_select(60'000));
-    char buffer[4];
-    EXPECT_EQ(connection.server.recv(buffer, 4), 4);
-    interrupter.join();
-    sigaction(SIGUSR1, &before, nullptr);
+    EXPECT_FALSE(connection.server.sendall("", &length));
 }
 
 TEST(Socket, CloseWakesTheThreadInside)
@@ -112,9 +67,9 @@ TEST(Socket, CloseWakesTheThreadInside)
     const int number = connection.server.fd;
     std::thread reader([&] {
         char buffer[1];
-        EXPECT_EQ(connection.server.recv(buffer, 1), 0);
+        EXPECT_LE(connection.server.recv(buffer, 1), 0);
     });
-    usleep(10'000);  // either order passes; this one is usually the blocked read
+    usleep(10'000);  // either order passes, the blocked read, which is usual, with 0
     connection.server.close();
     EXPECT_EQ(connection.server.fd, -1);
     reader.join();

@@ -39,36 +39,14 @@ void ExpectGolden(const char* name, const Record& record)
 TEST(Wire, NetworkRecordsHaveTheirBytes)
 {
     using wire::NetworkOrder;
-    net::XCONFIGMGR_CONNECTION_REQUEST_T connect;
-    connect.msgtype = XCFG_CONNECT_REQUEST;
-    connect.connectionID = 0x00011234;
-    connect.configID = 3;
-    ExpectGolden<NetworkOrder>("network.connection_request", connect);
-
-    net::XCONFIGMGR_CONNECTION_RESPONSE_T connected;
-    connected.msgtype = XCFG_CONNECT_RESPONSE;
-    connected.connectionID = 0x00011234;
-    connected.configID = -1;
-    connected.error = 53;
-    ExpectGolden<NetworkOrder>("network.connection_response", connected);
-
-    net::XCONFIGMGR_EVENT_HANDLER_REQUEST_T listen;
-    static_cast<net::MessagePrefix&>(listen) = connect;
-    listen.msgtype = XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST;
-    listen.paramID = 5;
-    ExpectGolden<NetworkOrder>("network.listener_request", listen);
-
-    net::XCONFIGMGR_REQUEST_T set;
-    set.msgtype = XCFG_SET_PARAM_REQUEST;
-    set.connectionID = 0x00011234;
-    set.requestID = 2;
-    set.configID = 3;
-    set.priority = 4;
-    set.paramID = eParam_t{0x5c010000};
-    set.value = 6;
+    ExpectGolden<NetworkOrder>("network.connection_request",
+                               net::XCONFIGMGR_CONNECTION_REQUEST_T{{16, 0x11234, 0, 3, 0, 4096}});
+    ExpectGolden<NetworkOrder>("network.connection_response",
+                               net::XCONFIGMGR_CONNECTION_RESPONSE_T{{32, 0x11234, 0, -1, 0, 4096}, 53});
+    ExpectGolden<NetworkOrder>("network.listener_request",
+                               net::XCONFIGMGR_EVENT_HANDLER_REQUEST_T{{48, 0x11234, 0, 3, 0, 4096}, 5});
+    net::XCONFIGMGR_REQUEST_T set{{81, 0x11234, 2, 3, 4, 4096}, eParam_t{0x5c010000}, 6, 0, 0, 7, 3072};
     SetTime(set, {static_cast<time_t>(0x80000001), 999'999});
-    set.streamLength = 7;
-    set.streamFormat = net::kStreamFormat;
     ExpectGolden<NetworkOrder>("network.request", set);
 
     net::XCONFIGMGR_RESPONSE_T response = ResponseFor(set, XCFG_SET_PARAM_RESPONSE);
@@ -82,35 +60,14 @@ TEST(Wire, QueueRecordsHaveTheirBytes)
 {
     using wire::HostOrder;
     const mq::MQMessageInfo_t info{0x12340001, 2, 3, 10};
-    const auto record = [&]<class Record>(Record made, uint32_t type) {
-        made.msgtype = type;
-        made.info = info;
-        return made;
-    };
-    ExpectGolden<HostOrder>("queue.connection_request",
-                            record(mq::XCONFIGMGR_CONNECTION_REQUEST_T{}, XCFG_CONNECT_REQUEST));
-    auto connected = record(mq::XCONFIGMGR_CONNECTION_RESPONSE_T{}, XCFG_CONNECT_RESPONSE);
-    connected.error = 53;
-    ExpectGolden<HostOrder>("queue.connection_response", connected);
-    auto listen = record(mq::XCONFIGMGR_EVENT_HANDLER_REQUEST_T{}, XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST);
-    listen.paramID = 5;
-    ExpectGolden<HostOrder>("queue.listener_request", listen);
-
-    auto set = record(mq::XCONFIGMGR_REQUEST_T{}, XCFG_SET_PARAM_REQUEST);
-    set.paramID = eParam_t{0x5c010000};
-    set.value = 6;
-    set.streamLength = 7;
-    set.streamFormat = mq::kQueueStreamFormat;
-    ExpectGolden<HostOrder>("queue.request", set);
-
-    auto response = record(mq::XCONFIGMGR_RESPONSE_T{}, XCFG_GET_PARAM_RESPONSE);
-    response.listenerError = 1;
-    response.paramID = eParam_t{0x5c010000};
+    ExpectGolden<HostOrder>("queue.connection_request", mq::XCONFIGMGR_CONNECTION_REQUEST_T{16, info});
+    ExpectGolden<HostOrder>("queue.connection_response",
+                            mq::XCONFIGMGR_CONNECTION_RESPONSE_T{{32, info}, 53});
+    ExpectGolden<HostOrder>("queue.listener_request", mq::XCONFIGMGR_EVENT_HANDLER_REQUEST_T{{48, info}, 5});
+    ExpectGolden<HostOrder>("queue.request",
+                            mq::XCONFIGMGR_REQUEST_T{{81, info}, eParam_t{0x5c010000}, 6, 7, 0xA00});
+    mq::XCONFIGMGR_RESPONSE_T response{{96, info}, 1, eParam_t{0x5c010000}, 0, 0, 53, 8, 7, 0xA00};
     SetTime(response, {static_cast<time_t>(0x80000001), 999'999});
-    response.error = mq::kQueueErrorRefused;
-    response.value = 8;
-    response.streamLength = 7;
-    response.streamFormat = mq::kQueueStreamFormat;
     ExpectGolden<HostOrder>("queue.response", response);
 }
 

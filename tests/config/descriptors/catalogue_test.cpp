@@ -4,18 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cctype>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <functional>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
 
-#include "config/descriptors/catalogue/builders.h"
 #include "config/descriptors/enum_descriptor.h"
 #include "config/descriptors/placeholder.h"
 #include "config/descriptors/registry.h"
@@ -25,8 +18,6 @@
 #include "services/product/product_models.h"
 #include "support/in_child.h"
 #include "support/store.h"
-
-using namespace vexa::config::catalogue;
 
 namespace {
 
@@ -41,21 +32,18 @@ std::vector<std::string> AllModels()
 
 /// Runs a check on the catalogue of one model. Its expectations count here.
 /// @return what it wrote to standard error.
-std::string OnModel(const std::string& model, const std::function<void()>& check)
+template <class Check>
+std::string OnModel(const std::string& model, Check&& check)
 {
-    SCOPED_TRACE(model);
     std::string text;
-    const testing::Matcher<const std::string&> keepText = testing::Truly([&](const std::string& written) {
-        text = written;
-        return true;
-    });
-    ExpectInChild(
-        [&] {
-            setenv("PRODUCT_ID", model.c_str(), 1);
-            CreateDescriptors();
-            check();
-        },
-        keepText);
+    const auto build = [&] {
+        CreateDescriptors();
+        check();
+    };
+    ExpectOnModel(model, build, testing::Truly([&](const std::string& written) {
+                      text = written;
+                      return true;
+                  }));
     return text;
 }
 
@@ -174,144 +162,6 @@ TEST(Catalogue, IsSoundOnEveryModel)
     for (const std::string& model : AllModels()) OnModel(model, CheckAll);
 }
 
-// ---- Rows and builders ----
-
-struct BuilderRow {
-    std::string name;
-    void (*build)();
-    std::set<unsigned int> groups;  ///< high bytes of its identifiers
-    size_t rows;                    ///< entries of all models
-};
-#define BUILDER(name) #name, name
-
-const BuilderRow kBuilderRows[] = {
-    {BUILDER(CreateGroup_0), {0}, 2},
-    {BUILDER(CreateGroup_1), {1}, 41},
-    {BUILDER(CreateGroup_2), {2}, 15},
-    {BUILDER(CreateGroup_4), {4}, 1},
-    {BUILDER(CreateGroup_6), {6}, 1},
-    {BUILDER(CreateGroup_8), {8}, 9},
-    {BUILDER(CreateGroup_9), {9}, 3},
-    {BUILDER(CreateGroup_12), {12}, 7},
-    {BUILDER(CreateGroup_13), {13}, 4},
-    {BUILDER(CreateGroup_14), {14}, 29},
-    {BUILDER(CreateGroup_15), {15}, 4},
-    {BUILDER(CreateGroup_16), {16}, 4},
-    {BUILDER(CreateGroup_17), {17}, 8},
-    {BUILDER(CreateGroup_19), {19}, 9},
-    {BUILDER(CreateGroup_22), {22}, 2},
-    {BUILDER(CreateGroup_32), {32}, 1},
-    {BUILDER(CreateGroup_35), {35}, 5},
-    {BUILDER(CreateGroup_41), {41}, 5},
-    {BUILDER(CreateGroup_50), {50}, 18},
-    {BUILDER(CreateGroup_55), {55}, 4},
-    {BUILDER(CreateGroup_AlarmSuppress), {60, 126}, 2},
-    {BUILDER(CreateGroup_70), {70}, 9},
-    {BUILDER(CreateGroup_80), {80}, 4},
-    {BUILDER(CreateGroup_91), {}, 0},
-    {BUILDER(CreateGroup_92), {}, 0},
-    {BUILDER(CreateGroup_99), {99}, 1},
-    {BUILDER(CreateGroup_100), {100}, 1},
-    {BUILDER(CreateGroup_118), {118}, 1},
-    {BUILDER(CreateGroup_120), {120}, 1},
-    {BUILDER(CreateGroup_121), {121}, 7},
-    {BUILDER(CreateGroup_122), {122}, 2},
-    {BUILDER(CreateGroup_123), {123}, 19},
-    {BUILDER(CreateGroup_125), {125}, 25},
-    {BUILDER(CreateGroup_127), {127}, 2},
-    {BUILDER(CreateGroup_System), {125}, 8},
-    {BUILDER(CreateGroup_BeerThirty), {125}, 1},
-    {BUILDER(CreateGroup_Discovery), {52}, 2},
-    {BUILDER(CreateParamDescriptor_RegisterSaveRecall), {91, 92, 126}, 4},
-    {BUILDER(CreateParamDescriptor_RegisterLoadStore), {91, 92, 126}, 4},
-    {BUILDER(CreateParamDescriptor_RegisterImportExport), {126}, 2},
-    {BUILDER(CreateParamDescriptor_PresetNames), {93}, 1},
-    {BUILDER(CreateParamDescriptor_MediaParams), {125}, 1},
-    {BUILDER(CreateParamDescriptor_EngineeringDebug), {}, 0},
-};
-
-void CheckBuilders()
-{
-    for (const auto& [name, build, groups, rows] : kBuilderRows) {
-        SCOPED_TRACE(name);
-        DestroyDescriptors();
-        build();
-        for (const auto& [id, descriptor] : g_paramDescriptors) EXPECT_TRUE(groups.contains(id >> 24)) << id;
-    }
-}
-
-TEST(Catalogue, EveryBuilderKeepsToItsGroups)
-{
-    for (const std::string& model : AllModels()) OnModel(model, CheckBuilders);
-}
-
-size_t CountIn(const std::string& text, const std::string& what)
-{
-    size_t count = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++count;
-    return count;
-}
-
-std::string WithoutBlanks(std::string source)
-{
-    std::erase_if(source, [](unsigned char c) { return std::isspace(c); });
-    return source;
-}
-
-size_t CountRows(const std::string& source)
-{
-    const std::string text = WithoutBlanks(source);
-    return CountIn(text, "Register(Enum(") + CountIn(text, "Register(Integer(") +
-           CountIn(text, "Register(String(") + CountIn(text, "Register(Data(");
-}
-
-std::vector<std::string> CatalogueSources()
-{
-    std::vector<std::string> sources;
-    for (const auto& file :
-         std::filesystem::directory_iterator(VEXA_SOURCE_DIR "/classes/config/descriptors/catalogue")) {
-        std::ifstream in(file.path());
-        if (file.path().extension() == ".cpp")
-            sources.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
-    return sources;
-}
-
-/// Rows by builder. The helpers in front of a builder, after the builder before it, are the builder's.
-std::map<std::string, size_t> RowsByBuilder(const std::string& source)
-{
-    std::map<size_t, std::string> headings;
-    for (const BuilderRow& row : kBuilderRows) {
-        const size_t at = source.find("\nvoid " + row.name + "()");
-        if (at != std::string::npos) headings[at] = row.name;
-    }
-    std::map<std::string, size_t> rows;
-    size_t begin = 0;
-    for (const auto& [at, name] : headings) {
-        const size_t end = std::min(source.find("\n}\n", at), source.size());
-        rows[name] = CountRows(source.substr(begin, end - begin));
-        begin = end;
-    }
-    return rows;
-}
-
-TEST(Catalogue, HasAllRowsOfAllModels)
-{
-    std::map<std::string, size_t> rows;
-    std::string all;
-    for (const std::string& source : CatalogueSources()) {
-        rows.merge(RowsByBuilder(source));
-        all += WithoutBlanks(source);
-    }
-    for (const BuilderRow& row : kBuilderRows) EXPECT_EQ(rows[row.name], row.rows) << row.name;
-    EXPECT_EQ(CountIn(all, "Register(Enum("), 184u);
-    EXPECT_EQ(CountIn(all, "Register(Integer("), 49u);
-    EXPECT_EQ(CountIn(all, "Register(String("), 35u);
-    EXPECT_EQ(CountIn(all, "Register(Data("), 1u);
-    // The alarms have a table of their own, and the engineering builder stands outside the list.
-    EXPECT_EQ(std::size(kBuilderRows), std::size(kBuilders));
-}
-
 // ---- Across the models ----
 
 /// Which models have an identifier, and which symbolic names carry a class name.
@@ -368,6 +218,10 @@ TEST(Catalogue, CoversTheFamily)
     EXPECT_EQ(family.models[eParamID_IPAddress_1], (std::set<std::string>{"OAK", "ROWAN"}));
     EXPECT_TRUE(family.models[eParamID_EncodeType].contains(kUnknownModel));
 
+    // A row that was lost on one model is one less.
+    size_t rows = 0;
+    for (const auto& [id, models] : family.models) rows += models.size();
+    EXPECT_EQ(rows, 2099u);
     EXPECT_EQ(family.names["readonly"].size(), 27u);
     EXPECT_EQ(family.names["volatile"].size(), 19u);
     EXPECT_EQ(family.names["action_param"], (std::set<std::string>{"eParamID_FactorySettings"}));
@@ -376,48 +230,24 @@ TEST(Catalogue, CoversTheFamily)
 
 // ---- Entries that others rely on to the letter ----
 
-std::vector<unsigned int> MenuOrder(eParam_t id)
-{
-    std::vector<unsigned int> order;
-    for (const auto& value : Get<EnumDescriptor>(id).GetOrderedEnumValueDescriptors())
-        order.push_back(value.value);
-    return order;
-}
-
 TEST(Catalogue, EntriesToTheLetter)
 {
     OnModel("OAK", [] {
-        EXPECT_EQ(MenuOrder(eParamID_SystemState),
-                  (std::vector<unsigned int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
-        EXPECT_EQ(Get<EnumDescriptor>(eParamID_SystemState).GetEnumValue(10), "eSystemStateFatalError");
-        EXPECT_TRUE(Get<EnumDescriptor>(eParamID_SystemState).HasClassName("readonly"));
-
         auto& command = Get<EnumDescriptor>(eParamID_SystemCommand);
-        EXPECT_EQ(command.GetEnumValue(0), "eSystemCommandUnitialized");
-        EXPECT_EQ(command.GetMaxValue(), 7u);
         EXPECT_EQ(command.GetFeatureType(), eFeature_2);
         EXPECT_EQ(command.GetPersistenceType(), ePersist_Exclude);
         EXPECT_EQ(command.GetRegisterType(), eRegister_Exclude);
         EXPECT_EQ(command.GetFactoryResetType(), eFactoryReset_Exclude);
 
         for (const eParam_t id : {eParamID_RegisterExportResult, eParamID_RegisterImportResult}) {
-            EXPECT_EQ(MenuOrder(id), (std::vector<unsigned int>{0, 1, 2, 4, 3}));
-            EXPECT_EQ(Get<EnumDescriptor>(id).GetClassNames(),
-                      (std::vector<std::string>{"volatile", "readonly"}));
+            std::string order;
+            for (const auto& value : Get<EnumDescriptor>(id).GetOrderedEnumValueDescriptors())
+                order += std::to_string(value.value);
+            EXPECT_EQ(order, "01243");
         }
-        EXPECT_EQ(Get<EnumDescriptor>(eParamID_RegisterImportResult).GetEnumValue(3), "Import Failed");
-
-        auto& save = Get<IntegerDescriptor>(eParamID_RegisterSave);
         unsigned int group = 0;
-        EXPECT_TRUE(save.GetAttribute("ParamGroup", group));
-        EXPECT_EQ(group, 4u);
-        EXPECT_EQ(save.GetClassNames(), (std::vector<std::string>{"volatile", "preset_param"}));
-
-        EXPECT_EQ(Get<EnumDescriptor>(eParamID_Locale).GetEnumValueDescriptor(1).shortName, "ja_JP.utf8");
-        EXPECT_EQ(Get<IntegerDescriptor>(eParamID_MediaUpdated).GetClassNames(),
-                  (std::vector<std::string>{"volatile", "do_not_validate"}));
-        EXPECT_EQ(Get<StringDescriptor>(eParamID_PresetName_20).GetParamIDName(), "eParamID_PresetName_20");
-        EXPECT_EQ(eParamID_PresetName_20, 0x5d140000u);
+        EXPECT_TRUE(FindDescriptor(eParamID_RegisterSave)->GetAttribute("ParamGroup", group));
+        EXPECT_EQ(group, 4u) << "given, where others have the high byte";
     });
 }
 
@@ -441,12 +271,6 @@ TEST(Catalogue, TwoLineNamesOnlyOnTheTwoLinePanelAndOnlyWhenAsked)
             SetEncodeDescriptors(true);
             CreateDescriptors();
             EXPECT_EQ(CountTwoLineNames() > 0, CProductFeatures::hasTwoLinePanel());
-            if (CProductFeatures::hasTwoLinePanel()) {
-                EXPECT_EQ(Get<EnumDescriptor>(eParamID_SensorCommand).GetEnumValue(2),
-                          "Shutdown:\n  2 seconds");
-                EXPECT_EQ(Get<EnumDescriptor>(eParamID_FirmwareStatus).GetEnumValue(0),
-                          "NotChange/\n  Success");
-            }
         });
 }
 

@@ -9,30 +9,13 @@ namespace {
 
 constexpr eParam_t kUnknown{0x7f020304}, kNamed{0x01020004}, kNameless{0x01020304}, kAlone{0xff000000};
 
-/// A store with two parameters without a name; the first has a main parameter with one.
-class ThreeMore : public ConfigManager {
-  public:
-    ThreeMore() : ConfigManager(8) { m_named.SetName("Main"); }
-    using ConfigManager::GetParamDescriptor;
-    ParamDescriptor* GetParamDescriptor(eParam_t id) override
-    {
-        if (id == kNameless || id == kAlone) return &m_nameless;
-        return id == kNamed ? &m_named : ConfigManager::GetParamDescriptor(id);
-    }
-
-  private:
-    ParamDescriptor m_named, m_nameless;
-};
-
 TEST(LegacyParam, AnswersThroughTheSharedConnection)
 {
-    TestStore earlier;
-    ThreeMore store;
-    StderrOf([&] { store.Init(); });
-    store.Set(eParamID_CustomClipName, std::string("Scene"));
-    store.Set(eParamID_Camera, 2u);
+    TestStore earlier, store;
+    store->Set(eParamID_CustomClipName, std::string("Scene"));
+    store->Set(eParamID_Camera, 2u);
     CParam_ZK9 camera(eParamID_Camera, eCParam_EnumValue, &*earlier);
-    CParam_ZK9 name(eParamID_CustomClipName, eCParam_StringValue, &store);  // the one for all from now on
+    CParam_ZK9 name(eParamID_CustomClipName, eCParam_StringValue, &*store);  // the one for all from now on
     std::string text;
     EXPECT_TRUE(name.GetParamValue(text));
     EXPECT_EQ(text, "Scene");
@@ -49,8 +32,13 @@ TEST(LegacyParam, AnswersThroughTheSharedConnection)
     EXPECT_EQ(name.GetParamNumber(eParam_t{0x7d02010a}), "125.2.1");
     EXPECT_EQ(name.ToString(eParamID_Camera), "17.1.1: Camera");
     EXPECT_EQ(name.ToString(kUnknown), "127.2.3: BOGUS");
+    // Two without a name; the first has a main parameter with one.
+    ParamDescriptor named, nameless;
+    named.SetName("Main");
+    g_paramDescriptors.insert({{kNamed, &named}, {kNameless, &nameless}, {kAlone, &nameless}});
     EXPECT_EQ(name.ToString(kNameless), "1.2.3: Main");
     EXPECT_EQ(name.ToString(kAlone), "255.0.0: (-16777216)");
+    for (const eParam_t id : {kNamed, kNameless, kAlone}) g_paramDescriptors.erase(id);
     EXPECT_EQ(name.GetParamEnumName(eParamID_Camera, 2), "B");
     EXPECT_EQ(name.GetParamEnumName(eParamID_Camera, 27), "Invalid");
     EXPECT_EQ(name.GetParamEnumName(eParamID_CustomClipName, 0), "BOGUS");

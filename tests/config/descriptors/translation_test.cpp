@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <string>
 
 #include "config/descriptors/registry.h"
@@ -22,22 +21,6 @@ extern "C" char* bindtextdomain(const char* domain, const char* folder) noexcept
 
 namespace {
 
-/// A folder that goes with the test.
-class Folder {
-  public:
-    Folder()
-    {
-        std::string name = std::filesystem::temp_directory_path() / "vexa-locales-XXXXXX";
-        m_path = mkdtemp(name.data());
-    }
-    ~Folder() { std::filesystem::remove_all(m_path); }
-    std::string operator/(const std::string& name) const { return m_path / name; }
-    std::string Path() const { return m_path; }
-
-  private:
-    std::filesystem::path m_path;
-};
-
 void CheckLanguages()
 {
     CreateDescriptors();
@@ -53,7 +36,7 @@ void CheckLanguages()
     }
 }
 
-void MakeLocales(const Folder& folder)
+void MakeLocales(const std::filesystem::path& folder)
 {
     for (const std::string name : {"ja_JP", "ko_KR", "zh_CN"}) {
         const std::string locale = folder / (name + ".utf8");
@@ -61,10 +44,10 @@ void MakeLocales(const Folder& folder)
             RunProgram({"/usr/bin/localedef", "--no-archive", "-i", name, "-f", "UTF-8", locale});
         ASSERT_TRUE(std::filesystem::exists(locale)) << made.err;
     }
-    const ProgramResult installed = RunProgram({CMAKE_PROGRAM, "--install", VEXA_BUILD_DIR, "--prefix",
-                                                folder.Path(), "--component", "translations"});
+    const ProgramResult installed = RunProgram(
+        {CMAKE_PROGRAM, "--install", VEXA_BUILD_DIR, "--prefix", folder, "--component", "translations"});
     ASSERT_EQ(installed.status, 0) << installed.err;
-    setenv("LOCPATH", folder.Path().c_str(), 1);
+    setenv("LOCPATH", folder.c_str(), 1);
     setenv("VEXA_TEST_TRANSLATIONS", (folder / "share/locale").c_str(), 1);
     setenv("PRODUCT_ID", "OAK", 1);
     unsetenv("LANGUAGE");
@@ -72,10 +55,11 @@ void MakeLocales(const Folder& folder)
 
 TEST(Translation, EachLocaleHasTheTextsOfItsLanguage)
 {
-    std::optional<Folder> folder;
+    std::string folder = std::filesystem::temp_directory_path() / "vexa-locales-XXXXXX";
     // The child that checks runs this test from its beginning and inherits the environment.
-    if (!getenv("VEXA_TEST_TRANSLATIONS")) MakeLocales(folder.emplace());
+    if (!getenv("VEXA_TEST_TRANSLATIONS")) MakeLocales(mkdtemp(folder.data()));
     ExpectInChild(CheckLanguages);
+    std::filesystem::remove_all(folder);
     for (const char* name : {"LOCPATH", "VEXA_TEST_TRANSLATIONS", "PRODUCT_ID"}) unsetenv(name);
 }
 
