@@ -72,7 +72,6 @@ void NetworkTCPClient::ProcessEvents()
     auto& stream = static_cast<StreamReplies&>(*m_replies);
     StreamReplies::End end;
     while ((end = stream.AwaitEvent()) == StreamReplies::End::kNone && !m_stopEvents) ProcessEvent(stream);
-    m_reachable = false;
     if (m_stopEvents) {
         fputs("NetworkTCPClient::ProcessEvents - end\n", stderr);
     } else if (end == StreamReplies::End::kFailed) {
@@ -85,6 +84,7 @@ void NetworkTCPClient::ProcessEvents()
                 static_cast<int>(stream.EndCode()));
         fputs("NetworkTCPClient::ProcessEvents - Exiting\n", stderr);
     }
+    m_reachable = false;  // whoever finds it so finds the reason as well
 }
 
 }  // namespace vexa::corvalis::config::access
