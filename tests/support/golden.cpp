@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <fstream>
 #include <map>
-#include <regex>
+#include <sstream>
 
 namespace {
 
@@ -43,10 +43,8 @@ std::string Golden(const std::string& name, std::endian order)
     EXPECT_NE(found, entries.end()) << "no golden bytes of " << name;
     if (found == entries.end()) return "";
     const bool bigEndian = order == std::endian::big || name.starts_with("network.");
-    const std::regex tokens("\"[^\"]*\"|[0-9a-f]+");
+    std::istringstream tokens(found->second);
     std::string bytes;
-    for (std::sregex_iterator token(found->second.begin(), found->second.end(), tokens), end; token != end;
-         ++token)
-        bytes += BytesOf(token->str(), bigEndian);
+    for (std::string token; tokens >> token;) bytes += BytesOf(token, bigEndian);
     return bytes;
 }
