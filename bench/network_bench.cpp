@@ -7,6 +7,7 @@
 #include "config/config.h"
 #include "drain.h"
 #include "parts.h"
+#include "process.h"
 #include "redis.h"
 #include "table.h"
 
@@ -228,7 +229,7 @@ void CompareListeners(const Service& service, Config& store, size_t listeners)
 }
 
 /// Messages until all subscribers have them: each for itself, and in bursts whose sender does not wait in between.
-void ComparePublishing(const Service& service, Config& client, Redis& redis, size_t subscribers)
+void CompareSubscribers(const Service& service, Config& client, Redis& redis, size_t subscribers)
 {
     Drain theirs(Open(subscribers, [&] { return redis.Subscribe(); }));
     Drain ours(Open(subscribers, [&] { return service.Listen(); }));
@@ -247,8 +248,10 @@ void ComparePublishing(const Service& service, Config& client, Redis& redis, siz
     CompareRates("a burst of changes" + to, messages, publish, change, {});
 }
 
-void CompareWithRedis(Redis& redis, Config& tcp, Config& udp)
+void CompareWithRedis(Config& tcp, Config& udp)
 {
+    Redis redis;
+    if (!redis.IsPresent()) return PrintFigure("Redis is not installed", "-");
     unsigned int value = 0;
     const Work get = Repeat([&] { redis.Get(); }), set = Repeat([&] { redis.Set(); });
     const auto setOver = [&](Config& config) {
@@ -259,6 +262,32 @@ void CompareWithRedis(Redis& redis, Config& tcp, Config& udp)
     CompareRates("UDP Set (answered), against SET of Redis", 5000, set, setOver(udp), {});
 }
 
+/// What takes turns anyway.
+void CompareOneByOne(Config& store)
+{
+    const OneProcessor one;
+    auto* const connector = ConfigFactoryImpl::GetInstance();
+    const Service tcp(SOCK_STREAM), udp(SOCK_DGRAM);
+    Config* const tcpClient = tcp.Connect();
+    Config* const udpClient = udp.Connect();
+    Config* const cached = tcp.Connect("/caching=true");
+    CompareExchanges(*tcpClient, *udpClient);
+    CompareCache(*cached, store);
+    CompareWithRedis(*tcpClient, *udpClient);
+    for (Config* const client : {tcpClient, udpClient, cached}) connector->Disconnect(client);
+}
+
+void ComparePublishing(const Service& service, Config& store)
+{
+    Config* const client = service.Connect();
+    Redis redis;
+    for (const size_t listeners : {1u, 10u, 100u, 500u}) {
+        CompareListeners(service, store, listeners);
+        if (redis.IsPresent()) CompareSubscribers(service, *client, redis, listeners);
+    }
+    ConfigFactoryImpl::GetInstance()->Disconnect(client);
+}
+
 }  // namespace
 
 void MeasureNetwork()
@@ -267,23 +296,9 @@ void MeasureNetwork()
     auto* const connector = ConfigFactoryImpl::GetInstance();
     Config* const store = connector->Connect("local:");
     store->Set(kText, std::string("Scene 12"));
+    CompareOneByOne(*store);
     const Service tcp(SOCK_STREAM), udp(SOCK_DGRAM);
-    Config* const tcpClient = tcp.Connect();
-    Config* const udpClient = udp.Connect();
-    CompareExchanges(*tcpClient, *udpClient);
-    {
-        Config* const cached = tcp.Connect("/caching=true");
-        CompareCache(*cached, *store);
-        connector->Disconnect(cached);
-    }
-    Redis redis;
-    if (redis.IsPresent()) CompareWithRedis(redis, *tcpClient, *udpClient);
-    connector->Disconnect(udpClient);  // from now on no change is multicast
-    for (const size_t listeners : {1u, 10u, 100u, 500u}) {
-        CompareListeners(tcp, *store, listeners);
-        if (redis.IsPresent()) ComparePublishing(tcp, *tcpClient, redis, listeners);
-    }
-    connector->Disconnect(tcpClient);
+    ComparePublishing(tcp, *store);
     CompareClients(tcp, "TCP", {8, 64, 1000});
     CompareClients(udp, "UDP", {8, 64, 1000});
     connector->Disconnect(store);

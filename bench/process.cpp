@@ -31,6 +31,20 @@ Process::~Process()
     waitpid(m_id, nullptr, 0);
 }
 
+OneProcessor::OneProcessor()
+{
+    sched_getaffinity(0, sizeof m_before, &m_before);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(static_cast<size_t>(sched_getcpu()), &one);
+    sched_setaffinity(0, sizeof one, &one);
+}
+
+OneProcessor::~OneProcessor()
+{
+    sched_setaffinity(0, sizeof m_before, &m_before);
+}
+
 double ResidentKiB(pid_t process)
 {
     std::ifstream status("/proc/" + std::to_string(process) + "/status");

@@ -1,6 +1,7 @@
 /// Programs that the benchmarks compare with, or measure from outside.
 #pragma once
 
+#include <sched.h>
 #include <sys/types.h>
 
 #include <string>
@@ -17,6 +18,19 @@ class Process {
 
   private:
     pid_t m_id;
+};
+
+/// Keeps this thread, and whatever it starts meanwhile, on one processor. Two threads that take turns cost three
+/// times as much on two of them, and it is the scheduler's mood whether they are.
+class OneProcessor {
+  public:
+    OneProcessor();
+    ~OneProcessor();
+    OneProcessor(const OneProcessor&) = delete;
+    OneProcessor& operator=(const OneProcessor&) = delete;
+
+  private:
+    cpu_set_t m_before;
 };
 
 /// Resident memory of a process in KiB; 0 when there is none.

@@ -13,6 +13,7 @@
 #include "config/descriptors/registry.h"
 #include "mainstay/queue_service.h"
 #include "parts.h"
+#include "process.h"
 #include "table.h"
 
 namespace {
@@ -109,29 +110,49 @@ void CompareThreads(mq::PosixMQFactory& factory, mq::PosixMQClient& first)
     for (size_t i = 1; i < four.size(); ++i) factory.Disconnect(four[i]);
 }
 
+/// The daemon's service and a client of it.
+struct Session {
+    Session()
+    {
+        if (service.Start()) client = factory.Connect("");
+        if (!client) PrintFigure("another daemon is running", "-");
+    }
+    ~Session() { factory.Disconnect(client); }
+
+    QueueService service;
+    mq::PosixMQFactory factory;
+    mq::PosixMQClient* client = nullptr;
+};
+
+/// What takes turns anyway.
+void CompareOneByOne()
+{
+    Session session;
+    if (!session.client) return;
+    PingPong bare;
+    const Work exchange = Repeat([&] { bare.Exchange(); }),
+               get = Repeat([&] { session.client->Get(kNumber); });
+    CompareRates("queue Get, against a bare exchange", 5000, exchange, get, 0.8);
+    Counting listener;
+    session.client->AddConfigEventListener(&listener);
+    Config* const store = vexa::corvalis::config::access::OpenPeerStore(0);
+    {
+        const Changes changes(*store);
+        CompareRates("queue Get, with 1000 events a second", 5000, exchange, get, 0.5);
+    }
+    vexa::corvalis::config::access::ClosePeerStore(store);
+    session.client->RemoveConfigEventListener(&listener);
+}
+
 }  // namespace
 
 void MeasureQueues()
 {
     PrintPart("message queues");
-    QueueService service;
-    if (!service.Start()) return PrintFigure("another daemon is running", "-");
-    Config* const store = vexa::corvalis::config::access::OpenPeerStore(0);
-    mq::PosixMQFactory factory;
-    mq::PosixMQClient* const client = factory.Connect("");
-    if (!client) exit(1);
-
-    PingPong bare;
-    const Work exchange = Repeat([&] { bare.Exchange(); }), get = Repeat([&] { client->Get(kNumber); });
-    CompareRates("queue Get, against a bare exchange", 5000, exchange, get, 0.8);
-    Counting listener;
-    client->AddConfigEventListener(&listener);
     {
-        const Changes changes(*store);
-        CompareRates("queue Get, with 1000 events a second", 5000, exchange, get, 0.5);
+        const OneProcessor one;
+        CompareOneByOne();
     }
-    client->RemoveConfigEventListener(&listener);
-    CompareThreads(factory, *client);
-    factory.Disconnect(client);
-    vexa::corvalis::config::access::ClosePeerStore(store);
+    Session session;
+    if (session.client) CompareThreads(session.factory, *session.client);
 }
