@@ -213,6 +213,7 @@ void CompareClients(const Service& service, const char* name, std::initializer_l
 /// One change to many listeners: what it costs whoever makes it.
 void CompareListeners(const Service& service, Config& store, size_t listeners)
 {
+    const OneProcessor one;
     auto [bare, far] = BareConnections(listeners);
     const Drain bareDrain(std::move(far));
     const Drain drain(Open(listeners, [&] { return service.Listen(); }));

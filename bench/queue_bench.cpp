@@ -114,14 +114,14 @@ void CompareThreads(mq::PosixMQFactory& factory, mq::PosixMQClient& first)
 struct Session {
     Session()
     {
-        if (service.Start()) client = factory.Connect("");
         if (!client) PrintFigure("another daemon is running", "-");
     }
     ~Session() { factory.Disconnect(client); }
 
     QueueService service;
-    mq::PosixMQFactory factory;
-    mq::PosixMQClient* client = nullptr;
+    const bool isServing = service.Start();
+    mq::PosixMQFactory factory;  // which ends a process that finds no daemon
+    mq::PosixMQClient* const client = isServing ? factory.Connect("") : nullptr;
 };
 
 /// What takes turns anyway.
