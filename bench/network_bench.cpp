@@ -210,21 +210,28 @@ void CompareClients(const Service& service, const char* name, std::initializer_l
     }
 }
 
-/// One change to many listeners: what it costs whoever makes it.
+/// Changes until all listeners have them, against as many bare sends.
 void CompareListeners(const Service& service, Config& store, size_t listeners)
 {
     const OneProcessor one;
     auto [bare, far] = BareConnections(listeners);
-    const Drain bareDrain(std::move(far));
-    const Drain drain(Open(listeners, [&] { return service.Listen(); }));
+    Drain bareDrain(std::move(far));
+    Drain drain(Open(listeners, [&] { return service.Listen(); }));
     const int changes = std::max(20, 2000 / static_cast<int>(listeners));
+    const auto bytesOf = [&](int count) {
+        return static_cast<size_t>(count) * listeners * net::kResponseBytes;
+    };
     const Work floor = [&](int count) {
         const char bytes[net::kResponseBytes] = {};
         for (int i = 0; i < count; ++i)
             for (const auto& socket : bare) socket->send(bytes, sizeof bytes);
+        bareDrain.Await(bytesOf(count));
     };
     unsigned int value = 0;
-    const Work library = Repeat([&] { store.Set(kNumber, value++ % 20 + 1); });
+    const Work library = [&](int count) {
+        for (int i = 0; i < count; ++i) store.Set(kNumber, value++ % 20 + 1);
+        drain.Await(bytesOf(count));
+    };
     CompareTimes("a change to " + std::to_string(listeners) + " TCP listeners, against bare sends", changes,
                  floor, library, 1.5);
 }
