@@ -18,8 +18,6 @@ namespace vexa::corvalis::config::access {
 namespace {
 
 constexpr int kSocketBufferBytes = 786'432;
-/// Without free descriptors or memory every call fails at once: it is not repeated before that.
-constexpr auto kPauseWhenExhausted = std::chrono::milliseconds(100);
 
 /// The servers of the process whose threads have not ended.
 struct Running {

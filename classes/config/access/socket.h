@@ -5,11 +5,15 @@
 #include <sys/un.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <vector>
 
 namespace vexa::corvalis::config::access {
+
+/// Without free descriptors or memory every call fails at once: servers do not repeat it before that.
+inline constexpr std::chrono::milliseconds kPauseWhenExhausted{100};
 
 /// Operations answer 1 for success and 0 for a failure, which they report on standard error, unless they say
 /// otherwise. Interrupted calls are repeated. Nothing throws.

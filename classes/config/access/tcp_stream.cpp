@@ -13,8 +13,6 @@
 
 namespace vexa::corvalis::config::access {
 
-constexpr auto kPauseWhenExhausted = std::chrono::milliseconds(100);
-
 TcpStream::TcpStream(std::unique_ptr<Socket> socket) : m_socket(std::move(socket))
 {
     SemaphoreHelper::Init(lock);
