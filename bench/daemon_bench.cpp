@@ -2,7 +2,7 @@
 #include <chrono>
 #include <thread>
 
-#include "config/access/config_factory_impl.h"
+#include "config/access/connector/config_factory_impl.h"
 #include "config/config.h"
 #include "parts.h"
 #include "process.h"

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "config/access/socket.h"
+#include "config/access/io/socket.h"
 
 /// One thread takes for all of them and counts.
 class Drain {

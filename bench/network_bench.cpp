@@ -1,9 +1,9 @@
 /// Reaching a store over the network. The server, its clients and the floor run in this process.
 #include <thread>
 
-#include "config/access/config_factory_impl.h"
-#include "config/access/network_protocol.h"
-#include "config/access/network_server.h"
+#include "config/access/connector/config_factory_impl.h"
+#include "config/access/protocol/network_protocol.h"
+#include "config/access/server/network/network_server.h"
 #include "config/config.h"
 #include "drain.h"
 #include "parts.h"

@@ -6,10 +6,10 @@
 #include <cstdlib>
 
 #include "bare_store.h"
-#include "config/access/config_factory_impl.h"
+#include "config/access/connector/config_factory_impl.h"
 #include "config/config.h"
 #include "config/descriptors/integer_descriptor.h"
-#include "config/descriptors/registry.h"
+#include "config/descriptors/registry/registry.h"
 #include "parts.h"
 #include "process.h"
 #include "table.h"

@@ -8,7 +8,7 @@
 
 #include <fstream>
 
-#include "config/access/socket.h"
+#include "config/access/io/socket.h"
 
 Process::Process(const std::vector<std::string>& command)
 {

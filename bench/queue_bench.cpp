@@ -6,12 +6,12 @@
 #include <cstdlib>
 #include <thread>
 
-#include "config/access/message_queue.h"
-#include "config/access/peer_stores.h"
-#include "config/access/posix_mq_client.h"
-#include "config/access/posix_mq_factory.h"
-#include "config/descriptors/registry.h"
-#include "mainstay/queue_service.h"
+#include "config/access/client/queues/posix_mq_client.h"
+#include "config/access/client/queues/posix_mq_factory.h"
+#include "config/access/io/message_queue.h"
+#include "config/access/server/peer_stores.h"
+#include "config/access/server/queues/queue_service.h"
+#include "config/descriptors/registry/registry.h"
 #include "parts.h"
 #include "process.h"
 #include "table.h"

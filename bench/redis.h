@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "config/access/socket.h"
+#include "config/access/io/socket.h"
 #include "process.h"
 
 /// On a free port, without persistence; gone with the scope. Absent when it is not installed.

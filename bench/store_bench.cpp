@@ -5,11 +5,11 @@
 #include <map>
 
 #include "bare_store.h"
-#include "config/access/config_factory_impl.h"
+#include "config/access/connector/config_factory_impl.h"
 #include "config/config.h"
-#include "config/config_value.h"
-#include "config/descriptors/registry.h"
-#include "config/memory_serializer.h"
+#include "config/descriptors/registry/registry.h"
+#include "config/streams/memory_serializer.h"
+#include "config/values/config_value.h"
 #include "parts.h"
 #include "table.h"
 

@@ -10,9 +10,9 @@
 #include <iostream>
 #include <string>
 
-#include "config/access/config_factory_impl.h"
+#include "config/access/connector/config_factory_impl.h"
 #include "config/config.h"
-#include "config/descriptors/registry.h"
+#include "config/descriptors/registry/registry.h"
 
 /// One input. @return 0.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);

@@ -2,8 +2,8 @@
 #include <memory>
 #include <thread>
 
-#include "config/access/posix_mq_client.h"
-#include "config/access/posix_mq_factory.h"
+#include "config/access/client/queues/posix_mq_client.h"
+#include "config/access/client/queues/posix_mq_factory.h"
 #include "fuzz/listener.h"
 #include "fuzz/queue.h"
 

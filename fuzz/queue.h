@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
-#include "config/access/connection_utilities.h"
-#include "config/access/message_queue.h"
+#include "config/access/io/connection_utilities.h"
+#include "config/access/io/message_queue.h"
 #include "fuzz/harness.h"
 
 namespace mq = vexa::config::access;

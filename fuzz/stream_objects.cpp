@@ -7,8 +7,8 @@
 #include <memory>
 #include <vector>
 
-#include "config/ipc_stream.h"
-#include "config/private_value.h"
+#include "config/values/ipc_stream.h"
+#include "config/values/private_value.h"
 #include "fuzz/harness.h"
 
 namespace {

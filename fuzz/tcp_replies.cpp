@@ -1,7 +1,7 @@
 /// A TCP client whose server sends anything. Each piece is what one read of the client's gets; then the server closes.
 #include <sys/socket.h>
 
-#include "config/access/network_tcp_client.h"
+#include "config/access/client/network/network_tcp_client.h"
 #include "fuzz/harness.h"
 #include "fuzz/listener.h"
 

@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "config/access/network_tcp_connection.h"
+#include "config/access/server/network/network_tcp_connection.h"
 #include "fuzz/harness.h"
 
 namespace net = vexa::corvalis::config::access;

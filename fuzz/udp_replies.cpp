@@ -4,8 +4,8 @@
 
 #include <thread>
 
-#include "config/access/network_payload.h"
-#include "config/access/network_udp_client.h"
+#include "config/access/client/network/network_udp_client.h"
+#include "config/access/protocol/value_payload.h"
 #include "fuzz/harness.h"
 #include "fuzz/listener.h"
 

@@ -2,7 +2,7 @@
 #include <cstring>
 #include <vector>
 
-#include "config/access/network_udp_connection.h"
+#include "config/access/server/network/network_udp_connection.h"
 #include "fuzz/harness.h"
 
 namespace net = vexa::corvalis::config::access;

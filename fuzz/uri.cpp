@@ -1,10 +1,10 @@
 /// Addresses of configurations, taken apart by everybody who connects.
-#include "config/access/uri.h"
+#include "config/access/protocol/uri.h"
 
-#include "config/access/local_config_factory.h"
-#include "config/access/network_client.h"
-#include "config/access/network_factory.h"
-#include "config/access/posix_mq_factory.h"
+#include "config/access/client/network/network_client.h"
+#include "config/access/client/network/network_factory.h"
+#include "config/access/client/queues/posix_mq_factory.h"
+#include "config/access/connector/local_config_factory.h"
 #include "fuzz/harness.h"
 
 namespace mq = vexa::config::access;

@@ -23,10 +23,10 @@
 #include <random>
 #include <thread>
 
-#include "config/access/config_factory_impl.h"
-#include "config/access/posix_mq_client.h"
-#include "config/access/posix_mq_factory.h"
-#include "config/descriptors/registry.h"
+#include "config/access/client/queues/posix_mq_client.h"
+#include "config/access/client/queues/posix_mq_factory.h"
+#include "config/access/connector/config_factory_impl.h"
+#include "config/descriptors/registry/registry.h"
 #include "parameters.h"
 
 namespace mq = vexa::config::access;

@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "config/descriptors/enum_descriptor.h"
-#include "config/descriptors/registry.h"
+#include "config/descriptors/registry/registry.h"
 #include "config/descriptors/string_descriptor.h"
 
 namespace {

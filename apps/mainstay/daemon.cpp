@@ -9,11 +9,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "config/access/mq_protocol.h"
-#include "config/access/network_server.h"
-#include "config/access/peer_stores.h"
-#include "config/descriptors/registry.h"
-#include "mainstay/queue_service.h"
+#include "config/access/protocol/mq_protocol.h"
+#include "config/access/server/network/network_server.h"
+#include "config/access/server/peer_stores.h"
+#include "config/access/server/queues/queue_service.h"
+#include "config/descriptors/registry/registry.h"
 
 namespace net = vexa::corvalis::config::access;
 

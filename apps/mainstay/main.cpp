@@ -6,7 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
-#include "config/access/network_protocol.h"
+#include "config/access/protocol/network_protocol.h"
 #include "mainstay/daemon.h"
 #include "mainstay/service_manager.h"
 

@@ -14,11 +14,11 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "config/access/config_factory_impl.h"
-#include "config/access/network_client.h"
-#include "config/access/posix_mq_client.h"
-#include "config/access/posix_mq_factory.h"
-#include "config/descriptors/registry.h"
+#include "config/access/client/network/network_client.h"
+#include "config/access/client/queues/posix_mq_client.h"
+#include "config/access/client/queues/posix_mq_factory.h"
+#include "config/access/connector/config_factory_impl.h"
+#include "config/descriptors/registry/registry.h"
 
 namespace mq = vexa::config::access;
 

@@ -1,6 +1,6 @@
 /// Config: the interface to a set of parameters, wherever they live. Start reading here.
 ///
-/// A caller gets a Config from the connector (config/access/config_factory_impl.h) for a URI, works only
+/// A caller gets a Config from the connector (config/access/connector/config_factory_impl.h) for a URI, works only
 /// through this interface, and gives it back there. Descriptors (config/descriptors/param_descriptor.h) say
 /// what each parameter is.
 #pragma once

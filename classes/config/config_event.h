@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "config/descriptors/descriptor_types.h"
 #include "config/param_ids.h"
+#include "config/param_types.h"
 
 /// A plain value. A producer fills the fields of its kind and leaves the others empty.
 struct ConfigEvent {

@@ -1,7 +1,7 @@
 /// A program of its own against the installed library: connects to a store, watches it and changes a value.
-#include <config/access/config_factory_impl.h>
+#include <config/access/connector/config_factory_impl.h>
 #include <config/config.h>
-#include <config/descriptors/registry.h>
+#include <config/descriptors/registry/registry.h>
 
 #include <cstdio>
 

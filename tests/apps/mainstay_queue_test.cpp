@@ -7,9 +7,9 @@
 
 #include <memory>
 
-#include "config/access/connection_utilities.h"
-#include "config/access/message_queue.h"
-#include "config/config_value.h"
+#include "config/access/io/connection_utilities.h"
+#include "config/access/io/message_queue.h"
+#include "config/values/config_value.h"
 #include "support/program.h"
 #include "support/stream_bytes.h"
 

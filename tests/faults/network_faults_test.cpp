@@ -4,8 +4,8 @@
 
 #include <functional>
 
-#include "config/access/network_payload.h"
-#include "config/config_value.h"
+#include "config/access/protocol/value_payload.h"
+#include "config/values/config_value.h"
 #include "faults/faults.h"
 #include "support/program.h"
 

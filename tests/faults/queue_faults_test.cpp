@@ -3,8 +3,8 @@
 #include <mqueue.h>
 #include <signal.h>
 
-#include "config/access/posix_mq_client.h"
-#include "config/access/posix_mq_factory.h"
+#include "config/access/client/queues/posix_mq_client.h"
+#include "config/access/client/queues/posix_mq_factory.h"
 #include "faults/faults.h"
 #include "support/program.h"
 

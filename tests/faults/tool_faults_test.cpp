@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include "config/access/network_payload.h"
-#include "config/config_value.h"
+#include "config/access/protocol/value_payload.h"
+#include "config/values/config_value.h"
 #include "faults/faults.h"
 #include "support/program.h"
 

@@ -1,9 +1,9 @@
 /// A client of the message queues and the scripted daemon that it talks to.
 #pragma once
 
-#include "config/access/posix_mq_client.h"
-#include "config/access/posix_mq_factory.h"
-#include "config/descriptors/registry.h"
+#include "config/access/client/queues/posix_mq_client.h"
+#include "config/access/client/queues/posix_mq_factory.h"
+#include "config/descriptors/registry/registry.h"
 #include "support/recording_listener.h"
 #include "support/scripted_daemon.h"
 #include "support/stderr_of.h"

@@ -16,9 +16,9 @@
 #include <thread>
 #include <vector>
 
-#include "config/access/connection_utilities.h"
-#include "config/access/message_queue.h"
-#include "config/config_value.h"
+#include "config/access/io/connection_utilities.h"
+#include "config/access/io/message_queue.h"
+#include "config/values/config_value.h"
 #include "support/stream_bytes.h"
 
 namespace mq = vexa::config::access;

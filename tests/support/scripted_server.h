@@ -7,8 +7,8 @@
 #include <string>
 #include <thread>
 
-#include "config/access/network_payload.h"
-#include "config/access/socket.h"
+#include "config/access/io/socket.h"
+#include "config/access/protocol/value_payload.h"
 
 namespace net = vexa::corvalis::config::access;
 

@@ -1,7 +1,7 @@
 /// A store of its own, with the catalogue built.
 #pragma once
 
-#include "config/descriptors/registry.h"
+#include "config/descriptors/registry/registry.h"
 #include "config/manager/config_manager.h"
 #include "support/recording_listener.h"
 #include "support/stderr_of.h"

@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "config/memory_deserializer.h"
-#include "config/memory_serializer.h"
+#include "config/streams/memory_deserializer.h"
+#include "config/streams/memory_serializer.h"
 
 /// 32-bit words as this machine lays them down.
 inline std::string Words(std::initializer_list<uint32_t> words)

@@ -5,10 +5,10 @@
 
 #include <string>
 
-#include "config/access/config_factory_impl.h"
-#include "config/access/network_server.h"
+#include "config/access/connector/config_factory_impl.h"
+#include "config/access/server/network/network_server.h"
 #include "config/config.h"
-#include "config/descriptors/registry.h"
+#include "config/descriptors/registry/registry.h"
 #include "config/manager/config_manager.h"
 
 /// A connection of the connector that is given back with its scope.

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "config/semaphore_helper.h"
+#include "config/base/semaphore_helper.h"
 
 namespace {
 

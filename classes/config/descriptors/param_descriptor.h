@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "config/descriptors/descriptor_types.h"
 #include "config/param_ids.h"
+#include "config/param_types.h"
 
 class Config;
 

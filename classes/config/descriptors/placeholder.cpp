@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <list>
 
-#include "config/semaphore_helper.h"
+#include "config/base/semaphore_helper.h"
 
 namespace {
 

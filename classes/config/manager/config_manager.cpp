@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <set>
 
-#include "config/config_value.h"
 #include "config/descriptors/integer_descriptor.h"
-#include "config/descriptors/registry.h"
+#include "config/descriptors/registry/registry.h"
 #include "config/descriptors/string_descriptor.h"
 #include "config/manager/value_pool.h"
+#include "config/values/config_value.h"
 
 using vexa::config::IntegerQueue;
 using vexa::config::StringQueue;

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "config/base/semaphore_helper.h"
 #include "config/config.h"
-#include "config/manager/listener_lock.h"
+#include "config/listeners/listener_lock.h"
 #include "config/manager/update_precondition.h"
-#include "config/semaphore_helper.h"
-#include "config/serializable.h"
+#include "config/streams/serializable.h"
 
 /// One configuration instance: every registered parameter with its value.
 ///

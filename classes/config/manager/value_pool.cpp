@@ -1,7 +1,7 @@
 #include "config/manager/value_pool.h"
 
-#include "config/config_value.h"
-#include "config/semaphore_helper.h"
+#include "config/base/semaphore_helper.h"
+#include "config/values/config_value.h"
 
 namespace value_pool {
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "config/param_ids.h"
-#include "config/serializable.h"
+#include "config/streams/serializable.h"
 
 /// Thread: one at a time.
 class Checkpoint : public Serializable {

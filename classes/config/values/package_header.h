@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "config/serializable.h"
+#include "config/streams/serializable.h"
 
 /// Plain fields. Thread: one at a time.
 class PackageHeader : public Serializable {

@@ -1,7 +1,7 @@
 #include <cstdio>
 
-#include "config/deserializer.h"
-#include "config/serializer.h"
+#include "config/streams/deserializer.h"
+#include "config/streams/serializer.h"
 #include "config/values/checkpoint.h"
 #include "config/values/package_header.h"
 #include "config/values/sector_header.h"

@@ -1,7 +1,7 @@
 /// SectorHeader: heads a sector of saved configuration.
 #pragma once
 
-#include "config/serializable.h"
+#include "config/streams/serializable.h"
 
 /// Plain fields; the setters leave the dirty flag alone. Thread: one at a time.
 class SectorHeader : public Serializable {

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "config/deserializer.h"
-#include "config/private_value.h"
-#include "config/serializer.h"
+#include "config/streams/deserializer.h"
+#include "config/streams/serializer.h"
+#include "config/values/private_value.h"
 
 namespace vexa::config::values {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "config/serializable.h"
+#include "config/streams/serializable.h"
 
 namespace vexa::config::values {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "config/base/semaphore_helper.h"
 #include "config/param_ids.h"
-#include "config/semaphore_helper.h"
 #include "messages/alarm.pb.h"
 
 class Config;

@@ -6,9 +6,9 @@
 #include <set>
 #include <thread>
 
-#include "config/config_value.h"
 #include "config/descriptors/enum_descriptor.h"
 #include "config/descriptors/string_descriptor.h"
+#include "config/values/config_value.h"
 #include "support/store.h"
 
 using testing::ElementsAre;

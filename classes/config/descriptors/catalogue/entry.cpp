@@ -3,7 +3,7 @@
 #include <libintl.h>
 
 #include "config/descriptors/placeholder.h"
-#include "config/descriptors/registry.h"
+#include "config/descriptors/registry/registry.h"
 
 namespace vexa::config::catalogue {
 

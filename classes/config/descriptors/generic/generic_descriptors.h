@@ -1,6 +1,6 @@
 /// The generic catalogue: the few parameters that every model shares, in a registry of its own.
 ///
-/// Same contracts as the main registry's namesakes (config/descriptors/registry.h).
+/// Same contracts as the main registry's namesakes (config/descriptors/registry/registry.h).
 #pragma once
 
 #include <list>

@@ -1,0 +1,250 @@
+#include "config/access/client/cache/config_cache.h"
+
+#include <cstdio>
+
+namespace {
+
+timeval MakeBindingKey()
+{
+    timeval now{};
+    if (gettimeofday(&now, nullptr) == 0) return now;
+    perror("Unable to get bindingKey for ConfigCache");
+    return {};
+}
+
+}  // namespace
+
+ConfigCache::ConfigCache(Config* config) : m_config(config), m_bindingKey(MakeBindingKey())
+{
+    SemaphoreHelper::Init(m_lock);
+}
+
+ConfigCache::~ConfigCache()
+{
+    SemaphoreHelper::Destroy(m_lock);
+}
+
+// --- volatility ---
+
+ConfigCache::Volatility ConfigCache::KnownVolatility(eParam_t id) const
+{
+    SemaphoreHelper hold(m_lock);
+    const auto found = m_volatility.find(id);
+    return found == m_volatility.end() ? Volatility::Unknown : found->second;
+}
+
+/// @return whether it is news.
+bool ConfigCache::LearnVolatility(eParam_t id, Volatility volatility)
+{
+    SemaphoreHelper hold(m_lock);
+    return std::exchange(m_volatility[id], volatility) == Volatility::Unknown;
+}
+
+bool ConfigCache::IsVolatile(eParam_t id)
+{
+    const Volatility known = KnownVolatility(id);
+    if (known != Volatility::Unknown) return known == Volatility::Volatile;
+    ParamDescriptor* const descriptor = m_config->GetParamDescriptor(id);
+    const bool isVolatile = descriptor && descriptor->HasClassName("volatile");
+    const bool news = LearnVolatility(id, isVolatile ? Volatility::Volatile : Volatility::NotVolatile);
+    if (!descriptor && news)
+        fprintf(stderr, "%s: paramID: %08X has a NULL descriptor, please fix.\n", "IsVolatile", id);
+    return isVolatile;
+}
+
+// --- reading and writing ---
+
+unsigned int ConfigCache::Get(eParam_t id)
+{
+    if (IsVolatile(id)) return m_config->Get(id);
+    unsigned int value = 0;
+    if (m_numbers.Find(id, value)) return value;
+    value = m_config->Get(id);
+    m_numbers.StoreFetched(id, value);
+    return value;
+}
+
+bool ConfigCache::Get(eParam_t id, unsigned int& value)
+{
+    value = Get(id);
+    return value != 0;
+}
+
+bool ConfigCache::HasAlready(eParam_t id, unsigned int value)
+{
+    return Get(id) == value && (!m_numbers.MayBeOvertaken(id, value) || m_config->Get(id) == value);
+}
+
+bool ConfigCache::HasAlready(eParam_t id, const std::string& data)
+{
+    if (!m_data.Holds(id, data)) return false;
+    std::string current;
+    return !m_data.MayBeOvertaken(id, data) || (m_config->GetData(id, current) && current == data);
+}
+
+bool ConfigCache::Set(eParam_t id, unsigned int value, timeval time)
+{
+    if (!IsVolatile(id) && HasAlready(id, value)) {
+        fputs(
+            "ConfigCache::Set(uint32_t) - non-volatile param, new value is the same as the cached value, "
+            "suppressing Set operation\n",
+            stderr);
+        return true;
+    }
+    const uint32_t events = m_numbers.CountEvents(id);
+    if (!m_config->Set(id, value, time)) return false;
+    m_numbers.StoreWritten(id, value, events);
+    return true;
+}
+
+bool ConfigCache::Get(eParam_t id, std::string& value)
+{
+    if (IsVolatile(id)) return m_config->Get(id, value);
+    if (m_texts.Find(id, value)) return true;
+    if (!m_config->Get(id, value)) return false;
+    m_texts.StoreFetched(id, value);
+    return true;
+}
+
+bool ConfigCache::Set(eParam_t id, std::string value, timeval time)
+{
+    const uint32_t events = m_texts.CountEvents(id);
+    if (!m_config->Set(id, value, time)) return false;
+    if (!IsVolatile(id)) m_texts.StoreWritten(id, std::move(value), events);
+    return true;
+}
+
+bool ConfigCache::GetData(eParam_t id, std::string& data)
+{
+    if (IsVolatile(id)) return m_config->GetData(id, data);
+    if (m_data.Find(id, data)) return true;
+    if (!m_config->GetData(id, data)) return false;
+    m_data.StoreFetched(id, data);
+    return true;
+}
+
+bool ConfigCache::SetData(eParam_t id, std::string& data, timeval time)
+{
+    if (IsVolatile(id)) return m_config->SetData(id, data, time);
+    if (HasAlready(id, data)) return true;
+    const uint32_t events = m_data.CountEvents(id);
+    if (!m_config->SetData(id, data, time)) return false;
+    m_data.StoreWritten(id, data, events);
+    return true;
+}
+
+// --- events of the wrapped configuration ---
+
+bool ConfigCache::ParamChanged(eParam_t id, unsigned int value, timeval time)
+{
+    if (m_numbers.StoreEvent(id, value) || IsVolatile(id)) fireParamChangedEvent(id, value, time);
+    return true;
+}
+
+bool ConfigCache::ParamChanged(eParam_t id, std::string value, timeval time)
+{
+    if (m_texts.StoreEvent(id, value) || IsVolatile(id)) fireParamChangedEvent(id, std::move(value), time);
+    return true;
+}
+
+bool ConfigCache::DataChanged(eParam_t id, std::string& data, timeval time)
+{
+    if (m_data.StoreEvent(id, data) || IsVolatile(id)) fireDataChangedEvent(id, data, time);
+    return true;
+}
+
+// --- own listeners ---
+
+void ConfigCache::fireParamChangedEvent(eParam_t id, unsigned int value, timeval time)
+{
+    m_listeners.Deliver([&](ConfigEventListener& listener) { listener.ParamChanged(id, value, time); });
+}
+
+void ConfigCache::fireParamChangedEvent(eParam_t id, std::string value, timeval time)
+{
+    m_listeners.Deliver([&](ConfigEventListener& listener) { listener.ParamChanged(id, value, time); });
+}
+
+void ConfigCache::fireDataChangedEvent(eParam_t id, std::string& data, timeval time)
+{
+    m_listeners.Deliver([&](ConfigEventListener& listener) {
+        std::string own = data;
+        listener.DataChanged(id, own, time);
+    });
+}
+
+bool ConfigCache::AddConfigEventListener(ConfigEventListener* listener)
+{
+    if (!listener) return false;
+    m_listeners.Append(listener);
+    return true;
+}
+
+bool ConfigCache::AddConfigEventListener(eParam_t id, ConfigEventListener* listener)
+{
+    return RememberPassedOn(m_config->AddConfigEventListener(id, listener), listener);
+}
+
+bool ConfigCache::AddConfigEventListener(std::list<eParam_t> ids, ConfigEventListener* listener)
+{
+    return RememberPassedOn(m_config->AddConfigEventListener(std::move(ids), listener), listener);
+}
+
+bool ConfigCache::RemoveConfigEventListener(ConfigEventListener* listener)
+{
+    m_listeners.Erase(listener);
+    m_listeners.WaitForDelivery();
+    for (size_t left = ForgetPassedOn(listener); left > 0; --left)
+        m_config->RemoveConfigEventListener(listener);
+    return true;
+}
+
+/// The wrapped configuration borrows the listener until it is removed there, and the caller knows only this
+/// cache.
+bool ConfigCache::RememberPassedOn(bool accepted, ConfigEventListener* listener)
+{
+    if (!accepted) return false;
+    SemaphoreHelper hold(m_lock);
+    m_passedOn.push_back(listener);
+    return true;
+}
+
+/// @return how often it was passed on.
+size_t ConfigCache::ForgetPassedOn(ConfigEventListener* listener)
+{
+    SemaphoreHelper hold(m_lock);
+    return std::erase(m_passedOn, listener);
+}
+
+// --- passed on ---
+
+ParamDescriptor* ConfigCache::GetParamDescriptor(std::string paramIDName)
+{
+    return m_config->GetParamDescriptor(std::move(paramIDName));
+}
+
+bool ConfigCache::WaitForConfigEvent(ConfigEvent& event, long seconds, long microseconds)
+{
+    return m_config->WaitForConfigEvent(event, seconds, microseconds);
+}
+
+std::vector<ParamDescriptor*> ConfigCache::GetDescriptorsByClassName(std::string name)
+{
+    return m_config->GetDescriptorsByClassName(std::move(name));
+}
+
+// --- binding ---
+
+timeval ConfigCache::bindingKey() const
+{
+    SemaphoreHelper hold(m_lock);
+    return m_bindingKey;
+}
+
+bool ConfigCache::bind(const ConfigCache& other)
+{
+    const timeval key = other.bindingKey();
+    SemaphoreHelper hold(m_lock);
+    m_bindingKey = key;
+    return key.tv_sec != 0 || key.tv_usec != 0;
+}

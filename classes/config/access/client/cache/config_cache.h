@@ -1,0 +1,179 @@
+/// ConfigCache: a Config that answers repeated reads from memory.
+#pragma once
+
+#include <sys/time.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "config/base/semaphore_helper.h"
+#include "config/config.h"
+#include "config/listeners/listener_list.h"
+
+/// The last known values of one kind. Never evicted. Thread: any; every operation takes the owner's lock for
+/// one look-up, and nothing is asked while it is held.
+template <class Value>
+class CachedValues {
+  public:
+    /// @param lock  borrowed; several kinds share it.
+    explicit CachedValues(LockSemaphore& lock) : m_lock(lock) {}
+
+    /// @param value  untouched when nothing is known.
+    bool Find(eParam_t id, Value& value) const
+    {
+        SemaphoreHelper hold(m_lock);
+        const auto found = m_entries.find(id);
+        if (found == m_entries.end()) return false;
+        value = found->second.value;
+        return true;
+    }
+    bool Holds(eParam_t id, const Value& value) const
+    {
+        SemaphoreHelper hold(m_lock);
+        const auto found = m_entries.find(id);
+        return found != m_entries.end() && found->second.value == value;
+    }
+    /// Whether something else was written last: the event that told of this value may be older than that write.
+    bool MayBeOvertaken(eParam_t id, const Value& value) const
+    {
+        SemaphoreHelper hold(m_lock);
+        const auto found = m_entries.find(id);
+        return found != m_entries.end() && found->second.written.value_or(value) != value;
+    }
+    /// Keeps what a read brought back, unless a write or an event has brought a newer value meanwhile.
+    void StoreFetched(eParam_t id, const Value& value)
+    {
+        SemaphoreHelper hold(m_lock);
+        m_entries.try_emplace(id, Entry{value, {}, 0});
+    }
+    /// Events so far: asked before a write, told after it.
+    uint32_t CountEvents(eParam_t id) const
+    {
+        SemaphoreHelper hold(m_lock);
+        const auto found = m_entries.find(id);
+        return found == m_entries.end() ? 0 : found->second.events;
+    }
+    /// Keeps what was written, unless an event came since: it may tell that the store corrected the value.
+    void StoreWritten(eParam_t id, Value value, uint32_t events)
+    {
+        SemaphoreHelper hold(m_lock);
+        Entry& entry = m_entries[id];
+        entry.written = value;
+        if (entry.events == events) entry.value = std::move(value);
+    }
+    /// @return whether the value differs from the one before; where none is known, from Value().
+    bool StoreEvent(eParam_t id, const Value& value)
+    {
+        SemaphoreHelper hold(m_lock);
+        Entry& entry = m_entries[id];
+        ++entry.events;
+        return std::exchange(entry.value, value) != value;
+    }
+
+  private:
+    struct Entry {
+        Value value{};
+        std::optional<Value> written;  // through this cache, the last one
+        uint32_t events = 0;
+    };
+
+    LockSemaphore& m_lock;
+    std::map<eParam_t, Entry> m_entries VEXA_GUARDED_BY(m_lock);
+};
+
+/// Wraps another Config, normally a remote one, of which it must be a listener: its events keep the copies
+/// current. Own listeners hear only of what changes something, so rarely of a change that was made through
+/// this cache: it knows the value by then.
+///
+/// Parameters with the class name "volatile" are always read and written through. The operations that are not
+/// named here keep the defaults of Config.
+///
+/// Thread: any. No lock is held while the wrapped configuration is called, so its events may arrive at any
+/// time; two first reads at once may fetch twice.
+class ConfigCache : public Config, public ConfigEventListener {
+  public:
+    /// @param config  borrowed; it has to outlive the cache.
+    explicit ConfigCache(Config* config);
+    /// Remove the cache from the wrapped configuration's listeners first: that one may be gone by now, so the
+    /// cache does not.
+    ~ConfigCache() override;
+    ConfigCache(const ConfigCache&) = delete;
+    ConfigCache& operator=(const ConfigCache&) = delete;
+
+    using Config::Set;
+    using Config::SetData;
+    /// A failed fetch cannot be told from a 0 and is cached as 0.
+    unsigned int Get(eParam_t id) override;
+    eConfigID_t GetConfigID() override { return m_config->GetConfigID(); }
+    timeval GetLastConfigUpdate() override { return m_config->GetLastConfigUpdate(); }
+    ParamDescriptor* GetParamDescriptor(eParam_t id) override { return m_config->GetParamDescriptor(id); }
+    ParamDescriptor* GetParamDescriptor(std::string paramIDName) override;
+    std::list<eParam_t> GetParamIDs() override { return m_config->GetParamIDs(); }
+    /// A value that the parameter has already is not sent; one line says so. Where only an event says that it has,
+    /// and another value was written last, the wrapped configuration is asked first.
+    bool Set(eParam_t id, unsigned int value, timeval time) override;
+    /// @return the value once more: false says that it is 0.
+    bool Get(eParam_t id, unsigned int& value) override;
+    /// Always sent.
+    bool Set(eParam_t id, std::string value, timeval time) override;
+    bool Get(eParam_t id, std::string& value) override;
+    bool GetData(eParam_t id, std::string& data) override;
+    /// Bytes that the parameter is known to have are not sent.
+    bool SetData(eParam_t id, std::string& data, timeval time) override;
+    /// Hears what the cache passes on. Null is refused.
+    bool AddConfigEventListener(ConfigEventListener* listener) override;
+    /// Passed to the wrapped configuration: the listener hears every event of it.
+    bool AddConfigEventListener(eParam_t id, ConfigEventListener* listener) override;
+    bool AddConfigEventListener(std::list<eParam_t> ids, ConfigEventListener* listener) override;
+    /// Takes back every registration, those with the wrapped configuration as well. @return true.
+    bool RemoveConfigEventListener(ConfigEventListener* listener) override;
+    bool WaitForConfigEvent(ConfigEvent& event, long seconds, long microseconds) override;
+    std::vector<ParamDescriptor*> GetDescriptorsByClassName(std::string name) override;
+
+    // ConfigEventListener: for the wrapped configuration. They return true.
+    bool ParamChanged(eParam_t id, unsigned int value, timeval time) override;
+    bool ParamChanged(eParam_t id, std::string value, timeval time) override;
+    bool DataChanged(eParam_t id, std::string& data, timeval time) override;
+    void ParamChanged(ConfigEvent) override {}
+
+    /// Tell the own listeners, in the order of registration.
+    void fireParamChangedEvent(eParam_t id, unsigned int value, timeval time);
+    void fireParamChangedEvent(eParam_t id, std::string value, timeval time);
+    void fireDataChangedEvent(eParam_t id, std::string& data, timeval time);
+
+    /// When the cache was made, or the key that it took over; {0, 0} without a clock. Caches with one key are
+    /// bound to one another.
+    timeval bindingKey() const;
+    /// Takes the other's key over. @return whether that is a key, not {0, 0}.
+    bool bind(const ConfigCache& other);
+
+    /// Asked of the wrapped configuration once per parameter. One without a descriptor is not volatile; one
+    /// line says so, once.
+    bool IsVolatile(eParam_t id);
+
+  private:
+    enum class Volatility : uint8_t { Unknown = 0, Volatile = 1, NotVolatile = 2 };
+
+    bool HasAlready(eParam_t id, unsigned int value);
+    bool HasAlready(eParam_t id, const std::string& data);
+    Volatility KnownVolatility(eParam_t id) const;
+    bool LearnVolatility(eParam_t id, Volatility volatility);
+    bool RememberPassedOn(bool accepted, ConfigEventListener* listener);
+    size_t ForgetPassedOn(ConfigEventListener* listener);
+
+    Config* const m_config;
+    ListenerList m_listeners;
+    std::vector<ConfigEventListener*> m_passedOn VEXA_GUARDED_BY(m_lock);  // one entry per registration
+    CachedValues<unsigned int> m_numbers{m_lock};
+    std::map<eParam_t, Volatility> m_volatility VEXA_GUARDED_BY(m_lock);
+    CachedValues<std::string> m_texts{m_lock};
+    CachedValues<std::string> m_data{m_lock};
+    timeval m_bindingKey VEXA_GUARDED_BY(m_lock) = {};
+    mutable LockSemaphore m_lock;
+};

@@ -1,0 +1,277 @@
+#include "config/access/client/network/network_udp_client.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "config/access/protocol/value_payload.h"
+#include "config/base/diagnostic_log.h"
+
+namespace vexa::corvalis::config::access {
+
+namespace {
+
+/// The event that the system shuts down: nothing comes after it.
+bool IsShutdown(const XCONFIGMGR_RESPONSE_T& event)
+{
+    constexpr unsigned int kShuttingDown = 9;
+    return event.paramID == eParamID_SystemState && event.value == kShuttingDown;
+}
+
+}  // namespace
+
+NetworkUDPClient::NetworkUDPClient(unsigned int connectionID, Socket* socket, eConfigID_t configID)
+    : NetworkClient(connectionID, socket, configID)
+{
+    constexpr int kBufferBytes = 108'544;
+    socket->set_buffer_size(SO_SNDBUF, kBufferBytes);
+    socket->set_buffer_size(SO_RCVBUF, kBufferBytes);
+    m_queueThread = StartDeliveryThread("UDPClntRespQ", [this] { ResponseQueueHandler(); });
+}
+
+NetworkUDPClient::~NetworkUDPClient()
+{
+    StopEventsThread();
+    {
+        const std::lock_guard hold(m_queueLock);
+        m_stopQueue = true;
+    }
+    m_queueChanged.notify_all();
+    Join(m_queueThread);
+}
+
+bool NetworkUDPClient::ConfirmDisconnect()
+{
+    if (m_socket->port == kMulticastPort) return true;  // never connected
+    return NetworkClient::ConfirmDisconnect();
+}
+
+// Requests
+
+bool NetworkUDPClient::Set(eParam_t id, unsigned int value, timeval time)
+try {
+    if (!Knows(id, "NetworkClient::Set(eParam_t)")) return false;
+    auto request = Request(XCFG_SET_PARAM_REQUEST, id);
+    request.value = value;
+    SetTime(request, time);
+    Message reply;
+    switch (Exchange(request, XCFG_SET_PARAM_RESPONSE, reply)) {
+        case Outcome::kNotSent:
+            fputs("NetworkUDPClient::Set - send failed\n", stderr);
+            return false;
+        case Outcome::kTimedOut:
+            fprintf(stderr, "NetworkUDPClient::Set - select failed on port %d (PID:%d)\n", m_socket->port,
+                    getpid());
+            return false;
+        case Outcome::kFailed:
+            fputs("NetworkUDPClient::Set - recvfrom failed", stderr);
+            return false;
+        case Outcome::kReplied:
+            break;
+    }
+    const auto error = static_cast<int>(reply.As<XCONFIGMGR_RESPONSE_T>().error);
+    if (error != 0) fprintf(stderr, "NetworkUDPClient::Set - response error:%d\n", error);
+    return error == 0;
+} catch (...) {
+    return Failed("Set");
+}
+
+bool NetworkUDPClient::Get(eParam_t id, std::string& value)
+try {
+    if (!Knows(id, "NetworkClient::Get(eParam_t, std::string)")) return false;
+    Message reply;
+    // The server answers with the request's own type; the regular one is as good.
+    const Outcome outcome = Exchange(Request(XCFG_GET_STREAM_PARAM_REQUEST, id),
+                                     XCFG_GET_STREAM_PARAM_RESPONSE, reply, XCFG_GET_STREAM_PARAM_REQUEST);
+    if (!HasReply(outcome, "NetworkUDPClient::Get", "NetworkClient::Get [Stream]")) return false;
+    if (reply.As<XCONFIGMGR_RESPONSE_T>().error != 0) {
+        fputs("NetworkUDPClient::Get - response error != 0\n", stderr);
+        return false;
+    }
+    if (reply.payload.empty()) {
+        fprintf(stderr, "NetworkUDPClient::Get - invalid streamLength (PID:%d)\n", getpid());
+        return false;
+    }
+    if (ReadText(reply, value)) return true;
+    fputs("NetworkClient::Get - warning! deserialized non-StringValue\n", stderr);
+    return false;
+} catch (...) {
+    return Failed("Get");
+}
+
+bool NetworkUDPClient::GetData(eParam_t id, std::string& data)
+try {
+    if (!Knows(id, "NetworkUDPClient::GetData(eParam_t)")) return false;
+    Message reply;
+    const Outcome outcome = Exchange(Request(XCFG_GET_DATA_REQUEST, id), XCFG_GET_DATA_RESPONSE, reply);
+    if (!HasReply(outcome, "NetworkUDPClient::GetData", "NetworkClient::Get [Stream]")) return false;
+    if (reply.As<XCONFIGMGR_RESPONSE_T>().error != 0) {
+        fputs("NetworkUDPClient::GetData - response error != 0\n", stderr);
+        return false;
+    }
+    data = std::move(reply.payload);
+    return true;
+} catch (...) {
+    return Failed("GetData");
+}
+
+bool NetworkUDPClient::SetData(eParam_t id, std::string& data, timeval time)
+try {
+    if (!Knows(id, "NetworkUDPClient::SetData(eParam_t)")) return false;
+    if (data.size() > kMaxRequestPayload) {
+        fprintf(stderr, "NetworkUDPClient::SetData - %zu bytes do not fit a request\n", data.size());
+        return false;
+    }
+    auto request = Request(XCFG_SET_DATA_REQUEST, id);
+    SetTime(request, time);
+    request.streamLength = static_cast<uint32_t>(data.size());
+    if (SendOnly(MessageBytes(request, data))) return true;
+    fputs("NetworkUDPClient::SetData - send failed\n", stderr);
+    return false;
+} catch (...) {
+    return Failed("SetData");
+}
+
+// Events
+
+bool NetworkUDPClient::RegisterForEvents()
+try {
+    if (!m_eventSocket && m_socket->is_connected()) {
+        auto socket = std::make_unique<Socket>(AF_INET, SOCK_DGRAM);
+        if (!socket->create() || !socket->bind(kMulticastPort)) return false;
+        m_eventSocket = std::move(socket);
+    }
+    DropEvents();
+    return EventSocket().add_membership(kMulticastGroup, kMulticastInterface);
+} catch (...) {
+    return Failed("RegisterForEvents");
+}
+
+/// What is waiting was meant for earlier listeners: one that comes now must not hear old values after reading the
+/// current ones.
+void NetworkUDPClient::DropEvents()
+{
+    char old[kMaxMessageBytes];
+    for (size_t i = 0; i < kMaxQueuedEvents && EventSocket().recv_now(old, sizeof old) != -1; ++i) continue;
+    const std::lock_guard hold(m_queueLock);
+    m_queue.clear();
+}
+
+bool NetworkUDPClient::UnregisterForEvents()
+{
+    return EventSocket().drop_membership(kMulticastGroup, kMulticastInterface);
+}
+
+void NetworkUDPClient::ProcessEvents()
+{
+    DiagnosticLog("NetworkUDPClient::ProcessEvents enter\n");
+    Socket& socket = EventSocket();
+    char datagram[kMaxMessageBytes];
+    while (!m_stopEvents) {
+        const int count = socket.recv_some(datagram, sizeof datagram);
+        if (count > 0) {
+            if (!ProcessEvent(datagram, static_cast<size_t>(count))) break;
+        } else if (count == 0) {
+            // Anybody can send an empty datagram: only a closed socket is an end.
+            DiagnosticLog("NetworkUDPClient::ProcessEvents - ret == 0\n");
+            if (socket.fd == -1) break;
+        } else {
+            DiagnosticLog("NetworkUDPClient::ProcessEvents - recv ERROR (%d)\n", errno);
+            DiagnosticLog("NetworkUDPClient::ProcessEvents - unknown/unhandled error, ret %d\n", count);
+            break;
+        }
+    }
+    DiagnosticLog("NetworkUDPClient::ProcessEvents exit\n");
+}
+
+/// Without memory this event alone is lost. @return false after the last event.
+bool NetworkUDPClient::ProcessEvent(const char* data, size_t length)
+try {
+    const auto message = ReadDatagram(data, length);
+    if (!message || message->record.size() < kResponseBytes) {
+        DiagnosticLog("NetworkUDPClient::ProcessEvents - %zu bytes are no event\n", length);
+        return true;
+    }
+    const auto event = message->As<XCONFIGMGR_RESPONSE_T>();
+    if (event.configID != m_configID) {
+        DiagnosticLog("NetworkUDPClient::ProcessEvents - ConfigID:%d  Inbound ConfigID:%d\n", m_configID,
+                      event.configID);
+        return true;
+    }
+    switch (event.msgtype) {
+        case XCFG_PARAM_CHANGED_EVENT:
+            Enqueue(event);
+            if (!IsShutdown(event)) break;
+            DiagnosticLog(
+                "NetworkUDPClient::ProcessEvents exiting due to system state going into shutdown state\n");
+            return false;
+        case XCFG_PARAM_STRING_CHANGED_EVENT: {
+            std::string text;
+            if (ReadText(*message, text))
+                Deliver(event, text);
+            else
+                DiagnosticLog("NetworkUDPClient::ProcessEvents - no text for paramid 0x%08X\n",
+                              event.paramID);
+            break;
+        }
+        case XCFG_PARAM_DATA_CHANGED_EVENT:
+            m_listeners.Deliver([&](ConfigEventListener& listener) {
+                std::string own = message->payload;
+                listener.DataChanged(event.paramID, own, TimeOf(event));
+            });
+            break;
+        default:
+            DiagnosticLog("NetworkUDPClient::ProcessEvents - Unknown message type %d\n",
+                          static_cast<int>(event.msgtype));
+    }
+    return true;
+} catch (...) {
+    fputs("NetworkUDPClient::ProcessEvents - an event was lost by an exception\n", stderr);
+    return true;
+}
+
+void NetworkUDPClient::Enqueue(const XCONFIGMGR_RESPONSE_T& event)
+{
+    const std::lock_guard hold(m_queueLock);
+    if (m_queue.size() == kMaxQueuedEvents) {
+        m_queue.pop_front();
+        if (!m_eventsDropped) fputs("NetworkUDPClient - too many events, the oldest are lost\n", stderr);
+        m_eventsDropped = true;
+    }
+    m_queue.push_back(event);
+    m_queueChanged.notify_one();
+}
+
+void NetworkUDPClient::ResponseQueueHandler()
+{
+    std::unique_lock hold(m_queueLock);
+    while (!m_stopQueue && !m_stopEvents) {
+        if (m_queue.empty()) {
+            m_queueChanged.wait(hold);
+            continue;
+        }
+        hold.unlock();
+        const auto turn = m_listeners.TakeTurn();
+        hold.lock();
+        if (m_queue.empty()) continue;
+        const XCONFIGMGR_RESPONSE_T event = m_queue.front();
+        m_queue.pop_front();
+        if (m_queue.empty()) m_eventsDropped = false;
+        hold.unlock();
+        try {
+            Deliver(event);
+        } catch (...) {  // it alone is lost
+            fputs("NetworkUDPClient::ResponseQueueHandler - an event was lost by an exception\n", stderr);
+        }
+        if (IsShutdown(event)) {
+            DiagnosticLog(
+                "NetworkUDPClient::ResponseQueueHandler exiting due to system state going into "
+                "shutdown state\n");
+            return;
+        }
+        hold.lock();
+    }
+}
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,55 @@
+/// NetworkUDPClient: the client whose events come by multicast.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+
+#include "config/access/client/network/network_client.h"
+
+namespace vexa::corvalis::config::access {
+
+/// A client on a connected socket asks its server and listens on a socket of its own for events; a client on
+/// a socket bound for multicast only listens: everything else fails there.
+///
+/// Integer events go through a queue with a thread of its own, so that the receiving thread is back at its
+/// socket at once. Between integers, and between strings and data, the order stays; between the two it does
+/// not. Both threads end at the event that the system shuts down.
+class NetworkUDPClient final : public NetworkClient {
+  public:
+    NetworkUDPClient(unsigned int connectionID, Socket* socket, eConfigID_t configID);
+    ~NetworkUDPClient() override;
+
+    using NetworkClient::Get;
+    using NetworkClient::Set;
+    bool Get(eParam_t id, std::string& value) override;
+    /// @return whether the store accepted the value; false after a minute without an answer, too.
+    bool Set(eParam_t id, unsigned int value, timeval time) override;
+    bool GetData(eParam_t id, std::string& data) override;
+    /// True says that the request was sent. False for more than a request can hold.
+    using NetworkClient::SetData;
+    bool SetData(eParam_t id, std::string& data, timeval time) override;
+
+    bool ConfirmDisconnect() override;
+    using NetworkClient::RegisterForEvents;
+    bool RegisterForEvents() override;
+    bool UnregisterForEvents() override;
+    void ProcessEvents() override;
+    /// Keeps its place in the order of operations; nothing is ever dirty here.
+    virtual bool IsDirty(eParam_t, eConfigID_t) { return false; }
+
+  private:
+    void DropEvents();
+    void ResponseQueueHandler();
+    bool ProcessEvent(const char* data, size_t length);
+    void Enqueue(const XCONFIGMGR_RESPONSE_T& event);
+    Socket& EventSocket() { return m_eventSocket ? *m_eventSocket : *m_socket; }
+
+    std::mutex m_queueLock;  // guards the queue and the flags
+    std::condition_variable m_queueChanged;
+    bool m_stopQueue = false;
+    std::deque<XCONFIGMGR_RESPONSE_T> m_queue;
+    bool m_eventsDropped = false;  // since the queue was empty
+    std::thread m_queueThread;
+};
+
+}  // namespace vexa::corvalis::config::access

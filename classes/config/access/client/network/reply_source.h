@@ -1,0 +1,83 @@
+/// ReplySource: how a network client's requests leave and where their replies come from.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "config/access/io/socket.h"
+#include "config/access/protocol/network_protocol.h"
+
+namespace vexa::corvalis::config::access {
+
+/// A message as received: its record, of a size that its type gives, and its payload. The payload is shorter
+/// than announced when the announcement was too large to believe.
+struct Message {
+    uint32_t type = 0;
+    std::string record;
+    std::string payload;
+
+    template <class Record>
+    Record As() const
+    {
+        Record result;
+        Decode(record.data(), record.size(), result);
+        return result;
+    }
+};
+
+/// The reply that one exchange waits for.
+struct ReplyMatch {
+    uint32_t type = 0;       ///< 0: none is awaited
+    uint32_t otherType = 0;  ///< accepted as well; 0: none
+    // Over UDP only, where replies may come late or from elsewhere:
+    uint32_t connectionID = 0;
+    eParam_t paramID{};  ///< 0: a reply without a parameter
+};
+
+enum class ReplyResult { kReceived, kTimedOut, kFailed };
+
+class ReplySource {
+  public:
+    using Deadline = std::chrono::steady_clock::time_point;
+
+    virtual ~ReplySource() = default;
+    /// Sends a request whose reply will be the one described; what came too late for others is dropped.
+    /// @return false when it cannot be sent in time.
+    virtual bool Send(const std::string& request, const ReplyMatch& match, unsigned int timeoutMs) = 0;
+    /// Waits for that reply and drops others. One exchange at a time. A time-out is reported as by
+    /// Socket::read_select.
+    virtual ReplyResult Await(unsigned int timeoutMs, Message& reply) = 0;
+    /// Ends all waits, now and later. Thread: any.
+    virtual void Stop() {}
+};
+
+/// Replies of a connected UDP socket.
+class DatagramReplies : public ReplySource {
+  public:
+    /// @param socket  borrowed.
+    explicit DatagramReplies(Socket& socket) : m_socket(socket) {}
+
+    bool Send(const std::string& request, const ReplyMatch& match, unsigned int timeoutMs) override;
+    ReplyResult Await(unsigned int timeoutMs, Message& reply) override;
+
+  private:
+    void DropLateReplies();
+    bool Accepts(const Message& message) const;
+
+    Socket& m_socket;
+    ReplyMatch m_match;
+};
+
+/// The message that a datagram holds, its payload limited to what was received; nothing when the datagram is
+/// shorter than its record.
+std::optional<Message> ReadDatagram(const char* data, size_t length);
+
+/// The first word of a message of at least four bytes.
+uint32_t TypeOf(const char* data);
+
+ReplySource::Deadline DeadlineIn(unsigned int timeoutMs);
+/// What is left, at least 0.
+unsigned int MillisecondsUntil(ReplySource::Deadline deadline);
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,243 @@
+#include "config/access/client/network/stream_replies.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+namespace vexa::corvalis::config::access {
+
+namespace {
+
+/// Bytes of the record that a type from a server starts; 0 for a type that no server sends.
+size_t RecordBytes(uint32_t type)
+{
+    switch (type) {
+        case XCFG_CONNECT_RESPONSE:
+        case XCFG_DISCONNECT_RESPONSE:
+        case XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE:
+            return wire::Size<XCONFIGMGR_CONNECTION_RESPONSE_T>();
+        case XCFG_GET_PARAM_RESPONSE:
+        case XCFG_SET_PARAM_RESPONSE:
+        case XCFG_GET_STREAM_PARAM_RESPONSE:
+        case XCFG_SET_STREAM_PARAM_RESPONSE:
+        case XCFG_PARAM_CHANGED_EVENT:
+        case XCFG_PARAM_STRING_CHANGED_EVENT:
+            return kResponseBytes;
+        default:
+            return 0;
+    }
+}
+
+bool IsEvent(uint32_t type)
+{
+    return type == XCFG_PARAM_CHANGED_EVENT || type == XCFG_PARAM_STRING_CHANGED_EVENT;
+}
+
+}  // namespace
+
+// --- waiting ---
+
+ReplyResult StreamReplies::Await(unsigned int timeoutMs, Message& reply)
+{
+    const Deadline deadline = DeadlineIn(timeoutMs);
+    const auto replyIsThere = [&] {
+        if (m_socket.read_select(MillisecondsUntil(deadline))) return true;
+        // A wait that fails before its time would only fail again, and the next request must not get this reply.
+        if (MillisecondsUntil(deadline) > 0) throw std::system_error(errno, std::generic_category());
+        return false;
+    };
+    std::unique_lock hold(m_lock);
+    bool reported = false;  // a reader's time-out reports itself
+    while (!m_reply && m_end == End::kNone && MillisecondsUntil(deadline) > 0) {
+        reported = !m_reading;
+        if (m_reading)
+            m_changed.wait_until(hold, deadline);
+        else
+            Read(hold, replyIsThere);
+    }
+    if (m_reply) {
+        reply = *std::move(m_reply);
+        m_reply.reset();
+        return ReplyResult::kReceived;
+    }
+    if (m_end != End::kNone) return ReplyResult::kFailed;
+    hold.unlock();
+    if (!reported) Socket::report_timeout(timeoutMs);
+    return ReplyResult::kTimedOut;
+}
+
+StreamReplies::End StreamReplies::AwaitEvent()
+{
+    std::unique_lock hold(m_lock);
+    while (m_events.empty() && m_end == End::kNone) {
+        if (m_reading)
+            m_changed.wait(hold);
+        else
+            Read(hold, [] { return true; });
+    }
+    return m_events.empty() || m_end == End::kStopped ? m_end : End::kNone;
+}
+
+bool StreamReplies::TakeEvent(Message& event)
+{
+    const std::lock_guard hold(m_lock);
+    if (m_events.empty()) return false;
+    event = std::move(m_events.front());
+    m_events.pop_front();
+    if (m_events.empty()) m_eventsDropped = false;
+    return true;
+}
+
+uint32_t StreamReplies::EndCode() const
+{
+    const std::lock_guard hold(m_lock);
+    return m_endCode;
+}
+
+void StreamReplies::Stop()
+{
+    const std::lock_guard hold(m_lock);
+    m_end = End::kStopped;
+    m_changed.notify_all();
+}
+
+// --- sending ---
+
+bool StreamReplies::Send(const std::string& request, const ReplyMatch& match, unsigned int timeoutMs)
+{
+    {
+        const std::lock_guard hold(m_lock);
+        m_match = match;
+        m_reply.reset();
+    }
+    const Deadline deadline = DeadlineIn(timeoutMs);
+    size_t sent = 0;
+    for (;;) {
+        const int count =
+            m_socket.send_some(request.data() + sent, static_cast<unsigned int>(request.size() - sent));
+        if (count > 0) sent += static_cast<size_t>(count);
+        if (sent == request.size()) return true;
+        if (count < 0 || !WaitForRoom(deadline)) break;
+    }
+    fputs("Socket::send - failed", stderr);
+    if (sent > 0) m_socket.close();  // the server would take the next request for the rest of this one
+    return false;
+}
+
+/// @return false when waiting longer is of no use.
+bool StreamReplies::WaitForRoom(Deadline deadline)
+{
+    constexpr unsigned int kTurn = 20;  // milliseconds, after which the one who reads may have left
+    std::unique_lock hold(m_lock);
+    const unsigned int left = MillisecondsUntil(deadline);
+    if (m_end != End::kNone || left == 0) return false;
+    if (m_reading) {
+        hold.unlock();
+        m_socket.wait_ready(POLLOUT, std::min(left, kTurn));
+    } else {
+        Read(hold, [&] { return (m_socket.wait_ready(POLLIN | POLLOUT, left) & ~POLLOUT) != 0; });
+    }
+    return true;
+}
+
+// --- reading ---
+
+/// One reading for everybody, if the wait says that there is something, without holding the lock meanwhile.
+template <class Wait>
+void StreamReplies::Read(std::unique_lock<std::mutex>& hold, const Wait& wait)
+{
+    m_reading = true;
+    hold.unlock();
+    Catch caught;
+    const auto unlessItFails = [&](const auto& part) {
+        try {
+            part();
+        } catch (...) {
+            caught.end = End::kFailed;
+            caught.code = ENOMEM;
+        }
+    };
+    unlessItFails([&] {
+        if (wait()) Receive(caught);
+        if (m_socket.fd == -1 && caught.end == End::kNone) caught.end = End::kFailed;
+    });
+    hold.lock();
+    m_reading = false;
+    unlessItFails([&] {
+        for (Message& message : caught.messages) Route(std::move(message));
+    });
+    if (m_end == End::kNone && caught.end != End::kNone) {
+        m_end = caught.end;
+        m_endCode = caught.code;
+    }
+    m_changed.notify_all();
+}
+
+/// What the socket gives at once, in whole messages.
+void StreamReplies::Receive(Catch& caught)
+{
+    char piece[16 * 1024];
+    const int count = m_socket.recv_some(piece, sizeof piece);
+    if (count <= 0) {
+        const bool whole = count == 0 && m_input.empty() && m_skip == 0;
+        caught.end = whole ? End::kClosed : End::kFailed;
+        caught.code = count == 0 ? 0 : static_cast<uint32_t>(errno);
+        return;
+    }
+    m_input.append(piece, static_cast<size_t>(count));
+    while (TakeMessage(caught)) {
+    }
+}
+
+bool StreamReplies::TakeMessage(Catch& caught)
+{
+    const size_t skipped = std::min(m_skip, m_input.size());
+    m_input.erase(0, skipped);
+    m_skip -= skipped;
+    if (m_input.size() < sizeof(uint32_t)) return false;
+
+    const uint32_t type = TypeOf(m_input.data());
+    const size_t recordBytes = RecordBytes(type);
+    if (recordBytes == 0) {
+        caught.end = End::kUnknownType;
+        caught.code = type;
+        return false;
+    }
+    if (m_input.size() < recordBytes) return false;
+    XCONFIGMGR_RESPONSE_T response;  // stays without payload for the short records
+    Decode(m_input.data(), recordBytes, response);
+    const bool believed = response.streamLength <= kMaxReplyPayload;
+    const size_t payload = believed ? response.streamLength : 0;
+    if (m_input.size() < recordBytes + payload) return false;
+
+    caught.messages.push_back({type, m_input.substr(0, recordBytes), m_input.substr(recordBytes, payload)});
+    m_input.erase(0, recordBytes + payload);
+    if (!believed) m_skip = response.streamLength;
+    return true;
+}
+
+/// One connection has one exchange at a time, so the type says whether a message is its reply.
+void StreamReplies::Route(Message message)
+{
+    if (IsEvent(message.type)) {
+        if (m_events.size() == kMaxQueuedEvents) {
+            m_events.pop_front();
+            if (!m_eventsDropped) fputs("NetworkTCPClient - too many events, the oldest are lost\n", stderr);
+            m_eventsDropped = true;
+        }
+        m_events.push_back(std::move(message));
+    } else if (message.type == m_match.type) {
+        // No event follows until somebody listens again, who must not hear old values after the current ones.
+        if (message.type == XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE) m_events.clear();
+        m_reply = std::move(message);
+    } else if (message.type == XCFG_SET_STREAM_PARAM_RESPONSE) {
+        const auto response = message.As<XCONFIGMGR_RESPONSE_T>();
+        fprintf(stderr, "NetworkTCPClient - the string for paramid 0x%08X was refused, error %d\n",
+                response.paramID, static_cast<int>(response.error));
+    }
+}
+
+}  // namespace vexa::corvalis::config::access

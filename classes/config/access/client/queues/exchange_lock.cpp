@@ -1,0 +1,100 @@
+#include "config/access/client/queues/exchange_lock.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+
+namespace vexa::config::access {
+
+namespace {
+
+/// Few enough that the others hardly notice.
+constexpr unsigned int kMaxInARow = 64;
+/// How long the lock may be free at most when its holder does not return.
+constexpr std::chrono::milliseconds kLookAgain(2);
+
+}  // namespace
+
+ExchangeLock::Turn::Turn(ExchangeLock& lock, const void* owner, const std::atomic<bool>& ended)
+    : m_lock(lock), m_owner(owner), m_holds(lock.Acquire(ended))
+{
+    if (m_holds) m_lock.m_holder = owner;
+}
+
+ExchangeLock::Turn::~Turn()
+{
+    if (m_holds) m_lock.Release(m_owner);
+}
+
+/// @return whether the semaphore was free. A real failure counts as such: better two exchanges at once than none
+/// any more.
+bool ExchangeLock::Take()
+{
+    if (sem_trywait(&m_semaphore.raw) == 0) return true;
+    if (errno == EAGAIN || errno == EINTR) return false;
+    perror("Semaphore(): call to sem_wait failed\n");
+    return true;
+}
+
+bool ExchangeLock::Acquire(const std::atomic<bool>& ended)
+{
+    if (ended) return false;
+    if (Take()) {
+        if (m_waiting > 0) ++m_inARow;
+        return true;
+    }
+    std::unique_lock hold(m_lock);
+    ++m_waiting;
+    bool taken;
+    while (!(taken = TakeWaiting()) && !ended) WaitAWhile(hold);
+    --m_waiting;
+    return taken;
+}
+
+bool ExchangeLock::TakeWaiting()
+{
+    if (!m_handedOver && !Take()) return false;
+    m_handedOver = m_holderReturns = false;
+    m_inARow = 0;
+    return true;
+}
+
+void ExchangeLock::WaitAWhile(std::unique_lock<std::mutex>& hold)
+{
+    if (!m_holderReturns) {
+        m_changed.wait(hold);
+        m_holderReturns = true;  // unless it is free now
+        return;
+    }
+    const unsigned int before = m_inARow;
+    m_changed.wait_for(hold, kLookAgain);
+    m_holderReturns = m_inARow != before;
+}
+
+void ExchangeLock::End(const void* owner)
+{
+    Release(owner);
+    const std::lock_guard hold(m_lock);
+    m_changed.notify_all();
+}
+
+/// Only one of the two, the turn and the end of its connection, finds the owner.
+void ExchangeLock::Release(const void* owner)
+{
+    if (!m_holder.compare_exchange_strong(owner, nullptr) || HandOver()) return;
+    if (sem_post(&m_semaphore.raw) != 0) perror("SemaphoreHelper::~SemaphoreHelper failed to post\n");
+    const std::lock_guard hold(m_lock);  // either this sees who waits, or they see that it is free
+    if (m_waiting > 0 && !m_holderReturns) m_changed.notify_one();
+}
+
+bool ExchangeLock::HandOver()
+{
+    if (m_waiting == 0 || m_inARow < kMaxInARow) return false;
+    const std::lock_guard hold(m_lock);
+    if (m_waiting == 0) return false;
+    m_handedOver = true;
+    m_changed.notify_one();
+    return true;
+}
+
+}  // namespace vexa::config::access

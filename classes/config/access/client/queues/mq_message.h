@@ -1,0 +1,34 @@
+/// MQMessage: what a client of the message queues receives.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "config/access/protocol/mq_protocol.h"
+#include "config/streams/serializable.h"
+
+namespace vexa::config::access {
+
+/// The record of a response or an event and what follows it. All messages to clients begin alike: the error of
+/// a connection response stands where listener responses have theirs.
+struct MQMessage : XCONFIGMGR_RESPONSE_T {
+    std::string stream;  ///< to the end of the message, whatever `streamLength` says
+
+    /// Words that the message is too short for are 0.
+    static MQMessage Decode(const char* data, size_t length);
+
+    /// Events come unasked; everything else is taken for an answer.
+    bool IsEvent() const
+    {
+        return msgtype == XCFG_PARAM_CHANGED_EVENT || msgtype == XCFG_PARAM_STRING_CHANGED_EVENT ||
+               msgtype == XCFG_PARAM_DATA_CHANGED_EVENT;
+    }
+    /// Whether there is a stream, and all of it.
+    bool HasStream() const { return streamLength != 0 && streamLength <= stream.size(); }
+    /// The object in the stream, the caller's own; null when it holds no whole object of a known class.
+    std::unique_ptr<Serializable> ReadObject() const;
+    /// The same, only for a text. @return false, with the text untouched, when there is none.
+    bool ReadText(std::string& text) const;
+};
+
+}  // namespace vexa::config::access

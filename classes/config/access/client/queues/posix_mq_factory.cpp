@@ -1,0 +1,229 @@
+#include "config/access/client/queues/posix_mq_factory.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+#include "config/access/client/queues/posix_mq_client.h"
+#include "config/access/io/connection_utilities.h"
+
+namespace vexa::config::access {
+
+namespace {
+
+/// A daemon that is gone must not hold up the end of its clients.
+constexpr unsigned int kDisconnectTimeoutMs = 1000;
+
+XCONFIGMGR_CONNECTION_REQUEST_T HandshakeRequest(eMessageType_t type, unsigned int connectionID,
+                                                 unsigned int priority, SharedExchanges& shared)
+{
+    XCONFIGMGR_CONNECTION_REQUEST_T request;
+    request.msgtype = type;
+    request.info = {connectionID, shared.nextRequestID++, 0, priority};
+    return request;
+}
+
+bool Send(mqd_t queue, const XCONFIGMGR_CONNECTION_REQUEST_T& request, const QueueDeadline& deadline)
+{
+    const auto bytes = wire::Encode<wire::HostOrder>(request);
+    return SendMessage(queue, bytes.data(), bytes.size(), request.info.priority, deadline);
+}
+
+/// The first message that is no event. @param buffer  for any message of the queue.
+bool ReceiveAnswer(mqd_t queue, std::vector<char>& buffer, const QueueDeadline& deadline, MQMessage& answer)
+{
+    for (;;) {
+        if (!WaitForQueue(queue, POLLIN, deadline)) return false;
+        const ssize_t count = ReceiveNow(queue, buffer.data(), buffer.size());
+        if (count == -1 && errno == EAGAIN) continue;
+        if (count == -1) return false;
+        answer = MQMessage::Decode(buffer.data(), static_cast<size_t>(count));
+        if (!answer.IsEvent()) return true;
+    }
+}
+
+/// A queue that an ended process has left may have another size and old messages.
+mqd_t OpenResponseQueue(const std::string& name)
+{
+    mq_attr asked{}, found{};
+    mqd_t queue = CreateQueue(name, O_RDWR, &asked);
+    if (queue == -1) return -1;
+    if (mq_getattr(queue, &found) == 0 &&
+        (found.mq_msgsize < asked.mq_msgsize || found.mq_maxmsg != asked.mq_maxmsg)) {
+        mq_close(queue);
+        mq_unlink(name.c_str());
+        queue = CreateQueue(name, O_RDWR);
+    }
+    if (queue != -1) DrainQueue(queue);
+    return queue;
+}
+
+/// The daemon may run as another user: it gets in as the group of its own queue, whatever this process's umask.
+void ShareWithDaemon(mqd_t requestQueue, mqd_t responseQueue)
+{
+    struct stat daemon {};
+    // What is not permitted is left as it is: the Connect shows whether it was needed.
+    if (fstat(requestQueue, &daemon) == 0 &&
+        fchown(responseQueue, static_cast<uid_t>(-1), daemon.st_gid) == 0)
+        static_cast<void>(fchmod(responseQueue, kQueueMode));
+}
+
+void PrintHelp()
+{
+    fputs(
+        "PosixMQFactory::Connect - If you are getting this error:\n"
+        "PosixMQFactory::Connect - // You only need to do this once (per boot)\n"
+        "PosixMQFactory::Connect - $ mkdir /dev/mqueue\n"
+        "PosixMQFactory::Connect - $ mount -t mqueue none /dev/mqueue\n"
+        "PosixMQFactory::Connect - // Do this each time you get this error\n"
+        "PosixMQFactory::Connect - $ kill <your client pid>\n"
+        "PosixMQFactory::Connect - $ kill <mainstay pid>\n"
+        "PosixMQFactory::Connect - $ ls -la /dev/mqueue\n"
+        "PosixMQFactory::Connect - $ rm /dev/mqueue/*\n"
+        "PosixMQFactory::Connect - // This last command deletes the queues and gives you a fresh start\n"
+        "PosixMQFactory::Connect - // To be fixed in a future release...\n"
+        "PosixMQFactory::Connect - // see also: man 7 mq_overview\n",
+        stderr);
+}
+
+}  // namespace
+
+PosixMQFactory::PosixMQFactory() : m_shared(std::make_shared<SharedExchanges>())
+{
+    m_requestQueue = mq_open(kRequestQueue, O_RDWR | O_CLOEXEC);
+    if (m_requestQueue != -1) return;
+    perror("PosixMQFactory: mq_open failed");
+    fprintf(stderr, "PosixMQFactory: mq_open on request queue failed for %s\n", kRequestQueue);
+    fputs("PosixMQFactory: Are two copies of the mainstay running?\n", stderr);
+    fflush(stderr);
+    exit(-1);
+}
+
+PosixMQFactory::~PosixMQFactory() = default;
+
+unsigned int PosixMQFactory::GetPriority(const std::string& uri)
+{
+    constexpr unsigned int kHigh = 10;
+    return uri.find("priority=") != std::string::npos ? kHigh : 0;
+}
+
+PosixMQClient* PosixMQFactory::Connect(std::string uri)
+{
+    if (m_requestQueue == -1) {
+        fputs("PosixMQFactory::Connect: _request_queue not valid\n", stderr);
+        return nullptr;
+    }
+    // Process identifiers are longer than the half that is left of them here, so names may meet.
+    const unsigned int connectionID =
+        (static_cast<unsigned int>(getpid()) << 16) + (m_connections++ & 0xFFFF);
+    const std::string name = ConnectionUtilities::GetQueueName(connectionID);
+    const mqd_t responseQueue = OpenResponseQueue(name);
+    if (responseQueue == -1) {
+        perror("PosixMQFactory::Connect - mq_open failed");
+        fprintf(stderr, "PosixMQFactory::Connect: mq_open on response queue %s failed\n", name.c_str());
+        PrintHelp();
+        return nullptr;
+    }
+    ShareWithDaemon(m_requestQueue, responseQueue);
+    const unsigned int priority = GetPriority(uri);
+    try {
+        if (ConfirmConnection(m_requestQueue, responseQueue, connectionID, priority))
+            return new PosixMQClient(connectionID, priority, m_requestQueue, responseQueue, m_shared, 0);
+    } catch (const std::exception& error) {  // no memory
+        fprintf(stderr, "PosixMQFactory::Connect - failed to make a client: %s\n", error.what());
+    }
+    fprintf(stderr, "PosixMQFactory::Connect - failed to confirm connection %s with server\n", name.c_str());
+    mq_close(responseQueue);
+    mq_unlink(name.c_str());
+    return nullptr;
+}
+
+bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, unsigned int connectionID,
+                                       unsigned int priority)
+{
+    const QueueDeadline deadline(m_connectTimeout);
+    const auto request = HandshakeRequest(XCFG_CONNECT_REQUEST, connectionID, priority, *m_shared);
+    if (!Send(requestQueue, request, deadline)) {
+        perror("PosixMQFactory::ConfirmConnection");
+        fputs("PosixMQFactory::ConfirmConnection: mq_send failed\n", stderr);
+        return false;
+    }
+    mq_attr attributes{};
+    if (mq_getattr(responseQueue, &attributes) != 0) {
+        perror("PosixMQFactory::ConfirmConnection -  mq_getattr failed, unable to get mq_msgsize");
+        fputs("PosixMQFactory::ConfirmConnection - mq_getattr failed, unable to get mq_msgsize\n", stderr);
+        return false;
+    }
+    std::vector<char> buffer;
+    try {
+        buffer.resize(static_cast<size_t>(attributes.mq_msgsize));
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        perror("PosixMQFactory::ConfirmConnection - new failed\n");
+        fprintf(stderr, "PosixMQFactory::ConfirmConnection - new of %ld bytes failed\n",
+                static_cast<long>(attributes.mq_msgsize));
+        return false;
+    }
+    MQMessage answer;
+    if (!ReceiveAnswer(responseQueue, buffer, deadline, answer)) {
+        perror("PosixMQFactory::ConfirmConnection - mq_receive failed\n");
+        fprintf(stderr, "PosixMQFactory::ConfirmConnection - mq_receive for connectionID %X failed\n",
+                connectionID);
+        return false;
+    }
+    const auto complain = [](const std::string& what) {
+        fprintf(stderr, "PosixMQFactory::ConfirmConnection: %s\n", what.c_str());
+        return false;
+    };
+    if (answer.msgtype != XCFG_CONNECT_RESPONSE)
+        return complain("unexpected msgtype == " + std::to_string(static_cast<int>(answer.msgtype)));
+    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info))
+        return complain("mismatched msgInfo");
+    if (answer.listenerError == 0) return true;  // its place is that of a connection's error
+    return complain("server responded with error " + std::to_string(static_cast<int>(answer.listenerError)));
+}
+
+void PosixMQFactory::Disconnect(PosixMQClient* client)
+{
+    if (!LiveClients::Close(client)) return;
+    // First of all nobody else waits for this connection, and it for nobody.
+    client->Stop();
+    const bool fromCallback = client->IsInCallback();
+    if (!fromCallback) LiveClients::WaitUntilUnused(client);
+    ConfirmDisconnect(client);
+    mq_unlink(ConnectionUtilities::GetQueueName(client->ConnectionID()).c_str());
+    if (fromCallback)
+        LiveClients::LeaveToUsers(client);
+    else
+        delete client;
+}
+
+bool PosixMQFactory::ConfirmDisconnect(PosixMQClient* client)
+{
+    const QueueDeadline deadline(kDisconnectTimeoutMs);
+    const auto request =
+        HandshakeRequest(XCFG_DISCONNECT_REQUEST, client->ConnectionID(), client->Priority(), *m_shared);
+    DrainQueue(client->ResponseQueue());
+    mq_attr attributes{};
+    if (!Send(client->RequestQueue(), request, deadline) ||
+        mq_getattr(client->ResponseQueue(), &attributes) != 0)
+        return false;
+    std::vector<char> buffer;
+    try {
+        buffer.resize(static_cast<size_t>(attributes.mq_msgsize));
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    MQMessage answer;
+    return ReceiveAnswer(client->ResponseQueue(), buffer, deadline, answer) &&
+           answer.msgtype == XCFG_DISCONNECT_RESPONSE &&
+           ConnectionUtilities::IsValidResponse(request.info, answer.info) && answer.listenerError == 0;
+}
+
+}  // namespace vexa::config::access

@@ -1,0 +1,55 @@
+/// PosixMQFactory: makes clients of the control daemon's message queues.
+#pragma once
+
+#include <mqueue.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "config/access/io/message_queue.h"
+
+namespace vexa::config::access {
+
+class PosixMQClient;
+struct SharedExchanges;
+
+/// For applications that talk to the daemon of their device directly. One per process: two of them would give
+/// their connections the same names. Thread: any.
+class PosixMQFactory {
+  public:
+    /// Opens the daemon's queue. Without a daemon it ends the process, deliberately: an application of the
+    /// device cannot go on without it.
+    PosixMQFactory();
+    /// Releases nothing: the daemon's queue stays open until the process ends, for clients that are left.
+    virtual ~PosixMQFactory();
+    PosixMQFactory(const PosixMQFactory&) = delete;
+    PosixMQFactory& operator=(const PosixMQFactory&) = delete;
+
+    /// A connected client. @param uri  only its priority counts.
+    /// @return null after one line or more; give a client back with Disconnect.
+    PosixMQClient* Connect(std::string uri);
+    /// @param client  must not be used any more; null is left alone. A callback that still runs is waited for,
+    /// unless it is this one: then the client is deleted after it.
+    void Disconnect(PosixMQClient* client);
+
+    /// The handshakes. Failures of the first print one line or more, the second's only differences of
+    /// identifiers.
+    bool ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, unsigned int connectionID,
+                           unsigned int priority);
+    bool ConfirmDisconnect(PosixMQClient* client);
+
+    /// 10 for a URI with "priority=", whatever follows, else 0.
+    static unsigned int GetPriority(const std::string& uri);
+
+    /// How long the daemon may take to answer a Connect, in milliseconds. Default no limit.
+    void SetConnectTimeout(unsigned int timeout) { m_connectTimeout = timeout; }
+
+  private:
+    const std::shared_ptr<SharedExchanges> m_shared;
+    mqd_t m_requestQueue;
+    std::atomic<unsigned int> m_connections = 0;
+    std::atomic<unsigned int> m_connectTimeout = kNoQueueTimeout;
+};
+
+}  // namespace vexa::config::access

@@ -1,0 +1,94 @@
+#include "config/access/connector/config_factory_impl.h"
+
+#include <cstdio>
+#include <vector>
+
+#include "config/access/client/cache/config_cache.h"
+#include "config/access/client/network/network_client.h"
+#include "config/access/client/network/network_factory.h"
+#include "config/access/connector/local_config_factory.h"
+#include "config/base/semaphore_helper.h"
+
+using vexa::corvalis::config::access::NetworkClient;
+using vexa::corvalis::config::access::NetworkFactory;
+
+namespace {
+
+StaticLock instanceLock;
+ConfigFactoryImpl* instance VEXA_GUARDED_BY(instanceLock) = nullptr;
+
+bool Contains(const std::string& text, const char* part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+bool IsNetworkUri(const std::string& uri)
+{
+    return Contains(uri, "tcp:") || Contains(uri, "udp:") || Contains(uri, "multicast:");
+}
+
+/// Caches live as long as the process; the list keeps them from looking lost.
+void Keep(ConfigCache* cache)
+{
+    static StaticLock lock;
+    static auto& caches = *new std::vector<ConfigCache*>;
+    SemaphoreHelper hold(lock);
+    caches.push_back(cache);
+}
+
+}  // namespace
+
+ConfigFactory* ConfigFactoryImpl::GetInstance()
+{
+    SemaphoreHelper hold(instanceLock);
+    if (!instance) instance = new ConfigFactoryImpl;
+    return instance;
+}
+
+void ConfigFactoryImpl::DestroyInstance()
+{
+    SemaphoreHelper hold(instanceLock);
+    delete instance;
+    instance = nullptr;
+}
+
+ConfigFactoryImpl::ConfigFactoryImpl()
+    : m_networkFactory(std::make_unique<NetworkFactory>()),
+      m_localFactory(std::make_unique<vexa::config::access::LocalConfigFactory>())
+{
+}
+
+ConfigFactoryImpl::~ConfigFactoryImpl() = default;
+
+Config* ConfigFactoryImpl::Connect(std::string uri)
+{
+    if (IsNetworkUri(uri)) return ConnectNetwork(uri);
+    if (!Contains(uri, "local:")) return nullptr;
+    Config* const config = m_localFactory->Connect(uri);
+    if (!config)
+        fprintf(stderr, "ConfigFactoryImpl::Connect - local factory return NULL Config* for uri = %s\n",
+                uri.c_str());
+    return config;
+}
+
+Config* ConfigFactoryImpl::ConnectNetwork(const std::string& uri)
+{
+    NetworkClient* const client = m_networkFactory->Connect(uri);
+    if (!client) {
+        fputs("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n", stderr);
+        return nullptr;
+    }
+    if (!Contains(uri, "caching=true")) return client;
+    auto* const cache = new ConfigCache(client);
+    Keep(cache);
+    client->AddConfigEventListener(cache);
+    return cache;
+}
+
+void ConfigFactoryImpl::Disconnect(Config* config)
+{
+    if (auto* const client = dynamic_cast<NetworkClient*>(config))
+        m_networkFactory->Disconnect(client);
+    else
+        m_localFactory->Disconnect(config);
+}

@@ -1,0 +1,48 @@
+/// ConfigFactoryImpl: the process-wide connector, where every application gets its Config.
+///
+///     ConfigFactory* const connector = ConfigFactoryImpl::GetInstance();
+///     Config* const config = connector->Connect("local:");
+///     config->Set(eParamID_RegisterSave, 7);
+///     connector->Disconnect(config);
+///
+/// Build the descriptors (config/descriptors/registry/registry.h) before the first Connect.
+#pragma once
+
+#include <memory>
+
+#include "config/config_factory.h"
+
+namespace vexa::config::access {
+class LocalConfigFactory;
+}
+namespace vexa::corvalis::config::access {
+class NetworkFactory;
+}
+
+class ConfigFactoryImpl : public ConfigFactory {
+  public:
+    /// The one connector, made on the first call. Thread: any.
+    static ConfigFactory* GetInstance();
+    /// Deletes the connector; the next GetInstance makes a new one. Stores that still have users live on,
+    /// unknown to it. Thread: any, when nobody uses the connector any more.
+    static void DestroyInstance();
+
+    ~ConfigFactoryImpl() override;
+
+    void Run() override {}
+    /// "tcp:", "udp:" and "multicast:" anywhere in the URI reach a store over the network, with
+    /// "caching=true" through a cache; "local:" one in this process. The store is number N for "configid=N",
+    /// else 0. Failures print one line; other URIs give null silently.
+    Config* Connect(std::string uri) override;
+    /// A cache is left alive with its connection, deliberately: it may have listeners and other users. They
+    /// remove their listeners before they free them; the connection stays for the life of the process.
+    void Disconnect(Config* config) override;
+
+  private:
+    ConfigFactoryImpl();
+
+    Config* ConnectNetwork(const std::string& uri);
+
+    const std::unique_ptr<vexa::corvalis::config::access::NetworkFactory> m_networkFactory;
+    const std::unique_ptr<vexa::config::access::LocalConfigFactory> m_localFactory;
+};

@@ -1,0 +1,150 @@
+#include "config/access/connector/network_event_listener.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include "config/access/connector/config_factory_impl.h"
+#include "config/config.h"
+
+namespace vexa::corvalis::config::access {
+
+NetworkEventListener::~NetworkEventListener()
+{
+    Close();
+    pthread_cond_destroy(&m_changed);
+}
+
+bool NetworkEventListener::Open(const std::string& uri)
+{
+    return !IsOpen() && Open(ConfigFactoryImpl::GetInstance()->Connect(uri));
+}
+
+bool NetworkEventListener::Open(Config* config)
+{
+    if (!config || IsOpen()) return false;
+    {
+        const std::lock_guard hold(m_mutex);
+        m_config = config;
+    }
+    // Without the mutex: a running callback, which this may wait for, may be about to add an event here.
+    config->AddConfigEventListener(this);
+    return true;
+}
+
+void NetworkEventListener::Close()
+{
+    if (!IsOpen()) return;
+    // Other users may keep the configuration alive, which must not call this object any more.
+    m_config->RemoveConfigEventListener(this);
+    ConfigFactoryImpl::GetInstance()->Disconnect(m_config);
+    std::unique_lock hold(m_mutex);
+    m_config = nullptr;
+    pthread_cond_broadcast(&m_changed);
+    m_waiterLeft.wait(hold, [this] { return m_waiters == 0; });
+}
+
+bool NetworkEventListener::IsOpen()
+{
+    const std::lock_guard hold(m_mutex);
+    return m_config != nullptr;
+}
+
+void NetworkEventListener::SetTimeoutInMS(unsigned int milliseconds)
+{
+    const std::lock_guard hold(m_mutex);
+    m_timeoutInMS = milliseconds;
+}
+
+void NetworkEventListener::SetMaximumQueueSize(unsigned int events)
+{
+    const std::lock_guard hold(m_mutex);
+    m_maximumQueueSize = events;
+}
+
+// --- waiting ---
+
+bool NetworkEventListener::TakeOldest(ConfigEvent& event)
+{
+    if (m_queue.empty()) return false;
+    event = std::move(m_queue.front());
+    m_queue.pop_front();
+    return true;
+}
+
+// The remainder below a second replaces the nanoseconds of now instead of being added to them: waits of one
+// time-out end at the same point of a wall-clock second, wherever in a second they began. So a wait ends up
+// to a second early, and one of less than a second may end at once. Front ends poll to this beat.
+timespec NetworkEventListener::Deadline(timespec now, unsigned int timeoutInMS)
+{
+    timespec deadline{};
+    deadline.tv_sec = now.tv_sec + static_cast<time_t>(timeoutInMS / 1000);
+    deadline.tv_nsec = static_cast<long>(timeoutInMS % 1000) * 1'000'000;
+    return deadline;
+}
+
+/// Waits once, for whoever holds the mutex. @return the error of the wait.
+int NetworkEventListener::WaitForSignal()
+{
+    if (m_timeoutInMS == kNoTimeout) return pthread_cond_wait(&m_changed, m_mutex.native_handle());
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const timespec deadline = Deadline(now, m_timeoutInMS);
+    return pthread_cond_timedwait(&m_changed, m_mutex.native_handle(), &deadline);
+}
+
+bool NetworkEventListener::WaitForConfigEvent(ConfigEvent& event)
+{
+    const std::lock_guard hold(m_mutex);
+    if (!m_config) return false;
+    if (TakeOldest(event)) return true;
+    ++m_waiters;
+    const int error = WaitForSignal();
+    if (--m_waiters == 0) m_waiterLeft.notify_all();
+    if (error == 0) return TakeOldest(event);
+    if (error == ETIMEDOUT)
+        fputs("NetworkEventListener::WaitForConfigEvent - Timed out\n", stderr);
+    else
+        fprintf(stderr, "NetworkEventListener::WaitForConfigEvent - Error %d\n", error);
+    return false;
+}
+
+void NetworkEventListener::Signal()
+{
+    const std::lock_guard hold(m_mutex);
+    const int error = pthread_cond_signal(&m_changed);
+    if (error != 0) fprintf(stderr, "NetworkEventListener::Signal - Error %d\n", error);
+}
+
+// --- events ---
+
+void NetworkEventListener::AddEvent(ConfigEvent& event)
+{
+    const std::lock_guard hold(m_mutex);
+    m_queue.push_back(event);
+    while (m_queue.size() > m_maximumQueueSize) m_queue.pop_front();
+    pthread_cond_signal(&m_changed);
+}
+
+bool NetworkEventListener::ParamChanged(eParam_t id, unsigned int value, timeval time)
+{
+    ConfigEvent event{.paramID = id, .paramType = eCParam_EnumValue, .value = value, .time = time};
+    AddEvent(event);
+    return true;
+}
+
+bool NetworkEventListener::ParamChanged(eParam_t id, std::string value, timeval time)
+{
+    ConfigEvent event{
+        .paramID = id, .paramType = eCParam_StringValue, .text = std::move(value), .time = time};
+    AddEvent(event);
+    return true;
+}
+
+bool NetworkEventListener::DataChanged(eParam_t id, std::string& data, timeval time)
+{
+    ConfigEvent event{.paramID = id, .paramType = eCParam_StringValue, .data = data, .time = time};
+    AddEvent(event);
+    return true;
+}
+
+}  // namespace vexa::corvalis::config::access

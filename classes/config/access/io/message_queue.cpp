@@ -1,0 +1,167 @@
+#include "config/access/io/message_queue.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <fstream>
+#include <new>
+
+namespace vexa::config::access {
+
+namespace {
+
+constexpr timespec kNow{};  // long past: do not wait
+
+mqd_t Open(const std::string& name, int flags, mq_attr& attributes)
+{
+    return mq_open(name.c_str(), flags | O_CREAT | O_CLOEXEC, kQueueMode, &attributes);
+}
+
+bool IsUserLimit(int error)
+{
+    return error == ENOMEM || error == EMFILE;
+}
+
+/// A limit of the system; the wanted number when it cannot be read.
+long Limit(const char* name, long wanted)
+{
+    long limit = wanted;
+    std::ifstream(std::string("/proc/sys/fs/mqueue/") + name) >> limit;
+    return std::min(limit, wanted);
+}
+
+/// Doubles what this user's queues may take together, as far as the process is allowed to.
+void RaiseQueueLimit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_MSGQUEUE, &limit) != 0) return;
+    const auto doubled = [](rlim_t value) { return value > RLIM_INFINITY / 2 ? RLIM_INFINITY : value * 2; };
+    rlimit raised{doubled(limit.rlim_cur), doubled(limit.rlim_max)};
+    if (setrlimit(RLIMIT_MSGQUEUE, &raised) == 0) return;
+    raised = {std::min(raised.rlim_cur, limit.rlim_max), limit.rlim_max};
+    setrlimit(RLIMIT_MSGQUEUE, &raised);
+}
+
+}  // namespace
+
+mqd_t CreateQueue(const std::string& name, int flags, mq_attr* asked)
+{
+    // One after the other goes what may be too much: the depth and the message size, the limit of this user.
+    mq_attr attributes{};
+    attributes.mq_maxmsg = kQueueDepth;
+    attributes.mq_msgsize = kQueueMessageBytes;
+    mqd_t queue = Open(name, flags, attributes);
+    if (queue == -1 && errno == EINVAL) {
+        attributes.mq_maxmsg = Limit("msg_max", kQueueDepth);
+        attributes.mq_msgsize = Limit("msgsize_max", kQueueMessageBytes);
+        queue = Open(name, flags, attributes);
+    }
+    if (queue == -1 && IsUserLimit(errno)) {
+        RaiseQueueLimit();
+        queue = Open(name, flags, attributes);
+    }
+    if (queue == -1 && IsUserLimit(errno)) {
+        constexpr long kFewMessages = 10;
+        attributes.mq_maxmsg = std::min(attributes.mq_maxmsg, kFewMessages);
+        queue = Open(name, flags, attributes);
+    }
+    if (asked) *asked = attributes;
+    return queue;
+}
+
+// --- waiting ---
+
+QueueDeadline::QueueDeadline(unsigned int timeoutMs) : m_limited(timeoutMs != kNoQueueTimeout)
+{
+    if (m_limited) m_end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+}
+
+int QueueDeadline::PollTimeout() const
+{
+    if (!m_limited) return -1;
+    using std::chrono::milliseconds;
+    const auto left = std::chrono::ceil<milliseconds>(m_end - std::chrono::steady_clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
+}
+
+bool WaitForQueue(mqd_t queue, short events, const QueueDeadline& deadline, int wake)
+{
+    for (;;) {
+        pollfd descriptors[] = {{queue, events, 0}, {wake, POLLIN, 0}};
+        const int count = poll(descriptors, 2, deadline.PollTimeout());
+        if (count == -1 && errno == EINTR) continue;
+        if (count == -1) return false;
+        if (descriptors[0].revents & POLLNVAL)
+            errno = EBADF;
+        else if (descriptors[1].revents)
+            errno = ECANCELED;
+        else if (descriptors[0].revents)
+            return true;
+        else if (deadline.PollTimeout() == 0)
+            errno = ETIMEDOUT;
+        else
+            continue;  // more than poll can wait at once
+        return false;
+    }
+}
+
+// --- messages ---
+
+bool SendMessage(mqd_t queue, const void* data, size_t length, unsigned int priority)
+{
+    int result;
+    do {
+        result = mq_send(queue, static_cast<const char*>(data), length, priority);
+    } while (result == -1 && errno == EINTR);
+    return result == 0;
+}
+
+/// Mostly there is room, so it is asked for only after it was missing.
+bool SendMessage(mqd_t queue, const void* data, size_t length, unsigned int priority,
+                 const QueueDeadline& deadline, int wake)
+{
+    for (;;) {
+        if (mq_timedsend(queue, static_cast<const char*>(data), length, priority, &kNow) == 0) return true;
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN && errno != ETIMEDOUT) return false;
+        if (!WaitForQueue(queue, POLLOUT, deadline, wake)) return false;
+    }
+}
+
+ssize_t ReceiveNow(mqd_t queue, char* buffer, size_t size)
+{
+    ssize_t count;
+    do {
+        count = mq_timedreceive(queue, buffer, size, nullptr, &kNow);
+    } while (count == -1 && errno == EINTR);
+    if (count == -1 && errno == ETIMEDOUT) errno = EAGAIN;
+    return count;
+}
+
+bool ReceiveMessage(mqd_t queue, std::vector<char>& message, size_t& length)
+{
+    mq_attr attributes{};
+    if (mq_getattr(queue, &attributes) != 0) return false;
+    const auto room = static_cast<size_t>(attributes.mq_msgsize);
+    message.assign(std::max(room, kQueueResponseBytes) + 1, '\0');
+    const ssize_t count = ReceiveNow(queue, message.data(), message.size());
+    if (count == -1) return false;
+    length = static_cast<size_t>(count);
+    return true;
+}
+
+void DrainQueue(mqd_t queue)
+try {
+    constexpr int kEnough = 1000;  // a peer that floods must not hold the caller up
+    std::vector<char> message;
+    size_t length = 0;
+    for (int i = 0; i < kEnough && ReceiveMessage(queue, message, length); ++i) {
+    }
+} catch (const std::bad_alloc&) {  // old messages are told from answers by their requests
+}
+
+}  // namespace vexa::config::access

@@ -1,0 +1,512 @@
+#include "config/access/io/socket.h"
+
+#include <arpa/inet.h>
+#include <execinfo.h>
+#include <fcntl.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace vexa::corvalis::config::access {
+
+namespace {
+
+/// Repeats a call that a signal interrupted.
+template <class Call>
+auto Repeat(const Call& call)
+{
+    auto result = call();
+    while (result == -1 && errno == EINTR) result = call();
+    return result;
+}
+
+/// perror that leaves errno to the caller.
+void Report(const char* message)
+{
+    const int error = errno;
+    perror(message);
+    errno = error;
+}
+
+void ReportPlain(const char* message)
+{
+    const int error = errno;
+    fputs(message, stderr);
+    errno = error;
+}
+
+template <class Address>
+sockaddr* AsSockaddr(Address& address)
+{
+    return reinterpret_cast<sockaddr*>(&address);
+}
+
+template <class Address>
+const sockaddr* AsSockaddr(const Address& address)
+{
+    return reinterpret_cast<const sockaddr*>(&address);
+}
+
+int SetOption(int descriptor, int level, int option, int value)
+{
+    return setsockopt(descriptor, level, option, &value, sizeof value);
+}
+
+/// For calls that let the system choose a port. Of the datagram sockets that allow reuse it gives several the
+/// same one, and what is meant for one of them reaches another.
+template <class Call>
+int WithPortOfItsOwn(int descriptor, const Call& call)
+{
+    SetOption(descriptor, SOL_SOCKET, SO_REUSEADDR, 0);
+    const int result = call();
+    const int error = errno;
+    SetOption(descriptor, SOL_SOCKET, SO_REUSEADDR, 1);
+    errno = error;
+    return result;
+}
+
+}  // namespace
+
+static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_un) == 110);
+
+/// One running operation: the descriptor that it works on stays open until it ends.
+class Socket::Use {
+  public:
+    explicit Use(const Socket& socket) : m_socket(socket)
+    {
+        const std::lock_guard hold(m_socket.m_useLock);
+        ++m_socket.m_users;
+        fd = m_socket.fd;
+    }
+    ~Use()
+    {
+        const std::lock_guard hold(m_socket.m_useLock);
+        if (--m_socket.m_users > 0) return;
+        const int error = errno;
+        for (const int descriptor : m_socket.m_closing) ::close(descriptor);
+        m_socket.m_closing.clear();
+        errno = error;
+    }
+    Use(const Use&) = delete;
+    Use& operator=(const Use&) = delete;
+
+    int fd;
+
+  private:
+    const Socket& m_socket;
+};
+
+Socket::Socket(int domain_, int type_) : domain(domain_), type(type_) {}
+
+Socket::~Socket()
+{
+    close();
+}
+
+int Socket::create()
+{
+    fd = socket(domain, type | SOCK_CLOEXEC, 0);
+    if (fd == -1) {
+        Report("Socket::create - socket() failed");
+        return 0;
+    }
+    // Local stream sockets do not know the option, and work without it.
+    if (type == SOCK_STREAM && SetOption(fd, IPPROTO_TCP, TCP_NODELAY, 1) == -1 && domain != AF_UNIX) {
+        Report("Socket::create setsockopt(TCP_NODELAY) failed");
+        return 0;
+    }
+    if (SetOption(fd, SOL_SOCKET, SO_REUSEADDR, 1) == -1) {
+        Report("Socket::create - setsockopt(SO_REUSEADDR) call failed");
+        return 0;
+    }
+    return 1;
+}
+
+void Socket::close()
+{
+    const int descriptor = fd.exchange(-1);
+    if (descriptor == -1) return;
+    shutdown(descriptor, SHUT_RDWR);
+    const std::lock_guard hold(m_useLock);
+    if (m_users == 0)
+        ::close(descriptor);
+    else
+        m_closing.push_back(descriptor);
+}
+
+std::string Socket::build_local_path(const std::string&, int number) const
+{
+    std::string path = "/tmp/vexa_" + std::to_string(number);
+    fprintf(stderr, "Local path = %s\n", path.c_str());
+    return path;
+}
+
+int Socket::bind(int number)
+{
+    if (fd == -1) {
+        // The text is known to scripts that watch the log, its missing line end included.
+        fputs("Socket::bind: invalid socketn", stderr);
+        return 0;
+    }
+    return domain == AF_UNIX ? bind_local(number) : bind_inet(number);
+}
+
+int Socket::bind(const std::string& address, int number)
+{
+    inet_address.sin_addr.s_addr = address.empty() ? INADDR_ANY : inet_addr(address.c_str());
+    return bind_inet(number);
+}
+
+int Socket::bind_local(int number)
+{
+    local_address.sun_family = AF_UNIX;
+    const std::string path = build_local_path(host, number);
+    strncpy(local_address.sun_path, path.c_str(), sizeof local_address.sun_path - 1);
+    unlink(local_address.sun_path);
+    const Use use(*this);
+    if (::bind(use.fd, AsSockaddr(local_address), sizeof local_address) == -1) return 0;
+    port = number;
+    return 1;
+}
+
+int Socket::bind_inet(int number)
+{
+    inet_address.sin_family = static_cast<sa_family_t>(domain);
+    inet_address.sin_port = htons(static_cast<uint16_t>(number));
+    const Use use(*this);
+    const auto bind = [&] { return ::bind(use.fd, AsSockaddr(inet_address), sizeof inet_address); };
+    if ((number == 0 ? WithPortOfItsOwn(use.fd, bind) : bind()) == -1) {
+        Report("Socket::bind_inet");
+        return 0;
+    }
+    port = number;
+    return 1;
+}
+
+int Socket::listen()
+{
+    constexpr int kBacklog = 100;
+    if (fd == -1) return 0;
+    const Use use(*this);
+    if (::listen(use.fd, kBacklog) == 0) return 1;
+    ReportPlain("Socket::listen - listen returned -1");
+    return 0;
+}
+
+int Socket::accept(Socket* peer)
+{
+    return domain == AF_UNIX ? accept_local(peer) : accept_inet(peer);
+}
+
+int Socket::accept_local(Socket* peer)
+{
+    sockaddr_un from{};
+    socklen_t length = sizeof from;
+    const Use use(*this);
+    peer->fd = Repeat([&] { return accept4(use.fd, AsSockaddr(from), &length, SOCK_CLOEXEC); });
+    if (peer->fd > 0) return 1;
+    Report("Socket::accept - socket <= 0");
+    return 0;
+}
+
+int Socket::accept_inet(Socket* peer)
+{
+    socklen_t length = sizeof inet_address;
+    const Use use(*this);
+    peer->fd = Repeat([&] { return accept4(use.fd, AsSockaddr(inet_address), &length, SOCK_CLOEXEC); });
+    if (peer->fd > 0) return 1;
+    Report("Socket::accept - socket <= 0");
+    return 0;
+}
+
+int Socket::connect(const std::string& to, int number)
+{
+    if (fd == -1) return 0;
+    return domain == AF_UNIX ? connect_local(to, number) : connect_inet(to, number);
+}
+
+int Socket::connect_local(const std::string& to, int number)
+{
+    local_address.sun_family = AF_UNIX;
+    const std::string path = build_local_path(to, number);
+    strncpy(local_address.sun_path, path.c_str(), sizeof local_address.sun_path - 1);
+    const Use use(*this);
+    if (Repeat([&] { return ::connect(use.fd, AsSockaddr(local_address), sizeof local_address); }) == -1) {
+        Report("Socket::connect_local");
+        return 0;
+    }
+    host = to;
+    port = number;
+    return 1;
+}
+
+int Socket::connect_inet(const std::string& to, int number)
+{
+    inet_address.sin_port = htons(static_cast<uint16_t>(number));
+    inet_address.sin_family = static_cast<sa_family_t>(domain);
+    errno = 0;
+    if (domain == AF_INET)
+        inet_pton(AF_INET, to.c_str(), &inet_address.sin_addr);
+    else
+        errno = EAFNOSUPPORT;
+    // Only the error number counts: text that is no address leaves the address alone, which is this host's.
+    if (errno == EAFNOSUPPORT) {
+        Report("Socket::connect_inet - inet_pton() failed");
+        return 0;
+    }
+    const Use use(*this);
+    const auto connect = [&] {
+        return Repeat([&] { return ::connect(use.fd, AsSockaddr(inet_address), sizeof inet_address); });
+    };
+    if ((type == SOCK_DGRAM ? WithPortOfItsOwn(use.fd, connect) : connect()) == -1) {
+        Report("Socket::connect_inet - connect() failed");
+        return 0;
+    }
+    host = to;
+    port = number;
+    return 1;
+}
+
+int Socket::local_port() const
+{
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    const Use use(*this);
+    return getsockname(use.fd, AsSockaddr(address), &length) == 0 ? ntohs(address.sin_port) : 0;
+}
+
+bool Socket::is_connected() const
+{
+    sockaddr_storage address;
+    socklen_t length = sizeof address;
+    const Use use(*this);
+    return getpeername(use.fd, AsSockaddr(address), &length) == 0;
+}
+
+int Socket::sendall(const char* data, int* length)
+{
+    const int wanted = *length;
+    *length = 0;
+    if (wanted < 1) return 0;
+    const Use use(*this);
+    while (*length < wanted) {
+        const ssize_t sent = Repeat([&] {
+            return ::send(use.fd, data + *length, static_cast<size_t>(wanted - *length), MSG_NOSIGNAL);
+        });
+        if (sent == -1) {
+            Report("Socket::sendall - send failed");
+            return 0;
+        }
+        *length += static_cast<int>(sent);
+    }
+    return 1;
+}
+
+int Socket::send(const char* data, unsigned int length)
+{
+    const Use use(*this);
+    unsigned int total = 0;
+    do {
+        const ssize_t sent =
+            Repeat([&] { return ::send(use.fd, data + total, length - total, MSG_NOSIGNAL); });
+        if (sent == -1) {
+            ReportPlain("Socket::send - failed");
+            return 0;
+        }
+        total += static_cast<unsigned int>(sent);
+    } while (total < length);
+    return 1;
+}
+
+int Socket::send_some(const char* data, unsigned int length)
+{
+    const Use use(*this);
+    const ssize_t sent = Repeat([&] { return ::send(use.fd, data, length, MSG_NOSIGNAL | MSG_DONTWAIT); });
+    if (sent == -1 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
+    return static_cast<int>(sent);
+}
+
+int Socket::sendto(const void* data, unsigned int length, const sockaddr_in& to)
+{
+    const Use use(*this);
+    if (Repeat([&] { return ::sendto(use.fd, data, length, 0, AsSockaddr(to), sizeof to); }) != -1) return 1;
+    ReportPlain("Socket::sendto - failed");
+    return 0;
+}
+
+int Socket::recv(char* buffer, unsigned int length)
+{
+    const Use use(*this);
+    if (type == SOCK_DGRAM) {
+        const ssize_t count = Repeat([&] { return ::recv(use.fd, buffer, length, MSG_NOSIGNAL); });
+        if (count != -1) return static_cast<int>(count);
+        Report("Socket::recv - failed");
+        fprintf(stderr, "Socket::recv - UDP version (this:%p)\n", static_cast<void*>(this));
+        return 0;
+    }
+    unsigned int received = 0;
+    while (received < length) {
+        const ssize_t count =
+            Repeat([&] { return ::recv(use.fd, buffer + received, length - received, MSG_NOSIGNAL); });
+        if (count == -1) {
+            Report("Socket::recv - failed");
+            fprintf(stderr, "Socket::recv - TCP version (this:%p)\n", static_cast<void*>(this));
+            return -1;
+        }
+        if (count == 0) break;
+        received += static_cast<unsigned int>(count);
+    }
+    return static_cast<int>(received);
+}
+
+int Socket::recv_some(char* buffer, unsigned int length)
+{
+    const Use use(*this);
+    return static_cast<int>(Repeat([&] { return ::recv(use.fd, buffer, length, MSG_NOSIGNAL); }));
+}
+
+int Socket::recv_now(char* buffer, unsigned int length)
+{
+    const Use use(*this);
+    return static_cast<int>(Repeat([&] { return ::recv(use.fd, buffer, length, MSG_DONTWAIT); }));
+}
+
+int Socket::recvfrom(void* buffer, unsigned int length, sockaddr_in& from)
+{
+    socklen_t size = sizeof from;
+    const Use use(*this);
+    const ssize_t count =
+        Repeat([&] { return ::recvfrom(use.fd, buffer, length, 0, AsSockaddr(from), &size); });
+    if (count != -1) return static_cast<int>(count);
+    ReportPlain("Socket::recvfrom - failed");
+    return 0;
+}
+
+int Socket::peek(char* buffer, unsigned int length)
+{
+    const Use use(*this);
+    const ssize_t count =
+        Repeat([&] { return ::recv(use.fd, buffer, length, MSG_PEEK | MSG_WAITALL | MSG_NOSIGNAL); });
+    if (count != -1) return static_cast<int>(count);
+    ReportPlain("Socket::recv - failed");
+    return 0;
+}
+
+int Socket::read_select(unsigned int timeout_ms)
+{
+    using std::chrono::steady_clock;
+    const auto end = steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    int result;
+    {
+        const Use use(*this);
+        if (use.fd == -1) {
+            fputs("Socket::read_select - invalid socket\n", stderr);
+            return 0;
+        }
+        pollfd readable{use.fd, POLLIN, 0};
+        result = Repeat([&] {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now()).count();
+            return poll(&readable, 1, static_cast<int>(std::clamp<long long>(left, 0, INT32_MAX)));
+        });
+        if (result > 0 && readable.revents & POLLNVAL) {
+            errno = EBADF;
+            result = -1;
+        }
+    }
+    if (result > 0) return 1;
+    if (result < 0) Report("Socket::read_select");
+    report_timeout(timeout_ms);
+    return 0;
+}
+
+void Socket::report_timeout(unsigned int timeout_ms)
+{
+    const int error = errno;
+    fprintf(stderr, "Socket::read_select - readfds is not set (timeout secs:%ld usecs:%ld)\n",
+            static_cast<long>(timeout_ms / 1000), static_cast<long>(timeout_ms % 1000 * 1000));
+    errno = error;
+    dump_context();
+}
+
+int Socket::wait_ready(short events, unsigned int timeout_ms)
+{
+    const Use use(*this);
+    pollfd descriptor{use.fd, events, 0};
+    if (use.fd == -1) return POLLNVAL;
+    const int result = poll(&descriptor, 1, static_cast<int>(std::min<unsigned int>(timeout_ms, INT32_MAX)));
+    return result > 0 ? descriptor.revents : 0;
+}
+
+int Socket::set_non_blocking(bool blocking)
+{
+    const Use use(*this);
+    const int flags = fcntl(use.fd, F_GETFL);
+    if (flags < 0) return flags;
+    return fcntl(use.fd, F_SETFL, blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK);
+}
+
+int Socket::get_buffer_size(int option)
+{
+    if (option != SO_SNDBUF && option != SO_RCVBUF) {
+        fputs("Socket::get_buffer_size: The option must be one of SO_RCVBUF or SO_SNDBUF\n", stderr);
+        return 0;
+    }
+    int size = 0;
+    socklen_t length = sizeof size;
+    const Use use(*this);
+    if (getsockopt(use.fd, SOL_SOCKET, option, &size, &length) == 0) return size;
+    Report("Socket::get_buffer_size:  Unable to get the buffer size");
+    return 0;
+}
+
+int Socket::set_buffer_size(int option, int size)
+{
+    if (option != SO_SNDBUF && option != SO_RCVBUF) {
+        fputs("Socket::set_buffer_size: The option must be one of SO_RCVBUF or SO_SNDBUF\n", stderr);
+        return 0;
+    }
+    const Use use(*this);
+    if (SetOption(use.fd, SOL_SOCKET, option, size) == 0) return 1;
+    Report("Socket::set_buffer_size:  Unable to set the buffer size");
+    return 0;
+}
+
+int Socket::change_membership(int option, const std::string& group, const std::string& interface)
+{
+    if (fd == -1 || group.empty() || interface.empty()) return 0;
+    ip_mreq membership{};
+    membership.imr_multiaddr.s_addr = inet_addr(group.c_str());
+    membership.imr_interface.s_addr = inet_addr(interface.c_str());
+    const Use use(*this);
+    return setsockopt(use.fd, IPPROTO_IP, option, &membership, sizeof membership) == 0;
+}
+
+int Socket::add_membership(const std::string& group, const std::string& interface)
+{
+    return change_membership(IP_ADD_MEMBERSHIP, group, interface);
+}
+
+int Socket::drop_membership(const std::string& group, const std::string& interface)
+{
+    return change_membership(IP_DROP_MEMBERSHIP, group, interface);
+}
+
+void dump_context()
+{
+    const int error = errno;
+    void* frames[4096 / sizeof(void*)];
+    const int count = backtrace(frames, std::size(frames));
+    backtrace_symbols_fd(frames, count, STDERR_FILENO);
+    if (system("vmstat") == -1) perror("dump_context");
+    errno = error;
+}
+
+}  // namespace vexa::corvalis::config::access

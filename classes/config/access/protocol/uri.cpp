@@ -1,0 +1,70 @@
+#include "config/access/protocol/uri.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <sstream>
+#include <vector>
+
+namespace {
+
+constexpr size_t kMaxText = 1023;
+constexpr size_t kMaxPart = 99;
+
+struct Endpoints {
+    const char* transport;
+    const char* config;
+    const char* events;
+};
+
+/// All on the loopback interface: configuration on port 43110, multicast events on 63110.
+constexpr Endpoints kEndpoints[] = {
+    {"socket", "socket://127.0.0.1:43110/caching=true", "socket://127.0.0.1:43110"},
+    {"udp", "udp://127.0.0.1:43110", "multicast://127.0.0.1:63110"},
+    {"tcp", "tcp://127.0.0.1:43110", "tcp://127.0.0.1:43110"},
+};
+constexpr Endpoints kInvalid = {"", "INVALID_URI", "INVALID_URI"};
+
+const Endpoints& FindEndpoints(const std::string& transport)
+{
+    const auto* const found = std::ranges::find(kEndpoints, transport, &Endpoints::transport);
+    return found == std::end(kEndpoints) ? kInvalid : *found;
+}
+
+/// The first parts of a text, at most three, up to one that is too long.
+std::vector<std::string> Split(std::string text)
+{
+    std::ranges::replace_if(
+        text, [](char c) { return c == ':' || c == '/'; }, ' ');
+    std::istringstream words(text);
+    std::vector<std::string> parts;
+    std::string word;
+    while (parts.size() < 3 && words >> word && word.size() <= kMaxPart) parts.push_back(word);
+    return parts;
+}
+
+}  // namespace
+
+std::string GetConfigURI(const std::string& transport)
+{
+    return FindEndpoints(transport).config;
+}
+
+std::string GetEventsURI(const std::string& transport)
+{
+    return FindEndpoints(transport).events;
+}
+
+bool url::parse(std::string& text)
+{
+    const std::vector<std::string> parts =
+        text.size() > kMaxText ? std::vector<std::string>{} : Split(text.c_str());
+    if (parts.size() != 3) {
+        fprintf(stderr, "url::parse - unable to parse url, found %d matches\n",
+                static_cast<int>(parts.size()));
+        return false;
+    }
+    scheme = parts[0];
+    address = parts[1];
+    port = parts[2];
+    return true;
+}

@@ -1,0 +1,92 @@
+#include "config/access/protocol/value_payload.h"
+
+#include <arpa/inet.h>
+
+#include "config/streams/memory_deserializer.h"
+#include "config/streams/memory_serializer.h"
+#include "config/streams/stream_words.h"
+#include "config/values/config_value.h"
+#include "config/values/private_value.h"
+
+namespace vexa::corvalis::config::access {
+
+namespace {
+
+constexpr auto kFormat = static_cast<eSerializationFormat>(kStreamFormat);
+
+/// The stream as the device writes it, on any host.
+class BigEndianSerializer : public MemorySerializer {
+  public:
+    using MemorySerializer::MemorySerializer;
+    using MemorySerializer::Write;
+    void Write(std::string name, long value) override { Write(std::move(name), static_cast<int>(value)); }
+    void Write(std::string name, bool value) override
+    {
+        Write(std::move(name), value ? kStreamTrue : kStreamFalse);
+    }
+    void Write(std::string name, unsigned int value) override
+    {
+        MemorySerializer::Write(std::move(name), htonl(value));
+    }
+    void Write(std::string name, int value) override
+    {
+        Write(std::move(name), static_cast<unsigned int>(value));
+    }
+};
+
+class BigEndianDeSerializer : public MemoryDeSerializer {
+  public:
+    using MemoryDeSerializer::MemoryDeSerializer;
+    using MemoryDeSerializer::Read;
+    bool Read(const char* name, long& value) override
+    {
+        const bool ok = MemoryDeSerializer::Read(name, value);
+        value = static_cast<int32_t>(ntohl(static_cast<uint32_t>(value)));
+        return ok;
+    }
+    bool Read(const char* name, unsigned int& value) override
+    {
+        const bool ok = MemoryDeSerializer::Read(name, value);
+        value = ntohl(value);
+        return ok;
+    }
+    bool Read(const char* name, int& value) override
+    {
+        unsigned int word = 0;
+        const bool ok = Read(name, word);
+        value = static_cast<int>(word);
+        return ok;
+    }
+};
+
+}  // namespace
+
+std::string WritePayload(Serializable* object, std::endian order)
+{
+    const PrivateCopy copy(object);
+    std::string bytes(MemorySerializerSizer::GetSize(copy.get(), nullptr), '\0');
+    if (bytes.empty()) return bytes;
+    MemorySerializer stream(kFormat, bytes.data(), bytes.data() + bytes.size(), false);
+    BigEndianSerializer bigEndian(kFormat, bytes.data(), bytes.data() + bytes.size(), false);
+    (order == std::endian::native ? stream : bigEndian).Write("Serializable", copy.get());
+    return bytes;
+}
+
+std::unique_ptr<Serializable> ReadPayload(const char* payload, size_t length, std::endian order)
+{
+    char* const start = const_cast<char*>(payload);  // only read
+    MemoryDeSerializer stream(kFormat, start, start + length, false);
+    BigEndianDeSerializer bigEndian(kFormat, start, start + length, false);
+    return ReadPrivate(order == std::endian::native ? stream : bigEndian);
+}
+
+bool ReadTextPayload(const char* payload, size_t length, std::string& text, std::endian order)
+{
+    const auto object = ReadPayload(payload, length, order);
+    auto* const value = dynamic_cast<StringValue*>(object.get());
+    if (!value) return false;
+    value->Get(text);
+    return true;
+}
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,36 @@
+/// Value objects as payloads of network messages.
+#pragma once
+
+#include <bit>
+#include <memory>
+#include <string>
+
+#include "config/access/protocol/network_protocol.h"
+#include "config/streams/serializable.h"
+
+namespace vexa::corvalis::config::access {
+
+/// A record and its payload in one piece, as they are sent.
+template <class Record>
+std::string MessageBytes(const Record& record, const std::string& payload = {})
+{
+    const auto bytes = Encode(record);
+    return std::string(bytes.data(), bytes.size()) + payload;
+}
+
+// Streams carry no mark of their byte order: by default it is the host's own, and who writes to a host of the
+// other order has to know.
+
+/// The object in the stream format; empty for null. The object may change meanwhile: a copy is written.
+/// @param order  of its words.
+std::string WritePayload(Serializable* object, std::endian order = std::endian::native);
+
+/// The object that a payload holds, the caller's own; null when it holds no whole object of a known class.
+std::unique_ptr<Serializable> ReadPayload(const char* payload, size_t length,
+                                          std::endian order = std::endian::native);
+/// The same, only for a text.
+/// @return false, with the text untouched, when the payload holds none.
+bool ReadTextPayload(const char* payload, size_t length, std::string& text,
+                     std::endian order = std::endian::native);
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,53 @@
+#include "config/access/server/network/network_connection.h"
+
+#include <cstdio>
+
+#include "config/config.h"
+#include "config/values/config_value.h"
+
+namespace vexa::corvalis::config::access {
+
+namespace {
+
+template <class Value, class Content>
+bool Apply(Config& config, ConfigValue& object, timeval time, const char* mismatch)
+{
+    auto* const value = dynamic_cast<Value*>(&object);
+    if (!value) {
+        fputs(mismatch, stderr);
+        return false;
+    }
+    Content content{};
+    value->Get(content);
+    return config.Set(value->GetParamID(), std::move(content), time);
+}
+
+}  // namespace
+
+bool NetworkConnection::DoSetRequest(Config* config, ConfigValue* value, timeval time)
+{
+    switch (value ? value->GetClassID() : eClassID_Unset) {
+        case eClassID_IntegerValue:
+            return Apply<IntegerValue, unsigned int>(
+                *config, *value, time,
+                "NetworkConnection::DoSetRequest - type error, configValue is not an IntegerValue\n");
+        case eClassID_StringValue:
+            return Apply<StringValue, std::string>(
+                *config, *value, time,
+                "NetworkConnection::DoSetRequest - type error, configValue is not a StringValue\n");
+        default:
+            fputs("NetworkConnection::DoSetRequest - returning error (unsupported classID)\n", stderr);
+            return false;
+    }
+}
+
+XCONFIGMGR_RESPONSE_T NetworkConnection::ErrorResponse(const XCONFIGMGR_REQUEST_T& request,
+                                                       eMessageType_t type, uint32_t error)
+{
+    if (error == 0) fputs("WARNING: response.error was not supplied by caller!!!", stderr);
+    XCONFIGMGR_RESPONSE_T response = ResponseFor(request, type);
+    response.error = error;
+    return response;
+}
+
+}  // namespace vexa::corvalis::config::access

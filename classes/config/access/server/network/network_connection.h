@@ -1,0 +1,28 @@
+/// NetworkConnection: what TCP and UDP connections of the server have in common.
+#pragma once
+
+#include <sys/time.h>
+
+#include "config/access/protocol/network_protocol.h"
+
+class Config;
+class ConfigValue;
+
+namespace vexa::corvalis::config::access {
+
+class NetworkConnection {
+  public:
+    virtual ~NetworkConnection() = default;
+
+    /// Stores a number or a text under the parameter that the value itself names.
+    /// @param value  borrowed. Null, as for a payload without a value, is refused like a foreign class.
+    /// @return the store's answer; false, after one line, for any other class.
+    bool DoSetRequest(Config* config, ConfigValue* value, timeval time);
+
+  protected:
+    /// An answer without payload. An error of 0 is the caller's mistake: a warning, and it is sent as it is.
+    static XCONFIGMGR_RESPONSE_T ErrorResponse(const XCONFIGMGR_REQUEST_T& request, eMessageType_t type,
+                                               uint32_t error);
+};
+
+}  // namespace vexa::corvalis::config::access

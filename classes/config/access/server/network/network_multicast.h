@@ -1,0 +1,102 @@
+/// Events over UDP: the multicast sender, and what watches the stores for it.
+#pragma once
+
+#include <bit>
+#include <string>
+#include <vector>
+
+#include "config/access/io/socket.h"
+#include "config/access/protocol/network_protocol.h"
+#include "config/base/semaphore_helper.h"
+#include "config/config_event_listener.h"
+
+class Config;
+
+namespace vexa::corvalis::config::access {
+
+/// Sends events to the multicast group, on the loopback interface only.
+class MulticastSender {
+  public:
+    /// An event and its payload: nothing for a number, else a value object or data.
+    struct Event {
+        XCONFIGMGR_RESPONSE_T record;
+        std::string payload;
+    };
+
+    /// Failures print their lines; the sender lives on and its sends fail.
+    MulticastSender();
+    ~MulticastSender();
+    MulticastSender(const MulticastSender&) = delete;
+    MulticastSender& operator=(const MulticastSender&) = delete;
+
+    /// Gives the events of numbers their sequence number. A failure, and an event that does not fit into a
+    /// datagram, is one line.
+    void Send(Event event) VEXA_REQUIRES(lock);
+
+    /// Hold it from reading a value to sending it, so that the last event of a parameter tells its last value.
+    /// The locks of values may be taken inside.
+    LockSemaphore lock;
+
+  private:
+    Socket m_socket;
+    sockaddr_in m_group{};
+    uint32_t m_sequence VEXA_GUARDED_BY(lock) = 0;  // of the next number
+};
+
+/// Announces the changes of one store by multicast, but those that the UDP server is just making: it announces
+/// them itself. Registered with the store from construction to destruction.
+class ChangeAnnouncer : public ConfigEventListener {
+  public:
+    /// A change that this thread makes and announces: the announcer is silent about its parameters, on this
+    /// thread, while the object lives.
+    class OwnChange {
+      public:
+        OwnChange(ChangeAnnouncer& announcer, std::vector<eParam_t> ids);
+        ~OwnChange();
+        OwnChange(const OwnChange&) = delete;
+        OwnChange& operator=(const OwnChange&) = delete;
+
+        /// Announces after all what the store told its listeners, but for one parameter (0: none).
+        void AnnounceKept(eParam_t except = {});
+        /// Whether another thread has announced one of the parameters meanwhile. Needs the sender's lock.
+        bool IsOvertaken() const { return m_isOvertaken; }
+
+      private:
+        friend class ChangeAnnouncer;
+        bool Covers(const MulticastSender::Event& event) const;
+
+        ChangeAnnouncer& m_announcer;
+        const std::vector<eParam_t> m_ids;
+        std::vector<MulticastSender::Event> m_kept;  // of this thread, in order
+        bool m_isOvertaken = false;
+    };
+
+    /// @param config, sender  borrowed.
+    /// @param payloadOrder  of texts.
+    ChangeAnnouncer(Config& config, MulticastSender& sender, std::endian payloadOrder);
+    /// Waits for a running announcement: hold no lock of the store, nor the sender's.
+    ~ChangeAnnouncer() override;
+    ChangeAnnouncer(const ChangeAnnouncer&) = delete;
+    ChangeAnnouncer& operator=(const ChangeAnnouncer&) = delete;
+
+    using ConfigEventListener::ParamChanged;
+    bool ParamChanged(eParam_t id, unsigned int value, timeval time) override;
+    bool ParamChanged(eParam_t id, std::string value, timeval time) override;
+    bool DataChanged(eParam_t id, std::string& data, timeval time) override;
+
+  private:
+    bool Announce(MulticastSender::Event event) VEXA_EXCLUDES(m_sender.lock);
+
+    Config& m_config;
+    MulticastSender& m_sender;
+    const std::endian m_payloadOrder;
+    OwnChange* m_ownChange VEXA_GUARDED_BY(m_sender.lock) = nullptr;
+};
+
+/// The events of a change, not yet sent.
+MulticastSender::Event NumberEvent(Config& config, eParam_t id, unsigned int value, timeval time);
+/// The text that the store holds now, whatever the change was. Without one the payload is empty, after a line.
+MulticastSender::Event TextEvent(Config& config, eParam_t id, timeval time, std::endian payloadOrder);
+MulticastSender::Event DataEvent(Config& config, eParam_t id, std::string data, timeval time);
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,376 @@
+#include "config/access/server/network/network_tcp_connection.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+#include "config/access/io/connection_name.h"
+#include "config/access/protocol/value_payload.h"
+#include "config/access/server/peer_stores.h"
+#include "config/base/diagnostic_log.h"
+#include "config/config.h"
+#include "config/descriptors/registry/registry.h"
+#include "config/values/config_value.h"
+
+namespace vexa::corvalis::config::access {
+
+/// A request of the protocol: the bytes of its record, its name in messages, and who handles it.
+struct NetworkTCPConnection::Kind {
+    uint32_t type;
+    uint32_t length;
+    const char* name;
+    bool (NetworkTCPConnection::*process)(const char* record);
+    bool needsStore;
+};
+
+const NetworkTCPConnection::Kind NetworkTCPConnection::kKinds[] = {
+#define KIND(type, record, handler, needsStore)                                                \
+    {                                                                                          \
+        type, wire::Size<record>(), #type,                                                     \
+            &NetworkTCPConnection::Process<record, &NetworkTCPConnection::handler>, needsStore \
+    }
+    KIND(XCFG_CONNECT_REQUEST, XCONFIGMGR_CONNECTION_REQUEST_T, ProcessConnectRequest, false),
+    KIND(XCFG_DISCONNECT_REQUEST, XCONFIGMGR_CONNECTION_REQUEST_T, ProcessDisconnectRequest, false),
+    KIND(XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, XCONFIGMGR_EVENT_HANDLER_REQUEST_T,
+         ProcessAddConfigEventListenerRequest, true),
+    KIND(XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, XCONFIGMGR_EVENT_HANDLER_REQUEST_T,
+         ProcessRemoveConfigEventListenerRequest, false),
+    KIND(XCFG_GET_PARAM_REQUEST, XCONFIGMGR_REQUEST_T, ProcessGetRequest, true),
+    KIND(XCFG_SET_PARAM_REQUEST, XCONFIGMGR_REQUEST_T, ProcessSetRequest, true),
+    KIND(XCFG_GET_STREAM_PARAM_REQUEST, XCONFIGMGR_REQUEST_T, ProcessGetStreamRequest, true),
+    KIND(XCFG_SET_STREAM_PARAM_REQUEST, XCONFIGMGR_REQUEST_T, ProcessSetStreamRequest, true),
+#undef KIND
+};
+
+const NetworkTCPConnection::Kind* NetworkTCPConnection::FindKind(uint32_t type)
+{
+    const auto* const found = std::ranges::find(kKinds, type, &Kind::type);
+    return found == std::end(kKinds) ? nullptr : found;
+}
+
+// --- life ---
+
+NetworkTCPConnection::NetworkTCPConnection(std::unique_ptr<Socket> socket, std::endian payloadOrder)
+    : m_payloadOrder(payloadOrder), m_stream(std::move(socket))
+{
+}
+
+bool NetworkTCPConnection::Start()
+{
+    pthread_t thread;
+    errno = pthread_create(&thread, nullptr, pthread_start, this);
+    if (errno == 0) {
+        pthread_detach(thread);
+        return true;
+    }
+    perror("NetworkTCPConnection::Start");
+    fputs("NetworkTCPConnection::Start - pthread_create failed\n", stderr);
+    return false;
+}
+
+void* NetworkTCPConnection::pthread_start(void* connection)
+{
+    pthread_setname_np(pthread_self(), "cfg-tcp-client");
+    const std::unique_ptr<NetworkTCPConnection> self(static_cast<NetworkTCPConnection*>(connection));
+    for (const auto part : {&NetworkTCPConnection::Run, &NetworkTCPConnection::LeaveStore}) {
+        try {
+            (self.get()->*part)();
+        } catch (...) {
+            fputs("NetworkTCPConnection::pthread_start - ended by an exception\n", stderr);
+        }
+    }
+    return nullptr;
+}
+
+void NetworkTCPConnection::Run()
+{
+    while (!m_stop && ProcessMessages()) {
+    }
+}
+
+bool NetworkTCPConnection::OpenStore(eConfigID_t configID)
+{
+    if (m_config && m_configID == configID) return true;
+    LeaveStore();
+    m_config = OpenPeerStore(configID);
+    m_configID = configID;
+    return m_config != nullptr;
+}
+
+void NetworkTCPConnection::LeaveStore()
+{
+    SetRegistered(false);
+    if (m_isInStoreList)
+        while (m_config->RemoveConfigEventListener(this)) {
+        }
+    m_isInStoreList = false;
+    ClosePeerStore(m_config);
+    m_config = nullptr;
+}
+
+uint32_t NetworkTCPConnection::ProcessID() const
+{
+    SemaphoreHelper hold(m_stream.lock);
+    return m_connectionID & 0xFFFF;
+}
+
+// --- messages ---
+
+/// One message. @return false at the end of the connection.
+bool NetworkTCPConnection::ProcessMessages()
+{
+    char record[kRequestBytes];
+    if (!m_stream.WaitForRoom()) return false;
+    const int count = m_stream.Read(record, sizeof(uint32_t));
+    if (count == 0) return false;
+    if (count != sizeof(uint32_t)) {
+        fprintf(stderr,
+                "NetworkTCPConnection::ProcessMessages - error calling recv for socket message "
+                "(connection pid = 0x%X)\n",
+                ProcessID());
+        return false;
+    }
+    uint32_t type = 0;
+    memcpy(&type, record, sizeof type);
+    type = wire::NetworkOrder::Convert(type);
+    const Kind* const kind = FindKind(type);
+    if (!kind) {
+        fprintf(stderr, "NetworkTCPConnection::ProcessMessages - Unknown message type %d\n",
+                static_cast<int>(type));
+        fflush(stderr);
+        return false;
+    }
+    if (!ReadRest(*kind, record)) return false;
+    DiagnosticLog("NetworkTCPConnection::ProcessMessages - %s from %s\n", GetMessageName(type),
+                  m_name.c_str());
+    if (kind->needsStore && !m_config) {
+        fprintf(stderr, "NetworkTCPConnection::ProcessMessages - %s before %s (connection pid = 0x%X)\n",
+                GetMessageName(type), GetMessageName(XCFG_CONNECT_REQUEST), ProcessID());
+        return false;
+    }
+    return (this->*kind->process)(record);
+}
+
+bool NetworkTCPConnection::ReadRest(const Kind& kind, char* record)
+{
+    const uint32_t rest = kind.length - static_cast<uint32_t>(sizeof(uint32_t));
+    if (m_stream.Read(record + sizeof(uint32_t), rest) == static_cast<int>(rest)) return true;
+    fprintf(stderr,
+            "NetworkTCPConnection::ProcessMessages - error calling recv for %s (connection pid = 0x%X)\n",
+            kind.name, ProcessID());
+    return false;
+}
+
+template <class Record, auto kHandler>
+bool NetworkTCPConnection::Process(const char* record)
+{
+    Record request;
+    Decode(record, wire::Size<Record>(), request);
+    return (this->*kHandler)(request);
+}
+
+template <class Record>
+bool NetworkTCPConnection::SendRecord(const Record& record)
+{
+    const auto bytes = Encode(record);
+    SemaphoreHelper hold(m_stream.lock);
+    return m_stream.Send(bytes.data(), bytes.size());
+}
+
+/// The answer to a request without value: its prefix, and no error.
+static XCONFIGMGR_CONNECTION_RESPONSE_T Confirm(const MessagePrefix& request, eMessageType_t type)
+{
+    XCONFIGMGR_CONNECTION_RESPONSE_T response;
+    static_cast<MessagePrefix&>(response) = request;
+    response.msgtype = type;
+    return response;
+}
+
+bool NetworkTCPConnection::ProcessConnectRequest(const XCONFIGMGR_CONNECTION_REQUEST_T& request)
+{
+    if (DiagnosticLogIsOn()) m_name = GetConnectionName(request.connectionID);
+    {
+        SemaphoreHelper hold(m_stream.lock);
+        m_connectionID = request.connectionID;
+    }
+    if (!OpenStore(request.configID)) {
+        fputs("NetworkTCPConnection::ProcessConnectRequest - unable to connect to the config\n", stderr);
+        return false;
+    }
+    if (SendRecord(Confirm(request, XCFG_CONNECT_RESPONSE))) return true;
+    fputs("NetworkTCPConnection::ProcessConnectRequest - unable to send response\n", stderr);
+    return false;
+}
+
+bool NetworkTCPConnection::ProcessDisconnectRequest(const XCONFIGMGR_CONNECTION_REQUEST_T& request)
+{
+    if (SendRecord(Confirm(request, XCFG_DISCONNECT_RESPONSE))) return true;
+    perror("NetworkTCPConnection::ProcessDisconnectRequest - unable to send response");
+    fputs("NetworkTCPConnection::ProcessDisconnectRequest: unable to send response\n", stderr);
+    return false;
+}
+
+bool NetworkTCPConnection::ProcessGetRequest(const XCONFIGMGR_REQUEST_T& request)
+{
+    XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_GET_PARAM_RESPONSE);
+    response.value = m_config->Get(request.paramID);
+    if (SendRecord(response)) return true;
+    fputs("NetworkTCPConnection::ProcessGetRequest - _socket->send failed\n", stderr);
+    return false;
+}
+
+bool NetworkTCPConnection::ProcessSetRequest(const XCONFIGMGR_REQUEST_T& request)
+{
+    m_config->Set(request.paramID, request.value, TimeOf(request));
+    return true;
+}
+
+bool NetworkTCPConnection::ProcessGetStreamRequest(const XCONFIGMGR_REQUEST_T& request)
+{
+    const std::string payload = WritePayload(m_config->GetSerializable(request.paramID), m_payloadOrder);
+    XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_GET_STREAM_PARAM_RESPONSE);
+    if (payload.empty()) {
+        fputs("SendStreamResponse: Invalid serializable value\n", stderr);
+        response = ErrorResponse(request, XCFG_GET_STREAM_PARAM_RESPONSE, kErrorNoValue);
+    }
+    SemaphoreHelper hold(m_stream.lock);
+    return SendStreamResponse(response, payload);
+}
+
+bool NetworkTCPConnection::ReadStream(uint32_t length, std::string& payload)
+{
+    // A length beyond the protocol's cannot be believed, so where the next message begins is unknown.
+    errno = EMSGSIZE;
+    if (length <= kMaxRequestPayload) {
+        payload.resize(length);
+        errno = 0;
+        if (m_stream.Read(payload.data(), length) == static_cast<int>(length)) return true;
+    }
+    perror("NetworkTCPConnection::ProcessSetStreamRequest");
+    return false;
+}
+
+bool NetworkTCPConnection::ProcessSetStreamRequest(const XCONFIGMGR_REQUEST_T& request)
+{
+    if (request.streamLength == 0) {
+        fputs("NetworkTCPConnection::ProcessSetStreamMessage - invalid streamLength\n", stderr);
+        return true;
+    }
+    std::string payload;
+    if (!ReadStream(request.streamLength, payload)) return false;
+    const auto object = ReadPayload(payload.data(), payload.size(), m_payloadOrder);
+    if (DoSetRequest(m_config, dynamic_cast<ConfigValue*>(object.get()), TimeOf(request))) return true;
+    XCONFIGMGR_RESPONSE_T response =
+        ErrorResponse(request, XCFG_SET_STREAM_PARAM_RESPONSE, kErrorSetRejected);
+    SemaphoreHelper hold(m_stream.lock);
+    return SendStreamResponse(response, "");
+}
+
+/// A response or event with its payload in one piece: nothing can come between.
+bool NetworkTCPConnection::SendStreamResponse(XCONFIGMGR_RESPONSE_T& response, const std::string& payload)
+{
+    response.streamLength = static_cast<uint32_t>(payload.size());
+    response.streamFormat = payload.empty() ? 0 : kStreamFormat;
+    const std::string message = MessageBytes(response, payload);
+    if (m_stream.Send(message.data(), message.size())) return true;
+    perror("SendStreamResponse: socket send failed");
+    fputs("SendStreamResponse: socket send failed", stderr);
+    return false;
+}
+
+// --- events ---
+
+void NetworkTCPConnection::SetRegistered(bool registered)
+{
+    SemaphoreHelper hold(m_stream.lock);
+    m_isRegistered = registered;
+}
+
+bool NetworkTCPConnection::ProcessAddConfigEventListenerRequest(
+    const XCONFIGMGR_EVENT_HANDLER_REQUEST_T& request)
+{
+    const eParam_t id{request.paramID};
+    if (request.paramID == 0)
+        m_params.clear();
+    else if (IsValidParamID(id) && std::ranges::find(m_params, id) == m_params.end())
+        m_params.push_back(id);
+
+    if (!m_stream.Share()) {
+        perror("NetworkTCPConnection::ProcessAddConfigEventListenerRequest");
+        return false;
+    }
+    SetRegistered(true);
+    if (!m_isInStoreList) m_isInStoreList = m_config->AddConfigEventListener(this);
+    return true;
+}
+
+bool NetworkTCPConnection::ProcessRemoveConfigEventListenerRequest(
+    const XCONFIGMGR_EVENT_HANDLER_REQUEST_T& request)
+{
+    const auto response = Encode(Confirm(request, XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE));
+    {
+        SemaphoreHelper hold(m_stream.lock);  // once: no event follows the response
+        m_isRegistered = false;
+        if (m_stream.Send(response.data(), response.size())) return true;
+    }
+    fputs("NetworkTCPConnection::ProcessRemoveConfigEventListenerRequest - Unable to send response!\n",
+          stderr);
+    return false;
+}
+
+XCONFIGMGR_RESPONSE_T NetworkTCPConnection::EventFor(eMessageType_t type, eParam_t id) const
+{
+    XCONFIGMGR_RESPONSE_T event;
+    event.msgtype = type;
+    event.connectionID = m_connectionID;
+    event.configID = m_configID;
+    event.paramID = id;
+    event.streamFormat = kStreamFormat;
+    return event;
+}
+
+bool NetworkTCPConnection::ParamChanged(eParam_t id, unsigned int value, timeval)
+{
+    SemaphoreHelper hold(m_stream.lock);
+    if (!IsRegistered()) return false;
+    XCONFIGMGR_RESPONSE_T event = EventFor(XCFG_PARAM_CHANGED_EVENT, id);
+    event.requestID = kEventRequestID;
+    event.value = value;
+    const auto bytes = Encode(event);
+    if (m_stream.Send(bytes.data(), bytes.size())) return true;
+    perror("NetworkTCPConnection::ParamChanged - unable to send event to socket");
+    return false;
+}
+
+bool NetworkTCPConnection::ParamChanged(eParam_t id, std::string, timeval time)
+try {
+    {
+        SemaphoreHelper hold(m_stream.lock);
+        if (!IsRegistered()) return false;
+    }
+    const std::string payload = WritePayload(m_config->GetSerializable(id), m_payloadOrder);
+    if (payload.empty()) {
+        fputs("SendStreamResponse: Invalid serializable value\n", stderr);
+        return false;
+    }
+    SemaphoreHelper hold(m_stream.lock);
+    if (!IsRegistered()) return false;
+    XCONFIGMGR_RESPONSE_T event = EventFor(XCFG_PARAM_STRING_CHANGED_EVENT, id);
+    SetTime(event, time);
+    if (SendStreamResponse(event, payload)) return true;
+    fprintf(stderr,
+            "NetworkTCPConnection::ParamChanged - call to SendStreamResponse failed, unable to send event to "
+            "%d\n",
+            static_cast<int>(m_connectionID));
+    Stop();
+    return false;
+} catch (...) {
+    // Without the event the client would keep an old text; the end of the connection tells it to read anew.
+    SemaphoreHelper hold(m_stream.lock);
+    fputs("NetworkTCPConnection::ParamChanged - an event was lost by an exception\n", stderr);
+    return m_stream.Fail();
+}
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,360 @@
+#include "config/access/server/network/network_udp_connection.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <iterator>
+
+#include "config/access/io/connection_name.h"
+#include "config/access/protocol/value_payload.h"
+#include "config/access/server/peer_stores.h"
+#include "config/base/diagnostic_log.h"
+#include "config/config.h"
+#include "config/descriptors/string_descriptor.h"
+#include "config/values/config_value.h"
+
+namespace vexa::corvalis::config::access {
+
+namespace {
+
+bool IsConnectionRequest(uint32_t type)
+{
+    return type == XCFG_CONNECT_REQUEST || type == XCFG_DISCONNECT_REQUEST;
+}
+
+bool HasPayload(uint32_t type)
+{
+    return type == XCFG_SET_STREAM_PARAM_REQUEST || type == XCFG_SET_DATA_REQUEST;
+}
+
+void PrintTooShort()
+{
+    fputs("NetworkUDPConnection::ProcessDatagramMessages - insufficient message length\n", stderr);
+}
+
+std::string NameOf(Config& config, eParam_t id)
+{
+    if (ParamDescriptor* const descriptor = config.GetParamDescriptor(id)) return descriptor->GetName();
+    return "Invalid";
+}
+
+/// What the store announces when a parameter changes.
+std::vector<eParam_t> WithDependents(Config& config, eParam_t id)
+{
+    std::vector<eParam_t> ids{id};
+    if (ParamDescriptor* const descriptor = config.GetParamDescriptor(id))
+        std::ranges::copy(descriptor->GetDependentParamIDs(), std::back_inserter(ids));
+    return ids;
+}
+
+bool IsData(ParamDescriptor& descriptor)
+{
+    return dynamic_cast<DataDescriptor*>(&descriptor) || dynamic_cast<AlarmDescriptor*>(&descriptor);
+}
+
+}  // namespace
+
+NetworkUDPConnection::NetworkUDPConnection(Socket& socket, std::endian payloadOrder)
+    : m_socket(socket), m_payloadOrder(payloadOrder)
+{
+}
+
+NetworkUDPConnection::~NetworkUDPConnection()
+{
+    for (auto& [configID, entry] : m_entries) {
+        entry.announcer.reset();
+        ClosePeerStore(entry.config);
+    }
+}
+
+// --- configurations ---
+
+NetworkUDPConnection::Entry* NetworkUDPConnection::OpenEntry(eConfigID_t configID)
+{
+    const auto key = static_cast<uint32_t>(configID);
+    const auto found = m_entries.find(key);
+    if (found != m_entries.end()) return &found->second;
+    Config* const config = OpenPeerStore(configID);
+    if (!config) return nullptr;
+    Entry entry;
+    entry.config = config;
+    entry.announcer = std::make_unique<ChangeAnnouncer>(*config, m_sender, m_payloadOrder);
+    return &m_entries.emplace(key, std::move(entry)).first->second;
+}
+
+void NetworkUDPConnection::CloseIfUnused(uint32_t configID)
+{
+    const auto found = m_entries.find(configID);
+    if (found->second.IsConnected() || found->second.isAnnounced) return;
+    found->second.announcer.reset();
+    ClosePeerStore(found->second.config);
+    m_entries.erase(found);
+}
+
+void NetworkUDPConnection::Announce(eConfigID_t configID)
+{
+    if (Entry* const entry = OpenEntry(configID))
+        entry->isAnnounced = true;
+    else
+        fputs("NetworkUDPConnection::Announce - unable to connect to the config\n", stderr);
+}
+
+Config* NetworkUDPConnection::GetConfig(uint32_t configID)
+{
+    const auto found = m_entries.find(configID);
+    if (found != m_entries.end() && found->second.IsConnected()) return found->second.config;
+    fprintf(stderr, "NetworkUDPConnection::GetConfig - ConfigID %d instance not present\n",
+            static_cast<int>(configID));
+    return nullptr;
+}
+
+// --- datagrams ---
+
+NetworkUDPConnection::Handler NetworkUDPConnection::FindHandler(uint32_t type)
+{
+    switch (type) {
+        case XCFG_GET_PARAM_REQUEST:
+            return &NetworkUDPConnection::ProcessGetRequest;
+        case XCFG_SET_PARAM_REQUEST:
+            return &NetworkUDPConnection::ProcessSetRequest;
+        case XCFG_GET_STREAM_PARAM_REQUEST:
+            return &NetworkUDPConnection::ProcessGetStreamRequest;
+        case XCFG_SET_STREAM_PARAM_REQUEST:
+            return &NetworkUDPConnection::ProcessSetStreamRequest;
+        case XCFG_GET_DATA_REQUEST:
+            return &NetworkUDPConnection::ProcessGetDataRequest;
+        case XCFG_SET_DATA_REQUEST:
+            return &NetworkUDPConnection::ProcessSetDataRequest;
+        default:
+            return nullptr;
+    }
+}
+
+void NetworkUDPConnection::ProcessMessages(const char* data, int length, const sockaddr_in& from)
+{
+    const auto size = static_cast<size_t>(std::max(length, 0));
+    if (size < sizeof(uint32_t)) return PrintTooShort();
+    uint32_t type = 0;
+    memcpy(&type, data, sizeof type);
+    type = wire::NetworkOrder::Convert(type);
+    const Handler handler = FindHandler(type);
+    if (!handler && !IsConnectionRequest(type)) {
+        fprintf(stderr,
+                "NetworkUDPConnection::ProcessDatagramMessages - Unknown message type \"%s\" (0x%X )\n",
+                GetMessageName(type), type);
+        return;
+    }
+    MessagePrefix prefix;
+    if (!Decode(data, size, prefix)) return PrintTooShort();
+    DiagnosticLog("NetworkUDPConnection::ProcessDatagramMessages - %s\n", GetMessageName(type));
+    if (type == XCFG_CONNECT_REQUEST) return ProcessConnectRequest(prefix, from);
+    if (type == XCFG_DISCONNECT_REQUEST) return ProcessDisconnectRequest(prefix, from);
+
+    Datagram datagram{{}, nullptr, from};
+    if (!Decode(data, size, datagram.request)) return PrintTooShort();
+    datagram.payload = data + kRequestBytes;
+    if (HasPayload(type) && datagram.request.streamLength > size - kRequestBytes) return PrintTooShort();
+    const auto configID = static_cast<uint32_t>(prefix.configID);
+    if (GetConfig(configID)) (this->*handler)(m_entries.at(configID), datagram);
+}
+
+/// The answer to a request without value, filled up with zeros.
+bool NetworkUDPConnection::Confirm(const MessagePrefix& request, eMessageType_t type, unsigned int length,
+                                   const sockaddr_in& to)
+{
+    XCONFIGMGR_CONNECTION_RESPONSE_T response;
+    static_cast<MessagePrefix&>(response) = request;
+    response.msgtype = type;
+    std::array<char, kResponseBytes> datagram{};
+    std::ranges::copy(Encode(response), datagram.begin());
+    return m_socket.sendto(datagram.data(), length, to);
+}
+
+bool NetworkUDPConnection::Reply(XCONFIGMGR_RESPONSE_T response, const std::string& payload,
+                                 const sockaddr_in& to)
+{
+    response.streamLength = static_cast<uint32_t>(payload.size());
+    response.streamFormat = payload.empty() ? 0 : kStreamFormat;
+    const std::string datagram = MessageBytes(response, payload);
+    return m_socket.sendto(datagram.data(), static_cast<unsigned int>(datagram.size()), to);
+}
+
+void NetworkUDPConnection::ProcessConnectRequest(const MessagePrefix& request, const sockaddr_in& from)
+{
+    Entry* const entry = OpenEntry(request.configID);
+    if (!entry) {
+        fputs("NetworkUDPConnection::ProcessConnectRequest - unable to connect to the config\n", stderr);
+        return;
+    }
+    if (!entry->isPermanent) entry->clients.insert(ClientOf(request, from));
+    if (entry->clients.size() > kMaxClients) {
+        entry->isPermanent = true;
+        entry->clients.clear();
+    }
+    // As long as a response with a value, for old clients that read a fixed length.
+    if (!Confirm(request, XCFG_CONNECT_RESPONSE, kResponseBytes, from))
+        fputs("NetworkUDPConnection::ProcessConnectRequest - send failed\n", stderr);
+}
+
+void NetworkUDPConnection::ProcessDisconnectRequest(const MessagePrefix& request, const sockaddr_in& from)
+{
+    const auto configID = static_cast<uint32_t>(request.configID);
+    if (!GetConfig(configID)) {
+        fprintf(
+            stderr,
+            "NetworkUDPConnection::ProcessDisconnectRequest - Unable to get ConfigManger for ConfigID %d\n",
+            request.configID);
+        return;
+    }
+    Entry& entry = m_entries.at(configID);
+    if (!entry.isPermanent && entry.clients.erase(ClientOf(request, from)) == 0)
+        fprintf(stderr, "NetworkUDPConnection::ProcessDisconnectRequest - Unable to find instance to %s\n",
+                GetConnectionName(request.connectionID).c_str());
+    CloseIfUnused(configID);
+    Confirm(request, XCFG_DISCONNECT_RESPONSE, wire::Size<XCONFIGMGR_CONNECTION_RESPONSE_T>(), from);
+}
+
+// --- numbers ---
+
+void NetworkUDPConnection::ProcessGetRequest(Entry& entry, const Datagram& datagram)
+{
+    XCONFIGMGR_RESPONSE_T response = ResponseFor(datagram.request, XCFG_GET_PARAM_RESPONSE);
+    response.value = entry.config->Get(datagram.request.paramID);
+    Reply(response, "", datagram.from);
+}
+
+void NetworkUDPConnection::ProcessSetRequest(Entry& entry, const Datagram& datagram)
+{
+    const XCONFIGMGR_REQUEST_T& request = datagram.request;
+    Config& config = *entry.config;
+    ChangeAnnouncer::OwnChange change(*entry.announcer, WithDependents(config, request.paramID));
+    XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_SET_PARAM_RESPONSE);
+    const bool isStored = config.Set(request.paramID, request.value);
+    if (!isStored) {
+        fprintf(stderr,
+                "\tNetworkUDPConnection::ProcessSetRequest - Set failed for paramID 0x%08x (%s), value %d\n",
+                request.paramID, NameOf(config, request.paramID).c_str(), static_cast<int>(request.value));
+        response = ErrorResponse(request, XCFG_SET_PARAM_RESPONSE, kErrorRefused);
+    }
+    response.value = config.Get(request.paramID);
+    if (!Reply(response, "", datagram.from)) {
+        perror("NetworkUDPConnection::ProcessSetRequest - send failed");
+        fputs("NetworkUDPConnection::ProcessSetRequest - send failed\n", stderr);
+    }
+    if (!isStored) return change.AnnounceKept();
+    {
+        SemaphoreHelper hold(m_sender.lock);
+        m_sender.Send(NumberEvent(config, request.paramID, config.Get(request.paramID), TimeOf(request)));
+    }
+    FireDependentParamsChangedEvents(request);
+}
+
+void NetworkUDPConnection::FireDependentParamsChangedEvents(const XCONFIGMGR_REQUEST_T& request)
+{
+    Config* const config = GetConfig(static_cast<uint32_t>(request.configID));
+    if (!config) {
+        fputs("NetworkUDPConnection::FireDependentParamsChangedEvents - GetConfig returned NULL\n", stderr);
+        return;
+    }
+    ParamDescriptor* const descriptor = config->GetParamDescriptor(request.paramID);
+    if (!descriptor) {
+        fprintf(stderr,
+                "NetworkUDPConnection::FireDependentParamsChangedEvents - GetParamDescriptor failed for %s\n",
+                NameOf(*config, request.paramID).c_str());
+        return;
+    }
+    for (const eParam_t id : descriptor->GetDependentParamIDs()) {
+        SemaphoreHelper hold(m_sender.lock);
+        SendCurrent(*config, id, TimeOf(request));
+    }
+}
+
+/// What the store holds now, as the event of the parameter's kind.
+void NetworkUDPConnection::SendCurrent(Config& config, eParam_t id, timeval time)
+{
+    ParamDescriptor* const descriptor = config.GetParamDescriptor(id);
+    if (!descriptor) {
+        fprintf(stderr,
+                "NetworkUDPConnection::FireDependentParamsChangedEvents - GetParamDescriptor failed for %s\n",
+                NameOf(config, id).c_str());
+    } else if (IsData(*descriptor)) {
+        std::string data;
+        if (config.GetData(id, data))
+            m_sender.Send(DataEvent(config, id, std::move(data), time));
+        else
+            fprintf(stderr,
+                    "NetworkUDPConnection::FireDependentParamsChangedEvents - GetData failed for %s\n",
+                    NameOf(config, id).c_str());
+    } else if (descriptor->GetParamType() == eCParam_StringValue) {
+        MulticastSender::Event event = TextEvent(config, id, time, m_payloadOrder);
+        if (!event.payload.empty()) m_sender.Send(std::move(event));
+    } else {
+        m_sender.Send(NumberEvent(config, id, config.Get(id), time));
+    }
+}
+
+// --- texts and data ---
+
+/// Announces what a client stored, as it sent it, and the value that another thread has stored since.
+void NetworkUDPConnection::AnnounceStream(Entry& entry, const Datagram& datagram, eMessageType_t type,
+                                          const ChangeAnnouncer::OwnChange& change)
+{
+    const XCONFIGMGR_REQUEST_T& request = datagram.request;
+    MulticastSender::Event event{ResponseFor(request, type), {datagram.payload, request.streamLength}};
+    event.record.capacity = kCapacity;
+    SemaphoreHelper hold(m_sender.lock);
+    m_sender.Send(std::move(event));
+    if (change.IsOvertaken()) SendCurrent(*entry.config, request.paramID, TimeOf(request));
+}
+
+void NetworkUDPConnection::ProcessGetStreamRequest(Entry& entry, const Datagram& datagram)
+{
+    const XCONFIGMGR_REQUEST_T& request = datagram.request;
+    std::string payload = WritePayload(entry.config->GetSerializable(request.paramID), m_payloadOrder);
+    // The request's own code: clients of this transport look for it.
+    XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_GET_STREAM_PARAM_REQUEST);
+    if (payload.empty() || payload.size() > kMaxDatagramPayload) {
+        fprintf(stderr, "ParamChanged: Invalid serializable value (ParamID:0x%0x)\n", request.paramID);
+        response = ErrorResponse(request, XCFG_GET_STREAM_PARAM_REQUEST, kErrorNoValue);
+        payload.clear();
+    }
+    if (!Reply(response, payload, datagram.from))
+        fputs("NetworkUDPConnection::ProcessGetStreamRequest - sendto failed\n", stderr);
+}
+
+void NetworkUDPConnection::ProcessSetStreamRequest(Entry& entry, const Datagram& datagram)
+{
+    const XCONFIGMGR_REQUEST_T& request = datagram.request;
+    const auto object = ReadPayload(datagram.payload, request.streamLength, m_payloadOrder);
+    ChangeAnnouncer::OwnChange change(*entry.announcer, {request.paramID});
+    if (DoSetRequest(entry.config, dynamic_cast<ConfigValue*>(object.get()), TimeOf(request)))
+        AnnounceStream(entry, datagram, XCFG_PARAM_STRING_CHANGED_EVENT, change);
+    else
+        change.AnnounceKept();
+}
+
+void NetworkUDPConnection::ProcessGetDataRequest(Entry& entry, const Datagram& datagram)
+{
+    constexpr uint32_t kErrorNoData = 1;
+    std::string data;
+    XCONFIGMGR_RESPONSE_T response = ResponseFor(datagram.request, XCFG_GET_DATA_RESPONSE);
+    if (!entry.config->GetData(datagram.request.paramID, data) || data.size() > kMaxDatagramPayload) {
+        response = ErrorResponse(datagram.request, XCFG_GET_DATA_RESPONSE, kErrorNoData);
+        data.clear();
+    }
+    if (!Reply(response, data, datagram.from))
+        fputs("NetworkUDPConnection::ProcessGetDataRequest - sendto (failed\n", stderr);
+}
+
+void NetworkUDPConnection::ProcessSetDataRequest(Entry& entry, const Datagram& datagram)
+{
+    const XCONFIGMGR_REQUEST_T& request = datagram.request;
+    std::string data(datagram.payload, request.streamLength);
+    ChangeAnnouncer::OwnChange change(*entry.announcer, WithDependents(*entry.config, request.paramID));
+    // The store tells its listeners even of data that it refused, which is no change.
+    if (!entry.config->SetData(request.paramID, data)) return;
+    AnnounceStream(entry, datagram, XCFG_PARAM_DATA_CHANGED_EVENT, change);
+    change.AnnounceKept(request.paramID);
+}
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,92 @@
+/// NetworkUDPConnection: all clients of the UDP server.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <tuple>
+
+#include "config/access/server/network/network_connection.h"
+#include "config/access/server/network/network_multicast.h"
+
+namespace vexa::corvalis::config::access {
+
+/// Answers datagrams on the server's thread, and multicasts the changes of every store that is open for its
+/// clients, whoever makes them.
+///
+/// A store is open from the first Connect Request for its configuration until all clients that connected have
+/// disconnected. Thread: one; announcements come on the threads that change the stores.
+class NetworkUDPConnection : public NetworkConnection {
+  public:
+    /// Clients that a configuration remembers. Those that crash never disconnect, so beyond this number it
+    /// stays open for good.
+    static constexpr size_t kMaxClients = 4096;
+
+    /// @param socket  borrowed: the server's, for the replies.
+    /// @param payloadOrder  of texts as the clients read and write them.
+    explicit NetworkUDPConnection(Socket& socket, std::endian payloadOrder = std::endian::native);
+    ~NetworkUDPConnection() override;
+
+    /// Multicasts the changes of a configuration even when no client has connected to it, which does not count
+    /// as connected. A failure prints one line.
+    void Announce(eConfigID_t configID);
+    /// Handles one datagram; what is too short or unknown is dropped after one line.
+    /// @param data  as much as was received; @param from  gets the reply.
+    void ProcessMessages(const char* data, int length, const sockaddr_in& from);
+    /// The store of a configuration that a client connected to; null after one line.
+    Config* GetConfig(uint32_t configID);
+
+  private:
+    /// Address, port, connection identifier, which clients of different hosts may share.
+    using Client = std::tuple<uint32_t, uint16_t, uint32_t>;
+    static Client ClientOf(const MessagePrefix& request, const sockaddr_in& from)
+    {
+        return {from.sin_addr.s_addr, from.sin_port, request.connectionID};
+    }
+
+    struct Entry {
+        Config* config = nullptr;  // from OpenPeerStore
+        std::unique_ptr<ChangeAnnouncer> announcer;
+        std::set<Client> clients;
+        bool isAnnounced = false;
+        bool isPermanent = false;
+
+        bool IsConnected() const { return isPermanent || !clients.empty(); }
+    };
+    /// A datagram: the request, what follows it, and who sent it.
+    struct Datagram {
+        XCONFIGMGR_REQUEST_T request;
+        const char* payload;
+        const sockaddr_in& from;
+    };
+
+    using Handler = void (NetworkUDPConnection::*)(Entry&, const Datagram&);
+    static Handler FindHandler(uint32_t type);
+
+    void ProcessConnectRequest(const MessagePrefix& request, const sockaddr_in& from);
+    void ProcessDisconnectRequest(const MessagePrefix& request, const sockaddr_in& from);
+    void ProcessGetRequest(Entry& entry, const Datagram& datagram);
+    void ProcessSetRequest(Entry& entry, const Datagram& datagram);
+    void ProcessGetStreamRequest(Entry& entry, const Datagram& datagram);
+    void ProcessSetStreamRequest(Entry& entry, const Datagram& datagram);
+    void ProcessGetDataRequest(Entry& entry, const Datagram& datagram);
+    void ProcessSetDataRequest(Entry& entry, const Datagram& datagram);
+
+    Entry* OpenEntry(eConfigID_t configID);
+    void CloseIfUnused(uint32_t configID);
+    void AnnounceStream(Entry& entry, const Datagram& datagram, eMessageType_t type,
+                        const ChangeAnnouncer::OwnChange& change);
+    void FireDependentParamsChangedEvents(const XCONFIGMGR_REQUEST_T& request);
+    void SendCurrent(Config& config, eParam_t id, timeval time) VEXA_REQUIRES(m_sender.lock);
+    bool Confirm(const MessagePrefix& request, eMessageType_t type, unsigned int length,
+                 const sockaddr_in& to);
+    bool Reply(XCONFIGMGR_RESPONSE_T response, const std::string& payload, const sockaddr_in& to);
+
+    Socket& m_socket;
+    const std::endian m_payloadOrder;
+    MulticastSender m_sender;  // outlives the announcers
+    std::map<uint32_t, Entry> m_entries;
+};
+
+}  // namespace vexa::corvalis::config::access

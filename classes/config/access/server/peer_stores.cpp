@@ -1,0 +1,67 @@
+#include "config/access/server/peer_stores.h"
+
+#include <cstdio>
+#include <map>
+#include <string>
+
+#include "config/access/connector/config_factory_impl.h"
+#include "config/base/semaphore_helper.h"
+#include "config/config.h"
+
+namespace vexa::corvalis::config::access {
+
+namespace {
+
+struct OpenStores {
+    StaticLock lock;
+    std::map<eConfigID_t, size_t> uses VEXA_GUARDED_BY(lock);
+};
+
+OpenStores& Open()
+{
+    static OpenStores& open = *new OpenStores;  // never destroyed: connections outlive main
+    return open;
+}
+
+bool Reserve(eConfigID_t configID)
+{
+    OpenStores& open = Open();
+    SemaphoreHelper hold(open.lock);
+    if (open.uses.size() >= kMaxPeerStores && !open.uses.contains(configID)) return false;
+    ++open.uses[configID];
+    return true;
+}
+
+void Release(eConfigID_t configID)
+{
+    OpenStores& open = Open();
+    SemaphoreHelper hold(open.lock);
+    const auto entry = open.uses.find(configID);
+    if (--entry->second == 0) open.uses.erase(entry);
+}
+
+}  // namespace
+
+Config* OpenPeerStore(eConfigID_t configID)
+{
+    if (!Reserve(configID)) return nullptr;
+    Config* config = nullptr;
+    try {
+        // As a signed number: the connector limits what is larger, and -1 would become another configuration.
+        config = ConfigFactoryImpl::GetInstance()->Connect("local:configid=" + std::to_string(configID));
+    } catch (...) {
+        fputs("OpenPeerStore - no memory for another store\n", stderr);
+    }
+    if (!config) Release(configID);
+    return config;
+}
+
+void ClosePeerStore(Config* config)
+{
+    if (!config) return;
+    const eConfigID_t configID = config->GetConfigID();
+    ConfigFactoryImpl::GetInstance()->Disconnect(config);
+    Release(configID);
+}
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,304 @@
+#include "config/access/server/queues/queue_service.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "config/access/io/connection_utilities.h"
+#include "config/access/io/message_queue.h"
+#include "config/access/protocol/value_payload.h"
+#include "config/access/server/peer_stores.h"
+#include "config/base/diagnostic_log.h"
+#include "config/config.h"
+#include "config/values/config_value.h"
+
+namespace mq = vexa::config::access;
+namespace net = vexa::corvalis::config::access;
+
+namespace {
+
+template <class Record>
+bool Decode(const char* data, size_t length, Record& record)
+{
+    return wire::Decode<wire::HostOrder>(data, length, record);
+}
+
+template <class Record>
+std::string Bytes(const Record& record)
+{
+    const auto bytes = wire::Encode<wire::HostOrder>(record);
+    return {bytes.data(), bytes.size()};
+}
+
+void PrintMalformed(const char* what, size_t length)
+{
+    fprintf(stderr, "mainstay: dropped a message: %s (%zu bytes)\n", what, length);
+}
+
+/// The type that answers a request. Data requests have codes of their own.
+uint32_t AnswerTo(uint32_t type)
+{
+    return type >= XCFG_GET_DATA_REQUEST ? type | 1 : ResponseTo(eMessageType_t{type});
+}
+
+}  // namespace
+
+// --- life ---
+
+QueueService::~QueueService()
+{
+    if (m_thread.joinable()) {
+        m_stop = true;
+        // Wakes the thread; a queue that is full does not let it sleep anyway.
+        mq::SendMessage(m_queue, "", 0, 0, mq::QueueDeadline(0));
+        m_thread.join();
+    }
+    if (m_store) m_store->RemoveConfigEventListener(this);
+    net::ClosePeerStore(m_store);
+    if (m_queue == -1) return;
+    mq_unlink(mq::kRequestQueue);
+    mq_close(m_queue);
+}
+
+/// The queue of a daemon that crashed is taken over, with its clients and the requests that they wait for. A
+/// lock on it, which ends with its process, tells it from the queue of a daemon that runs.
+bool QueueService::OpenQueue()
+{
+    const mqd_t queue = mq::CreateQueue(mq::kRequestQueue, O_RDWR);
+    mq_attr attributes{};
+    struct stat status {};
+    if (queue == -1 || flock(queue, LOCK_EX | LOCK_NB) != 0 || mq_getattr(queue, &attributes) != 0 ||
+        fstat(queue, &status) != 0) {
+        if (queue != -1 && errno == EWOULDBLOCK)
+            fprintf(stderr, "mainstay: another daemon serves the queue %s\n", mq::kRequestQueue);
+        else
+            fprintf(stderr, "mainstay: cannot open the queue %s: %s\n", mq::kRequestQueue, strerror(errno));
+        if (queue != -1) mq_close(queue);
+        return false;
+    }
+    // Without a name it was removed meanwhile, by a daemon that ended.
+    if (status.st_nlink > 0 && attributes.mq_msgsize >= static_cast<long>(mq::kQueueRequestBytes)) {
+        m_queue = queue;
+        m_message.resize(static_cast<size_t>(attributes.mq_msgsize));
+        return true;
+    }
+    if (status.st_nlink > 0)
+        mq_unlink(mq::kRequestQueue);  // somebody made it for messages that are too small
+    mq_close(queue);
+    return OpenQueue();
+}
+
+bool QueueService::Start()
+{
+    if (!OpenQueue()) return false;
+    m_store = net::OpenPeerStore(0);
+    if (!m_store) {
+        fputs("mainstay: cannot serve the queue\n", stderr);
+        return false;
+    }
+    m_store->AddConfigEventListener(this);
+    m_thread = std::thread([this] {
+        pthread_setname_np(pthread_self(), "cfg-mq-server");
+        Run();
+    });
+    return true;
+}
+
+void QueueService::Run()
+{
+    while (!m_stop) {
+        try {
+            const ssize_t length = ReceiveNext();
+            if (length >= 0 && !m_stop) Handle(m_message.data(), static_cast<size_t>(length));
+        } catch (...) {
+            fputs("mainstay: a request was lost by an exception\n", stderr);
+        }
+    }
+}
+
+/// The size of the next request; -1 when there is none yet.
+ssize_t QueueService::ReceiveNext()
+{
+    if (!m_clients.HasKept()) return mq_receive(m_queue, m_message.data(), m_message.size(), nullptr);
+    std::vector<pollfd> descriptors{{m_queue, POLLIN, 0}};
+    m_clients.AddTo(descriptors);
+    if (poll(descriptors.data(), descriptors.size(), -1) == -1) return -1;  // interrupted
+    m_clients.SendKept();
+    return mq::ReceiveNow(m_queue, m_message.data(), m_message.size());
+}
+
+// --- requests ---
+
+void QueueService::Handle(const char* data, size_t length)
+{
+    mq::XCONFIGMGR_CONNECTION_REQUEST_T head;
+    if (!Decode(data, length, head)) return PrintMalformed("too short", length);
+    if (DiagnosticLogIsOn())
+        DiagnosticLog("mainstay: %s from %s\n", GetMessageName(head.msgtype),
+                      mq::ConnectionUtilities::GetQueueName(head.info.connectionID).c_str());
+    switch (head.msgtype) {
+        case XCFG_CONNECT_REQUEST:
+        case XCFG_DISCONNECT_REQUEST:
+            return HandleConnection(head);
+        case XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST:
+        case XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST:
+            return HandleListener(head);
+        case XCFG_GET_PARAM_REQUEST:
+        case XCFG_SET_PARAM_REQUEST:
+        case XCFG_GET_STREAM_PARAM_REQUEST:
+        case XCFG_SET_STREAM_PARAM_REQUEST:
+            return HandleParameter(data, length);
+        case XCFG_POPULATE_PARAM_REQUEST:
+        case XCFG_GET_DATA_REQUEST:
+        case XCFG_GET_DATA_RESPONSE:
+        case XCFG_SET_DATA_REQUEST:
+        case XCFG_SET_DATA_RESPONSE: {
+            Response response;
+            response.msgtype = AnswerTo(head.msgtype);
+            response.info = head.info;
+            response.error = mq::kQueueErrorNotServed;
+            return m_clients.Reply(head.info.connectionID, Bytes(response));
+        }
+        default:
+            PrintMalformed("of no known type", length);
+    }
+}
+
+void QueueService::HandleConnection(const mq::XCONFIGMGR_CONNECTION_REQUEST_T& request)
+{
+    const uint32_t connectionID = request.info.connectionID;
+    const bool connects = request.msgtype == XCFG_CONNECT_REQUEST;
+    if (connects && !m_clients.Connect(connectionID)) return;
+    mq::XCONFIGMGR_CONNECTION_RESPONSE_T response;
+    response.msgtype = AnswerTo(request.msgtype);
+    response.info = request.info;
+    m_clients.Reply(connectionID, Bytes(response));
+    if (!connects) m_clients.Disconnect(connectionID);
+}
+
+void QueueService::HandleListener(const mq::XCONFIGMGR_CONNECTION_REQUEST_T& request)
+{
+    const bool wanted = request.msgtype == XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST;
+    Response response;
+    response.msgtype = AnswerTo(request.msgtype);
+    response.info = request.info;
+    // Clients read the error in one place or in the other.
+    if (!m_clients.SetEvents(request.info.connectionID, wanted))
+        response.listenerError = response.error = mq::kQueueErrorRefused;
+    m_clients.Reply(request.info.connectionID, Bytes(response));
+}
+
+void QueueService::HandleParameter(const char* data, size_t length)
+{
+    Request request;
+    if (!Decode(data, length, request)) return PrintMalformed("a request that is too short", length);
+    if (request.streamLength > length - mq::kQueueRequestBytes)
+        return PrintMalformed("a request with less stream than it says", length);
+
+    Response response;
+    response.msgtype = AnswerTo(request.msgtype);
+    response.info = request.info;
+    response.paramID = request.paramID;
+    std::string stream;
+    // Clients of the queues have configuration 0; others would be opened for good at anybody's word.
+    if (request.info.configID == 0 && m_store->GetParamDescriptor(request.paramID)) {
+        stream = Answer(*m_store, request, data + mq::kQueueRequestBytes, response);
+    } else {
+        response.error = mq::kQueueErrorRefused;
+    }
+    StampLastUpdate(response);
+    response.streamLength = static_cast<uint32_t>(stream.size());
+    if (!stream.empty()) response.streamFormat = mq::kQueueStreamFormat;
+    m_clients.Reply(request.info.connectionID, Bytes(response) + stream);
+}
+
+/// Does what is asked. @return the stream of the response.
+std::string QueueService::Answer(Config& config, const Request& request, const char* stream,
+                                 Response& response)
+{
+    switch (request.msgtype) {
+        case XCFG_GET_PARAM_REQUEST:
+            response.value = config.Get(request.paramID);
+            return "";
+        case XCFG_SET_PARAM_REQUEST:
+            if (!config.Set(request.paramID, request.value)) response.error = mq::kQueueErrorRefused;
+            return "";
+        case XCFG_SET_STREAM_PARAM_REQUEST:
+            if (!SetText(config, request, stream)) {
+                response.error = mq::kQueueErrorRefused;
+                return "";
+            }
+            break;
+        default:
+            break;
+    }
+    std::string text = net::WritePayload(config.GetSerializable(request.paramID));
+    if (!text.empty() && text.size() <= m_clients.MaxStream(request.info.connectionID)) return text;
+    // A text that was stored and does not fit the way back was stored all the same.
+    if (request.msgtype == XCFG_GET_STREAM_PARAM_REQUEST) response.error = mq::kQueueErrorNoValue;
+    return "";
+}
+
+bool QueueService::SetText(Config& config, const Request& request, const char* stream)
+{
+    const auto object = net::ReadPayload(stream, request.streamLength);
+    auto* const value = dynamic_cast<StringValue*>(object.get());
+    if (!value || value->GetParamID() != request.paramID) return false;
+    std::string text;
+    value->Get(text);
+    return config.Set(request.paramID, text);
+}
+
+// --- events ---
+
+/// The store does not tell when it last changed; its events do.
+void QueueService::StampLastUpdate(Response& response) const
+{
+    const uint64_t time = m_lastUpdate;
+    response.seconds = static_cast<uint32_t>(time >> 32);
+    response.microseconds = static_cast<uint32_t>(time);
+}
+
+void QueueService::SendEvent(Response& event, eMessageType_t type, eParam_t id, timeval time,
+                             const std::string& stream)
+{
+    event.msgtype = type;
+    event.paramID = id;
+    mq::SetTime(event, time);
+    m_lastUpdate = uint64_t{event.seconds} << 32 | event.microseconds;
+    m_clients.SendEvent(event, stream);
+}
+
+bool QueueService::ParamChanged(eParam_t id, unsigned int value, timeval time)
+{
+    Response event;
+    event.value = value;
+    SendEvent(event, XCFG_PARAM_CHANGED_EVENT, id, time, "");
+    return true;
+}
+
+bool QueueService::ParamChanged(eParam_t id, std::string, timeval time)
+{
+    return SendStream(XCFG_PARAM_STRING_CHANGED_EVENT, id, time);
+}
+
+bool QueueService::DataChanged(eParam_t id, std::string&, timeval time)
+{
+    return SendStream(XCFG_PARAM_DATA_CHANGED_EVENT, id, time);
+}
+
+/// What the store holds now, so that the last event tells the last value.
+bool QueueService::SendStream(eMessageType_t type, eParam_t id, timeval time)
+{
+    const std::string stream = net::WritePayload(m_store->GetSerializable(id));
+    if (stream.empty()) return false;
+    Response event;
+    event.streamFormat = mq::kQueueStreamFormat;
+    SendEvent(event, type, id, time, stream);
+    return true;
+}

@@ -1,0 +1,44 @@
+/// The lock of this library: a process-private semaphore of count 1 and the guard that holds it.
+#pragma once
+
+#include <semaphore.h>
+
+#include "config/base/thread_annotations.h"
+
+/// A `sem_t` used as a lock, in a form that the thread-safety analysis knows. Same size as the bare `sem_t`.
+struct VEXA_CAPABILITY("semaphore") LockSemaphore {
+    sem_t raw;
+};
+
+/// Holds a semaphore for the life of a scope.
+///
+/// A real failure of `sem_wait` is reported and the guarded work goes on; the post at the end still happens.
+/// That choice favours progress over strict exclusion. An interrupted wait is no failure and is repeated.
+/// Thread: create and destroy on one thread. Not recursive.
+class VEXA_SCOPED_CAPABILITY SemaphoreHelper {
+  public:
+    explicit SemaphoreHelper(LockSemaphore& lock) VEXA_ACQUIRE(lock) : SemaphoreHelper(&lock) {}
+    /// @param lock  borrowed; null: nothing is waited for and nothing posted.
+    explicit SemaphoreHelper(LockSemaphore* lock) VEXA_ACQUIRE(lock);
+    ~SemaphoreHelper() VEXA_RELEASE();
+    SemaphoreHelper(const SemaphoreHelper&) = delete;
+    SemaphoreHelper& operator=(const SemaphoreHelper&) = delete;
+
+    /// Makes the semaphore: shared between the threads of this process, free. A failure prints one line.
+    static bool Init(sem_t* semaphore);
+    static bool Init(LockSemaphore& lock) { return Init(&lock.raw); }
+    /// Destroys a semaphore that nobody waits for. A failure prints one line.
+    static bool Destroy(sem_t* semaphore);
+    static bool Destroy(LockSemaphore& lock) { return Destroy(&lock.raw); }
+
+  private:
+    sem_t* m_semaphore;
+    bool m_owesPost;
+};
+
+/// A lock for process-wide objects: made at load, never destroyed, because worker threads may end the
+/// process. Construct it as a function-local or namespace-level object; it is a plain `LockSemaphore`
+/// otherwise.
+struct VEXA_CAPABILITY("semaphore") StaticLock : LockSemaphore {
+    StaticLock() { SemaphoreHelper::Init(*this); }
+};

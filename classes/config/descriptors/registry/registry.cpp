@@ -1,0 +1,164 @@
+#include "config/descriptors/registry/registry.h"
+
+#include <libintl.h>
+
+#include <atomic>
+#include <clocale>
+#include <cstdio>
+
+#include "config/base/semaphore_helper.h"
+#include "config/descriptors/catalogue/builders.h"
+#include "config/descriptors/enum_descriptor.h"
+#include "config/descriptors/generic/generic_descriptors.h"
+#include "config/descriptors/placeholder.h"
+#include "config/descriptors/registry/param_groups.h"
+#include "services/product/product_features.h"
+#include "services/product/product_id.h"
+
+// Not destroyed with the process: a worker thread may still look a descriptor up while it ends.
+DescriptorTable& g_paramDescriptors = *new DescriptorTable;
+
+namespace {
+
+constexpr const char* kTextDomain = "config";
+constexpr const char* kLocaleFolder = "/usr/share/locale";
+
+StaticLock buildLock;
+std::atomic<bool> encodeDescriptors = false;
+
+void Build()
+{
+    ImportGenericDescriptors();
+    for (const auto builder : vexa::config::catalogue::kBuilders) builder();
+    if (!CProductID::isRelease()) vexa::config::catalogue::CreateParamDescriptor_EngineeringDebug();
+    AddParamGroupAttribute();
+    AddMenuNumberAttribute();
+}
+
+}  // namespace
+
+void CreateDescriptors()
+{
+    SemaphoreHelper hold(buildLock);
+    if (CProductFeatures::canDoi18n()) bindtextdomain(kTextDomain, kLocaleFolder);
+    if (g_paramDescriptors.empty()) Build();
+}
+
+// The product predicates take the model from the environment, so the device adds nothing to the sequence.
+void CreateDescriptors(BDX4Device*)
+{
+    CreateDescriptors();
+}
+
+void DestroyDescriptors()
+{
+    SemaphoreHelper hold(buildLock);
+    DeleteAllIn(g_paramDescriptors);
+    vexa::config::generic::DestroyDescriptors();
+}
+
+ParamDescriptor* FindDescriptor(eParam_t id)
+{
+    return FindIn(g_paramDescriptors, id);
+}
+
+ParamDescriptor* GetDescriptor(eParam_t id)
+{
+    ParamDescriptor* const found = FindDescriptor(id);
+    return found ? found : CreatePlaceholderDescriptor(id);
+}
+
+ParamDescriptor* GetDescriptor(std::string paramIDName)
+{
+    return FindNameIn(g_paramDescriptors, paramIDName);
+}
+
+bool IsValidParamID(eParam_t id)
+{
+    return FindDescriptor(id) != nullptr;
+}
+
+eParam_t GetParamNameParamID(std::string paramIDName)
+{
+    ParamDescriptor* const found = GetDescriptor(std::move(paramIDName));
+    return found ? found->GetParamID() : eParam_t{};
+}
+
+std::list<std::string> GetParamIDNames()
+{
+    return ParamIDNamesOf(g_paramDescriptors);
+}
+
+std::list<eParam_t> GetParamIDs()
+{
+    return ParamIDsOf(g_paramDescriptors);
+}
+
+void AddMenuNumberAttribute()
+{
+    for (const auto& [id, descriptor] : g_paramDescriptors) {
+        std::string number;
+        if (descriptor->GetAttribute("menu_number", number)) continue;
+        descriptor->AddAttribute("menu_number",
+                                 std::to_string(id >> 24) + "." + std::to_string(id >> 16 & 255));
+    }
+}
+
+void AddParamGroupAttribute()
+{
+    // In this order: the first group that claims a parameter keeps it.
+    constexpr int kGroups[] = {1,  2,  3,  4,  5,  6,  8,  9,  13, 32, 35, 41, 50, 53, 54,
+                               55, 60, 70, 80, 91, 99, 12, 14, 15, 16, 17, 19, 22, 23, 24};
+    for (const int group : kGroups) {
+        for (const eParam_t id : GetParamGroup(group, false)) {
+            ParamDescriptor* const descriptor = FindDescriptor(id);
+            unsigned int claimed = 0;
+            if (descriptor && !descriptor->GetAttribute("ParamGroup", claimed))
+                descriptor->AddAttribute("ParamGroup", static_cast<unsigned int>(group));
+        }
+    }
+}
+
+void ImportGenericDescriptors()
+{
+    vexa::config::generic::CreateDescriptors();
+}
+
+bool SetLocaleDescriptors(unsigned int locale)
+{
+    if (!CProductFeatures::canDoi18n()) return false;
+    ParamDescriptor* const descriptor = FindDescriptor(eParamID_Locale);
+    if (!descriptor) {
+        fprintf(stderr, "SetLocaleDescriptors(%d) got nullptr for ::GetDescriptor(eParamID_Locale)\n",
+                locale);
+        return false;
+    }
+    auto* const locales = dynamic_cast<EnumDescriptor*>(descriptor);
+    if (!locales) {
+        fprintf(stderr, "SetLocaleDescriptors(%d) dynamic_cast of descriptor for eParamID_Locale failed\n",
+                locale);
+        return false;
+    }
+    const std::string localeName = locales->GetEnumValueDescriptor(locale).shortName;
+    // textdomain answers with a pointer into storage that its next call frees.
+    const char* const current = textdomain(nullptr);
+    const std::string textDomain = current ? current : "messages";
+
+    DestroyDescriptors();
+    setlocale(LC_ALL, localeName.c_str());
+    bindtextdomain(kTextDomain, kLocaleFolder);
+    textdomain(kTextDomain);
+    CreateDescriptors();
+    textdomain(textDomain.c_str());
+    return true;
+}
+
+void SetEncodeDescriptors(bool encode)
+{
+    encodeDescriptors = encode;
+}
+
+bool GetEncodeDescriptors()
+{
+    return encodeDescriptors;
+}

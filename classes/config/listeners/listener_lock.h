@@ -1,0 +1,41 @@
+/// The lock of a store's listeners.
+#pragma once
+
+#include <atomic>
+#include <optional>
+#include <thread>
+
+#include "config/base/semaphore_helper.h"
+
+/// A semaphore that knows the thread that holds it: a listener that writes to its store from a callback comes
+/// back to the lock that its own thread holds, and passes.
+class VEXA_CAPABILITY("semaphore") ListenerLock {
+  public:
+    bool Init() { return SemaphoreHelper::Init(m_semaphore); }
+    bool Destroy() { return SemaphoreHelper::Destroy(m_semaphore); }
+
+    /// Holds the lock for a scope; nested scopes of one thread hold it together.
+    class VEXA_SCOPED_CAPABILITY Guard {
+      public:
+        explicit Guard(ListenerLock& lock) VEXA_ACQUIRE(lock) VEXA_NO_THREAD_SAFETY_ANALYSIS : m_lock(lock)
+        {
+            if (m_lock.m_owner == std::this_thread::get_id()) return;
+            m_hold.emplace(m_lock.m_semaphore);
+            m_lock.m_owner = std::this_thread::get_id();
+        }
+        ~Guard() VEXA_RELEASE() VEXA_NO_THREAD_SAFETY_ANALYSIS
+        {
+            if (m_hold) m_lock.m_owner = std::thread::id();
+        }
+        Guard(const Guard&) = delete;
+        Guard& operator=(const Guard&) = delete;
+
+      private:
+        ListenerLock& m_lock;
+        std::optional<SemaphoreHelper> m_hold;
+    };
+
+  private:
+    LockSemaphore m_semaphore;
+    std::atomic<std::thread::id> m_owner;
+};

@@ -1,0 +1,99 @@
+#include "config/streams/class_factory.h"
+
+#include <cstdio>
+#include <list>
+#include <map>
+
+#include "config/base/semaphore_helper.h"
+#include "config/values/standard_factories.h"
+
+namespace {
+
+/// A peer names the class, so look-ups of unknown classes leave no more entries than this.
+constexpr size_t kMaxEntries = 1024;
+
+using Registry = std::map<eClassID_t, ClassFactory*>;
+
+StaticLock initLock;  // taken before registryLock, which the standard factories take to register themselves
+StaticLock registryLock;
+Registry& registry VEXA_GUARDED_BY(registryLock) = *new Registry;
+std::list<ClassFactory*>& replaced VEXA_GUARDED_BY(registryLock) = *new std::list<ClassFactory*>;
+
+ClassFactory* Find(eClassID_t id)
+{
+    SemaphoreHelper hold(registryLock);
+    const auto found = registry.find(id);
+    if (found != registry.end()) return found->second;
+    if (registry.size() < kMaxEntries) registry[id] = nullptr;
+    return nullptr;
+}
+
+bool IsRegistryEmpty()
+{
+    SemaphoreHelper hold(registryLock);
+    return registry.empty();
+}
+
+}  // namespace
+
+/// All of them or none: without memory for one, the next call tries again.
+void ClassFactory::InitFactories()
+{
+    SemaphoreHelper hold(initLock);
+    if (!IsRegistryEmpty()) return;
+    try {
+        RegisterStandardFactories();
+    } catch (...) {
+        SemaphoreHelper holdRegistry(registryLock);
+        for (const auto& [id, factory] : registry) delete factory;
+        registry.clear();
+        throw;
+    }
+}
+
+void ClassFactory::Register(ClassFactory* factory)
+{
+    SemaphoreHelper hold(registryLock);
+    ClassFactory*& slot = registry[factory->GetClassID()];
+    if (slot) replaced.push_back(slot);
+    slot = factory;
+}
+
+Serializable* ClassFactory::Create(eClassID_t id)
+{
+    InitFactories();
+    ClassFactory* const factory = Find(id);
+    if (!factory) {
+        fprintf(stderr, "Unable to find class factory for classID = %d\n", static_cast<int>(id));
+        return nullptr;
+    }
+    Serializable* const object = factory->Create();
+    if (object) object->SetClassID(id);
+    return object;
+}
+
+void ClassFactory::DestroyFactories()
+{
+    SemaphoreHelper hold(registryLock);
+    for (auto& [id, factory] : registry) {
+        delete factory;
+        factory = nullptr;
+    }
+}
+
+bool ClassFactory::IsShared(eClassID_t id)
+{
+    return id == eClassID_IntegerValue || id == eClassID_StringValue || id == eClassID_SectorHeader ||
+           id == eClassID_Checkpoint;
+}
+
+void ClassFactory::Release(Serializable* object)
+{
+    if (object && !IsShared(object->GetClassID())) delete object;
+}
+
+std::recursive_mutex& ClassFactory::PrototypeMutex()
+{
+    static std::recursive_mutex& mutex = *new std::recursive_mutex;
+    return mutex;
+}

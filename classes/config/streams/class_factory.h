@@ -1,0 +1,52 @@
+/// ClassFactory: makes serializable objects from their class identifier.
+#pragma once
+
+#include <mutex>
+
+#include "config/streams/class_id.h"
+#include "config/streams/serializable.h"
+
+/// What precedes an object in a stream: its class identifier.
+struct ClassFactoryHeader {
+    eClassID_t classID{};
+};
+
+/// One factory makes the objects of one class. The static operations are the process-wide registry of
+/// factories.
+///
+/// Classes 0, 1, 6 and 7 are handed out shared: every Create of that class answers with the same object,
+/// which stays its factory's and holds what the last reader read into it. Hold PrototypeMutex() from Create
+/// until the content is copied. Objects of other classes belong to the caller. Thread: the registry may be
+/// used from any thread.
+class ClassFactory {
+  public:
+    explicit ClassFactory(eClassID_t id) : m_classID(id) {}
+    virtual ~ClassFactory() = default;
+    virtual eClassID_t GetClassID() { return m_classID; }
+    /// @return null when it cannot be made.
+    virtual Serializable* Create() = 0;
+
+    /// Registers the standard factories, unless any factory is registered already: so call it before
+    /// registering factories of your own.
+    static void InitFactories();
+    /// Registers a factory in place of an earlier one for its class. The factory must have been made with new
+    /// and belongs to the registry from now on; the one that it replaces is kept, since its object may be in
+    /// use.
+    static void Register(ClassFactory* factory);
+    /// An object of this class, labelled with it. An unknown class prints one line and gives null.
+    static Serializable* Create(eClassID_t id);
+    /// Deletes every registered factory, for the very end of the process: nothing can be created afterwards,
+    /// and the standard factories are not registered again.
+    static void DestroyFactories();
+
+    /// Whether objects of this class stay their factory's.
+    static bool IsShared(eClassID_t id);
+    /// Gives an object of Create back: deletes it unless it is shared. Null is allowed.
+    static void Release(Serializable* object);
+    /// Held from Create until the content of a shared object has been copied. Recursive, because objects
+    /// nest.
+    static std::recursive_mutex& PrototypeMutex();
+
+  private:
+    const eClassID_t m_classID;
+};

@@ -1,0 +1,36 @@
+/// Serializable: the base of everything that travels through a stream.
+#pragma once
+
+#include <atomic>
+
+#include "config/streams/class_id.h"
+
+class Serializer;
+class DeSerializer;
+
+/// Thread: the dirty flag may be read and set from any thread; subclasses say more.
+/// The order of the virtual operations is part of the contract: append only.
+class Serializable {
+  public:
+    virtual ~Serializable() = default;
+    virtual eClassID_t GetClassID() { return m_classID; }
+    virtual void SetClassID(eClassID_t id) { m_classID = id; }
+    /// Same class; subclasses compare contents too. False for null.
+    virtual bool IsEqual(Serializable* other) { return other && other->GetClassID() == GetClassID(); }
+    /// Writes the fields, without the class identifier.
+    virtual bool Serialize(Serializer*) { return true; }
+    /// Reads them back in the same order.
+    virtual bool Deserialize(DeSerializer*) { return true; }
+    /// Changed since it was last saved or sent.
+    virtual bool IsDirty() { return m_dirty; }
+    virtual void SetDirty(bool dirty) { m_dirty = dirty; }
+
+  protected:
+    explicit Serializable(eClassID_t id = eClassID_Unset) : m_classID(id) {}
+    Serializable(const Serializable& other) : m_classID(other.m_classID), m_dirty(other.m_dirty.load()) {}
+    Serializable& operator=(const Serializable&) = delete;
+
+  private:
+    eClassID_t m_classID;
+    std::atomic<bool> m_dirty = false;
+};

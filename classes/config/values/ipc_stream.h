@@ -1,0 +1,61 @@
+/// Sending and receiving one object through a System V message queue: a header message, then a data message.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+#include "config/streams/memory_deserializer.h"
+#include "config/streams/memory_serializer.h"
+
+/// The header message: seven 32-bit words. The first is the message type that the queue selects on; the data
+/// message has this type plus 1. Types below 1, or without a successor, cannot be sent.
+struct CONFIGMGR_STREAM_HEADER_T {
+    int32_t type = 0;
+    uint32_t id = 0;             ///< the sender's request or connection; copied into the data message
+    uint32_t userWord = 0;       ///< the caller's
+    uint32_t size = 0;           ///< set by the sender: stream size + 8
+    uint32_t capacity = 0;       ///< set by the sender: 1024
+    uint32_t userWords[2] = {};  ///< the caller's
+};
+static_assert(sizeof(CONFIGMGR_STREAM_HEADER_T) == 28);
+
+/// Sends objects. The buffer exists only during Write.
+class IPCSerializer : public MemorySerializer {
+  public:
+    /// @param queue  identifier of the System V queue; borrowed.
+    IPCSerializer(eSerializationFormat format, int queue);
+    ~IPCSerializer() override = default;
+
+    using MemorySerializer::Write;
+    /// Sends a copy of the object, taken at the start: another thread may change the object meanwhile.
+    /// @return false, without waiting, when the queue is full or does not exist, or the object cannot be
+    /// written.
+    bool Write(CONFIGMGR_STREAM_HEADER_T header, Serializable* object);
+
+  private:
+    int m_queue;
+};
+
+/// Receives objects.
+class IPCDeSerializer : public MemoryDeSerializer {
+  public:
+    /// @param limit  how long to wait for the header, and again for the data.
+    IPCDeSerializer(eSerializationFormat format, int queue,
+                    std::chrono::milliseconds limit = std::chrono::milliseconds(10'000));
+    ~IPCDeSerializer() override = default;
+
+    using MemoryDeSerializer::Read;
+    bool Read(Serializable*& object) override;
+    bool IsEndOfStream() override { return true; }
+    /// Waits for the header of the given type and reads the object behind it.
+    /// @param header  in: `type` to wait for; out: the received header.
+    /// @param wait  false: answer null at once when no header is there.
+    /// @return an object of ClassFactory::Create (shared for some classes: hold
+    /// ClassFactory::PrototypeMutex() until
+    ///     it is copied), or null: nothing came in time, or what came does not fit together.
+    virtual Serializable* Read(CONFIGMGR_STREAM_HEADER_T& header, bool wait);
+
+  private:
+    int m_queue;
+    std::chrono::milliseconds m_limit;
+};

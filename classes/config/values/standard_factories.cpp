@@ -1,0 +1,70 @@
+#include "config/values/standard_factories.h"
+
+#include <cstdio>
+
+#include "config/values/package_header.h"
+#include "config/values/sector_header.h"
+#include "config/values/vector.h"
+
+SectorHeaderFactory::SectorHeaderFactory() : ClassFactory(eClassID_SectorHeader)
+{
+    Register(this);
+}
+
+Serializable* SectorHeaderFactory::Create()
+{
+    static SectorHeader& header = *new SectorHeader;
+    return &header;
+}
+
+namespace vexa::config::values {
+
+VectorFactory::VectorFactory() : ClassFactory(eClassID_Vector)
+{
+    Register(this);
+}
+
+Serializable* VectorFactory::Create()
+{
+    fputs("VectorFactory::Create - return new Vector()\n", stderr);
+    return new Vector;
+}
+
+PresetsFactory::PresetsFactory(ePresetsPolicy policy)
+    : ClassFactory(eClassID_PresetsParamVector), m_policy(policy)
+{
+    Register(this);
+}
+
+Serializable* PresetsFactory::Create()
+{
+    if (m_policy == ePresetsPolicy_ParamVector) return new PresetsParamVector;
+    fprintf(stderr, "PresetsFactory::Create - unknown policy %d, unable to create Presets instance\n",
+            static_cast<int>(m_policy));
+    return nullptr;
+}
+
+PackageHeaderFactory::PackageHeaderFactory() : ClassFactory(eClassID_PackageHeader)
+{
+    Register(this);
+}
+
+// Log readers look for this text, so it keeps naming the vector.
+Serializable* PackageHeaderFactory::Create()
+{
+    fputs("PackageHeaderFactory::Create - return new Vector()\n", stderr);
+    return new PackageHeader;
+}
+
+}  // namespace vexa::config::values
+
+void RegisterStandardFactories()
+{
+    new IntegerFactory;
+    new StringFactory;
+    new SectorHeaderFactory;
+    new CheckpointFactory;
+    new vexa::config::values::VectorFactory;
+    new vexa::config::values::PresetsFactory(vexa::config::values::ePresetsPolicy_ParamVector);
+    new vexa::config::values::PackageHeaderFactory;
+}

@@ -1,0 +1,228 @@
+#include "config/access/client/cache/config_cache.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "config/descriptors/integer_descriptor.h"
+#include "support/store.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+constexpr timeval kTime{1'700'000'000, 123'456};
+constexpr eParam_t kPlain{0x01000001}, kVolatile{0x01000002}, kUnknown{0x01000003};
+const char* const kSuppressed =
+    "ConfigCache::Set(uint32_t) - non-volatile param, new value is the same as the cached value, suppressing "
+    "Set operation\n";
+
+/// What a cache wraps: always the same value, counted calls, and a hook for what happens during a call.
+class ScriptedConfig : public Config {
+  public:
+    using Config::Set;
+    using Config::SetData;
+    ScriptedConfig() { m_volatile.AddClassName("volatile"); }
+    unsigned int Get(eParam_t) override { return Called(reads) ? 5 : 0; }
+    bool Get(eParam_t, unsigned int&) override { return false; }
+    bool Get(eParam_t, std::string& value) override { return Called(reads) && (value = "5", true); }
+    bool GetData(eParam_t id, std::string& data) override { return Get(id, data); }
+    bool Set(eParam_t, unsigned int, timeval) override { return Called(writes); }
+    bool Set(eParam_t, std::string, timeval) override { return Called(writes); }
+    bool SetData(eParam_t, std::string&, timeval) override { return Called(writes); }
+    eConfigID_t GetConfigID() override { return 0; }
+    timeval GetLastConfigUpdate() override { return {}; }
+    ParamDescriptor* GetParamDescriptor(eParam_t id) override
+    {
+        ++descriptorsAsked;
+        return id == kUnknown ? nullptr : id == kVolatile ? &m_volatile : &m_plain;
+    }
+    ParamDescriptor* GetParamDescriptor(std::string) override { return nullptr; }
+    std::list<eParam_t> GetParamIDs() override { return {}; }
+
+    bool works = true;
+    int reads = 0, writes = 0, descriptorsAsked = 0;
+    std::function<void()> during;
+
+  private:
+    bool Called(int& counter)
+    {
+        ++counter;
+        if (during) std::exchange(during, nullptr)();
+        return works;
+    }
+
+    ParamDescriptor m_plain, m_volatile;
+};
+
+struct ConfigCacheTest : testing::Test {
+    /// The number, the text and the data that the cache tells.
+    std::string All(eParam_t id)
+    {
+        std::string text = "?", data = "?";
+        cache.Get(id, text);
+        cache.GetData(id, data);
+        return std::to_string(cache.Get(id)) + text + data;
+    }
+    void Event(eParam_t id, unsigned int value)
+    {
+        std::string text = value == 0 ? "" : std::to_string(value);
+        cache.ParamChanged(id, value, kTime);
+        cache.ParamChanged(id, text, kTime);
+        cache.DataChanged(id, text, kTime);
+    }
+
+    ScriptedConfig wrapped;
+    ConfigCache cache{&wrapped};
+};
+
+TEST_F(ConfigCacheTest, FetchesOncePerKindAndVolatileValuesEachTime)
+{
+    wrapped.works = false;
+    EXPECT_EQ(All(kPlain), "0??");
+    wrapped.works = true;
+    EXPECT_EQ(All(kPlain), "055") << "for a number, a failure looks like a 0 and is kept";
+    EXPECT_EQ(StderrOf([&] { EXPECT_TRUE(cache.Set(kPlain, 0u)); }), kSuppressed);
+    EXPECT_EQ(All(kPlain), "055");
+    EXPECT_EQ(wrapped.reads, 3 + 2);
+    EXPECT_EQ(All(kVolatile) + All(kVolatile), "555555");
+    EXPECT_EQ(wrapped.reads, 5 + 6);
+    EXPECT_EQ(wrapped.descriptorsAsked, 2) << "once per parameter";
+    EXPECT_EQ(StderrOf([&] { EXPECT_EQ(All(kUnknown) + All(kUnknown), "555555"); }),
+              "IsVolatile: paramID: 01000003 has a NULL descriptor, please fix.\n");
+}
+
+TEST_F(ConfigCacheTest, SendsAWriteUnlessItChangesNothing)
+{
+    std::string bytes("\0\1", 2), others("\0\2", 2);
+    struct {
+        const char* reason;
+        std::function<bool()> write;
+        int sent;
+        std::string printed;
+    } const rows[] = {{"the same number", [&] { return cache.Set(kPlain, 9u); }, 1, kSuppressed},
+                      {"a volatile number", [&] { return cache.Set(kVolatile, 9u); }, 2, ""},
+                      {"a text", [&] { return cache.Set(kPlain, std::string("nine")); }, 2, ""},
+                      {"the same bytes", [&] { return cache.SetData(kPlain, bytes); }, 1, ""},
+                      {"bytes after a NUL", [&] { return cache.SetData(kPlain, others); }, 1, ""},
+                      {"volatile bytes", [&] { return cache.SetData(kVolatile, bytes); }, 2, ""}};
+    for (const auto& [reason, write, sent, printed] : rows) {
+        SCOPED_TRACE(reason);
+        wrapped.writes = 0;
+        wrapped.works = false;
+        EXPECT_FALSE(write()) << "a refused write is not remembered";
+        wrapped.works = true;
+        EXPECT_EQ(StderrOf([&, &write = write] { EXPECT_TRUE(write() && write()); }), printed);
+        EXPECT_EQ(wrapped.writes, 1 + sent);
+    }
+    EXPECT_EQ(All(kPlain), "9nine" + others);
+}
+
+TEST_F(ConfigCacheTest, PassesOnTheEventsThatChangeSomething)
+{
+    RecordingListener listener;
+    cache.AddConfigEventListener(&listener);
+    for (const unsigned int value : {0u, 4u, 4u}) Event(kPlain, value);
+    EXPECT_THAT(listener.Heard(), ElementsAre("int 01000001=4", "str 01000001=4", "data 01000001=4"))
+        << "what is not known counts as 0 and empty";
+    EXPECT_EQ(listener.LastTime().tv_usec, kTime.tv_usec);
+    EXPECT_EQ(All(kPlain), "444");
+    EXPECT_EQ(wrapped.reads, 0) << "events fill the cache";
+    for (const unsigned int value : {0u, 4u, 4u}) Event(kVolatile, value);
+    EXPECT_EQ(listener.Heard().size(), 3u + 9);
+}
+
+// The connection delivers on another thread, which must get past the cache while a call is under way.
+TEST_F(ConfigCacheTest, AnEventDuringACallIsNewerThanItsValue)
+{
+    std::string bytes("other");
+    const auto meanwhile = [&](unsigned int value) {
+        wrapped.during = [this, value] { std::thread([this, value] { Event(kPlain, value); }).join(); };
+    };
+    const std::function<void()> calls[] = {
+        [&] { cache.Get(kPlain); }, [&] { cache.Set(kPlain, 15u); },  // the store corrected it
+        [&] { cache.Set(kPlain, std::string("other")); }, [&] { cache.SetData(kPlain, bytes); }};
+    for (unsigned int value = 6; const auto& call : calls) {
+        meanwhile(value);
+        call();
+        EXPECT_EQ(All(kPlain), std::string(3, static_cast<char>('0' + value++)));
+    }
+    EXPECT_TRUE(cache.Set(kPlain, 15u));
+    EXPECT_EQ(All(kPlain), "1599") << "without an event the written value holds";
+}
+
+TEST_F(ConfigCacheTest, BindingTakesTheKeyOver)
+{
+    ConfigCache other(&wrapped);
+    EXPECT_TRUE(cache.bind(other));
+    EXPECT_EQ(cache.bindingKey().tv_sec, other.bindingKey().tv_sec);
+    EXPECT_EQ(cache.bindingKey().tv_usec, other.bindingKey().tv_usec);
+}
+
+TEST(ConfigCache, TheEventOfAnOldWriteDoesNotKeepANewOneFromTheStore)
+{
+    TestStore store;  // its events come late
+    ConfigCache cache(&*store);
+    for (const unsigned int value : {3u, 4u, 3u, 4u}) cache.Set(eParamID_Take, value);
+    cache.ParamChanged(eParamID_Take, 3u, kTime);
+    EXPECT_TRUE(cache.Set(eParamID_Take, 3u));
+    EXPECT_EQ(store->Get(eParamID_Take), 3u);
+    std::string old = "old", last = "last", data;
+    for (std::string* const value : {&old, &last}) cache.SetData(eParamID_TestData, *value);
+    cache.DataChanged(eParamID_TestData, old, kTime);
+    EXPECT_TRUE(cache.SetData(eParamID_TestData, old));
+    EXPECT_TRUE(store->GetData(eParamID_TestData, data));
+    EXPECT_EQ(data, "old");
+
+    cache.ParamChanged(eParamID_Take, 2u, kTime);  // what somebody else has written
+    store->Set(eParamID_Take, 2u);
+    EXPECT_EQ(StderrOf([&] { EXPECT_TRUE(cache.Set(eParamID_Take, 2u)); }), kSuppressed);
+}
+
+TEST(ConfigCache, AroundAStore)
+{
+    TestStore store;
+    ConfigCache cache(&*store);
+    store->AddConfigEventListener(&cache);
+    const auto highest =
+        dynamic_cast<IntegerDescriptor*>(store->GetParamDescriptor(eParamID_Take))->GetMaxValue();
+    EXPECT_TRUE(cache.Set(eParamID_Take, highest + 5));
+    EXPECT_EQ(cache.Get(eParamID_Take), highest) << "as the store corrected it";
+
+    Callback once([&] {
+        cache.RemoveConfigEventListener(&once);
+        EXPECT_TRUE(cache.Set(eParamID_Take, 4u)) << "from a callback";
+    });
+    cache.AddConfigEventListener(&once);
+    store->Set(eParamID_Take, 3u);
+    EXPECT_EQ(once.Heard().size(), 1u);
+    EXPECT_EQ(cache.Get(eParamID_Take), 4u);
+
+    std::atomic<bool> inside = false, left = false;
+    Callback own([&] {
+        inside = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));  // a removal is to come meanwhile
+        left = true;
+    });
+    RecordingListener passedOn;
+    for (int n = 0; n < 2; ++n) {
+        EXPECT_TRUE(cache.AddConfigEventListener(&own));
+        EXPECT_TRUE(cache.AddConfigEventListener(eParamID_Take, &passedOn));
+    }
+    std::jthread writer([&] { store->Set(eParamID_Take, 5u); });
+    while (!inside) std::this_thread::yield();
+    EXPECT_TRUE(cache.RemoveConfigEventListener(&own));
+    EXPECT_TRUE(left) << "the running callback was waited for";
+    EXPECT_EQ(own.Heard().size(), 1u) << "the second call was not made";
+    EXPECT_TRUE(cache.RemoveConfigEventListener(&passedOn));
+    const size_t heard = passedOn.Heard().size();
+    writer.join();
+    store->Set(eParamID_Take, 6u);
+    EXPECT_EQ(passedOn.Heard().size(), heard) << "removed from the store, too";
+    store->RemoveConfigEventListener(&cache);
+}
+
+}  // namespace

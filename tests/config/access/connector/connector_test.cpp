@@ -1,0 +1,143 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "config/access/connector/local_config_factory.h"
+#include "config/access/protocol/uri.h"
+#include "support/store.h"
+#include "support/test_server.h"
+
+using testing::HasSubstr;
+using vexa::config::access::LocalConfigFactory;
+
+namespace {
+
+TEST(Connector, LocalConnectionsOfOneNumberShareAStoreWhileItIsUsed)
+{
+    {
+        const LocalStore first(3), second(3), zero(0);
+        const Connected other("local:");
+        EXPECT_EQ(first.get(), second.get());
+        EXPECT_EQ(other.get(), zero.get());
+        EXPECT_NE(first.get(), other.get());
+        EXPECT_EQ(first.Manager()->GetUseCount(), 2);
+        EXPECT_EQ(first->GetConfigID(), 3);
+        first->Set(eParamID_RegisterSave, 9u);
+        EXPECT_EQ(second->Get(eParamID_RegisterSave), 9u);
+    }
+    EXPECT_EQ(LocalStore(3)->Get(eParamID_RegisterSave), 1u) << "a fresh store";
+}
+
+TEST(Connector, UrisThatItRefuses)
+{
+    ConfigFactory* const connector = ConfigFactoryImpl::GetInstance();
+    const char* const kFailed = "ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n";
+    for (const char* uri :
+         {"tcp://127.0.0.1:1", "udp://127.0.0.1:1/caching=true", "tcp:local:", "local:multicast:"})
+        EXPECT_THAT(StderrOf([&] { EXPECT_EQ(connector->Connect(uri), nullptr) << uri; }),
+                    HasSubstr(kFailed));
+    for (const char* uri : {"socket://127.0.0.1:43110/caching=true", "", "LOCAL:"})
+        EXPECT_EQ(StderrOf([&] { EXPECT_EQ(connector->Connect(uri), nullptr) << uri; }), "");
+    connector->Disconnect(nullptr);
+}
+
+TEST(Connector, NumberOfAUri)
+{
+    LocalConfigFactory factory;
+    for (const auto& [uri, id] : {std::pair{"local:", 0},
+                                  {"local:configid=-1", -1},
+                                  {"local:configid=", 0},
+                                  {"local:configid=x", 0},
+                                  {"local:/configid=12abc", 12},
+                                  {"local:configid=99999999999", INT32_MAX},
+                                  {"local:configid=-99999999999999999999", INT32_MIN}})
+        EXPECT_EQ(factory.GetConfigID(uri), id) << uri;
+}
+
+TEST(Connector, AStoreOfAnotherFactoryIsNotTracked)
+{
+    LocalConfigFactory factory;
+    TestStore foreign(5);
+    foreign->IncrementUseCount();
+    const char* const kMessage = "LocalConfigFactory::Disconnect - This instance not tracking configID 5\n";
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(factory.Disconnect(&*foreign)); }), kMessage);
+
+    Config* const own = factory.Connect("local:configid=5");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(factory.Disconnect(&*foreign)); }), kMessage)
+        << "the same number only";
+    EXPECT_EQ(foreign->GetUseCount(), 1);
+    EXPECT_TRUE(factory.Disconnect(own));
+    EXPECT_FALSE(factory.Disconnect(nullptr));
+}
+
+TEST(Connector, ThreadsThatConnectAtOnceGetOneStore)
+{
+    CreateDescriptors();
+    LocalConfigFactory factory;
+    std::vector<Config*> configs(8);
+    {
+        std::vector<std::jthread> threads;
+        for (Config*& config : configs)
+            threads.emplace_back([&] { config = factory.Connect("local:configid=77"); });
+    }
+    for (Config* config : configs) EXPECT_EQ(config, configs[0]);
+    for (Config* config : configs) EXPECT_TRUE(factory.Disconnect(config));
+}
+
+TEST(Connector, ANewInstanceDoesNotKnowTheStoresOfTheOld)
+{
+    ConfigFactory* const before = ConfigFactoryImpl::GetInstance();
+    EXPECT_EQ(ConfigFactoryImpl::GetInstance(), before);
+    CreateDescriptors();
+    Config* const store = before->Connect("local:configid=9");
+    ConfigFactoryImpl::DestroyInstance();
+    store->Set(eParamID_RegisterSave, 2u);  // its user may go on
+    EXPECT_THAT(StderrOf([&] { ConfigFactoryImpl::GetInstance()->Disconnect(store); }),
+                HasSubstr("not tracking configID 9"));
+    delete store;
+    ConfigFactoryImpl::DestroyInstance();
+    ConfigFactoryImpl::DestroyInstance();
+}
+
+TEST(Uri, DefaultEndpoints)
+{
+    for (const auto& [transport, config, events] :
+         {std::tuple{"socket", "socket://127.0.0.1:43110/caching=true", "socket://127.0.0.1:43110"},
+          {"udp", "udp://127.0.0.1:43110", "multicast://127.0.0.1:63110"},
+          {"tcp", "tcp://127.0.0.1:43110", "tcp://127.0.0.1:43110"},
+          {"TCP", "INVALID_URI", "INVALID_URI"}}) {
+        EXPECT_EQ(GetConfigURI(transport), config);
+        EXPECT_EQ(GetEventsURI(transport), events);
+    }
+}
+
+TEST(Uri, Parse)
+{
+    struct {
+        std::string text;
+        int found;  // 3: accepted
+        const char* reason;
+        std::string parts = "old|old|old";
+    } rows[] = {
+        {"tcp://127.0.0.1:43110/caching=true", 3, "what follows is ignored", "tcp|127.0.0.1|43110"},
+        {" a \t b\nc ", 3, "any blank separates", "a|b|c"},
+        {"tcp://" + std::string(99, 'a') + ":1", 3, "the longest part", "tcp|" + std::string(99, 'a') + "|1"},
+        {"udp://127.0.0.1", 2, "no port"},
+        {"://", 0, "separators alone"},
+        {"tcp://" + std::string(100, 'a') + ":1", 1, "a part that is too long, after one that fits"},
+        {std::string(1024, ' ') + "a b c", 0, "a text that is too long"},
+        {std::string("a b\0 c", 6), 2, "the text ends at a NUL"},
+    };
+    for (auto& row : rows) {
+        url parsed{"old", "old", "old"};
+        const std::string message =
+            StderrOf([&] { EXPECT_EQ(parsed.parse(row.text), row.found == 3) << row.reason; });
+        EXPECT_EQ(parsed.scheme + "|" + parsed.address + "|" + parsed.port, row.parts) << row.reason;
+        EXPECT_EQ(message, row.found == 3 ? ""
+                                          : "url::parse - unable to parse url, found " +
+                                                std::to_string(row.found) + " matches\n");
+    }
+}
+
+}  // namespace

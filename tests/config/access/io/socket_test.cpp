@@ -1,0 +1,138 @@
+#include "config/access/io/socket.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <memory>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "support/stderr_of.h"
+
+namespace {
+
+using vexa::corvalis::config::access::Socket;
+
+/// A listening socket on a free port of this host, a socket connected to it and the accepted one.
+struct Connection {
+    Connection()
+    {
+        EXPECT_TRUE(listener.create() && listener.bind("127.0.0.1", 0) && listener.listen());
+        EXPECT_TRUE(client.create() && client.connect("127.0.0.1", listener.local_port()));
+        EXPECT_TRUE(listener.accept(&server));
+    }
+    Socket listener{AF_INET, SOCK_STREAM}, client{AF_INET, SOCK_STREAM}, server{AF_INET, SOCK_STREAM};
+};
+
+TEST(Socket, WithoutDescriptorFails)
+{
+    Socket socket(AF_INET, SOCK_STREAM);
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(socket.bind(0)); }), "Socket::bind: invalid socketn");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(socket.listen() || socket.connect("127.0.0.1", 1)); }), "");
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(socket.read_select(0)); }),
+              "Socket::read_select - invalid socket\n");
+    EXPECT_FALSE(socket.add_membership("239.71.18.33", "127.0.0.1"));
+    EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(socket.set_buffer_size(SO_KEEPALIVE, 1)); }),
+              "Socket::set_buffer_size: The option must be one of SO_RCVBUF or SO_SNDBUF\n");
+}
+
+TEST(Socket, SendsAndReceivesAllUntilTheEnd)
+{
+    Connection connection;
+    const std::string message(4 << 20, 'm');
+    std::string received(message.size(), '\0');
+    std::thread sender([&] {
+        EXPECT_TRUE(connection.client.send(message.data(), static_cast<unsigned>(message.size())));
+        connection.client.send("xyz", 3);
+        connection.client.close();
+    });
+    EXPECT_EQ(connection.server.recv(received.data(), static_cast<unsigned>(received.size())),
+              static_cast<int>(received.size()));
+    EXPECT_TRUE(received == message);
+    EXPECT_EQ(connection.server.recv(received.data(), 0), 0);
+    EXPECT_EQ(connection.server.recv(received.data(), 8), 3);
+    EXPECT_EQ(connection.server.recv(received.data(), 8), 0);
+    connection.server.close();  // or what was not received keeps the sender for ever
+    sender.join();
+    int length = 0;
+    EXPECT_FALSE(connection.server.sendall("", &length));
+}
+
+TEST(Socket, CloseWakesTheThreadInside)
+{
+    Connection connection;
+    const int number = connection.server.fd;
+    std::thread reader([&] {
+        char buffer[1];
+        EXPECT_LE(connection.server.recv(buffer, 1), 0);
+    });
+    usleep(10'000);  // either order passes, the blocked read, which is usual, with 0
+    connection.server.close();
+    EXPECT_EQ(connection.server.fd, -1);
+    reader.join();
+    EXPECT_EQ(fcntl(number, F_GETFD), -1) << "still open";
+
+    Socket datagrams(AF_INET, SOCK_DGRAM);
+    ASSERT_TRUE(datagrams.create() && datagrams.bind("127.0.0.1", 0));
+    std::thread receiver([&] {
+        char buffer[1];
+        sockaddr_in from;
+        EXPECT_EQ(datagrams.recvfrom(buffer, 1, from), 0);
+    });
+    usleep(10'000);
+    datagrams.close();
+    receiver.join();
+}
+
+TEST(Socket, LocalSocketsAreFilesNamedByNumber)
+{
+    const int number = getpid();
+    const std::string path = "/tmp/vexa_" + std::to_string(number);
+    Socket listener(AF_UNIX, SOCK_STREAM), client(AF_UNIX, SOCK_STREAM), server(AF_UNIX, SOCK_STREAM);
+    EXPECT_EQ(StderrOf([&] {
+                  ASSERT_TRUE(listener.create() && listener.bind(number) && listener.listen());
+                  ASSERT_TRUE(client.create() && client.connect("ignored", number));
+              }),
+              "Local path = " + path + "\nLocal path = " + path + "\n");
+    ASSERT_TRUE(listener.accept(&server));
+    Socket successor(AF_UNIX, SOCK_STREAM);
+    StderrOf([&] { EXPECT_TRUE(successor.create() && successor.bind(number)) << "the old file stays"; });
+    unlink(path.c_str());
+}
+
+TEST(Socket, ConnectIgnoresWhatIsNoAddress)
+{
+    Connection connection;
+    Socket client(AF_INET, SOCK_STREAM);
+    errno = EAFNOSUPPORT;  // left over from an earlier call
+    EXPECT_TRUE(client.create() && client.connect("localhost", connection.listener.local_port()));
+}
+
+TEST(Socket, APortThatTheSystemChoosesIsNobodyElses)
+{
+    std::vector<std::unique_ptr<Socket>> sockets;
+    std::set<int> ports;
+    constexpr size_t kCount = 600;  // some would share, if they could
+    while (sockets.size() < kCount) {
+        sockets.push_back(std::make_unique<Socket>(AF_INET, SOCK_DGRAM));
+        Socket& socket = *sockets.back();
+        ASSERT_TRUE(socket.create());
+        ASSERT_TRUE(sockets.size() % 2 ? socket.connect("127.0.0.1", 9) : socket.bind("127.0.0.1", 0));
+        ports.insert(socket.local_port());
+    }
+    EXPECT_EQ(ports.size(), kCount);
+}
+
+TEST(Socket, NonBlockingSenseIsInverted)
+{
+    Connection connection;
+    connection.server.set_non_blocking(false);
+    EXPECT_TRUE(fcntl(connection.server.fd, F_GETFL) & O_NONBLOCK);
+    connection.server.set_non_blocking(true);
+    EXPECT_FALSE(fcntl(connection.server.fd, F_GETFL) & O_NONBLOCK);
+}
+
+}  // namespace

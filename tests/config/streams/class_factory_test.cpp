@@ -1,0 +1,134 @@
+// The registry cannot be emptied, so whatever changes it happens in a child process.
+#include "config/streams/class_factory.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "config/values/package_header.h"
+#include "config/values/standard_factories.h"
+#include "support/in_child.h"
+#include "support/stderr_of.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+class OwnFactory : public ClassFactory {
+  public:
+    explicit OwnFactory(unsigned int id = 20) : ClassFactory(eClassID_t{id}) { Register(this); }
+    ~OwnFactory() override { ++destroyed; }
+    Serializable* Create() override { return &m_product; }
+    static inline int destroyed = 0;
+
+  private:
+    Checkpoint m_product;
+};
+
+Serializable* Make(unsigned int id)
+{
+    return ClassFactory::Create(eClassID_t{id});
+}
+
+std::string NotFound(const std::string& id)
+{
+    return "Unable to find class factory for classID = " + id + "\n";
+}
+
+TEST(ClassFactory, SharesTheSmallClassesAndMakesTheOthersNew)
+{
+    const std::string vector = "VectorFactory::Create - return new Vector()\n";
+    const std::string package = "PackageHeaderFactory::Create - return new Vector()\n";
+    for (const auto& [id, shared, message] : {std::tuple{0u, true, ""s},
+                                              {1u, true, ""s},
+                                              {6u, true, ""s},
+                                              {7u, true, ""s},
+                                              {8u, false, ""s},
+                                              {9u, false, vector},
+                                              {14u, false, package}}) {
+        SCOPED_TRACE(id);
+        Serializable *first = nullptr, *second = nullptr;
+        EXPECT_EQ(StderrOf([&, id = id] {
+                      first = Make(id);
+                      first->SetClassID(eClassID_Unset);  // the factory labels again
+                      second = Make(id);
+                  }),
+                  message + message);
+        EXPECT_EQ(first == second, shared);
+        EXPECT_EQ(second->GetClassID(), id);
+        ClassFactory::Release(second);
+        if (shared) {
+            EXPECT_EQ(Make(id), first) << "a shared object was given up";
+        } else {
+            ClassFactory::Release(first);
+        }
+    }
+}
+
+TEST(ClassFactory, AnEarlyRegistrationLeavesTheStandardFactoriesOut)
+{
+    ExpectInChild(
+        [] {
+            new vexa::config::values::PresetsFactory(vexa::config::values::ePresetsPolicy{2});
+            ClassFactory::InitFactories();
+            EXPECT_EQ(Make(8), nullptr);
+            EXPECT_EQ(Make(0), nullptr);
+        },
+        "PresetsFactory::Create - unknown policy 2, unable to create Presets instance\n" + NotFound("0"));
+}
+
+TEST(ClassFactory, AReplacedFactoryStaysAndDestroyedOnesAreNotRebuilt)
+{
+    ExpectInChild(
+        [] {
+            ClassFactory::InitFactories();
+            new OwnFactory;
+            Serializable* const old = Make(20);
+            new OwnFactory;
+            EXPECT_NE(old, Make(20));
+            EXPECT_EQ(OwnFactory::destroyed, 0) << "somebody holds its object";
+            ClassFactory::DestroyFactories();
+            ClassFactory::DestroyFactories();
+            EXPECT_EQ(OwnFactory::destroyed, 1);
+            ClassFactory::InitFactories();
+            EXPECT_EQ(Make(0), nullptr);
+            EXPECT_EQ(Make(20), nullptr);
+        },
+        NotFound("0") + NotFound("20"));
+}
+
+TEST(ClassFactory, SeveralThreadsMayMakeTheFirstObjectAndAskForUnknownClasses)
+{
+    ExpectInChild([] {
+        std::atomic<int> missing = 0;
+        std::vector<std::jthread> threads;
+        for (unsigned int n = 0; n < 4; ++n)
+            threads.emplace_back([&missing, n] {
+                for (unsigned int id = 0; id < 500; ++id) {
+                    Make(1000 + 500 * n + id);
+                    Serializable* const made = Make(8);
+                    if (!made) ++missing;
+                    ClassFactory::Release(made);
+                }
+            });
+        threads.clear();
+        EXPECT_EQ(missing, 0);
+        for (const unsigned int id : {1000u, 2999u}) {
+            new OwnFactory(id);
+            EXPECT_NE(Make(id), nullptr) << "the look-ups before it left no room";
+        }
+    });
+}
+
+TEST(Serializable, ComparesTheClassOnly)
+{
+    PackageHeader a, b;
+    b.fileSize = 1;
+    EXPECT_TRUE(a.IsEqual(&b));
+    b.SetClassID(eClassID_Vector);
+    EXPECT_FALSE(a.IsEqual(&b));
+    EXPECT_FALSE(a.IsEqual(nullptr));
+}
+
+}  // namespace

@@ -1,0 +1,343 @@
+// The stream format: bytes, bounds and what a reader makes of nonsense.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <stdexcept>
+
+#include "config/values/checkpoint.h"
+#include "config/values/config_value.h"
+#include "config/values/package_header.h"
+#include "config/values/private_value.h"
+#include "config/values/sector_header.h"
+#include "config/values/vector.h"
+#include "support/golden.h"
+#include "support/in_child.h"
+#include "support/stderr_of.h"
+#include "support/stream_bytes.h"
+
+using vexa::config::values::PresetsParamVector;
+using vexa::config::values::Vector;
+using namespace std::string_literals;
+
+namespace {
+
+// ---- Fields ----
+
+struct FieldRow {
+    const char* what;
+    std::string bytes, needed;  ///< as written, and what its reader needs of it
+    bool peeks;                 ///< its reader leaves the position
+    std::function<void(Serializer&)> write;
+    std::function<bool(MemoryDeSerializer&)> reads, fails;  ///< with the value, with a neutral value
+};
+
+template <class T>
+FieldRow Field(const char* what, T value, std::string bytes, bool peeks = false)
+{
+    const auto reads = [=](MemoryDeSerializer& stream) {
+        T got{};
+        return stream.Read("", got) && got == value;
+    };
+    const auto fails = [=](MemoryDeSerializer& stream) {
+        T got = value;
+        return !stream.Read("", got) && got == T{};
+    };
+    return {what, bytes, bytes, peeks, [=](Serializer& stream) { stream.Write("", value); }, reads, fails};
+}
+
+FieldRow CutText()
+{
+    FieldRow row = Field("text that its reader cuts", "a"s, "a\0"s);
+    row.bytes = "a\0b\0"s;
+    row.write = [](Serializer& stream) { stream.Write("", "a\0b"s); };
+    return row;
+}
+
+// Readers peek a long or a byte and then read the same bytes again.
+const FieldRow kFieldRows[] = {
+    Field<unsigned char>("byte", 0xAB, "\xAB", true),
+    Field("long", -2L, Words({0xFFFFFFFE}), true),
+    Field("int", -2, Words({0xFFFFFFFE})),
+    Field("unsigned int", 0xFEDCBA98u, Words({0xFEDCBA98})),
+    Field("true", true, Words({0xBEEF})),
+    Field("false", false, Words({0xDEAD})),
+    Field("empty text", ""s, "\0"s),
+    Field("text", "Scène"s, "Scène\0"s),
+    CutText(),
+};
+
+TEST(MemorySerializer, LaysFieldsDownInHostOrderAtAnyAlignmentWhereTheyFit)
+{
+    for (const FieldRow& row : kFieldRows)
+        for (const size_t shift : {0u, 1u}) {
+            SCOPED_TRACE(row.what);
+            MemorySerializerSizer sizer(eSerializationFormat_Memory);
+            row.write(sizer);
+            EXPECT_EQ(sizer.GetBytesWritten(), row.bytes.size());
+            for (size_t room = 0; room <= row.bytes.size(); ++room) {
+                const std::string before(shift, '.'), empty(room, '#');
+                const Exactly buffer(before + empty);
+                Writer writer(buffer, static_cast<ptrdiff_t>(shift));
+                row.write(writer);
+                const bool fits = room == row.bytes.size();
+                EXPECT_EQ(writer.Failed(), !fits);
+                EXPECT_EQ(writer.GetBytesWritten(), fits ? row.bytes.size() : 0);
+                EXPECT_EQ(writer.Available(), static_cast<ptrdiff_t>(fits ? 0 : room));
+                writer.Write("", static_cast<unsigned char>(1));
+                EXPECT_EQ(buffer.Text(), before + (fits ? row.bytes : empty)) << "stays failed";
+            }
+        }
+}
+
+TEST(MemorySerializer, ABufferIsItsLengthAndItsBytes)
+{
+    char bytes[] = {'x', 0, 'z'};
+    const std::string empty = "############";
+    for (const auto& [length, written] : {std::pair{0u, Words({0}) + "########"},
+                                          {3u, Words({3}) + "x\0z#####"s},
+                                          {9u, empty},
+                                          {0x7FFFFFFFu, empty},
+                                          {0x80000000u, empty},
+                                          {0xFFFFFFFCu, empty},
+                                          {0xFFFFFFFFu, empty}}) {
+        const Exactly buffer(empty);
+        Writer writer(buffer);
+        writer.Write("", bytes, length);
+        EXPECT_EQ(writer.Failed(), written == empty) << length;
+        EXPECT_EQ(buffer.Text(), written);
+    }
+}
+
+TEST(MemoryDeSerializer, ReadsFieldsAtAnyAlignmentAndPeeksBytesAndLongs)
+{
+    for (const FieldRow& row : kFieldRows)
+        for (const ptrdiff_t shift : {0, 1}) {
+            SCOPED_TRACE(row.what);
+            Reader reader((shift ? "#" : "") + row.needed + row.needed, shift);
+            for (const ptrdiff_t turn : {1, 2}) {
+                EXPECT_TRUE(row.reads(reader));
+                EXPECT_EQ(reader.Offset(), shift + (row.peeks ? 0 : turn * std::ssize(row.needed)));
+            }
+        }
+    Reader other(Words({0xBEEE}));
+    bool value = true;
+    EXPECT_TRUE(other.Read("", value));
+    EXPECT_FALSE(value) << "every other word is false";
+}
+
+TEST(MemoryDeSerializer, ATruncatedFieldIsNeutralAndTheFailureStays)
+{
+    for (const FieldRow& row : kFieldRows)
+        for (size_t length = 0; length < row.needed.size(); ++length) {
+            SCOPED_TRACE(row.what);
+            Reader reader(row.needed.substr(0, length));
+            EXPECT_TRUE(row.fails(reader)) << length;
+            EXPECT_TRUE(reader.Failed() && reader.IsEndOfSector());
+            reader.SetPos(reader.GetSectorStart());
+            unsigned char byte = 1;
+            EXPECT_FALSE(reader.Read("", byte));
+        }
+}
+
+TEST(MemoryDeSerializer, ReadsBuffersWithinCapacityAndSector)
+{
+    const struct {
+        const char* why;
+        std::string bytes;
+        unsigned int length, fixedLength;  ///< as read into a new buffer, and into one of three bytes
+        ptrdiff_t fixedOffset;
+        bool fails, fixedFails;
+    } kRows[] = {
+        {"empty data leaves the length of the fixed form", Words({0}), 0, 77, 4, false, false},
+        {"fits", Words({3}) + "abc", 3, 3, 7, false, false},
+        {"longer than the fixed buffer is not skipped there", Words({4}) + "abcd", 4, 0, 4, false, false},
+        {"longer than both", Words({0xFFFFFFFF}) + "a", 0, 0, 4, true, false},
+        {"beyond the positive numbers", Words({0x80000000}), 0, 0, 4, true, false},
+        {"longer than the sector", Words({3}) + "ab", 0, 0, 6, true, true},
+        {"no whole length", "abc", 0, 0, 3, true, true},
+    };
+    for (const auto& [why, bytes, length, fixedLength, fixedOffset, fails, fixedFails] : kRows) {
+        SCOPED_TRACE(why);
+        Reader reader(bytes), fixedReader(bytes);
+        char* buffer = nullptr;
+        unsigned int got = 77, fixedGot = 77;
+        EXPECT_EQ(reader.Read("", buffer, got), !fails);
+        const std::unique_ptr<char[]> owned(buffer);
+        EXPECT_EQ(got, length);
+        EXPECT_EQ(buffer ? std::string(buffer, got) : "none", length ? bytes.substr(4) : "none");
+        EXPECT_TRUE(reader.Failed() == fails && reader.IsEndOfSector());
+
+        const Exactly fixed("###");
+        EXPECT_EQ(fixedReader.Read("", fixed.begin(), 3, fixedGot), fixedLength > 0);
+        EXPECT_EQ(fixedGot, fixedLength);
+        EXPECT_EQ(fixedReader.Offset(), fixedOffset);
+        EXPECT_EQ(fixedReader.Failed(), fixedFails);
+        EXPECT_EQ(fixed.Text(), fixedLength == 3 ? "abc" : "###");
+    }
+}
+
+// ---- Objects ----
+
+std::unique_ptr<Serializable> Number(unsigned int value)
+{
+    return std::make_unique<IntegerValue>(-1, eParam_t{0x7d02000a}, eCParam_EnumValue, value);
+}
+
+std::unique_ptr<Serializable> Text(std::string value)
+{
+    return std::make_unique<StringValue>(2, eParam_t{0x1302000a}, eCParam_StringValue, std::move(value));
+}
+
+template <class Container>
+std::unique_ptr<Container> Filled()
+{
+    auto container = std::make_unique<Container>();
+    for (const unsigned int value : {9u, 10u}) container->Add(Number(value));
+    container->Add(Text("Take"));
+    container->Add(std::make_unique<Checkpoint>());
+    return container;
+}
+
+std::unique_ptr<Serializable> Presets()
+{
+    auto presets = Filled<PresetsParamVector>();
+    presets->SetPresetsFile("a\0b"s);
+    return presets;
+}
+
+struct ObjectRow {
+    const char* name;
+    std::function<std::unique_ptr<Serializable>()> make;
+    std::string bytes = Golden(name);
+};
+
+const std::vector<ObjectRow>& ObjectRows()
+{
+    static const std::vector<ObjectRow> rows = {
+        {"stream.number", [] { return Number(9); }},
+        {"stream.text", [] { return Text("Take"); }},
+        {"stream.SectorHeader", [] { return std::make_unique<SectorHeader>(1, 2, 3); }},
+        {"stream.Checkpoint", [] { return std::make_unique<Checkpoint>(); }},
+        {"stream.PackageHeader", [] { return std::make_unique<PackageHeader>(); }},
+        {"stream.Vector", Filled<Vector>},
+        {"stream.PresetsParamVector", Presets},
+    };
+    return rows;
+}
+
+TEST(Stream, ObjectsAreTheirClassAndTheirFields)
+{
+    for (const ObjectRow& row : ObjectRows()) {
+        SCOPED_TRACE(row.name);
+        const auto object = row.make();
+        EXPECT_EQ(Streamed(*object), row.bytes);
+        Reader reader(row.bytes + "more");
+        StderrOf([&] {
+            const auto copy = ReadPrivate(reader);
+            ASSERT_TRUE(copy);
+            EXPECT_TRUE(copy->IsEqual(object.get()) && object->IsEqual(copy.get()));
+            EXPECT_EQ(Streamed(*copy), row.bytes) << "elements share an object, or a field went astray";
+        });
+        EXPECT_EQ(reader.Available(), 4);
+    }
+}
+
+TEST(Stream, EveryTruncationOfAnObjectReadsAsNull)
+{
+    for (const ObjectRow& row : ObjectRows())
+        for (size_t length = 0; length < row.bytes.size(); ++length) {
+            SCOPED_TRACE(testing::Message() << row.name << " cut to " << length);
+            Reader reader(row.bytes.substr(0, length));
+            StderrOf([&] { EXPECT_EQ(ReadPrivate(reader), nullptr); });
+            EXPECT_TRUE(reader.Failed() && reader.IsEndOfSector());
+        }
+}
+
+TEST(Stream, AnUnknownClassReadsAsNullAndIsNamed)
+{
+    for (const auto& bytes : {Words({3, 1}), Words({9, 1, 3})}) {
+        Reader reader(bytes);
+        const std::string message = StderrOf([&] { EXPECT_EQ(ReadPrivate(reader), nullptr); });
+        EXPECT_TRUE(
+            message.ends_with("Unable to find class factory for classID = 3\n"
+                              "pValue == NULL after ClassFactory::Create() for classID = 3\n"));
+    }
+}
+
+class Thrower : public Serializable {
+  public:
+    ~Thrower() override { ++destroyed; }
+    bool Deserialize(DeSerializer*) override { throw std::runtime_error("no"); }
+    static inline int destroyed = 0;
+};
+
+struct ThrowerFactory : ClassFactory {
+    ThrowerFactory() : ClassFactory(eClassID_t{21}) { Register(this); }
+    Serializable* Create() override { return new Thrower; }
+};
+
+TEST(Stream, AnObjectThatThrowsWhileItReadsIsDestroyedAndReadsAsNull)
+{
+    ExpectInChild([] {
+        ClassFactory::InitFactories();
+        new ThrowerFactory;
+        Reader reader(Words({21, 1}));
+        Checkpoint before;
+        Serializable* object = &before;
+        EXPECT_FALSE(reader.Read("Serializable", object));
+        EXPECT_EQ(object, nullptr);
+        EXPECT_EQ(Thrower::destroyed, 1);
+    });
+}
+
+TEST(Stream, NestingIsLimited)
+{
+    for (const unsigned int depth : {1u, kMaxObjectNesting, kMaxObjectNesting + 1, 3000u}) {
+        SCOPED_TRACE(depth);
+        std::string bytes;
+        auto vector = std::make_unique<Vector>();
+        for (unsigned int level = 1; level < depth; ++level) {
+            bytes += Words({9, 1});
+            auto outer = std::make_unique<Vector>();
+            outer->Add(std::move(vector));
+            vector = std::move(outer);
+        }
+        bytes += Words({9, 0});
+        const bool whole = depth <= kMaxObjectNesting;
+        EXPECT_EQ(MemorySerializerSizer::GetSize(vector.get(), nullptr), whole ? bytes.size() : 0)
+            << "what no reader accepts is not sent";
+        Reader reader(bytes);
+        StderrOf([&] { EXPECT_EQ(ReadPrivate(reader) != nullptr, whole); });
+    }
+}
+
+TEST(Stream, AnObjectWithoutFieldsTakesFourBytesAndNoObjectNone)
+{
+    class Empty : public Serializable {
+    } empty;
+    EXPECT_EQ(MemorySerializerSizer::GetSize(&empty, nullptr), 4u);
+    EXPECT_EQ(MemorySerializerSizer::GetSize(nullptr, nullptr), 0u);
+}
+
+// ---- Records ----
+
+TEST(SectorHeader, ComparesItsFields)
+{
+    SectorHeader header(1, 2, 3), same(1, 2, 3), odometer(9, 2, 3), version(1, 9, 3), length(1, 2, 9);
+    Checkpoint other;
+    other.SetClassID(eClassID_SectorHeader);
+    EXPECT_TRUE(header.IsEqual(&same));
+    same.SetClassID(eClassID_Checkpoint);
+    for (Serializable* const different :
+         std::initializer_list<Serializable*>{&odometer, &version, &length, &same, &other, nullptr})
+        EXPECT_FALSE(header.IsEqual(different));
+}
+
+TEST(PackageHeader, PrintsItsFields)
+{
+    EXPECT_EQ(PackageHeader().ToString(),
+              "class=PackageHeader, _packageHeaderVersion=0x1001, _productID=FFFFFFFF,"
+              " _productMode=63, _fileSize=0x0.");
+}
+
+}  // namespace
