@@ -7,6 +7,7 @@
 #include <variant>
 
 #include "config/config.h"
+#include "config/descriptors/param_descriptor.h"
 #include "messages/alarm.pb.h"
 
 using Json = nlohmann::ordered_json;

@@ -13,9 +13,9 @@
 
 #include "config/config_event.h"
 #include "config/config_event_listener.h"
-#include "config/descriptors/param_descriptor.h"
 #include "config/param_ids.h"
 
+class ParamDescriptor;
 class Serializable;
 namespace vexa::config {
 class UpdatePrecondition;

@@ -1,7 +1,13 @@
-/// What the two registries, the main and the generic one, do with their tables.
+/// The process-wide table of all parameters, and what the two registries, the main and the generic one, do with
+/// their tables.
+///
+/// Thread: the table is built, and its language switched, by one thread before the first Config is connected
+/// (registry/registry.h); afterwards it is only read, by any thread and without a lock. Every descriptor belongs
+/// to it.
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <list>
 #include <map>
 #include <string>
@@ -47,3 +53,26 @@ inline void DeleteAllIn(DescriptorTable& table)
         table.erase(table.begin());
     }
 }
+
+/// The table itself, ascending by identifier, which is the order of every listing below.
+extern DescriptorTable& g_paramDescriptors;
+
+/// The descriptor of an identifier. Never null: an unknown identifier gets a bare placeholder named "1.2.3.4"
+/// after its four bytes. Each call makes a new one that is never freed, so this is not for identifiers from a
+/// peer.
+ParamDescriptor* GetDescriptor(eParam_t id);
+/// The first descriptor with this symbolic name, exactly; null when there is none.
+ParamDescriptor* GetDescriptor(std::string paramIDName);
+/// A literal 0 would be taken for a text.
+ParamDescriptor* GetDescriptor(std::nullptr_t) = delete;
+/// The descriptor of an identifier, or null when it is not registered. For identifiers from anywhere.
+ParamDescriptor* FindDescriptor(eParam_t id);
+bool IsValidParamID(eParam_t id);
+/// The identifier with this symbolic name, 0 when there is none.
+eParam_t GetParamNameParamID(std::string paramIDName);
+std::list<std::string> GetParamIDNames();
+std::list<eParam_t> GetParamIDs();
+
+/// Two-line value names for the front panel that has two lines; takes effect at the next build.
+void SetEncodeDescriptors(bool encode);
+bool GetEncodeDescriptors();

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "config/descriptors/param_descriptor.h"
 #include "config/manager/config_manager.h"
 
 bool ConfigManager::AddConfigEventListener(ConfigEventListener* listener)

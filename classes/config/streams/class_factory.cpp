@@ -5,7 +5,6 @@
 #include <map>
 
 #include "config/base/semaphore_helper.h"
-#include "config/values/standard_factories.h"
 
 namespace {
 
@@ -36,13 +35,12 @@ bool IsRegistryEmpty()
 
 }  // namespace
 
-/// All of them or none: without memory for one, the next call tries again.
-void ClassFactory::InitFactories()
+void ClassFactory::RegisterIfEmpty(void (*registerAll)())
 {
     SemaphoreHelper hold(initLock);
     if (!IsRegistryEmpty()) return;
     try {
-        RegisterStandardFactories();
+        registerAll();
     } catch (...) {
         SemaphoreHelper holdRegistry(registryLock);
         for (const auto& [id, factory] : registry) delete factory;

@@ -48,5 +48,9 @@ class ClassFactory {
     static std::recursive_mutex& PrototypeMutex();
 
   private:
+    /// Runs `registerAll` unless a factory is registered. All of its factories are registered or none: without
+    /// memory for one, the next call tries again.
+    static void RegisterIfEmpty(void (*registerAll)());
+
     const eClassID_t m_classID;
 };

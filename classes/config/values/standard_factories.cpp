@@ -68,3 +68,9 @@ void RegisterStandardFactories()
     new vexa::config::values::PresetsFactory(vexa::config::values::ePresetsPolicy_ParamVector);
     new vexa::config::values::PackageHeaderFactory;
 }
+
+/// Here, because a factory's room does not know the classes that it makes.
+void ClassFactory::InitFactories()
+{
+    RegisterIfEmpty(&RegisterStandardFactories);
+}

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "config/config.h"
+#include "config/descriptors/param_descriptor.h"
 
 AlarmConsumer::AlarmConsumer(Config* config) : m_config(config)
 {

@@ -3,7 +3,7 @@
 #include <libintl.h>
 
 #include "config/descriptors/placeholder.h"
-#include "config/descriptors/registry/registry.h"
+#include "config/descriptors/descriptor_table.h"
 
 namespace vexa::config::catalogue {
 

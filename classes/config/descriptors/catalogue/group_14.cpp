@@ -1,6 +1,6 @@
 #include "config/descriptors/catalogue/builders.h"
 #include "config/descriptors/catalogue/value_lists.h"
-#include "config/descriptors/registry/registry.h"
+#include "config/descriptors/descriptor_table.h"
 #include "services/product/product_features.h"
 #include "services/product/product_id.h"
 

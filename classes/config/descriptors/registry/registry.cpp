@@ -2,7 +2,6 @@
 
 #include <libintl.h>
 
-#include <atomic>
 #include <clocale>
 #include <cstdio>
 
@@ -15,16 +14,12 @@
 #include "services/product/product_features.h"
 #include "services/product/product_id.h"
 
-// Not destroyed with the process: a worker thread may still look a descriptor up while it ends.
-DescriptorTable& g_paramDescriptors = *new DescriptorTable;
-
 namespace {
 
 constexpr const char* kTextDomain = "config";
 constexpr const char* kLocaleFolder = "/usr/share/locale";
 
 StaticLock buildLock;
-std::atomic<bool> encodeDescriptors = false;
 
 void Build()
 {
@@ -55,43 +50,6 @@ void DestroyDescriptors()
     SemaphoreHelper hold(buildLock);
     DeleteAllIn(g_paramDescriptors);
     vexa::config::generic::DestroyDescriptors();
-}
-
-ParamDescriptor* FindDescriptor(eParam_t id)
-{
-    return FindIn(g_paramDescriptors, id);
-}
-
-ParamDescriptor* GetDescriptor(eParam_t id)
-{
-    ParamDescriptor* const found = FindDescriptor(id);
-    return found ? found : CreatePlaceholderDescriptor(id);
-}
-
-ParamDescriptor* GetDescriptor(std::string paramIDName)
-{
-    return FindNameIn(g_paramDescriptors, paramIDName);
-}
-
-bool IsValidParamID(eParam_t id)
-{
-    return FindDescriptor(id) != nullptr;
-}
-
-eParam_t GetParamNameParamID(std::string paramIDName)
-{
-    ParamDescriptor* const found = GetDescriptor(std::move(paramIDName));
-    return found ? found->GetParamID() : eParam_t{};
-}
-
-std::list<std::string> GetParamIDNames()
-{
-    return ParamIDNamesOf(g_paramDescriptors);
-}
-
-std::list<eParam_t> GetParamIDs()
-{
-    return ParamIDsOf(g_paramDescriptors);
 }
 
 void AddMenuNumberAttribute()
@@ -151,14 +109,4 @@ bool SetLocaleDescriptors(unsigned int locale)
     CreateDescriptors();
     textdomain(textDomain.c_str());
     return true;
-}
-
-void SetEncodeDescriptors(bool encode)
-{
-    encodeDescriptors = encode;
-}
-
-bool GetEncodeDescriptors()
-{
-    return encodeDescriptors;
 }

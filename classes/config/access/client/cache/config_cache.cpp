@@ -1,4 +1,5 @@
 #include "config/access/client/cache/config_cache.h"
+#include "config/descriptors/param_descriptor.h"
 
 #include <cstdio>
 

@@ -12,6 +12,7 @@
 #include "config/access/io/connection_utilities.h"
 #include "config/access/io/mq_notification.h"
 #include "config/base/no_signals.h"
+#include "config/descriptors/param_descriptor.h"
 
 namespace vexa::config::access {
 
