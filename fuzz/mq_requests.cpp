@@ -25,7 +25,7 @@ mq::XCONFIGMGR_RESPONSE_T Ask(mqd_t daemon, mqd_t answers)
     request.paramID = eParamID_RegisterSave;
     request.value = 7;
     const std::string bytes = RecordBytes(request);
-    const mq::QueueDeadline never(mq::kNoQueueTimeout);
+    const vexa::Deadline never(vexa::Deadline::kNever);
     mq::SendMessage(daemon, bytes.data(), bytes.size(), 0, never);
     mq::XCONFIGMGR_RESPONSE_T answer;
     while (answer.info.requestID != kOwnRequest) {

@@ -34,7 +34,7 @@ inline void SendNow(mqd_t queue, const std::string& message)
     mq_attr attributes{};
     mq_getattr(queue, &attributes);
     const size_t length = std::min(message.size(), static_cast<size_t>(attributes.mq_msgsize));
-    mq::SendMessage(queue, message.data(), length, 0, mq::QueueDeadline(0));
+    mq::SendMessage(queue, message.data(), length, 0, vexa::Deadline(0));
 }
 
 template <class Record>

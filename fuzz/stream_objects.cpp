@@ -64,7 +64,7 @@ void TestQueue(const char* bytes, size_t size)
     IPCDeSerializer reader(eSerializationFormat_Memory, queue, std::chrono::milliseconds(0));
     CONFIGMGR_STREAM_HEADER_T header;
     header.type = kType;
-    const std::lock_guard hold(ClassFactory::PrototypeMutex());
+    const vexa::RecursiveMutexLock hold(ClassFactory::PrototypeMutex());
     Serializable* const object = reader.Read(header, false);
     if (object) Written(*object);
     ClassFactory::Release(object);

@@ -288,7 +288,7 @@ std::optional<Parameter> Session::Find(const std::string& name)
 
 void Session::Print(const std::string& line)
 {
-    const std::lock_guard hold(m_output);
+    const vexa::MutexLock hold(m_output);
     fwrite(line.data(), 1, line.size(), stdout);
     fputc('\n', stdout);
 }
@@ -296,7 +296,7 @@ void Session::Print(const std::string& line)
 void Session::Complain(const std::string& message)
 {
     const std::string place = scriptLine ? "line " + std::to_string(scriptLine) + ": " : "";
-    const std::lock_guard hold(m_output);
+    const vexa::MutexLock hold(m_output);
     fprintf(m_messages, "vexactl: %s%s\n", place.c_str(), message.c_str());
 }
 

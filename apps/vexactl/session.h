@@ -4,12 +4,12 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "config/base/mutex.h"
 #include "vexactl/deadline.h"
 #include "vexactl/exit_status.h"
 #include "vexactl/parameter.h"
@@ -111,5 +111,5 @@ class Session {
     std::unique_ptr<vexa::config::access::PosixMQFactory> m_factory;
     FILE* m_messages = stderr;
     std::unique_ptr<Watcher> m_watcher;
-    std::mutex m_output;
+    vexa::Mutex m_output;
 };

@@ -121,7 +121,7 @@ class ScriptedDaemon {
     void Send(uint32_t connectionID, const std::string& bytes)
     {
         while (const auto queue = Client(connectionID)) {
-            if (mq::SendMessage(*queue, bytes.data(), bytes.size(), 0, mq::QueueDeadline(20), m_stop)) return;
+            if (mq::SendMessage(*queue, bytes.data(), bytes.size(), 0, vexa::Deadline(20), m_stop)) return;
             if (errno != ETIMEDOUT) return;
         }
     }
@@ -159,7 +159,7 @@ class ScriptedDaemon {
     {
         std::vector<char> message;
         size_t length = 0;
-        while (mq::WaitForQueue(m_queue, POLLIN, mq::QueueDeadline(mq::kNoQueueTimeout), m_stop)) {
+        while (mq::WaitForQueue(m_queue, POLLIN, vexa::Deadline(vexa::Deadline::kNever), m_stop)) {
             if (!mq::ReceiveMessage(m_queue, message, length)) continue;
             MQRequest request;  // ReceiveMessage adds zeros to short ones
             wire::Decode<wire::HostOrder>(message.data(), message.size(),

@@ -4,7 +4,7 @@
 #include <pthread.h>
 #include <signal.h>
 
-namespace vexa::config::access {
+namespace vexa {
 
 /// Blocks all signals of this thread, and so those of the threads that it starts, for a scope.
 class NoSignals {
@@ -23,4 +23,4 @@ class NoSignals {
     sigset_t m_before;
 };
 
-}  // namespace vexa::config::access
+}  // namespace vexa

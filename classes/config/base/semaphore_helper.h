@@ -36,9 +36,8 @@ class VEXA_SCOPED_CAPABILITY SemaphoreHelper {
     bool m_owesPost;
 };
 
-/// A lock for process-wide objects: made at load, never destroyed, because worker threads may end the
-/// process. Construct it as a function-local or namespace-level object; it is a plain `LockSemaphore`
-/// otherwise.
+/// A lock that is made with its object and never destroyed: for what threads may still use while the process, or
+/// its owner, ends. Otherwise a plain `LockSemaphore`.
 struct VEXA_CAPABILITY("semaphore") StaticLock : LockSemaphore {
     StaticLock() { SemaphoreHelper::Init(*this); }
 };

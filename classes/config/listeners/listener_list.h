@@ -1,84 +1,99 @@
-/// ListenerList: the listeners of a client-side Config, and how an event reaches them.
+/// ListenerList: the listeners of a Config, and how an event reaches them.
 #pragma once
 
-#include <algorithm>
-#include <cstdio>
-#include <mutex>
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <string>
 #include <vector>
 
-#include "config/base/semaphore_helper.h"
+#include "config/base/mutex.h"
 #include "config/config_event_listener.h"
+#include "config/listeners/listener_lock.h"
 
-/// The list has its own lock, which is never held during a callback: a callback may add and remove listeners.
-/// Deliveries take turns, so a listener is never in two calls at once. Thread: any.
+namespace vexa {
+
+/// Deliveries take turns: one thread at a time calls listeners, in the order of registration. A delivery that a
+/// callback causes waits until the running one has reached every listener, so all hear the changes in one order.
+///
+/// The list has a lock of its own, which is never held during a callback: a callback may add and remove listeners.
+/// One that is removed is not called any more, not even for the event that is being delivered; one that is added
+/// hears the next event. Thread: any.
 class ListenerList {
   public:
-    ListenerList() { SemaphoreHelper::Init(m_lock); }
-    ~ListenerList() { SemaphoreHelper::Destroy(m_lock); }
+    /// @param reportException  prints one line about a listener that threw.
+    explicit ListenerList(void (*reportException)() = &ReportException) : m_reportException(reportException)
+    {
+    }
     ListenerList(const ListenerList&) = delete;
     ListenerList& operator=(const ListenerList&) = delete;
 
-    /// @param listener  borrowed until it is erased.
-    void Append(ConfigEventListener* listener)
-    {
-        SemaphoreHelper hold(m_lock);
-        m_listeners.push_back(listener);
-    }
-    /// Removes every entry of the listener. A callback may still be running: see WaitForDelivery.
+    /// One more registration: a listener that is added twice is called twice.
+    /// @param listener  borrowed until it is removed.
+    void Add(ConfigEventListener* listener);
+    /// Takes the oldest registration of the listener away. A callback may still run: see WaitForDelivery.
     /// @return whether there was one.
-    bool Erase(ConfigEventListener* listener)
-    {
-        SemaphoreHelper hold(m_lock);
-        return std::erase(m_listeners, listener) > 0;
-    }
-    void Clear()
-    {
-        SemaphoreHelper hold(m_lock);
-        m_listeners.clear();
-    }
-    bool Contains(ConfigEventListener* listener) const
-    {
-        SemaphoreHelper hold(m_lock);
-        return std::ranges::find(m_listeners, listener) != m_listeners.end();
-    }
-    bool IsEmpty() const
-    {
-        SemaphoreHelper hold(m_lock);
-        return m_listeners.empty();
-    }
+    bool RemoveOne(ConfigEventListener* listener);
+    /// Takes all of its registrations away. @return whether there was one.
+    bool RemoveAll(ConfigEventListener* listener);
+    void Clear();
+    bool Contains(ConfigEventListener* listener) const;
+    bool IsEmpty() const;
 
-    /// Returns when no other thread is inside a callback; after Erase, the listener is not called again.
+    /// Blocks other deliveries for the life of a scope; nested scopes of one thread hold the turn together. A
+    /// change is made, or an event taken from its queue, under the turn in which it is delivered: so nothing
+    /// overtakes it, and it cannot outlast WaitForDelivery and reach a listener that came later.
+    class VEXA_SCOPED_CAPABILITY Turn {
+      public:
+        explicit Turn(ListenerList& list) VEXA_ACQUIRE(list.m_turn) : m_hold(list.m_turn) {}
+        ~Turn() VEXA_RELEASE() {}
+
+      private:
+        ListenerLock::Guard m_hold;
+    };
+
+    /// Returns when no other thread is inside a callback: a listener that was removed before is not called again.
     /// Hold no lock that a callback takes.
-    void WaitForDelivery() { const std::lock_guard turn(m_delivery); }
+    void WaitForDelivery() { const Turn turn(*this); }
 
-    /// Deliveries wait meanwhile. Taken before an event leaves its queue, so that the event cannot outlast
-    /// WaitForDelivery and reach a listener that came later.
-    [[nodiscard]] std::unique_lock<std::recursive_mutex> TakeTurn() { return std::unique_lock(m_delivery); }
-
-    /// Calls every listener, in the order of registration. One that throws is reported and the others are
-    /// still called.
-    template <class Call>
-    void Deliver(const Call& call)
-    {
-        const std::lock_guard turn(m_delivery);
-        for (ConfigEventListener* const listener : Snapshot()) {
-            if (!Contains(listener)) continue;  // removed by a callback of this delivery
-            try {
-                call(*listener);
-            } catch (...) {
-                fputs("ListenerList::Deliver - a listener failed with an exception\n", stderr);
-            }
-        }
-    }
+    /// Tell every listener of a change, now or, in a callback of this list, after the running delivery. A listener
+    /// that throws is reported and the others are still told.
+    void TellNumber(eParam_t id, unsigned int value, timeval time);
+    void TellText(eParam_t id, std::string text, timeval time);
+    /// Each listener gets a copy of its own.
+    void TellData(eParam_t id, std::string data, timeval time);
 
   private:
-    std::vector<ConfigEventListener*> Snapshot() const
-    {
-        SemaphoreHelper hold(m_lock);
-        return m_listeners;
-    }
+    using Delivery = std::function<void(ConfigEventListener&)>;
+    struct Registration {
+        ConfigEventListener* listener;
+        uint32_t number;  // tells a registration from a later one of the same listener
+    };
 
-    std::recursive_mutex m_delivery;  // recursive: a callback may cause a delivery or remove a listener
-    mutable LockSemaphore m_lock;
-    std::vector<ConfigEventListener*> m_listeners VEXA_GUARDED_BY(m_lock);  // borrowed
+    template <class Call>
+    void Deliver(const Call& call);
+    template <class Call>
+    void CallAll(const Call& call) VEXA_REQUIRES(m_turn);
+    void Refresh() VEXA_REQUIRES(m_turn);
+    bool Has(const Registration& registration) const;
+    static void ReportException();
+
+    void (*const m_reportException)();
+
+    ListenerLock m_turn;
+    bool m_delivering VEXA_GUARDED_BY(m_turn) = false;
+    std::deque<Delivery> m_deferred VEXA_GUARDED_BY(m_turn);
+    // The registrations as of m_callingVersion: a delivery looks at the list again only when it has changed.
+    std::vector<Registration> m_calling VEXA_GUARDED_BY(m_turn);
+    uint32_t m_callingVersion VEXA_GUARDED_BY(m_turn) = 0;
+
+    std::atomic<uint32_t> m_version = 0;  // of m_registrations; changed under m_lock
+    mutable Mutex m_lock;                 // after m_turn
+    std::vector<Registration> m_registrations VEXA_GUARDED_BY(m_lock);
+    std::vector<Registration> m_spare
+        VEXA_GUARDED_BY(m_lock);  // room for m_calling: Refresh allocates nothing
+    uint32_t m_nextNumber VEXA_GUARDED_BY(m_lock) = 0;
 };
+
+}  // namespace vexa

@@ -1,4 +1,4 @@
-/// The lock of a store's listeners.
+/// The lock under which listeners are called.
 #pragma once
 
 #include <atomic>
@@ -7,12 +7,16 @@
 
 #include "config/base/semaphore_helper.h"
 
-/// A semaphore that knows the thread that holds it: a listener that writes to its store from a callback comes
-/// back to the lock that its own thread holds, and passes.
+namespace vexa {
+
+/// A semaphore that knows the thread that holds it: a listener that writes to its configuration from a callback
+/// comes back to the lock that its own thread holds, and passes.
 class VEXA_CAPABILITY("semaphore") ListenerLock {
   public:
-    bool Init() { return SemaphoreHelper::Init(m_semaphore); }
-    bool Destroy() { return SemaphoreHelper::Destroy(m_semaphore); }
+    ListenerLock() { SemaphoreHelper::Init(m_semaphore); }
+    ~ListenerLock() { SemaphoreHelper::Destroy(m_semaphore); }
+    ListenerLock(const ListenerLock&) = delete;
+    ListenerLock& operator=(const ListenerLock&) = delete;
 
     /// Holds the lock for a scope; nested scopes of one thread hold it together.
     class VEXA_SCOPED_CAPABILITY Guard {
@@ -39,3 +43,5 @@ class VEXA_CAPABILITY("semaphore") ListenerLock {
     LockSemaphore m_semaphore;
     std::atomic<std::thread::id> m_owner;
 };
+
+}  // namespace vexa

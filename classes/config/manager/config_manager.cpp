@@ -38,19 +38,16 @@ const char* NameOf(const StringQueue&)
 
 // --- life ---
 
-ConfigManager::ConfigManager(eConfigID_t configID) : m_configID(configID)
+ConfigManager::ConfigManager(eConfigID_t configID)
+    : m_configID(configID),
+      m_rangeRules(*this, m_listeners, [this](eParam_t id, unsigned int value) { SetConfigParam(id, value); })
 {
-    SemaphoreHelper::Init(m_useCountLock);
-    m_listenerLock.Init();
-    SemaphoreHelper::Init(m_valueLock);
 }
 
 ConfigManager::~ConfigManager()
 {
     DeleteAllUpdatePreconditions();
     SemaphoreHelper::Destroy(m_useCountLock);
-    m_listenerLock.Destroy();
-    // The value lock is left alone, like the values: a late reader may be on its way out of it.
     SemaphoreHelper hold(m_valueLock);
     value_pool::Give(m_values);
 }
@@ -336,7 +333,7 @@ bool ConfigManager::SetFront(IntegerQueue& queue, timeval time)
 
     // From the store to the last event: otherwise two writers could announce in another order than they
     // stored.
-    ListenerLock::Guard hold(m_listenerLock);
+    const vexa::ListenerList::Turn turn(m_listeners);
     if (!SetConfigParam(id, value)) return false;  // stamps the update
     ExecutePostTriggers(id, value);
     FireParamChangedEvent(id, value, time);
@@ -365,7 +362,7 @@ bool ConfigManager::SetFront(StringQueue& queue, timeval time)
     }
     if (!PassesPreconditions(descriptor, queue)) return false;
 
-    ListenerLock::Guard hold(m_listenerLock);
+    const vexa::ListenerList::Turn turn(m_listeners);
     if (!SetConfigParam(id, value)) return false;  // stamps the update
     ExecutePostTriggers(id, value);
     FireParamChangedEvent(id, value, time);
@@ -381,10 +378,110 @@ bool ConfigManager::SetData(eParam_t id, std::string& data, timeval time)
         PrintDescriptorError(kSetData);
         return false;
     }
-    ListenerLock::Guard hold(m_listenerLock);
+    const vexa::ListenerList::Turn turn(m_listeners);
     const bool stored = SetConfigParam(id, data);
     StampUpdate();
     FireDataChangedEvent(id, data, time);
     FireDataChangedEvents(descriptor->GetDependentParamIDs(), time);
     return stored;
+}
+
+bool ConfigManager::EnforceRangeLimits(eParam_t id, unsigned int& value)
+{
+    m_rangeRules.Limit(id, value);
+    return true;
+}
+
+bool ConfigManager::EnforceTakeLimits(unsigned int& value)
+{
+    m_rangeRules.LimitTake(value);
+    return true;
+}
+
+bool ConfigManager::ExecutePostTriggers(eParam_t id, unsigned int&)
+{
+    m_rangeRules.AfterNumber(id);
+    return true;
+}
+
+bool ConfigManager::ExecutePostTriggers(eParam_t id, std::string)
+{
+    m_rangeRules.AfterText(id);
+    return true;
+}
+
+// --- listeners ---
+
+bool ConfigManager::AddConfigEventListener(ConfigEventListener* listener)
+{
+    if (!listener) return false;
+    m_listeners.Add(listener);
+    return true;
+}
+
+bool ConfigManager::AddConfigEventListener(eParam_t, ConfigEventListener* listener)
+{
+    return AddConfigEventListener(listener);
+}
+
+bool ConfigManager::RemoveConfigEventListener(ConfigEventListener* listener)
+{
+    const bool removed = m_listeners.RemoveOne(listener);
+    m_listeners.WaitForDelivery();
+    return removed;
+}
+
+bool ConfigManager::FireParamChangedEvent(eParam_t id, unsigned int value, timeval time)
+{
+    m_listeners.TellNumber(id, value, time);
+    return true;
+}
+
+bool ConfigManager::FireParamChangedEvent(eParam_t id, std::string value, timeval time)
+{
+    m_listeners.TellText(id, std::move(value), time);
+    return true;
+}
+
+bool ConfigManager::FireDataChangedEvent(eParam_t id, std::string& data, timeval time)
+{
+    m_listeners.TellData(id, data, time);
+    return true;
+}
+
+bool ConfigManager::FireParamsChangedEvents(std::vector<eParam_t> ids, timeval time)
+{
+    for (const eParam_t id : ids) {
+        ParamDescriptor* const descriptor = GetParamDescriptor(id);
+        if (!descriptor) continue;
+        const vexa::ListenerList::Turn turn(m_listeners);  // nothing is stored between reading and telling
+        if (descriptor->GetParamType() == eCParam_StringValue) {
+            std::string text;
+            Get(id, text);
+            FireParamChangedEvent(id, text, time);
+        } else {
+            unsigned int value = 0;
+            Get(id, value);
+            FireParamChangedEvent(id, value, time);
+        }
+    }
+    return true;
+}
+
+bool ConfigManager::FireDataChangedEvents(std::vector<eParam_t> ids, timeval time)
+{
+    for (const eParam_t id : ids) {
+        if (!GetParamDescriptor(id)) continue;
+        const vexa::ListenerList::Turn turn(m_listeners);
+        std::string data;
+        GetData(id, data);
+        FireDataChangedEvent(id, data, time);
+    }
+    return true;
+}
+
+void ConfigManager::FireDependents(eParam_t id, timeval time)
+{
+    if (ParamDescriptor* const descriptor = GetParamDescriptor(id))
+        FireParamsChangedEvents(descriptor->GetDependentParamIDs(), time);
 }

@@ -2,15 +2,14 @@
 #pragma once
 
 #include <atomic>
-#include <deque>
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "config/base/semaphore_helper.h"
 #include "config/config.h"
-#include "config/listeners/listener_lock.h"
+#include "config/listeners/listener_list.h"
+#include "config/manager/range_rules.h"
 #include "config/manager/update_precondition.h"
 #include "config/streams/serializable.h"
 
@@ -97,8 +96,6 @@ class ConfigManager : public Config {
     bool FireDataChangedEvents(std::vector<eParam_t> ids, timeval time);
 
   private:
-    using Delivery = std::function<void(ConfigEventListener&)>;
-
     template <class Queue>
     bool Asks(vexa::config::UpdatePrecondition& precondition, Queue& queue);
     template <class Queue>
@@ -108,32 +105,20 @@ class ConfigManager : public Config {
     Serializable* CreateValue(ParamDescriptor* descriptor);
     void StampUpdate();
     void FireDependents(eParam_t id, timeval time);
-    void EnforceCustomTakeLimits(unsigned int& value);
-    void ResetTake(eParam_t take);
-    void PutBack(eParam_t id, unsigned int forced, unsigned int saved);
-    template <class Call>
-    bool Deliver(const Call& call) VEXA_EXCLUDES(m_valueLock);
-    template <class Call>
-    void CallListeners(const Call& call) VEXA_REQUIRES(m_listenerLock);
-
     const eConfigID_t m_configID;
 
+    // Locks in the order in which they are made. The value lock is left alone at the end, like the values: a late
+    // reader may be on its way out of it.
+    StaticLock m_useCountLock;
+    vexa::ListenerList m_listeners;
+    StaticLock m_valueLock;
+
+    int32_t m_useCount VEXA_GUARDED_BY(m_useCountLock) = 0;
     std::map<eParam_t, Serializable*> m_values VEXA_GUARDED_BY(m_valueLock);  // owned; only ever grows
-    LockSemaphore m_valueLock;
 
     // Two words that nobody reads together; the newest store wins.
     std::atomic<uint32_t> m_lastUpdateSeconds = 0, m_lastUpdateMicroseconds = 0;
 
-    std::vector<ConfigEventListener*> m_listeners VEXA_GUARDED_BY(m_listenerLock);  // borrowed
-    std::deque<Delivery> m_deferred VEXA_GUARDED_BY(m_listenerLock);  // changes made by listeners
-    bool m_delivering VEXA_GUARDED_BY(m_listenerLock) = false;
-    // The listeners of the running delivery that are still to be called: a callback may remove some.
-    size_t m_nextListener VEXA_GUARDED_BY(m_listenerLock) = 0, m_endListener
-                                                               VEXA_GUARDED_BY(m_listenerLock) = 0;
-    ListenerLock m_listenerLock;
-
     std::vector<vexa::config::UpdatePrecondition*> m_preconditions;  // owned; set up before concurrent writes
-
-    int32_t m_useCount VEXA_GUARDED_BY(m_useCountLock) = 0;
-    LockSemaphore m_useCountLock;
+    vexa::RangeRules m_rangeRules;
 };

@@ -1,9 +1,12 @@
-/// The device's own rules in ConfigManager: take numbers and clip naming.
+#include "config/manager/range_rules.h"
+
 #include <algorithm>
 #include <cstdio>
 
-#include "config/manager/config_manager.h"
+#include "config/config.h"
 #include "config/manager/media_library.h"
+
+namespace vexa {
 
 namespace {
 
@@ -33,65 +36,63 @@ unsigned int LastTakeOnMedia(Config& config)
 
 }  // namespace
 
-bool ConfigManager::EnforceRangeLimits(eParam_t id, unsigned int& value)
+void RangeRules::Limit(eParam_t id, unsigned int& value)
 {
     if (id == eParamID_CustomTake)
-        EnforceCustomTakeLimits(value);
+        LimitCustomTake(value);
     else if (id == eParamID_CurrentMediaAvailable)
         value = std::min(value, kMaxMediaAvailable);
     else if (id == eParamID_Take)
-        EnforceTakeLimits(value);
-    return true;
+        LimitTake(value);
 }
 
 /// The clip finder reads how clips are named from the store. For a custom take it must find custom names and
 /// takes and no gang, whatever the user has set, so these are forced for the length of the search.
-void ConfigManager::EnforceCustomTakeLimits(unsigned int& value)
+void RangeRules::LimitCustomTake(unsigned int& value)
 {
-    ListenerLock::Guard hold(m_listenerLock);  // nobody's change comes in between, and none is told of
-    const unsigned int clipName = Get(eParamID_UseCustomClipName);
-    const unsigned int clipTake = Get(eParamID_UseCustomClipTake);
-    const unsigned int gang = Get(eParamID_GangEnable);
-    SetConfigParam(eParamID_GangEnable, 0u);
-    SetConfigParam(eParamID_UseCustomClipName, 1u);
-    SetConfigParam(eParamID_UseCustomClipTake, 1u);
-    EnforceTakeLimits(value);
+    const ListenerList::Turn turn(m_listeners);  // no other change in between, and no event
+    const unsigned int clipName = m_store.Get(eParamID_UseCustomClipName);
+    const unsigned int clipTake = m_store.Get(eParamID_UseCustomClipTake);
+    const unsigned int gang = m_store.Get(eParamID_GangEnable);
+    m_setSilently(eParamID_GangEnable, 0);
+    m_setSilently(eParamID_UseCustomClipName, 1);
+    m_setSilently(eParamID_UseCustomClipTake, 1);
+    LimitTake(value);
     PutBack(eParamID_UseCustomClipName, 1, clipName);
     PutBack(eParamID_UseCustomClipTake, 1, clipTake);
     PutBack(eParamID_GangEnable, 0, gang);
 }
 
 /// Leaves alone what a user has changed meanwhile.
-void ConfigManager::PutBack(eParam_t id, unsigned int forced, unsigned int saved)
+void RangeRules::PutBack(eParam_t id, unsigned int forced, unsigned int saved)
 {
-    if (Get(id) == forced) SetConfigParam(id, saved);
+    if (m_store.Get(id) == forced) m_setSilently(id, saved);
 }
 
-bool ConfigManager::EnforceTakeLimits(unsigned int& value)
+void RangeRules::LimitTake(unsigned int& value)
 {
-    const unsigned int last = LastTakeOnMedia(*this);
+    const unsigned int last = LastTakeOnMedia(m_store);
     if (last >= value) value = std::min(last, kMaxTake) + 1;
     value = std::min(value, kMaxTake);
-    return true;
 }
 
-bool ConfigManager::ExecutePostTriggers(eParam_t id, unsigned int&)
+void RangeRules::AfterNumber(eParam_t id)
 {
     if (id == eParamID_ClipName || id == eParamID_ClipNumber || id == eParamID_ClipAppend ||
         id == eParamID_AlphaAppend)
         ResetTake(eParamID_Take);
-    return true;
 }
 
-bool ConfigManager::ExecutePostTriggers(eParam_t id, std::string)
+void RangeRules::AfterText(eParam_t id)
 {
     if (id == eParamID_CustomClipName) ResetTake(eParamID_CustomTake);
-    return true;
 }
 
-void ConfigManager::ResetTake(eParam_t take)
+void RangeRules::ResetTake(eParam_t take)
 {
     unsigned int first = 1;
-    EnforceRangeLimits(take, first);
-    SetConfigParam(take, first);
+    Limit(take, first);
+    m_setSilently(take, first);
 }
+
+}  // namespace vexa

@@ -90,8 +90,8 @@ void ClassFactory::Release(Serializable* object)
     if (object && !IsShared(object->GetClassID())) delete object;
 }
 
-std::recursive_mutex& ClassFactory::PrototypeMutex()
+vexa::RecursiveMutex& ClassFactory::PrototypeMutex()
 {
-    static std::recursive_mutex& mutex = *new std::recursive_mutex;
+    static vexa::RecursiveMutex& mutex = *new vexa::RecursiveMutex;
     return mutex;
 }

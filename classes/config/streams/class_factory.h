@@ -1,8 +1,8 @@
 /// ClassFactory: makes serializable objects from their class identifier.
 #pragma once
 
-#include <mutex>
 
+#include "config/base/mutex.h"
 #include "config/streams/class_id.h"
 #include "config/streams/serializable.h"
 
@@ -45,7 +45,7 @@ class ClassFactory {
     static void Release(Serializable* object);
     /// Held from Create until the content of a shared object has been copied. Recursive, because objects
     /// nest.
-    static std::recursive_mutex& PrototypeMutex();
+    static vexa::RecursiveMutex& PrototypeMutex();
 
   private:
     /// Runs `registerAll` unless a factory is registered. All of its factories are registered or none: without

@@ -29,7 +29,7 @@ PrivateCopy::PrivateCopy(Serializable* object) : m_object(object)
 
 std::unique_ptr<Serializable> ReadPrivate(DeSerializer& stream)
 {
-    const std::lock_guard hold(ClassFactory::PrototypeMutex());
+    const vexa::RecursiveMutexLock hold(ClassFactory::PrototypeMutex());
     Serializable* object = nullptr;
     if (!stream.Read("Serializable", object) || !object) return nullptr;
     if (ClassFactory::IsShared(object->GetClassID())) return CopyShared(object);

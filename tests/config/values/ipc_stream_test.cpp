@@ -82,7 +82,7 @@ bool Send(const Queue& queue, int32_t type, unsigned int number, uint32_t id = 0
 std::string Receive(const Queue& queue, CONFIGMGR_STREAM_HEADER_T& header, bool wait,
                     std::chrono::milliseconds limit)
 {
-    const std::lock_guard hold(ClassFactory::PrototypeMutex());
+    const vexa::RecursiveMutexLock hold(ClassFactory::PrototypeMutex());
     IPCDeSerializer reader(eSerializationFormat_Memory, queue.ID(), limit);
     auto* const value = dynamic_cast<ConfigValue*>(reader.Read(header, wait));
     return value ? value->ToString() : "null";

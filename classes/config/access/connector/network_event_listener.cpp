@@ -16,14 +16,14 @@ NetworkEventListener::~NetworkEventListener()
 
 bool NetworkEventListener::Open(const std::string& uri)
 {
-    return !IsOpen() && Open(ConfigFactoryImpl::GetInstance()->Connect(uri));
+    return !Current() && Open(ConfigFactoryImpl::GetInstance()->Connect(uri));
 }
 
 bool NetworkEventListener::Open(Config* config)
 {
-    if (!config || IsOpen()) return false;
+    if (!config || Current()) return false;
     {
-        const std::lock_guard hold(m_mutex);
+        const MutexLock hold(m_mutex);
         m_config = config;
     }
     // Without the mutex: a running callback, which this may wait for, may be about to add an event here.
@@ -33,31 +33,33 @@ bool NetworkEventListener::Open(Config* config)
 
 void NetworkEventListener::Close()
 {
-    if (!IsOpen()) return;
+    Config* const config = Current();
+    if (!config) return;
     // Other users may keep the configuration alive, which must not call this object any more.
-    m_config->RemoveConfigEventListener(this);
-    ConfigFactoryImpl::GetInstance()->Disconnect(m_config);
-    std::unique_lock hold(m_mutex);
+    config->RemoveConfigEventListener(this);
+    ConfigFactoryImpl::GetInstance()->Disconnect(config);
+    const MutexLock hold(m_mutex);
     m_config = nullptr;
     pthread_cond_broadcast(&m_changed);
-    m_waiterLeft.wait(hold, [this] { return m_waiters == 0; });
+    while (m_waiters > 0) m_waiterLeft.Wait(m_mutex);
 }
 
-bool NetworkEventListener::IsOpen()
+/// @return null while closed.
+Config* NetworkEventListener::Current()
 {
-    const std::lock_guard hold(m_mutex);
-    return m_config != nullptr;
+    const MutexLock hold(m_mutex);
+    return m_config;
 }
 
 void NetworkEventListener::SetTimeoutInMS(unsigned int milliseconds)
 {
-    const std::lock_guard hold(m_mutex);
+    const MutexLock hold(m_mutex);
     m_timeoutInMS = milliseconds;
 }
 
 void NetworkEventListener::SetMaximumQueueSize(unsigned int events)
 {
-    const std::lock_guard hold(m_mutex);
+    const MutexLock hold(m_mutex);
     m_maximumQueueSize = events;
 }
 
@@ -82,24 +84,24 @@ timespec NetworkEventListener::Deadline(timespec now, unsigned int timeoutInMS)
     return deadline;
 }
 
-/// Waits once, for whoever holds the mutex. @return the error of the wait.
+/// Waits once. @return the error of the wait.
 int NetworkEventListener::WaitForSignal()
 {
-    if (m_timeoutInMS == kNoTimeout) return pthread_cond_wait(&m_changed, m_mutex.native_handle());
+    if (m_timeoutInMS == kNoTimeout) return pthread_cond_wait(&m_changed, m_mutex.NativeHandle());
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     const timespec deadline = Deadline(now, m_timeoutInMS);
-    return pthread_cond_timedwait(&m_changed, m_mutex.native_handle(), &deadline);
+    return pthread_cond_timedwait(&m_changed, m_mutex.NativeHandle(), &deadline);
 }
 
 bool NetworkEventListener::WaitForConfigEvent(ConfigEvent& event)
 {
-    const std::lock_guard hold(m_mutex);
+    const MutexLock hold(m_mutex);
     if (!m_config) return false;
     if (TakeOldest(event)) return true;
     ++m_waiters;
     const int error = WaitForSignal();
-    if (--m_waiters == 0) m_waiterLeft.notify_all();
+    if (--m_waiters == 0) m_waiterLeft.NotifyAll();
     if (error == 0) return TakeOldest(event);
     if (error == ETIMEDOUT)
         fputs("NetworkEventListener::WaitForConfigEvent - Timed out\n", stderr);
@@ -110,7 +112,7 @@ bool NetworkEventListener::WaitForConfigEvent(ConfigEvent& event)
 
 void NetworkEventListener::Signal()
 {
-    const std::lock_guard hold(m_mutex);
+    const MutexLock hold(m_mutex);
     const int error = pthread_cond_signal(&m_changed);
     if (error != 0) fprintf(stderr, "NetworkEventListener::Signal - Error %d\n", error);
 }
@@ -119,7 +121,7 @@ void NetworkEventListener::Signal()
 
 void NetworkEventListener::AddEvent(ConfigEvent& event)
 {
-    const std::lock_guard hold(m_mutex);
+    const MutexLock hold(m_mutex);
     m_queue.push_back(event);
     while (m_queue.size() > m_maximumQueueSize) m_queue.pop_front();
     pthread_cond_signal(&m_changed);

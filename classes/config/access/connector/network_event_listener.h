@@ -3,12 +3,11 @@
 
 #include <pthread.h>
 
-#include <condition_variable>
 #include <ctime>
 #include <deque>
-#include <mutex>
 #include <string>
 
+#include "config/base/mutex.h"
 #include "config/config_event_listener.h"
 
 class Config;
@@ -64,18 +63,19 @@ class NetworkEventListener : public ConfigEventListener {
     static timespec Deadline(timespec now, unsigned int timeoutInMS);
 
   private:
-    bool IsOpen();
-    bool TakeOldest(ConfigEvent& event);
-    int WaitForSignal();
+    Config* Current();
+    bool TakeOldest(ConfigEvent& event) VEXA_REQUIRES(m_mutex);
+    int WaitForSignal() VEXA_REQUIRES(m_mutex);
 
-    std::mutex m_mutex;  // guards all that follows
+    Mutex m_mutex;
     pthread_cond_t m_changed = PTHREAD_COND_INITIALIZER;
-    Config* m_config = nullptr;  // null while closed
-    unsigned int m_timeoutInMS = kNoTimeout;
-    unsigned int m_maximumQueueSize = 100;
-    std::deque<ConfigEvent> m_queue;  // oldest first
-    unsigned int m_waiters = 0;       // threads inside a wait, which use all of this until they left
-    std::condition_variable m_waiterLeft;
+    Config* m_config VEXA_GUARDED_BY(m_mutex) = nullptr;  // null while closed
+    unsigned int m_timeoutInMS VEXA_GUARDED_BY(m_mutex) = kNoTimeout;
+    unsigned int m_maximumQueueSize VEXA_GUARDED_BY(m_mutex) = 100;
+    std::deque<ConfigEvent> m_queue VEXA_GUARDED_BY(m_mutex);  // oldest first
+    // Threads inside a wait, which use all of this until they have left.
+    unsigned int m_waiters VEXA_GUARDED_BY(m_mutex) = 0;
+    CondVar m_waiterLeft;
 };
 
 }  // namespace vexa::corvalis::config::access

@@ -75,20 +75,7 @@ mqd_t CreateQueue(const std::string& name, int flags, mq_attr* asked)
 
 // --- waiting ---
 
-QueueDeadline::QueueDeadline(unsigned int timeoutMs) : m_limited(timeoutMs != kNoQueueTimeout)
-{
-    if (m_limited) m_end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-}
-
-int QueueDeadline::PollTimeout() const
-{
-    if (!m_limited) return -1;
-    using std::chrono::milliseconds;
-    const auto left = std::chrono::ceil<milliseconds>(m_end - std::chrono::steady_clock::now()).count();
-    return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
-}
-
-bool WaitForQueue(mqd_t queue, short events, const QueueDeadline& deadline, int wake)
+bool WaitForQueue(mqd_t queue, short events, const Deadline& deadline, int wake)
 {
     for (;;) {
         pollfd descriptors[] = {{queue, events, 0}, {wake, POLLIN, 0}};
@@ -101,7 +88,7 @@ bool WaitForQueue(mqd_t queue, short events, const QueueDeadline& deadline, int 
             errno = ECANCELED;
         else if (descriptors[0].revents)
             return true;
-        else if (deadline.PollTimeout() == 0)
+        else if (deadline.IsOver())
             errno = ETIMEDOUT;
         else
             continue;  // more than poll can wait at once
@@ -122,7 +109,7 @@ bool SendMessage(mqd_t queue, const void* data, size_t length, unsigned int prio
 
 /// Mostly there is room, so it is asked for only after it was missing.
 bool SendMessage(mqd_t queue, const void* data, size_t length, unsigned int priority,
-                 const QueueDeadline& deadline, int wake)
+                 const Deadline& deadline, int wake)
 {
     for (;;) {
         if (mq_timedsend(queue, static_cast<const char*>(data), length, priority, &kNow) == 0) return true;

@@ -1,11 +1,11 @@
 /// POSIX message queues, as both ends use them.
 #pragma once
 
-#include <chrono>
 #include <string>
 #include <vector>
 
 #include "config/access/protocol/mq_protocol.h"
+#include "config/base/deadline.h"
 
 namespace vexa::config::access {
 
@@ -16,28 +16,10 @@ namespace vexa::config::access {
 /// @return -1, with errno, on failure.
 mqd_t CreateQueue(const std::string& name, int flags, mq_attr* asked = nullptr);
 
-/// Milliseconds of a wait that has no limit.
-inline constexpr unsigned int kNoQueueTimeout = 0xFFFFFFFF;
-
-/// When a wait ends, on the monotonic clock.
-class QueueDeadline {
-  public:
-    explicit QueueDeadline(unsigned int timeoutMs);
-
-    bool IsLimited() const { return m_limited; }
-    std::chrono::steady_clock::time_point End() const { return m_end; }
-    /// What is left, for poll: -1 without a limit, 0 when it is over.
-    int PollTimeout() const;
-
-  private:
-    bool m_limited;
-    std::chrono::steady_clock::time_point m_end;
-};
-
 /// Waits until a queue has a message (POLLIN) or room for one (POLLOUT).
 /// @param wake  a descriptor that ends the wait when it is readable; -1: none.
 /// @return false, with errno: ETIMEDOUT, ECANCELED when woken.
-bool WaitForQueue(mqd_t queue, short events, const QueueDeadline& deadline, int wake = -1);
+bool WaitForQueue(mqd_t queue, short events, const Deadline& deadline, int wake = -1);
 
 /// One message, however long the queue waits for room. Interrupted calls are repeated.
 /// @return false, with errno; at once with EAGAIN for a full queue that is non-blocking.
@@ -45,7 +27,7 @@ bool SendMessage(mqd_t queue, const void* data, size_t length, unsigned int prio
 /// The same with a limit, whatever the queue's mode.
 /// @return false, with errno, also those of WaitForQueue.
 bool SendMessage(mqd_t queue, const void* data, size_t length, unsigned int priority,
-                 const QueueDeadline& deadline, int wake = -1);
+                 const Deadline& deadline, int wake = -1);
 
 /// The next message that is there, and its size; zeros follow it, at least up to a whole response.
 /// @return false, with errno: EAGAIN when there is none, whatever the queue's mode.

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -82,13 +81,13 @@ class Socket::Use {
   public:
     explicit Use(const Socket& socket) : m_socket(socket)
     {
-        const std::lock_guard hold(m_socket.m_useLock);
+        const MutexLock hold(m_socket.m_useLock);
         ++m_socket.m_users;
         fd = m_socket.fd;
     }
     ~Use()
     {
-        const std::lock_guard hold(m_socket.m_useLock);
+        const MutexLock hold(m_socket.m_useLock);
         if (--m_socket.m_users > 0) return;
         const int error = errno;
         for (const int descriptor : m_socket.m_closing) ::close(descriptor);
@@ -135,7 +134,7 @@ void Socket::close()
     const int descriptor = fd.exchange(-1);
     if (descriptor == -1) return;
     shutdown(descriptor, SHUT_RDWR);
-    const std::lock_guard hold(m_useLock);
+    const MutexLock hold(m_useLock);
     if (m_users == 0)
         ::close(descriptor);
     else
@@ -402,8 +401,7 @@ int Socket::peek(char* buffer, unsigned int length)
 
 int Socket::read_select(unsigned int timeout_ms)
 {
-    using std::chrono::steady_clock;
-    const auto end = steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    const Deadline deadline(timeout_ms);
     int result;
     {
         const Use use(*this);
@@ -412,10 +410,7 @@ int Socket::read_select(unsigned int timeout_ms)
             return 0;
         }
         pollfd readable{use.fd, POLLIN, 0};
-        result = Repeat([&] {
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now()).count();
-            return poll(&readable, 1, static_cast<int>(std::clamp<long long>(left, 0, INT32_MAX)));
-        });
+        result = Repeat([&] { return poll(&readable, 1, deadline.PollTimeout()); });
         if (result > 0 && readable.revents & POLLNVAL) {
             errno = EBADF;
             result = -1;

@@ -5,15 +5,15 @@
 #include <sys/un.h>
 
 #include <atomic>
-#include <chrono>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "config/base/mutex.h"
 
 namespace vexa::corvalis::config::access {
 
 /// Without free descriptors or memory every call fails at once: servers do not repeat it before that.
-inline constexpr std::chrono::milliseconds kPauseWhenExhausted{100};
+inline constexpr unsigned int kPauseWhenExhaustedMs = 100;
 
 /// Operations answer 1 for success and 0 for a failure, which they report on standard error, unless they say
 /// otherwise. Interrupted calls are repeated. Nothing throws.
@@ -102,9 +102,9 @@ class Socket {
     class Use;
     int change_membership(int option, const std::string& group, const std::string& interface);
 
-    mutable std::mutex m_useLock;
-    mutable int m_users = 0;             // operations that are running
-    mutable std::vector<int> m_closing;  // shut down, closed by the last user
+    mutable Mutex m_useLock;
+    mutable int m_users VEXA_GUARDED_BY(m_useLock) = 0;             // operations that are running
+    mutable std::vector<int> m_closing VEXA_GUARDED_BY(m_useLock);  // shut down, closed by the last user
 };
 
 /// Writes the stack of the caller and the system's statistics to standard error; `errno` stays.

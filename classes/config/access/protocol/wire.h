@@ -14,6 +14,8 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 namespace wire {
 
@@ -55,6 +57,15 @@ std::array<char, Size<Record>()> Encode(const Record& record)
     };
     Record::Words(record, [&](const auto&... words) { (put(words), ...); });
     return bytes;
+}
+
+/// The bytes of a record with its payload, as they are sent.
+template <class Order, class Record>
+std::string Bytes(const Record& record, std::string_view payload = {})
+{
+    const auto head = Encode<Order>(record);
+    std::string bytes(head.data(), head.size());
+    return bytes.append(payload);
 }
 
 /// @return false, with the record untouched, when there are fewer bytes than the record has.

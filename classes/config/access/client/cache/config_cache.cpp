@@ -158,26 +158,23 @@ bool ConfigCache::DataChanged(eParam_t id, std::string& data, timeval time)
 
 void ConfigCache::fireParamChangedEvent(eParam_t id, unsigned int value, timeval time)
 {
-    m_listeners.Deliver([&](ConfigEventListener& listener) { listener.ParamChanged(id, value, time); });
+    m_listeners.TellNumber(id, value, time);
 }
 
 void ConfigCache::fireParamChangedEvent(eParam_t id, std::string value, timeval time)
 {
-    m_listeners.Deliver([&](ConfigEventListener& listener) { listener.ParamChanged(id, value, time); });
+    m_listeners.TellText(id, std::move(value), time);
 }
 
 void ConfigCache::fireDataChangedEvent(eParam_t id, std::string& data, timeval time)
 {
-    m_listeners.Deliver([&](ConfigEventListener& listener) {
-        std::string own = data;
-        listener.DataChanged(id, own, time);
-    });
+    m_listeners.TellData(id, data, time);
 }
 
 bool ConfigCache::AddConfigEventListener(ConfigEventListener* listener)
 {
     if (!listener) return false;
-    m_listeners.Append(listener);
+    m_listeners.Add(listener);
     return true;
 }
 
@@ -193,7 +190,7 @@ bool ConfigCache::AddConfigEventListener(std::list<eParam_t> ids, ConfigEventLis
 
 bool ConfigCache::RemoveConfigEventListener(ConfigEventListener* listener)
 {
-    m_listeners.Erase(listener);
+    m_listeners.RemoveAll(listener);
     m_listeners.WaitForDelivery();
     for (size_t left = ForgetPassedOn(listener); left > 0; --left)
         m_config->RemoveConfigEventListener(listener);

@@ -168,7 +168,7 @@ class ConfigCache : public Config, public ConfigEventListener {
     size_t ForgetPassedOn(ConfigEventListener* listener);
 
     Config* const m_config;
-    ListenerList m_listeners;
+    vexa::ListenerList m_listeners;
     std::vector<ConfigEventListener*> m_passedOn VEXA_GUARDED_BY(m_lock);  // one entry per registration
     CachedValues<unsigned int> m_numbers{m_lock};
     std::map<eParam_t, Volatility> m_volatility VEXA_GUARDED_BY(m_lock);

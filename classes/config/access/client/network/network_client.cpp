@@ -9,30 +9,21 @@
 #undef NDEBUG  // release builds, too, need what stands behind assert()
 #include <cassert>
 
-#include "config/access/client/network/stream_replies.h"
 #include "config/access/protocol/value_payload.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/values/config_value.h"
 
 namespace vexa::corvalis::config::access {
 
-namespace {
-
-std::unique_ptr<ReplySource> MakeReplySource(Socket& socket)
-{
-    if (socket.type == SOCK_STREAM) return std::make_unique<StreamReplies>(socket);
-    return std::make_unique<DatagramReplies>(socket);
-}
-
-}  // namespace
-
-NetworkClient::NetworkClient(unsigned int connectionID, Socket* socket, eConfigID_t configID)
+NetworkClient::NetworkClient(unsigned int connectionID, std::unique_ptr<Socket> socket,
+                             std::unique_ptr<ReplySource> replies, eConfigID_t configID,
+                             const char* eventsThreadName)
     : m_connectionID(connectionID),
       m_configID(configID),
-      m_socket(socket),
-      m_replies(MakeReplySource(*socket))
+      m_eventsThreadName(eventsThreadName),
+      m_socket(std::move(socket)),
+      m_replies(std::move(replies))
 {
-    SemaphoreHelper::Init(m_exchangeLock);
 }
 
 NetworkClient::~NetworkClient()
@@ -59,23 +50,18 @@ XCONFIGMGR_REQUEST_T NetworkClient::Request(eMessageType_t type, eParam_t id) co
     return request;
 }
 
-NetworkClient::Outcome NetworkClient::Exchange(const std::string& request, const ReplyMatch& match,
-                                               unsigned int timeout, Message& reply)
+Outcome NetworkClient::Exchange(const std::string& request, const ReplyMatch& match, unsigned int timeout,
+                                Message& reply)
 {
     SemaphoreHelper hold(m_exchangeLock);
     Outcome outcome = Outcome::kNotSent;
-    if (m_replies->Send(request, match, timeout)) {
-        const ReplyResult result = m_replies->Await(timeout, reply);
-        outcome = result == ReplyResult::kReceived   ? Outcome::kReplied
-                  : result == ReplyResult::kTimedOut ? Outcome::kTimedOut
-                                                     : Outcome::kFailed;
-    }
-    m_reachable = outcome == Outcome::kReplied;
+    if (m_replies->Send(request, match, timeout)) outcome = m_replies->Await(timeout, reply);
+    m_reachable = outcome == Outcome::kReceived;
     return outcome;
 }
 
-NetworkClient::Outcome NetworkClient::Exchange(const XCONFIGMGR_REQUEST_T& request, uint32_t replyType,
-                                               Message& reply, uint32_t otherType)
+Outcome NetworkClient::Exchange(const XCONFIGMGR_REQUEST_T& request, uint32_t replyType, Message& reply,
+                                uint32_t otherType)
 {
     return Exchange(MessageBytes(request), {replyType, otherType, m_connectionID, request.paramID},
                     m_replyTimeout, reply);
@@ -106,13 +92,14 @@ void NetworkClient::EndProcess(const char* operation)
 bool NetworkClient::HasReply(Outcome outcome, const char* operation, const char* fatal)
 {
     switch (outcome) {
-        case Outcome::kReplied:
+        case Outcome::kReceived:
             return true;
         case Outcome::kTimedOut:
             EndProcess(fatal);
         case Outcome::kNotSent:
             fprintf(stderr, "%s - send failed\n", operation);
             return false;
+        case Outcome::kStopped:
         case Outcome::kFailed:
             break;
     }
@@ -139,9 +126,10 @@ bool NetworkClient::FinishHandshake(const char* operation, eMessageType_t reques
             return complain(": send failed");
         case Outcome::kTimedOut:
             return complain(" - select failed on port " + std::to_string(m_socket->port));
+        case Outcome::kStopped:
         case Outcome::kFailed:
             return complain(" - receive failed");
-        case Outcome::kReplied:
+        case Outcome::kReceived:
             break;
     }
     if (response.msgtype != ResponseTo(request))
@@ -150,22 +138,6 @@ bool NetworkClient::FinishHandshake(const char* operation, eMessageType_t reques
     return complain(": server responded with error " + std::to_string(static_cast<int>(response.error)));
 }
 
-/// The first bytes of a connection, or of one datagram.
-NetworkClient::Outcome NetworkClient::Receive(char* bytes, unsigned int length)
-{
-    const ReplySource::Deadline deadline = DeadlineIn(m_replyTimeout);
-    unsigned int received = 0;
-    while (received < length) {
-        if (!m_socket->read_select(MillisecondsUntil(deadline))) return Outcome::kTimedOut;
-        const int count = m_socket->recv_some(bytes + received, length - received);
-        if (count <= 0) return Outcome::kFailed;
-        received += static_cast<unsigned int>(count);
-        if (m_socket->type == SOCK_DGRAM && received < length) return Outcome::kFailed;
-    }
-    return Outcome::kReplied;
-}
-
-/// Nothing can precede this reply, so whatever comes is taken for it.
 bool NetworkClient::ConfirmConnection()
 try {
     SemaphoreHelper hold(m_exchangeLock);
@@ -173,7 +145,7 @@ try {
     Outcome outcome = Outcome::kNotSent;
     if (m_replies->Send(MessageBytes(Prefix(XCFG_CONNECT_REQUEST)), {}, m_replyTimeout)) {
         char bytes[wire::Size<XCONFIGMGR_CONNECTION_RESPONSE_T>()] = {};
-        outcome = Receive(bytes, sizeof bytes);
+        outcome = m_replies->AwaitFirst(bytes, sizeof bytes, m_replyTimeout);
         Decode(bytes, sizeof bytes, response);
     }
     return FinishHandshake("ConfirmConnection", XCFG_CONNECT_REQUEST, outcome, response);
@@ -301,6 +273,86 @@ ParamDescriptor* NetworkClient::GetParamDescriptor(std::string paramIDName)
 std::list<eParam_t> NetworkClient::GetParamIDs()
 {
     return ::GetParamIDs();
+}
+
+// Listeners
+
+bool NetworkClient::AddConfigEventListener(ConfigEventListener* listener)
+{
+    if (!listener) return false;
+    const MutexLock hold(m_registrationLock);
+    if (m_listeners.Contains(listener)) return true;
+    if (m_listeners.IsEmpty() && !m_registered) {
+        // A client has one of the two.
+        m_registered = RegisterForEvents(eParam_t{}) || RegisterForEvents();
+        if (!m_registered) return false;
+    }
+    try {
+        m_listeners.Add(listener);  // before the thread starts, or it might miss the first event
+        if (StartEventsThread()) return true;
+    } catch (...) {
+        Failed("AddConfigEventListener");
+    }
+    m_listeners.RemoveAll(listener);
+    return false;
+}
+
+bool NetworkClient::AddConfigEventListener(eParam_t, ConfigEventListener* listener)
+{
+    return AddConfigEventListener(listener);
+}
+
+bool NetworkClient::RemoveConfigEventListener(ConfigEventListener* listener)
+{
+    bool removed;
+    {
+        const MutexLock hold(m_registrationLock);
+        removed = m_listeners.RemoveAll(listener);
+        if (removed && m_listeners.IsEmpty()) {
+            UnregisterForEvents();
+            m_registered = false;
+        }
+    }
+    m_listeners.WaitForDelivery();
+    return removed;
+}
+
+bool NetworkClient::StartEventsThread()
+{
+    m_stopEvents = false;
+    return m_eventsThread.Start(m_eventsThreadName, [this] { ProcessEvents(); });
+}
+
+void NetworkClient::StopEventsThread()
+{
+    m_stopEvents = true;
+    m_replies->Stop();
+    m_socket->close();
+    // From a callback: the other threads may be waiting for their turn to deliver. The destructor joins them.
+    if (!m_threads.IsCurrent()) m_eventsThread.Join();
+}
+
+void NetworkClient::Deliver(const XCONFIGMGR_RESPONSE_T& event)
+{
+    timeval now{};  // integer events carry no time over TCP, so all of them get the time of delivery
+    gettimeofday(&now, nullptr);
+    m_listeners.TellNumber(event.paramID, event.value, now);
+}
+
+void NetworkClient::Deliver(const XCONFIGMGR_RESPONSE_T& event, std::string text)
+{
+    m_listeners.TellText(event.paramID, std::move(text), TimeOf(event));
+}
+
+void NetworkClient::Release(NetworkClient* client)
+{
+    client->StopEventsThread();
+    if (!client->m_threads.IsCurrent()) {
+        delete client;
+        return;
+    }
+    client->m_listeners.Clear();  // none is called any more, though the callback is not over
+    client->m_threads.DeleteClientAtEnd();
 }
 
 }  // namespace vexa::corvalis::config::access

@@ -5,12 +5,11 @@
 
 #include <atomic>
 #include <bit>
-#include <functional>
 #include <memory>
-#include <mutex>
-#include <thread>
 
+#include "config/access/client/network/delivery_threads.h"
 #include "config/access/client/network/reply_source.h"
+#include "config/base/semaphore_helper.h"
 #include "config/config.h"
 #include "config/listeners/listener_list.h"
 
@@ -26,8 +25,6 @@ namespace vexa::corvalis::config::access {
 /// Thread: any. Listeners are called on the client's own threads, one at a time, and may use the client.
 class NetworkClient : public Config {
   public:
-    /// @param socket  owned from now on; connected, or bound for multicast.
-    NetworkClient(unsigned int connectionID, Socket* socket, eConfigID_t configID);
     /// Derived classes end their threads before.
     ~NetworkClient() override;
     NetworkClient(const NetworkClient&) = delete;
@@ -77,7 +74,19 @@ class NetworkClient : public Config {
     void SetPayloadOrder(std::endian order) { m_payloadOrder = order; }
 
   protected:
-    enum class Outcome { kReplied, kNotSent, kTimedOut, kFailed };
+    /// @param socket   connected, or bound for multicast.
+    /// @param replies  of that socket.
+    /// @param eventsThreadName  at most 15 characters.
+    NetworkClient(unsigned int connectionID, std::unique_ptr<Socket> socket,
+                  std::unique_ptr<ReplySource> replies, eConfigID_t configID, const char* eventsThreadName);
+
+    unsigned int ConnectionID() const { return m_connectionID; }
+    Socket& GetSocket() const { return *m_socket; }
+    ListenerList& Listeners() { return m_listeners; }
+    DeliveryThreads& Threads() { return m_threads; }
+    /// Whether the client ends: no event is delivered any more.
+    bool IsStopping() const { return m_stopEvents; }
+    void SetUnreachable() { m_reachable = false; }
 
     XCONFIGMGR_CONNECTION_REQUEST_T Prefix(eMessageType_t type) const;
     XCONFIGMGR_REQUEST_T Request(eMessageType_t type, eParam_t id) const;
@@ -99,40 +108,32 @@ class NetworkClient : public Config {
     /// @return false, with the text untouched, when the message holds none.
     bool ReadText(const Message& message, std::string& text) const;
 
-    bool StartEventsThread();
-    /// A thread that calls listeners. One of them may release the client: the thread deletes it at its end.
-    /// Signals are left to the application's own threads.
-    /// @param name  of the thread, at most 15 characters.
-    std::thread StartDeliveryThread(const char* name, std::function<void()> body);
-    static void Join(std::thread& thread);
+    /// Tell the listeners.
     void Deliver(const XCONFIGMGR_RESPONSE_T& event);
-    void Deliver(const XCONFIGMGR_RESPONSE_T& event, const std::string& text);
-    void RunEventsThread();
-
-    const unsigned int m_connectionID;
-    const eConfigID_t m_configID;
-    const std::unique_ptr<Socket> m_socket;
-    const std::unique_ptr<ReplySource> m_replies;
-    std::unique_ptr<Socket> m_eventSocket;  // of its own, for UDP clients that listen
-    ListenerList m_listeners;
-    std::atomic<bool> m_stopEvents = false;
-    std::atomic<bool> m_reachable = true;
+    void Deliver(const XCONFIGMGR_RESPONSE_T& event, std::string text);
 
   private:
+    bool StartEventsThread();
     [[noreturn]] void EndProcess(const char* operation);
-    Outcome Receive(char* bytes, unsigned int length);
     bool FinishHandshake(const char* operation, eMessageType_t request, Outcome outcome,
                          const XCONFIGMGR_CONNECTION_RESPONSE_T& response);
 
+    const unsigned int m_connectionID;
+    const eConfigID_t m_configID;
+    const char* const m_eventsThreadName;
+    const std::unique_ptr<Socket> m_socket;
+    const std::unique_ptr<ReplySource> m_replies;
     std::atomic<unsigned int> m_replyTimeout = kReplyTimeoutMs;
     std::endian m_payloadOrder = std::endian::native;
-    LockSemaphore m_exchangeLock;   // one exchange at a time
-    std::mutex m_registrationLock;  // first registration and last removal; before m_exchangeLock
-    bool m_registered = false;      // guarded by m_registrationLock
-    std::mutex m_threadLock;        // guards the next two
-    std::thread m_eventsThread;
-    bool m_eventsRunning = false;
-    std::atomic<std::thread::id> m_deletingThread;  // the delivery thread that has to delete the client
+    std::atomic<bool> m_reachable = true;
+    StaticLock m_exchangeLock;  // one exchange at a time
+
+    ListenerList m_listeners;
+    Mutex m_registrationLock VEXA_ACQUIRED_BEFORE(m_exchangeLock);  // first registration and last removal
+    bool m_registered VEXA_GUARDED_BY(m_registrationLock) = false;
+    std::atomic<bool> m_stopEvents = false;
+    DeliveryThreads m_threads{[this] { delete this; }};
+    EventsThread m_eventsThread{m_threads};
 };
 
 }  // namespace vexa::corvalis::config::access

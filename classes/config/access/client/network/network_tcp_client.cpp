@@ -10,6 +10,19 @@
 
 namespace vexa::corvalis::config::access {
 
+NetworkTCPClient::NetworkTCPClient(unsigned int connectionID, Socket* socket, eConfigID_t configID)
+    : NetworkTCPClient(connectionID, std::unique_ptr<Socket>(socket), new StreamReplies(*socket), configID)
+{
+}
+
+NetworkTCPClient::NetworkTCPClient(unsigned int connectionID, std::unique_ptr<Socket> socket,
+                                   StreamReplies* replies, eConfigID_t configID)
+    : NetworkClient(connectionID, std::move(socket), std::unique_ptr<ReplySource>(replies), configID,
+                    "TCPClntPrcsEvts"),
+      m_stream(*replies)
+{
+}
+
 NetworkTCPClient::~NetworkTCPClient()
 {
     StopEventsThread();
@@ -33,9 +46,9 @@ try {
 bool NetworkTCPClient::UnregisterForEvents()
 try {
     Message reply;
-    const ReplyMatch removed{XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE, 0, m_connectionID, {}};
+    const ReplyMatch removed{XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE, 0, ConnectionID(), {}};
     if (Exchange(ListenerRequest(XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, {}), removed, ReplyTimeout(),
-                 reply) != Outcome::kReplied) {
+                 reply) != Outcome::kReceived) {
         fputs(
             "NetworkTCPClient::UnregisterForEvents - msgtype != XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE\n",
             stderr);
@@ -50,11 +63,11 @@ try {
 }
 
 /// The next event, unless it was taken away. Without memory it alone is lost.
-void NetworkTCPClient::ProcessEvent(StreamReplies& stream)
+void NetworkTCPClient::ProcessEvent()
 try {
-    const auto turn = m_listeners.TakeTurn();
+    const ListenerList::Turn turn(Listeners());
     Message message;
-    if (!stream.TakeEvent(message)) return;
+    if (!m_stream.TakeEvent(message)) return;
     const auto event = message.As<XCONFIGMGR_RESPONSE_T>();
     std::string text;
     if (message.type == XCFG_PARAM_CHANGED_EVENT)
@@ -69,22 +82,21 @@ try {
 
 void NetworkTCPClient::ProcessEvents()
 {
-    auto& stream = static_cast<StreamReplies&>(*m_replies);
     StreamReplies::End end;
-    while ((end = stream.AwaitEvent()) == StreamReplies::End::kNone && !m_stopEvents) ProcessEvent(stream);
-    if (m_stopEvents) {
+    while ((end = m_stream.AwaitEvent()) == StreamReplies::End::kNone && !IsStopping()) ProcessEvent();
+    if (IsStopping()) {
         fputs("NetworkTCPClient::ProcessEvents - end\n", stderr);
     } else if (end == StreamReplies::End::kFailed) {
-        errno = static_cast<int>(stream.EndCode());
+        errno = static_cast<int>(m_stream.EndCode());
         perror("NetworkTCPClient::ProcessEvents");
         fprintf(stderr, "NetworkTCPClient::ProcessEvents - recv error (%d) in process ID %d\n",
-                static_cast<int>(stream.EndCode()), getpid());
+                static_cast<int>(m_stream.EndCode()), getpid());
     } else if (end == StreamReplies::End::kUnknownType) {
         fprintf(stderr, "NetworkTCPClient::ProcessEvents - Unknown message type %d\n",
-                static_cast<int>(stream.EndCode()));
+                static_cast<int>(m_stream.EndCode()));
         fputs("NetworkTCPClient::ProcessEvents - Exiting\n", stderr);
     }
-    m_reachable = false;  // whoever finds it so finds the reason as well
+    SetUnreachable();  // last, so that the reason is on standard error when this shows
 }
 
 }  // namespace vexa::corvalis::config::access

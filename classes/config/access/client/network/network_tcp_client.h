@@ -10,7 +10,8 @@ class StreamReplies;
 /// Data values do not travel over TCP: GetData and SetData are those of Config, which end the process.
 class NetworkTCPClient final : public NetworkClient {
   public:
-    using NetworkClient::NetworkClient;
+    /// @param socket  owned from now on; connected.
+    NetworkTCPClient(unsigned int connectionID, Socket* socket, eConfigID_t configID);
     ~NetworkTCPClient() override;
 
     using NetworkClient::RegisterForEvents;
@@ -19,8 +20,12 @@ class NetworkTCPClient final : public NetworkClient {
     void ProcessEvents() override;
 
   private:
-    void ProcessEvent(StreamReplies& stream);
+    NetworkTCPClient(unsigned int connectionID, std::unique_ptr<Socket> socket, StreamReplies* replies,
+                     eConfigID_t configID);
+    void ProcessEvent();
     std::string ListenerRequest(eMessageType_t type, eParam_t id) const;
+
+    StreamReplies& m_stream;  // the base's replies
 };
 
 }  // namespace vexa::corvalis::config::access

@@ -22,28 +22,36 @@ bool IsShutdown(const XCONFIGMGR_RESPONSE_T& event)
 }  // namespace
 
 NetworkUDPClient::NetworkUDPClient(unsigned int connectionID, Socket* socket, eConfigID_t configID)
-    : NetworkClient(connectionID, socket, configID)
+    : NetworkUDPClient(connectionID, std::unique_ptr<Socket>(socket), new DatagramReplies(*socket), configID)
+{
+}
+
+NetworkUDPClient::NetworkUDPClient(unsigned int connectionID, std::unique_ptr<Socket> socket,
+                                   DatagramReplies* replies, eConfigID_t configID)
+    : NetworkClient(connectionID, std::move(socket), std::unique_ptr<ReplySource>(replies), configID,
+                    "UDPClntPrcsEvts"),
+      m_datagrams(*replies)
 {
     constexpr int kBufferBytes = 108'544;
-    socket->set_buffer_size(SO_SNDBUF, kBufferBytes);
-    socket->set_buffer_size(SO_RCVBUF, kBufferBytes);
-    m_queueThread = StartDeliveryThread("UDPClntRespQ", [this] { ResponseQueueHandler(); });
+    GetSocket().set_buffer_size(SO_SNDBUF, kBufferBytes);
+    GetSocket().set_buffer_size(SO_RCVBUF, kBufferBytes);
+    m_queueThread = Threads().Start("UDPClntRespQ", [this] { ResponseQueueHandler(); });
 }
 
 NetworkUDPClient::~NetworkUDPClient()
 {
     StopEventsThread();
     {
-        const std::lock_guard hold(m_queueLock);
+        const MutexLock hold(m_queueLock);
         m_stopQueue = true;
     }
-    m_queueChanged.notify_all();
-    Join(m_queueThread);
+    m_queueChanged.NotifyAll();
+    DeliveryThreads::Join(m_queueThread);
 }
 
 bool NetworkUDPClient::ConfirmDisconnect()
 {
-    if (m_socket->port == kMulticastPort) return true;  // never connected
+    if (GetSocket().port == kMulticastPort) return true;  // never connected
     return NetworkClient::ConfirmDisconnect();
 }
 
@@ -61,13 +69,14 @@ try {
             fputs("NetworkUDPClient::Set - send failed\n", stderr);
             return false;
         case Outcome::kTimedOut:
-            fprintf(stderr, "NetworkUDPClient::Set - select failed on port %d (PID:%d)\n", m_socket->port,
+            fprintf(stderr, "NetworkUDPClient::Set - select failed on port %d (PID:%d)\n", GetSocket().port,
                     getpid());
             return false;
+        case Outcome::kStopped:
         case Outcome::kFailed:
             fputs("NetworkUDPClient::Set - recvfrom failed", stderr);
             return false;
-        case Outcome::kReplied:
+        case Outcome::kReceived:
             break;
     }
     const auto error = static_cast<int>(reply.As<XCONFIGMGR_RESPONSE_T>().error);
@@ -137,13 +146,9 @@ try {
 
 bool NetworkUDPClient::RegisterForEvents()
 try {
-    if (!m_eventSocket && m_socket->is_connected()) {
-        auto socket = std::make_unique<Socket>(AF_INET, SOCK_DGRAM);
-        if (!socket->create() || !socket->bind(kMulticastPort)) return false;
-        m_eventSocket = std::move(socket);
-    }
+    if (!m_datagrams.OpenEventSocket(kMulticastPort)) return false;
     DropEvents();
-    return EventSocket().add_membership(kMulticastGroup, kMulticastInterface);
+    return m_datagrams.EventSocket().add_membership(kMulticastGroup, kMulticastInterface);
 } catch (...) {
     return Failed("RegisterForEvents");
 }
@@ -153,22 +158,23 @@ try {
 void NetworkUDPClient::DropEvents()
 {
     char old[kMaxMessageBytes];
-    for (size_t i = 0; i < kMaxQueuedEvents && EventSocket().recv_now(old, sizeof old) != -1; ++i) continue;
-    const std::lock_guard hold(m_queueLock);
+    for (size_t i = 0; i < kMaxQueuedEvents && m_datagrams.EventSocket().recv_now(old, sizeof old) != -1; ++i)
+        continue;
+    const MutexLock hold(m_queueLock);
     m_queue.clear();
 }
 
 bool NetworkUDPClient::UnregisterForEvents()
 {
-    return EventSocket().drop_membership(kMulticastGroup, kMulticastInterface);
+    return m_datagrams.EventSocket().drop_membership(kMulticastGroup, kMulticastInterface);
 }
 
 void NetworkUDPClient::ProcessEvents()
 {
     DiagnosticLog("NetworkUDPClient::ProcessEvents enter\n");
-    Socket& socket = EventSocket();
+    Socket& socket = m_datagrams.EventSocket();
     char datagram[kMaxMessageBytes];
-    while (!m_stopEvents) {
+    while (!IsStopping()) {
         const int count = socket.recv_some(datagram, sizeof datagram);
         if (count > 0) {
             if (!ProcessEvent(datagram, static_cast<size_t>(count))) break;
@@ -194,8 +200,8 @@ try {
         return true;
     }
     const auto event = message->As<XCONFIGMGR_RESPONSE_T>();
-    if (event.configID != m_configID) {
-        DiagnosticLog("NetworkUDPClient::ProcessEvents - ConfigID:%d  Inbound ConfigID:%d\n", m_configID,
+    if (event.configID != GetConfigID()) {
+        DiagnosticLog("NetworkUDPClient::ProcessEvents - ConfigID:%d  Inbound ConfigID:%d\n", GetConfigID(),
                       event.configID);
         return true;
     }
@@ -209,17 +215,14 @@ try {
         case XCFG_PARAM_STRING_CHANGED_EVENT: {
             std::string text;
             if (ReadText(*message, text))
-                Deliver(event, text);
+                Deliver(event, std::move(text));
             else
                 DiagnosticLog("NetworkUDPClient::ProcessEvents - no text for paramid 0x%08X\n",
                               event.paramID);
             break;
         }
         case XCFG_PARAM_DATA_CHANGED_EVENT:
-            m_listeners.Deliver([&](ConfigEventListener& listener) {
-                std::string own = message->payload;
-                listener.DataChanged(event.paramID, own, TimeOf(event));
-            });
+            Listeners().TellData(event.paramID, message->payload, TimeOf(event));
             break;
         default:
             DiagnosticLog("NetworkUDPClient::ProcessEvents - Unknown message type %d\n",
@@ -233,32 +236,41 @@ try {
 
 void NetworkUDPClient::Enqueue(const XCONFIGMGR_RESPONSE_T& event)
 {
-    const std::lock_guard hold(m_queueLock);
+    const MutexLock hold(m_queueLock);
     if (m_queue.size() == kMaxQueuedEvents) {
         m_queue.pop_front();
         if (!m_eventsDropped) fputs("NetworkUDPClient - too many events, the oldest are lost\n", stderr);
         m_eventsDropped = true;
     }
     m_queue.push_back(event);
-    m_queueChanged.notify_one();
+    m_queueChanged.NotifyOne();
+}
+
+/// @return false when the queue's thread has to end.
+bool NetworkUDPClient::AwaitQueuedEvent()
+{
+    const MutexLock hold(m_queueLock);
+    while (m_queue.empty() && !m_stopQueue && !IsStopping()) m_queueChanged.Wait(m_queueLock);
+    return !m_stopQueue && !IsStopping();
+}
+
+/// @return false when a later registration has dropped what was there.
+bool NetworkUDPClient::TakeQueuedEvent(XCONFIGMGR_RESPONSE_T& event)
+{
+    const MutexLock hold(m_queueLock);
+    if (m_queue.empty()) return false;
+    event = m_queue.front();
+    m_queue.pop_front();
+    if (m_queue.empty()) m_eventsDropped = false;
+    return true;
 }
 
 void NetworkUDPClient::ResponseQueueHandler()
 {
-    std::unique_lock hold(m_queueLock);
-    while (!m_stopQueue && !m_stopEvents) {
-        if (m_queue.empty()) {
-            m_queueChanged.wait(hold);
-            continue;
-        }
-        hold.unlock();
-        const auto turn = m_listeners.TakeTurn();
-        hold.lock();
-        if (m_queue.empty()) continue;
-        const XCONFIGMGR_RESPONSE_T event = m_queue.front();
-        m_queue.pop_front();
-        if (m_queue.empty()) m_eventsDropped = false;
-        hold.unlock();
+    while (AwaitQueuedEvent()) {
+        const ListenerList::Turn turn(Listeners());
+        XCONFIGMGR_RESPONSE_T event;
+        if (!TakeQueuedEvent(event)) continue;
         try {
             Deliver(event);
         } catch (...) {  // it alone is lost
@@ -270,7 +282,6 @@ void NetworkUDPClient::ResponseQueueHandler()
                 "shutdown state\n");
             return;
         }
-        hold.lock();
     }
 }
 

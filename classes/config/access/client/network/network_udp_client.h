@@ -1,7 +1,6 @@
 /// NetworkUDPClient: the client whose events come by multicast.
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 
 #include "config/access/client/network/network_client.h"
@@ -16,6 +15,7 @@ namespace vexa::corvalis::config::access {
 /// not. Both threads end at the event that the system shuts down.
 class NetworkUDPClient final : public NetworkClient {
   public:
+    /// @param socket  owned from now on; connected, or bound for multicast.
     NetworkUDPClient(unsigned int connectionID, Socket* socket, eConfigID_t configID);
     ~NetworkUDPClient() override;
 
@@ -38,17 +38,21 @@ class NetworkUDPClient final : public NetworkClient {
     virtual bool IsDirty(eParam_t, eConfigID_t) { return false; }
 
   private:
+    NetworkUDPClient(unsigned int connectionID, std::unique_ptr<Socket> socket, DatagramReplies* replies,
+                     eConfigID_t configID);
     void DropEvents();
     void ResponseQueueHandler();
     bool ProcessEvent(const char* data, size_t length);
     void Enqueue(const XCONFIGMGR_RESPONSE_T& event);
-    Socket& EventSocket() { return m_eventSocket ? *m_eventSocket : *m_socket; }
+    bool AwaitQueuedEvent();
+    bool TakeQueuedEvent(XCONFIGMGR_RESPONSE_T& event);
 
-    std::mutex m_queueLock;  // guards the queue and the flags
-    std::condition_variable m_queueChanged;
-    bool m_stopQueue = false;
-    std::deque<XCONFIGMGR_RESPONSE_T> m_queue;
-    bool m_eventsDropped = false;  // since the queue was empty
+    DatagramReplies& m_datagrams;  // the base's replies
+    Mutex m_queueLock;
+    CondVar m_queueChanged;
+    bool m_stopQueue VEXA_GUARDED_BY(m_queueLock) = false;
+    std::deque<XCONFIGMGR_RESPONSE_T> m_queue VEXA_GUARDED_BY(m_queueLock);
+    bool m_eventsDropped VEXA_GUARDED_BY(m_queueLock) = false;  // since the queue was empty
     std::thread m_queueThread;
 };
 

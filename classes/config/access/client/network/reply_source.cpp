@@ -3,20 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "config/base/deadline.h"
+
 namespace vexa::corvalis::config::access {
-
-using std::chrono::steady_clock;
-
-ReplySource::Deadline DeadlineIn(unsigned int timeoutMs)
-{
-    return steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-}
-
-unsigned int MillisecondsUntil(ReplySource::Deadline deadline)
-{
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
-    return static_cast<unsigned int>(std::max<long long>(left, 0));
-}
 
 uint32_t TypeOf(const char* data)
 {
@@ -53,27 +42,48 @@ bool DatagramReplies::Accepts(const Message& message) const
     return m_match.paramID == 0 || message.As<XCONFIGMGR_RESPONSE_T>().paramID == m_match.paramID;
 }
 
-ReplyResult DatagramReplies::Await(unsigned int timeoutMs, Message& reply)
+Outcome DatagramReplies::Await(unsigned int timeoutMs, Message& reply)
 {
-    const Deadline deadline = DeadlineIn(timeoutMs);
+    const Deadline deadline(timeoutMs);
     char datagram[kMaxMessageBytes];
-    for (unsigned int left = timeoutMs;; left = MillisecondsUntil(deadline)) {
+    for (unsigned int left = timeoutMs;; left = deadline.Left()) {
         if (left == 0 && timeoutMs > 0) {  // there was something all the time, but no reply
             Socket::report_timeout(timeoutMs);
-            return ReplyResult::kTimedOut;
+            return Outcome::kTimedOut;
         }
         if (!m_socket.read_select(left))
-            return m_socket.fd == -1 || MillisecondsUntil(deadline) > 0 ? ReplyResult::kFailed
-                                                                        : ReplyResult::kTimedOut;
+            return m_socket.fd == -1 || deadline.Left() > 0 ? Outcome::kFailed : Outcome::kTimedOut;
         const int error = errno;
         const int count = m_socket.recv_now(datagram, sizeof datagram);
-        if (count == -1 && errno != EAGAIN) return ReplyResult::kFailed;
+        if (count == -1 && errno != EAGAIN) return Outcome::kFailed;
         errno = error;
         auto message = ReadDatagram(datagram, static_cast<size_t>(std::max(count, 0)));
         if (!message || !Accepts(*message)) continue;
         reply = *std::move(message);
-        return ReplyResult::kReceived;
+        return Outcome::kReceived;
     }
+}
+
+/// One datagram, which holds all of it.
+Outcome DatagramReplies::AwaitFirst(char* bytes, unsigned int length, unsigned int timeoutMs)
+{
+    if (!m_socket.read_select(timeoutMs)) return Outcome::kTimedOut;
+    const int count = m_socket.recv_some(bytes, length);
+    return count == static_cast<int>(length) ? Outcome::kReceived : Outcome::kFailed;
+}
+
+bool DatagramReplies::OpenEventSocket(int port)
+{
+    if (m_eventSocket || !m_socket.is_connected()) return true;
+    auto socket = std::make_unique<Socket>(AF_INET, SOCK_DGRAM);
+    if (!socket->create() || !socket->bind(port)) return false;
+    m_eventSocket = std::move(socket);
+    return true;
+}
+
+void DatagramReplies::Stop()
+{
+    if (m_eventSocket) m_eventSocket->close();
 }
 
 std::optional<Message> ReadDatagram(const char* data, size_t length)

@@ -1,10 +1,11 @@
 /// ReplySource: how a network client's requests leave and where their replies come from.
 #pragma once
 
-#include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "config/access/io/outcome.h"
 #include "config/access/io/socket.h"
 #include "config/access/protocol/network_protocol.h"
 
@@ -35,37 +36,44 @@ struct ReplyMatch {
     eParam_t paramID{};  ///< 0: a reply without a parameter
 };
 
-enum class ReplyResult { kReceived, kTimedOut, kFailed };
-
 class ReplySource {
   public:
-    using Deadline = std::chrono::steady_clock::time_point;
-
     virtual ~ReplySource() = default;
     /// Sends a request whose reply will be the one described; what came too late for others is dropped.
     /// @return false when it cannot be sent in time.
     virtual bool Send(const std::string& request, const ReplyMatch& match, unsigned int timeoutMs) = 0;
     /// Waits for that reply and drops others. One exchange at a time. A time-out is reported as by
-    /// Socket::read_select.
-    virtual ReplyResult Await(unsigned int timeoutMs, Message& reply) = 0;
+    /// Socket::read_select. @return kReceived, kTimedOut or kFailed.
+    virtual Outcome Await(unsigned int timeoutMs, Message& reply) = 0;
+    /// Waits for the answer to a Connect: nothing can precede it, so the next bytes are taken for it.
+    /// @param length  of the record. @return kReceived, kTimedOut or kFailed.
+    virtual Outcome AwaitFirst(char* bytes, unsigned int length, unsigned int timeoutMs) = 0;
     /// Ends all waits, now and later. Thread: any.
     virtual void Stop() {}
 };
 
-/// Replies of a connected UDP socket.
+/// Replies of a connected UDP socket, and the socket on which events come: the same one when it is bound for
+/// multicast.
 class DatagramReplies : public ReplySource {
   public:
     /// @param socket  borrowed.
     explicit DatagramReplies(Socket& socket) : m_socket(socket) {}
 
     bool Send(const std::string& request, const ReplyMatch& match, unsigned int timeoutMs) override;
-    ReplyResult Await(unsigned int timeoutMs, Message& reply) override;
+    Outcome Await(unsigned int timeoutMs, Message& reply) override;
+    Outcome AwaitFirst(char* bytes, unsigned int length, unsigned int timeoutMs) override;
+    void Stop() override;
+
+    /// Makes the socket for events of a client that has a server, once. @return false when that fails.
+    bool OpenEventSocket(int port);
+    Socket& EventSocket() { return m_eventSocket ? *m_eventSocket : m_socket; }
 
   private:
     void DropLateReplies();
     bool Accepts(const Message& message) const;
 
     Socket& m_socket;
+    std::unique_ptr<Socket> m_eventSocket;
     ReplyMatch m_match;
 };
 
@@ -75,9 +83,5 @@ std::optional<Message> ReadDatagram(const char* data, size_t length);
 
 /// The first word of a message of at least four bytes.
 uint32_t TypeOf(const char* data);
-
-ReplySource::Deadline DeadlineIn(unsigned int timeoutMs);
-/// What is left, at least 0.
-unsigned int MillisecondsUntil(ReplySource::Deadline deadline);
 
 }  // namespace vexa::corvalis::config::access

@@ -40,50 +40,63 @@ bool IsEvent(uint32_t type)
 
 // --- waiting ---
 
-ReplyResult StreamReplies::Await(unsigned int timeoutMs, Message& reply)
+Outcome StreamReplies::Await(unsigned int timeoutMs, Message& reply)
 {
-    const Deadline deadline = DeadlineIn(timeoutMs);
+    const Deadline deadline(timeoutMs);
     const auto replyIsThere = [&] {
-        if (m_socket.read_select(MillisecondsUntil(deadline))) return true;
+        if (m_socket.read_select(deadline.Left())) return true;
         // A wait that fails before its time would only fail again, and the next request must not get this reply.
-        if (MillisecondsUntil(deadline) > 0) throw std::system_error(errno, std::generic_category());
+        if (!deadline.IsOver()) throw std::system_error(errno, std::generic_category());
         return false;
     };
-    std::unique_lock hold(m_lock);
     bool reported = false;  // a reader's time-out reports itself
-    while (!m_reply && m_end == End::kNone && MillisecondsUntil(deadline) > 0) {
-        reported = !m_reading;
-        if (m_reading)
-            m_changed.wait_until(hold, deadline);
-        else
-            Read(hold, replyIsThere);
+    {
+        const MutexLock hold(m_lock);
+        while (!m_reply && m_end == End::kNone && !deadline.IsOver()) {
+            reported = !m_reading;
+            if (m_reading)
+                m_changed.Wait(m_lock, deadline);
+            else
+                Read(replyIsThere);
+        }
+        if (m_reply) {
+            reply = *std::move(m_reply);
+            m_reply.reset();
+            return Outcome::kReceived;
+        }
+        if (m_end != End::kNone) return Outcome::kFailed;
     }
-    if (m_reply) {
-        reply = *std::move(m_reply);
-        m_reply.reset();
-        return ReplyResult::kReceived;
-    }
-    if (m_end != End::kNone) return ReplyResult::kFailed;
-    hold.unlock();
     if (!reported) Socket::report_timeout(timeoutMs);
-    return ReplyResult::kTimedOut;
+    return Outcome::kTimedOut;
+}
+
+Outcome StreamReplies::AwaitFirst(char* bytes, unsigned int length, unsigned int timeoutMs)
+{
+    const Deadline deadline(timeoutMs);
+    for (unsigned int received = 0; received < length;) {
+        if (!m_socket.read_select(deadline.Left())) return Outcome::kTimedOut;
+        const int count = m_socket.recv_some(bytes + received, length - received);
+        if (count <= 0) return Outcome::kFailed;
+        received += static_cast<unsigned int>(count);
+    }
+    return Outcome::kReceived;
 }
 
 StreamReplies::End StreamReplies::AwaitEvent()
 {
-    std::unique_lock hold(m_lock);
+    const MutexLock hold(m_lock);
     while (m_events.empty() && m_end == End::kNone) {
         if (m_reading)
-            m_changed.wait(hold);
+            m_changed.Wait(m_lock);
         else
-            Read(hold, [] { return true; });
+            Read([] { return true; });
     }
     return m_events.empty() || m_end == End::kStopped ? m_end : End::kNone;
 }
 
 bool StreamReplies::TakeEvent(Message& event)
 {
-    const std::lock_guard hold(m_lock);
+    const MutexLock hold(m_lock);
     if (m_events.empty()) return false;
     event = std::move(m_events.front());
     m_events.pop_front();
@@ -93,15 +106,15 @@ bool StreamReplies::TakeEvent(Message& event)
 
 uint32_t StreamReplies::EndCode() const
 {
-    const std::lock_guard hold(m_lock);
+    const MutexLock hold(m_lock);
     return m_endCode;
 }
 
 void StreamReplies::Stop()
 {
-    const std::lock_guard hold(m_lock);
+    const MutexLock hold(m_lock);
     m_end = End::kStopped;
-    m_changed.notify_all();
+    m_changed.NotifyAll();
 }
 
 // --- sending ---
@@ -109,11 +122,11 @@ void StreamReplies::Stop()
 bool StreamReplies::Send(const std::string& request, const ReplyMatch& match, unsigned int timeoutMs)
 {
     {
-        const std::lock_guard hold(m_lock);
+        const MutexLock hold(m_lock);
         m_match = match;
         m_reply.reset();
     }
-    const Deadline deadline = DeadlineIn(timeoutMs);
+    const Deadline deadline(timeoutMs);
     size_t sent = 0;
     for (;;) {
         const int count =
@@ -128,71 +141,78 @@ bool StreamReplies::Send(const std::string& request, const ReplyMatch& match, un
 }
 
 /// @return false when waiting longer is of no use.
-bool StreamReplies::WaitForRoom(Deadline deadline)
+bool StreamReplies::WaitForRoom(const Deadline& deadline)
 {
-    constexpr unsigned int kTurn = 20;  // milliseconds, after which the one who reads may have left
-    std::unique_lock hold(m_lock);
-    const unsigned int left = MillisecondsUntil(deadline);
-    if (m_end != End::kNone || left == 0) return false;
-    if (m_reading) {
-        hold.unlock();
-        m_socket.wait_ready(POLLOUT, std::min(left, kTurn));
-    } else {
-        Read(hold, [&] { return (m_socket.wait_ready(POLLIN | POLLOUT, left) & ~POLLOUT) != 0; });
+    constexpr unsigned int kTurn = 20;  // milliseconds, after which the reading thread may have left
+    {
+        const MutexLock hold(m_lock);
+        if (m_end != End::kNone || deadline.IsOver()) return false;
+        if (!m_reading) {
+            Read([&] { return (m_socket.wait_ready(POLLIN | POLLOUT, deadline.Left()) & ~POLLOUT) != 0; });
+            return true;
+        }
     }
+    m_socket.wait_ready(POLLOUT, std::min(deadline.Left(), kTurn));
     return true;
 }
 
 // --- reading ---
 
-/// One reading for everybody, if the wait says that there is something, without holding the lock meanwhile.
+void StreamReplies::Received::FailForWantOfMemory()
+{
+    end = End::kFailed;
+    code = ENOMEM;
+}
+
+/// One reading for all threads, if the wait says that there is something, without holding the lock meanwhile.
 template <class Wait>
-void StreamReplies::Read(std::unique_lock<std::mutex>& hold, const Wait& wait)
+void StreamReplies::Read(const Wait& wait)
 {
     m_reading = true;
-    hold.unlock();
-    Catch caught;
-    const auto unlessItFails = [&](const auto& part) {
+    Received received;
+    {
+        const MutexUnlock meanwhile(m_lock);
         try {
-            part();
+            if (wait()) Receive(received);
         } catch (...) {
-            caught.end = End::kFailed;
-            caught.code = ENOMEM;
+            received.FailForWantOfMemory();
         }
-    };
-    unlessItFails([&] {
-        if (wait()) Receive(caught);
-        if (m_socket.fd == -1 && caught.end == End::kNone) caught.end = End::kFailed;
-    });
-    hold.lock();
-    m_reading = false;
-    unlessItFails([&] {
-        for (Message& message : caught.messages) Route(std::move(message));
-    });
-    if (m_end == End::kNone && caught.end != End::kNone) {
-        m_end = caught.end;
-        m_endCode = caught.code;
+        if (m_socket.fd == -1 && received.end == End::kNone) received.end = End::kFailed;
     }
-    m_changed.notify_all();
+    m_reading = false;
+    RouteAll(received);
+    m_changed.NotifyAll();
+}
+
+void StreamReplies::RouteAll(Received& received)
+{
+    try {
+        for (Message& message : received.messages) Route(std::move(message));
+    } catch (...) {
+        received.FailForWantOfMemory();
+    }
+    if (m_end != End::kNone || received.end == End::kNone) return;
+    m_end = received.end;
+    m_endCode = received.code;
 }
 
 /// What the socket gives at once, in whole messages.
-void StreamReplies::Receive(Catch& caught)
+void StreamReplies::Receive(Received& received)
 {
     char piece[16 * 1024];
     const int count = m_socket.recv_some(piece, sizeof piece);
     if (count <= 0) {
         const bool whole = count == 0 && m_input.empty() && m_skip == 0;
-        caught.end = whole ? End::kClosed : End::kFailed;
-        caught.code = count == 0 ? 0 : static_cast<uint32_t>(errno);
+        received.end = whole ? End::kClosed : End::kFailed;
+        received.code = count == 0 ? 0 : static_cast<uint32_t>(errno);
         return;
     }
     m_input.append(piece, static_cast<size_t>(count));
-    while (TakeMessage(caught)) {
+    while (TakeMessage(received)) {
     }
 }
 
-bool StreamReplies::TakeMessage(Catch& caught)
+bool StreamReplies::TakeMessage(Received& received)
 {
     const size_t skipped = std::min(m_skip, m_input.size());
     m_input.erase(0, skipped);
@@ -202,8 +222,8 @@ bool StreamReplies::TakeMessage(Catch& caught)
     const uint32_t type = TypeOf(m_input.data());
     const size_t recordBytes = RecordBytes(type);
     if (recordBytes == 0) {
-        caught.end = End::kUnknownType;
-        caught.code = type;
+        received.end = End::kUnknownType;
+        received.code = type;
         return false;
     }
     if (m_input.size() < recordBytes) return false;
@@ -213,7 +233,7 @@ bool StreamReplies::TakeMessage(Catch& caught)
     const size_t payload = believed ? response.streamLength : 0;
     if (m_input.size() < recordBytes + payload) return false;
 
-    caught.messages.push_back({type, m_input.substr(0, recordBytes), m_input.substr(recordBytes, payload)});
+    received.messages.push_back({type, m_input.substr(0, recordBytes), m_input.substr(recordBytes, payload)});
     m_input.erase(0, recordBytes + payload);
     if (!believed) m_skip = response.streamLength;
     return true;

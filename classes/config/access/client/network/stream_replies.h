@@ -1,19 +1,18 @@
 /// StreamReplies: replies and events of one TCP connection.
 #pragma once
 
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <vector>
 
 #include "config/access/client/network/reply_source.h"
+#include "config/base/mutex.h"
 
 namespace vexa::corvalis::config::access {
 
-/// Whoever waits reads for all: an exchange that comes upon an event keeps it for the events thread, the events
-/// thread hands a reply to the exchange. So nobody waits for what is already there, and a callback on the
-/// events thread can exchange messages itself. Whoever sends and finds no room reads as well: the server may be
-/// waiting for room, too.
+/// One of the waiting threads reads for all: an exchange keeps an event that it meets for the events thread, the
+/// events thread hands a reply to the exchange. So no thread waits for what is already there, and a callback on the
+/// events thread can exchange messages itself. A thread that sends and finds no room reads as well: the server may
+/// be waiting for room, too. Thread: any, as each operation says.
 class StreamReplies : public ReplySource {
   public:
     enum class End { kNone, kStopped, kClosed, kFailed, kUnknownType };
@@ -22,7 +21,8 @@ class StreamReplies : public ReplySource {
     explicit StreamReplies(Socket& socket) : m_socket(socket) {}
 
     bool Send(const std::string& request, const ReplyMatch& match, unsigned int timeoutMs) override;
-    ReplyResult Await(unsigned int timeoutMs, Message& reply) override;
+    Outcome Await(unsigned int timeoutMs, Message& reply) override;
+    Outcome AwaitFirst(char* bytes, unsigned int length, unsigned int timeoutMs) override;
     void Stop() override;
 
     /// Waits until there is an event. One thread at a time.
@@ -34,30 +34,33 @@ class StreamReplies : public ReplySource {
     uint32_t EndCode() const;
 
   private:
-    /// What one reading brought.
-    struct Catch {
+    /// What one reading of the socket brought.
+    struct Received {
         std::vector<Message> messages;
         End end = End::kNone;
         uint32_t code = 0;
+
+        void FailForWantOfMemory();
     };
     template <class Wait>
-    void Read(std::unique_lock<std::mutex>& hold, const Wait& wait);
-    void Receive(Catch& caught);
-    bool TakeMessage(Catch& caught);
-    void Route(Message message);
-    bool WaitForRoom(Deadline deadline);
+    void Read(const Wait& wait) VEXA_REQUIRES(m_lock);
+    void Receive(Received& received);
+    bool TakeMessage(Received& received);
+    void RouteAll(Received& received) VEXA_REQUIRES(m_lock);
+    void Route(Message message) VEXA_REQUIRES(m_lock);
+    bool WaitForRoom(const Deadline& deadline);
 
     Socket& m_socket;
 
-    mutable std::mutex m_lock;  // guards what follows
-    std::condition_variable m_changed;
-    bool m_reading = false;  // somebody reads from the socket
-    End m_end = End::kNone;  // no more messages
-    uint32_t m_endCode = 0;
-    ReplyMatch m_match;              // of the exchange
-    std::optional<Message> m_reply;  // for it
-    std::deque<Message> m_events;
-    bool m_eventsDropped = false;  // since the queue was empty
+    mutable Mutex m_lock;
+    CondVar m_changed;
+    bool m_reading VEXA_GUARDED_BY(m_lock) = false;  // a thread reads from the socket
+    End m_end VEXA_GUARDED_BY(m_lock) = End::kNone;  // no more messages
+    uint32_t m_endCode VEXA_GUARDED_BY(m_lock) = 0;
+    ReplyMatch m_match VEXA_GUARDED_BY(m_lock);              // of the exchange
+    std::optional<Message> m_reply VEXA_GUARDED_BY(m_lock);  // for it
+    std::deque<Message> m_events VEXA_GUARDED_BY(m_lock);
+    bool m_eventsDropped VEXA_GUARDED_BY(m_lock) = false;  // since the queue was empty
 
     // Of the thread that reads.
     std::string m_input;

@@ -1,7 +1,6 @@
 #include "config/access/client/queues/exchange_lock.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 
 namespace vexa::config::access {
@@ -11,7 +10,7 @@ namespace {
 /// Few enough that the others hardly notice.
 constexpr unsigned int kMaxInARow = 64;
 /// How long the lock may be free at most when its holder does not return.
-constexpr std::chrono::milliseconds kLookAgain(2);
+constexpr unsigned int kLookAgainMs = 2;
 
 }  // namespace
 
@@ -43,10 +42,10 @@ bool ExchangeLock::Acquire(const std::atomic<bool>& ended)
         if (m_waiting > 0) ++m_inARow;
         return true;
     }
-    std::unique_lock hold(m_lock);
+    const MutexLock hold(m_lock);
     ++m_waiting;
     bool taken;
-    while (!(taken = TakeWaiting()) && !ended) WaitAWhile(hold);
+    while (!(taken = TakeWaiting()) && !ended) WaitAWhile();
     --m_waiting;
     return taken;
 }
@@ -59,23 +58,23 @@ bool ExchangeLock::TakeWaiting()
     return true;
 }
 
-void ExchangeLock::WaitAWhile(std::unique_lock<std::mutex>& hold)
+void ExchangeLock::WaitAWhile()
 {
     if (!m_holderReturns) {
-        m_changed.wait(hold);
+        m_changed.Wait(m_lock);
         m_holderReturns = true;  // unless it is free now
         return;
     }
     const unsigned int before = m_inARow;
-    m_changed.wait_for(hold, kLookAgain);
+    m_changed.Wait(m_lock, Deadline(kLookAgainMs));
     m_holderReturns = m_inARow != before;
 }
 
 void ExchangeLock::End(const void* owner)
 {
     Release(owner);
-    const std::lock_guard hold(m_lock);
-    m_changed.notify_all();
+    const MutexLock hold(m_lock);
+    m_changed.NotifyAll();
 }
 
 /// Only one of the two, the turn and the end of its connection, finds the owner.
@@ -83,17 +82,17 @@ void ExchangeLock::Release(const void* owner)
 {
     if (!m_holder.compare_exchange_strong(owner, nullptr) || HandOver()) return;
     if (sem_post(&m_semaphore.raw) != 0) perror("SemaphoreHelper::~SemaphoreHelper failed to post\n");
-    const std::lock_guard hold(m_lock);  // either this sees who waits, or they see that it is free
-    if (m_waiting > 0 && !m_holderReturns) m_changed.notify_one();
+    const MutexLock hold(m_lock);  // either this sees a waiting thread, or that thread sees the free lock
+    if (m_waiting > 0 && !m_holderReturns) m_changed.NotifyOne();
 }
 
 bool ExchangeLock::HandOver()
 {
     if (m_waiting == 0 || m_inARow < kMaxInARow) return false;
-    const std::lock_guard hold(m_lock);
+    const MutexLock hold(m_lock);
     if (m_waiting == 0) return false;
     m_handedOver = true;
-    m_changed.notify_one();
+    m_changed.NotifyOne();
     return true;
 }
 

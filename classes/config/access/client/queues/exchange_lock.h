@@ -2,9 +2,8 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 
+#include "config/base/mutex.h"
 #include "config/base/semaphore_helper.h"
 
 namespace vexa::config::access {
@@ -27,7 +26,7 @@ class ExchangeLock {
       public:
         /// Waits for the lock.
         /// @param owner  the connection; only compared.
-        /// @param ended  whether the owner's wait is in vain, which may become true meanwhile.
+        /// @param ended  whether the owner is ending, which may become true meanwhile.
         Turn(ExchangeLock& lock, const void* owner, const std::atomic<bool>& ended);
         ~Turn();
         Turn(const Turn&) = delete;
@@ -49,8 +48,8 @@ class ExchangeLock {
   private:
     bool Take();
     bool Acquire(const std::atomic<bool>& ended);
-    bool TakeWaiting();
-    void WaitAWhile(std::unique_lock<std::mutex>& hold);
+    bool TakeWaiting() VEXA_REQUIRES(m_lock);
+    void WaitAWhile() VEXA_REQUIRES(m_lock);
     void Release(const void* owner);
     bool HandOver();
 
@@ -59,10 +58,11 @@ class ExchangeLock {
     std::atomic<unsigned int> m_waiting = 0;  // threads
     std::atomic<unsigned int> m_inARow = 0;   // requests that went before those who wait
 
-    std::mutex m_lock;  // guards what follows
-    std::condition_variable m_changed;
-    bool m_handedOver = false;     // the semaphore stays taken, for one of those who wait
-    bool m_holderReturns = false;  // so waking another thread is in vain
+    Mutex m_lock;
+    CondVar m_changed;
+    bool m_handedOver VEXA_GUARDED_BY(m_lock) = false;  // the semaphore stays taken, for a waiting thread
+    bool m_holderReturns VEXA_GUARDED_BY(m_lock) =
+        false;  // within kLookAgainMs, so do not wake a waiting thread
 };
 
 /// What the connections of one factory share. They keep it alive.

@@ -18,11 +18,11 @@ namespace {
 /// Normally there are none; a daemon that answers wrongly makes them.
 constexpr size_t kMaxAbandoned = 64;
 /// Events of a client that does not take them.
-constexpr size_t kMaxKept = 10'000;
+constexpr size_t kMaxEvents = 10'000;
 /// More than the longest message.
 constexpr size_t kSpareBytes = 64;
 /// How long events wait at most when an exchange ends and no other one begins.
-constexpr std::chrono::milliseconds kQuiet(5);
+constexpr unsigned int kQuietMs = 5;
 
 }  // namespace
 
@@ -49,14 +49,14 @@ MQReader::~MQReader()
 
 MQReader::Exchange::Exchange(MQReader& reader, uint32_t requestID) : m_reader(reader), m_requestID(requestID)
 {
-    const Hold hold(m_reader.m_lock);
+    const MutexLock hold(m_reader.m_lock);
     m_reader.m_exchanges.push_back(this);
     ++m_reader.m_exchangesBegun;
 }
 
 MQReader::Exchange::~Exchange()
 {
-    const Hold hold(m_reader.m_lock);
+    const MutexLock hold(m_reader.m_lock);
     std::erase(m_reader.m_exchanges, this);
     if (!m_mayCome) return;
     auto& abandoned = m_reader.m_abandoned;
@@ -67,10 +67,10 @@ MQReader::Exchange::~Exchange()
     }
 }
 
-MQReader::Result MQReader::Exchange::Await(const QueueDeadline& deadline, MQMessage& answer)
+Outcome MQReader::Exchange::Await(const Deadline& deadline, MQMessage& answer)
 {
-    const Result result = m_reader.Wait([this] { return m_answer.has_value(); }, deadline);
-    if (result == Result::kReceived) answer = *std::move(m_answer);
+    const Outcome result = m_reader.Wait(this, deadline);
+    if (result == Outcome::kReceived) answer = *std::move(m_answer);
     return result;
 }
 
@@ -78,160 +78,168 @@ MQReader::Result MQReader::Exchange::Await(const QueueDeadline& deadline, MQMess
 
 MQReader::EventWait::EventWait(MQReader& reader) : m_reader(reader)
 {
-    const Hold hold(m_reader.m_lock);
+    const MutexLock hold(m_reader.m_lock);
     ++m_reader.m_eventWaits;
 }
 
 MQReader::EventWait::~EventWait()
 {
-    Hold hold(m_reader.m_lock);
+    const MutexLock hold(m_reader.m_lock);
     --m_reader.m_eventWaits;
-    m_reader.StartDelivery(hold);
+    m_reader.StartDelivery();
 }
 
-MQReader::Result MQReader::EventWait::Await()
+Outcome MQReader::EventWait::Await()
 {
-    return m_reader.Wait([this] { return !m_reader.m_kept.empty(); }, QueueDeadline(kNoQueueTimeout));
+    return m_reader.Wait(nullptr, Deadline(Deadline::kNever));
 }
 
 void MQReader::SetDelivering(bool wanted)
 {
-    Hold hold(m_lock);
-    m_wanted = wanted;
+    MutexLock hold(m_lock);
+    m_deliveryWanted = wanted;
 }
 
 bool MQReader::BeginDelivery()
 {
-    const Hold hold(m_lock);
+    const MutexLock hold(m_lock);
     if (!MayDeliver()) return false;
     m_delivering = true;
     return true;
 }
 
+void MQReader::DeliverKept()
+{
+    const MutexLock hold(m_lock);
+    StartDelivery();
+}
+
 bool MQReader::NextToDeliver(MQMessage& message)
 {
-    const Hold hold(m_lock);
-    m_delivering = !m_stopped && !m_kept.empty() && m_eventWaits == 0;
+    const MutexLock hold(m_lock);
+    m_delivering = !m_stopped && !m_events.empty() && m_eventWaits == 0;
     if (!m_delivering) return false;
-    message = std::move(m_kept.front());
-    m_kept.pop_front();
+    message = std::move(m_events.front());
+    m_events.pop_front();
     return true;
 }
 
 void MQReader::EndDelivery()
 {
-    const Hold hold(m_lock);
+    const MutexLock hold(m_lock);
     m_delivering = false;
 }
 
 bool MQReader::TakeEvent(MQMessage& message)
 {
-    const Hold hold(m_lock);
-    if (m_stopped || m_kept.empty()) return false;
-    message = std::move(m_kept.front());
-    m_kept.pop_front();
+    const MutexLock hold(m_lock);
+    if (m_stopped || m_events.empty()) return false;
+    message = std::move(m_events.front());
+    m_events.pop_front();
     return true;
 }
 
 void MQReader::DropEvents()
 {
-    const Hold hold(m_lock);
-    m_kept.clear();
+    const MutexLock hold(m_lock);
+    m_events.clear();
 }
 
 bool MQReader::MayDeliver() const
 {
-    return !m_stopped && !m_delivering && m_eventWaits == 0 && !m_kept.empty();
+    return !m_stopped && !m_delivering && m_eventWaits == 0 && !m_events.empty();
 }
 
-void MQReader::StartDelivery(Hold& hold)
+void MQReader::StartDelivery()
 {
-    if (!m_wanted || !MayDeliver()) return;
+    if (!m_deliveryWanted || !MayDeliver()) return;
     m_delivering = true;
-    hold.unlock();
+    const MutexUnlock meanwhile(m_lock);
     m_deliver();
-    hold.lock();
 }
 
 // --- waiting ---
 
-/// One who reads does so until he has what he waits for. Then, or when they get something, the others look.
-template <class Done>
-MQReader::Result MQReader::Wait(const Done& done, const QueueDeadline& deadline)
+/// @param exchange  null: an event will do.
+bool MQReader::IsDone(const Exchange* exchange) const
 {
-    Hold hold(m_lock);
-    Result result = Result::kReceived;
-    while (!done() && result == Result::kReceived) {
-        if (m_stopped) {
-            errno = ECANCELED;
-            result = Result::kStopped;
-        } else if (!m_reading) {
-            result = Read(hold, &deadline);
-        } else if (!Sleep(hold, deadline)) {
-            errno = ETIMEDOUT;
-            result = Result::kTimedOut;
-        }
-        StartDelivery(hold);
+    return exchange ? exchange->m_answer.has_value() : !m_events.empty();
+}
+
+/// The reading thread reads until its own message has come, then wakes the others.
+Outcome MQReader::Wait(const Exchange* exchange, const Deadline& deadline)
+{
+    const MutexLock hold(m_lock);
+    Outcome result = Outcome::kReceived;
+    while (!IsDone(exchange) && result == Outcome::kReceived) {
+        result = WaitOnce(deadline);
+        StartDelivery();
     }
-    if (done()) result = Result::kReceived;
+    if (IsDone(exchange)) result = Outcome::kReceived;
     if (m_reading) return result;
     const int error = errno;
-    ReadAll(hold);
+    ReadAll();
     errno = error;
     return result;
 }
 
-/// For the end of a reading: no notification tells of what stands behind another message.
-void MQReader::ReadAll(Hold& hold)
+/// @return kReceived when there may be something; else with errno.
+Outcome MQReader::WaitOnce(const Deadline& deadline)
 {
-    if (m_wanted || m_again) DrainAll(hold);
-    m_changed.notify_all();
-    StartDelivery(hold);
+    if (m_stopped) {
+        errno = ECANCELED;
+        return Outcome::kStopped;
+    }
+    if (!m_reading) return Read(&deadline);
+    if (m_changed.Wait(m_lock, deadline)) return Outcome::kReceived;
+    errno = ETIMEDOUT;
+    return Outcome::kTimedOut;
 }
 
-/// @return false on time-out.
-bool MQReader::Sleep(Hold& hold, const QueueDeadline& deadline)
+/// For the end of a reading: no notification tells of what stands behind another message.
+void MQReader::ReadAll()
 {
-    if (deadline.IsLimited()) return m_changed.wait_until(hold, deadline.End()) == std::cv_status::no_timeout;
-    m_changed.wait(hold);
-    return true;
+    if (m_deliveryWanted || m_readAgain) DrainAll();
+    m_changed.NotifyAll();
+    StartDelivery();
 }
 
 void MQReader::AwaitQuiet()
 {
-    Hold hold(m_lock);
+    const MutexLock hold(m_lock);
     if (m_exchanges.empty()) return;
     uint32_t begun;
     do {
         begun = m_exchangesBegun;
-        m_stop.wait_for(hold, kQuiet, [this] { return m_stopped.load(); });
-        if (!m_reading) ReadAll(hold);  // the exchange may be waiting to send
+        const Deadline quiet(kQuietMs);
+        while (!m_stopped && m_stopChanged.Wait(m_lock, quiet)) continue;
+        if (!m_reading) ReadAll();  // the exchange may be waiting to send
     } while (!m_stopped && (!m_exchanges.empty() || m_exchangesBegun != begun));
 }
 
 bool MQReader::Drain()
 {
-    Hold hold(m_lock);
+    MutexLock hold(m_lock);
     if (m_reading) {
-        m_again = true;
+        m_readAgain = true;
         return true;
     }
-    const Result result = DrainAll(hold);
+    const Outcome result = DrainAll();
     const int error = errno;
-    m_changed.notify_all();
+    m_changed.NotifyAll();
     errno = error;
-    return result != Result::kFailed;
+    return result != Outcome::kFailed;
 }
 
-MQReader::Result MQReader::DrainAll(Hold& hold)
+Outcome MQReader::DrainAll()
 {
-    Result result = Result::kStopped;
+    Outcome result = Outcome::kStopped;
     do {
-        m_again = false;
+        m_readAgain = false;
         do {
-            if (!m_stopped) result = Read(hold, nullptr);
-        } while (!m_stopped && result == Result::kReceived);
-    } while (!m_stopped && m_again);
+            if (!m_stopped) result = Read(nullptr);
+        } while (!m_stopped && result == Outcome::kReceived);
+    } while (!m_stopped && m_readAgain);
     return result;
 }
 
@@ -239,29 +247,32 @@ void MQReader::Stop()
 {
     bool blocked;
     {
-        const Hold hold(m_lock);
+        const MutexLock hold(m_lock);
         m_stopped = true;
         blocked = m_blocked;
-        m_changed.notify_all();
-        m_stop.notify_all();
+        m_changed.NotifyAll();
+        m_stopChanged.NotifyAll();
     }
     eventfd_write(m_wake, 1);
     // Only a message ends a blocking wait. If there is no room for it, there are other messages.
-    if (blocked) SendMessage(m_queue, "", 0, 0, QueueDeadline(0));
+    if (blocked) SendMessage(m_queue, "", 0, 0, Deadline(0));
 }
 
 // --- reading ---
 
 /// One message, without holding the lock meanwhile. @param deadline  null: do not wait.
-MQReader::Result MQReader::Read(Hold& hold, const QueueDeadline* deadline)
+Outcome MQReader::Read(const Deadline* deadline)
 {
     const bool blocked = deadline && !deadline->IsLimited() && m_blockingQueue != -1;
     m_reading = true;
     m_blocked = blocked;
-    hold.unlock();
-    const ssize_t count = Receive(blocked, deadline);
-    const int error = errno;
-    hold.lock();
+    ssize_t count;
+    int error;
+    {
+        const MutexUnlock meanwhile(m_lock);
+        count = Receive(blocked, deadline);
+        error = errno;
+    }
     m_reading = m_blocked = false;
     if (count >= 0) {
         try {
@@ -269,16 +280,16 @@ MQReader::Result MQReader::Read(Hold& hold, const QueueDeadline* deadline)
         } catch (const std::bad_alloc&) {
             fputs("PosixMQClient - a message is lost for want of memory\n", stderr);
         }
-        return Result::kReceived;
+        return Outcome::kReceived;
     }
     errno = error == EAGAIN ? ETIMEDOUT : error;
-    if (errno == ETIMEDOUT) return Result::kTimedOut;
-    return errno == ECANCELED ? Result::kStopped : Result::kFailed;
+    if (errno == ETIMEDOUT) return Outcome::kTimedOut;
+    return errno == ECANCELED ? Outcome::kStopped : Outcome::kFailed;
 }
 
 /// The blocking descriptor saves the question whether there is a message, and while it is waited for, no
 /// notification starts a thread.
-ssize_t MQReader::Receive(bool blocked, const QueueDeadline* deadline)
+ssize_t MQReader::Receive(bool blocked, const Deadline* deadline)
 {
     if (!deadline) return ReceiveNow(m_queue, m_buffer.data(), m_buffer.size());
     ssize_t count = -1;
@@ -311,19 +322,19 @@ void MQReader::Route(MQMessage message)
     }
     if (exchange == m_exchanges.end()) return Keep(std::move(message));
     (*exchange)->m_answer = std::move(message);
-    m_changed.notify_all();
+    m_changed.NotifyAll();
 }
 
 void MQReader::Keep(MQMessage message)
 {
-    if (m_kept.size() == kMaxKept) {
-        m_kept.pop_front();
-        if (!m_keptDropped) fputs("PosixMQClient - too many events, the oldest are lost\n", stderr);
-        m_keptDropped = true;
+    if (m_events.size() == kMaxEvents) {
+        m_events.pop_front();
+        if (!m_eventsDropped) fputs("PosixMQClient - too many events, the oldest are lost\n", stderr);
+        m_eventsDropped = true;
     }
-    if (m_kept.empty()) m_keptDropped = false;
-    m_kept.push_back(std::move(message));
-    if (m_eventWaits > 0) m_changed.notify_all();
+    if (m_events.empty()) m_eventsDropped = false;
+    m_events.push_back(std::move(message));
+    if (m_eventWaits > 0) m_changed.NotifyAll();
 }
 
 }  // namespace vexa::config::access

@@ -4,15 +4,15 @@
 #include <mqueue.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <vector>
 
 #include "config/access/client/queues/mq_message.h"
 #include "config/access/io/message_queue.h"
+#include "config/access/io/outcome.h"
+#include "config/base/mutex.h"
 
 namespace vexa::config::access {
 
@@ -24,8 +24,6 @@ namespace vexa::config::access {
 /// Thread: any.
 class MQReader {
   public:
-    enum class Result { kReceived, kTimedOut, kStopped, kFailed };
-
     /// The wait for one answer. Make it before the request is sent.
     class Exchange {
       public:
@@ -36,7 +34,7 @@ class MQReader {
         Exchange& operator=(const Exchange&) = delete;
 
         /// @return kReceived with the answer; else errno says more.
-        Result Await(const QueueDeadline& deadline, MQMessage& answer);
+        Outcome Await(const Deadline& deadline, MQMessage& answer);
         /// The request was not sent, so no answer comes.
         void Cancel() { m_mayCome = false; }
 
@@ -57,7 +55,7 @@ class MQReader {
         EventWait& operator=(const EventWait&) = delete;
 
         /// @return kReceived when there is an event, unless another thread takes it.
-        Result Await();
+        Outcome Await();
 
       private:
         MQReader& m_reader;
@@ -80,8 +78,10 @@ class MQReader {
     void AwaitQuiet();
     /// Keeps what is in the queue, or has it kept by the one who reads. @return false, with errno.
     bool Drain();
-    /// @return whether there is something to deliver and nobody at it: the caller is, now.
+    /// @return whether there is something to deliver and no thread at it: the caller is, now.
     bool BeginDelivery();
+    /// Has the events that are kept delivered, as if an exchange had met them.
+    void DeliverKept();
     /// The next message for the one who delivers. @return false when there is none: the delivery has ended.
     bool NextToDeliver(MQMessage& message);
     /// Gives the delivery up; the next event starts another one.
@@ -97,18 +97,17 @@ class MQReader {
     int WakeDescriptor() const { return m_wake; }
 
   private:
-    using Hold = std::unique_lock<std::mutex>;
-    template <class Done>
-    Result Wait(const Done& done, const QueueDeadline& deadline);
-    bool Sleep(Hold& hold, const QueueDeadline& deadline);
-    Result Read(Hold& hold, const QueueDeadline* deadline);
-    ssize_t Receive(bool blocked, const QueueDeadline* deadline);
-    Result DrainAll(Hold& hold);
-    void ReadAll(Hold& hold);
-    void Route(MQMessage message);
-    void Keep(MQMessage message);
-    bool MayDeliver() const;
-    void StartDelivery(Hold& hold);
+    bool IsDone(const Exchange* exchange) const VEXA_REQUIRES(m_lock);
+    Outcome Wait(const Exchange* exchange, const Deadline& deadline);
+    Outcome WaitOnce(const Deadline& deadline) VEXA_REQUIRES(m_lock);
+    Outcome Read(const Deadline* deadline) VEXA_REQUIRES(m_lock);
+    ssize_t Receive(bool blocked, const Deadline* deadline);
+    Outcome DrainAll() VEXA_REQUIRES(m_lock);
+    void ReadAll() VEXA_REQUIRES(m_lock);
+    void Route(MQMessage message) VEXA_REQUIRES(m_lock);
+    void Keep(MQMessage message) VEXA_REQUIRES(m_lock);
+    bool MayDeliver() const VEXA_REQUIRES(m_lock);
+    void StartDelivery() VEXA_REQUIRES(m_lock);
 
     const mqd_t m_queue;
     const mqd_t m_blockingQueue;  // the same queue, for waits without a limit; -1: could not be opened
@@ -116,20 +115,22 @@ class MQReader {
     const std::function<void()> m_deliver;
     std::atomic<bool> m_stopped = false;
 
-    std::mutex m_lock;  // guards what follows
-    std::condition_variable m_changed;
-    bool m_reading = false;  // somebody reads from the queue
-    bool m_blocked = false;  // and does not hear m_wake
-    bool m_again = false;    // the one who reads is to read all that is there
-    std::condition_variable m_stop;
-    uint32_t m_exchangesBegun = 0;
-    std::vector<Exchange*> m_exchanges;  // oldest first; each lives on the stack of its thread
-    std::deque<uint32_t> m_abandoned;    // requests whose answer nobody waits for any more
-    std::deque<MQMessage> m_kept;
-    bool m_keptDropped = false;  // since the queue was empty
-    bool m_wanted = false;
-    bool m_delivering = false;
-    unsigned int m_eventWaits = 0;
+    Mutex m_lock;
+    CondVar m_changed;
+    bool m_reading VEXA_GUARDED_BY(m_lock) = false;    // a thread reads from the queue
+    bool m_blocked VEXA_GUARDED_BY(m_lock) = false;    // and does not hear m_wake
+    bool m_readAgain VEXA_GUARDED_BY(m_lock) = false;  // the reading thread is to read all that is there
+    CondVar m_stopChanged;
+    uint32_t m_exchangesBegun VEXA_GUARDED_BY(m_lock) = 0;
+    std::vector<Exchange*> m_exchanges
+        VEXA_GUARDED_BY(m_lock);  // oldest first; each on the stack of its thread
+    std::deque<uint32_t> m_abandoned
+        VEXA_GUARDED_BY(m_lock);                             // requests whose answer is not awaited any more
+    std::deque<MQMessage> m_events VEXA_GUARDED_BY(m_lock);  // not delivered yet
+    bool m_eventsDropped VEXA_GUARDED_BY(m_lock) = false;    // since the queue was empty
+    bool m_deliveryWanted VEXA_GUARDED_BY(m_lock) = false;
+    bool m_delivering VEXA_GUARDED_BY(m_lock) = false;
+    unsigned int m_eventWaits VEXA_GUARDED_BY(m_lock) = 0;
 
     std::vector<char> m_buffer;  // of the thread that reads
 };

@@ -3,9 +3,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 
 #include "config/access/io/connection_utilities.h"
-#include "config/access/io/message_queue.h"
+#include "config/base/no_signals.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/streams/memory_serializer.h"
 #include "config/values/config_value.h"
@@ -13,15 +14,6 @@
 namespace vexa::config::access {
 
 namespace {
-
-size_t MessageBytes(mqd_t queue)
-{
-    mq_attr attributes{};
-    if (mq_getattr(queue, &attributes) == 0) return static_cast<size_t>(attributes.mq_msgsize);
-    perror("PosixMQClient::PosixMQClient - mq_getattr failed");
-    fputs("PosixMQClient::PosixMQClient - mq_getattr failed", stderr);
-    exit(1);
-}
 
 /// With errno's meaning, and without.
 void PrintTwice(const char* text)
@@ -35,16 +27,11 @@ void PrintTwice(const char* text)
 PosixMQClient::PosixMQClient(unsigned int connectionID, unsigned int priority, mqd_t requestQueue,
                              mqd_t responseQueue, std::shared_ptr<SharedExchanges> shared,
                              eConfigID_t configID)
-    : m_connectionID(connectionID),
-      m_priority(priority),
-      m_requestQueue(requestQueue),
-      m_responseQueue(responseQueue),
-      m_shared(std::move(shared)),
-      m_configID(configID),
-      m_reader(responseQueue, ConnectionUtilities::GetQueueName(connectionID), MessageBytes(responseQueue),
-               [this] { StartDelivery(); })
+    : m_configID(configID),
+      m_connection(connectionID, priority, requestQueue, responseQueue, std::move(shared),
+                   [this] { StartDelivery(); }),
+      m_events(m_connection, MQNotifyHandler, this)
 {
-    SemaphoreHelper::Init(m_listenerLock);
     LiveClients::Add(this);
 }
 
@@ -52,78 +39,47 @@ PosixMQClient::~PosixMQClient()
 {
     Stop();
     LiveClients::Remove(this);
-    mq_close(m_responseQueue);
-    SemaphoreHelper::Destroy(m_listenerLock);
 }
 
 void PosixMQClient::Stop()
 {
-    m_reader.Stop();
-    m_shared->lock.End(this);
-    bool notifying;
-    {
-        const std::lock_guard hold(m_notifyLock);
-        notifying = m_notifyWanted;
-    }
-    if (notifying) EnableMQEvents(false);
+    m_connection.Stop();
+    m_events.Stop();
 }
 
-// --- exchanges ---
-
-PosixMQClient::Outcome PosixMQClient::Exchange(uint32_t requestID, const char* data, size_t length,
-                                               MQMessage& answer)
+/// What every operation does around its work: the client stays, and nothing is thrown at the caller.
+template <class Work>
+auto PosixMQClient::Do(const char* operation, const Work& work)
 {
-    const QueueDeadline deadline(m_replyTimeout);
-    MQReader::Exchange exchange(m_reader, requestID);
-    Outcome outcome = Outcome::kAnswered;
-    if (m_reader.IsStopped()) {  // nothing may follow the goodbye
-        errno = ECANCELED;
-        exchange.Cancel();
-        outcome = Outcome::kNotSent;
-    } else if (!SendMessage(m_requestQueue, data, length, m_priority, deadline, m_reader.WakeDescriptor())) {
-        exchange.Cancel();
-        outcome = Outcome::kNotSent;
-    } else if (exchange.Await(deadline, answer) != MQReader::Result::kReceived) {
-        outcome = Outcome::kFailed;
+    const LiveClients::Use use(this);
+    if (!use) return decltype(work()){};
+    try {
+        return work();
+    } catch (...) {
+        fprintf(stderr, "PosixMQClient::%s - ended by an exception\n", operation);
+        m_connection.SetUnreachable();
+        return decltype(work()){};
     }
-    m_reachable = outcome == Outcome::kAnswered;
-    return outcome;
-}
-
-/// One at a time over all connections of the factory.
-PosixMQClient::Outcome PosixMQClient::ValueExchange(XCONFIGMGR_REQUEST_T& request, const std::string& stream,
-                                                    MQMessage& answer)
-{
-    const ExchangeLock::Turn turn(m_shared->lock, this, m_reader.IsStopped());
-    if (!turn) {
-        errno = ECANCELED;
-        return Outcome::kNotSent;
-    }
-    if (stream.empty()) return Exchange(request, answer);
-    request.info.requestID = m_shared->nextRequestID++;
-    const auto record = wire::Encode<wire::HostOrder>(request);
-    const std::string bytes = std::string(record.data(), record.size()) + stream;
-    return Exchange(request.info.requestID, bytes.data(), bytes.size(), answer);
 }
 
 XCONFIGMGR_REQUEST_T PosixMQClient::Request(eMessageType_t type, eParam_t id, eConfigID_t configID) const
 {
     XCONFIGMGR_REQUEST_T request;
     request.msgtype = type;
-    request.info = {m_connectionID, 0, configID, m_priority};
+    request.info = m_connection.Info(configID);
     request.paramID = id;
     return request;
 }
 
 void PosixMQClient::StoreLastUpdate(const MQMessage& answer)
 {
-    const std::lock_guard hold(m_timeLock);
+    const MutexLock hold(m_timeLock);
     m_lastUpdate = TimeOf(answer);
 }
 
 timeval PosixMQClient::GetLastConfigUpdate()
 {
-    const std::lock_guard hold(m_timeLock);
+    const MutexLock hold(m_timeLock);
     return m_lastUpdate;
 }
 
@@ -138,15 +94,15 @@ unsigned int PosixMQClient::GetNumber(eParam_t id)
 {
     auto request = Request(XCFG_GET_PARAM_REQUEST, id, m_configID);
     MQMessage answer;
-    switch (ValueExchange(request, "", answer)) {
+    switch (m_connection.ExchangeValue(request, "", answer)) {
         case Outcome::kNotSent:
             PrintTwice("PosixMQClient::Get - mq_send failed");
             return 0;
-        case Outcome::kFailed:
+        default:
             perror("PosixMQClient::Get - mq_receive failed");
             fputs("PosixMQClient::Get(): mq_receive returned -1, FAILED", stderr);
             return 0;
-        case Outcome::kAnswered:
+        case Outcome::kReceived:
             break;
     }
     // A Get looks at the error first, a Set at the identifiers: an error is no update, whoever it is for.
@@ -178,15 +134,15 @@ bool PosixMQClient::SetNumber(eParam_t id, unsigned int value)
     auto request = Request(XCFG_SET_PARAM_REQUEST, id, m_configID);
     request.value = value;
     MQMessage answer;
-    switch (ValueExchange(request, "", answer)) {
+    switch (m_connection.ExchangeValue(request, "", answer)) {
         case Outcome::kNotSent:
             perror("PosixMQClient::Set mq_send failed");
             fputs("PosixMQClient::Set - mq_send failed\n", stderr);
             return false;
-        case Outcome::kFailed:
+        default:
             PrintTwice("PosixMQClient::Set - mq_receive failed");
             return false;
-        case Outcome::kAnswered:
+        case Outcome::kReceived:
             break;
     }
     if (!ConnectionUtilities::IsValidResponse(request.info, answer.info)) {
@@ -208,15 +164,15 @@ bool PosixMQClient::GetText(eParam_t id, std::string& value)
 {
     auto request = Request(XCFG_GET_STREAM_PARAM_REQUEST, id, m_configID);
     MQMessage answer;
-    switch (ValueExchange(request, "", answer)) {
+    switch (m_connection.ExchangeValue(request, "", answer)) {
         case Outcome::kNotSent:
             PrintTwice("PosixMQClient::Get - mq_send failed");
             return false;
-        case Outcome::kFailed:
+        default:
             perror("PosixMQClient::Get - mq_receive failed");
             fputs("PosixMQClient::Get(): mq_receive returned -1, FAILED", stderr);
             return false;
-        case Outcome::kAnswered:
+        case Outcome::kReceived:
             break;
     }
     const auto complain = [](const char* what) {
@@ -248,14 +204,14 @@ bool PosixMQClient::SetText(eParam_t id, const std::string& value)
     request.streamLength = static_cast<uint32_t>(stream.size());
     request.streamFormat = kQueueStreamFormat;
     MQMessage answer;
-    switch (ValueExchange(request, stream, answer)) {
+    switch (m_connection.ExchangeValue(request, stream, answer)) {
         case Outcome::kNotSent:
             fputs("PosixMQClient::Set: mq_send failed\n", stderr);
             return false;
-        case Outcome::kFailed:
+        default:
             perror("PosixMQClient::Set - mq_receive failed");
             return false;
-        case Outcome::kAnswered:
+        case Outcome::kReceived:
             break;
     }
     if (answer.error != 0) return HandleErrorResponse(&answer);
@@ -284,6 +240,65 @@ ParamDescriptor* PosixMQClient::GetParamDescriptor(std::string paramIDName)
 std::list<eParam_t> PosixMQClient::GetParamIDs()
 {
     return ::GetParamIDs();
+}
+
+// --- events ---
+
+bool PosixMQClient::AddConfigEventListener(ConfigEventListener* listener)
+{
+    if (!listener || IsInCallback()) return false;
+    return Do("AddConfigEventListener", [&] { return m_events.AddListener(listener); });
+}
+
+bool PosixMQClient::RemoveConfigEventListener(ConfigEventListener* listener)
+{
+    if (IsInCallback()) return false;
+    return Do("RemoveConfigEventListener", [&] { return m_events.RemoveListener(listener); });
+}
+
+bool PosixMQClient::WaitForConfigEvent(ConfigEvent& event, long, long)
+{
+    if (IsInCallback()) return false;
+    return Do("WaitForConfigEvent", [&] { return m_events.WaitForEvent(event); });
+}
+
+bool PosixMQClient::EnableMQEvents(bool on)
+{
+    return m_events.Enable(on);
+}
+
+bool PosixMQClient::ProcessEvents()
+{
+    const LiveClients::Use use(this);  // a callback may disconnect the client
+    return use && m_events.ProcessEvents();
+}
+
+void PosixMQClient::MQNotifyHandler(sigval value)
+{
+    const NoSignals inCallbacks;
+    bool healthy = true;
+    try {
+        const LiveClients::Use client(static_cast<PosixMQClient*>(value.sival_ptr));
+        if (client) healthy = client->m_events.HandleNotification();
+    } catch (...) {
+        MQEvents::ReportException();
+    }
+    if (healthy) return;
+    MQEvents::Report("call to EnableMQEvents failed!");
+    exit(-1);
+}
+
+/// For events that a request has met. Its thread may hold locks that a callback takes.
+void PosixMQClient::StartDelivery()
+{
+    LiveClients::Use use(this);
+    if (!use) return;
+    try {
+        const NoSignals inherited;
+        std::thread([use = std::move(use)] { use->m_events.DeliverEvents(); }).detach();
+    } catch (...) {
+        m_connection.Reader().EndDelivery();  // no thread, or no memory, for now
+    }
 }
 
 }  // namespace vexa::config::access

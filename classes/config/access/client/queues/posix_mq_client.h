@@ -4,15 +4,11 @@
 #include <mqueue.h>
 #include <signal.h>
 
-#include <atomic>
-#include <cstdio>
 #include <memory>
-#include <mutex>
-#include <vector>
 
-#include "config/access/client/queues/exchange_lock.h"
-#include "config/access/client/queues/live_clients.h"
-#include "config/access/client/queues/mq_reader.h"
+#include "config/access/client/queues/mq_connection.h"
+#include "config/access/client/queues/mq_events.h"
+#include "config/base/live_objects.h"
 #include "config/config.h"
 #include "config/config_factory.h"
 
@@ -74,100 +70,37 @@ class PosixMQClient : public Config, public Runnable {
     bool ProcessEvents();
 
     /// False after an exchange got no answer, until one does.
-    bool IsReachable() const { return m_reachable; }
+    bool IsReachable() const { return m_connection.IsReachable(); }
     /// In milliseconds. Default no limit.
-    void SetReplyTimeout(unsigned int timeout) { m_replyTimeout = timeout; }
+    void SetReplyTimeout(unsigned int timeout) { m_connection.SetReplyTimeout(timeout); }
 
     // For the factory, which disconnects.
     /// Ends all waits. No callback begins any more.
     void Stop();
     /// Whether this thread is in a callback of this client.
-    bool IsInCallback() const;
-    unsigned int ConnectionID() const { return m_connectionID; }
-    unsigned int Priority() const { return m_priority; }
-    mqd_t RequestQueue() const { return m_requestQueue; }
-    mqd_t ResponseQueue() const { return m_responseQueue; }
+    bool IsInCallback() const { return m_events.IsInCallback(); }
+    const MQConnection& Connection() const { return m_connection; }
+    unsigned int ConnectionID() const { return m_connection.connectionID; }
 
   private:
-    enum class Outcome { kAnswered, kNotSent, kFailed };
-    class CallbackScope;
-
     template <class Work>
     auto Do(const char* operation, const Work& work);
     XCONFIGMGR_REQUEST_T Request(eMessageType_t type, eParam_t id, eConfigID_t configID) const;
-    Outcome Exchange(uint32_t requestID, const char* data, size_t length, MQMessage& answer);
-    template <class Record>
-    Outcome Exchange(Record& request, MQMessage& answer);
-    Outcome ValueExchange(XCONFIGMGR_REQUEST_T& request, const std::string& stream, MQMessage& answer);
     void StoreLastUpdate(const MQMessage& answer);
     unsigned int GetNumber(eParam_t id);
     bool SetNumber(eParam_t id, unsigned int value);
     bool GetText(eParam_t id, std::string& value);
     bool SetText(eParam_t id, const std::string& value);
-
-    XCONFIGMGR_EVENT_HANDLER_REQUEST_T ListenerRequest(eMessageType_t type) const;
-    bool AddListener(ConfigEventListener* listener) VEXA_EXCLUDES(m_listenerLock);
-    bool RemoveListener(ConfigEventListener* listener) VEXA_EXCLUDES(m_listenerLock);
-    bool TellDaemon(eMessageType_t type, const char* operation);
-    bool RegisterWait();
-    bool WaitForEvent(ConfigEvent& event) VEXA_EXCLUDES(m_listenerLock);
-
-    bool Arm();
-    bool HandleNotification();
     void StartDelivery();
-    void DeliverEvents();
-    bool DeliverNext() VEXA_EXCLUDES(m_listenerLock);
-    bool ProcessConfigParamEvent(const MQMessage& message, ConfigEvent* event) VEXA_REQUIRES(m_listenerLock);
-    bool ProcessConfigStreamParamEvent(const MQMessage& message, ConfigEvent* event)
-        VEXA_REQUIRES(m_listenerLock);
-    template <class Call>
-    void CallListeners(const Call& call) VEXA_REQUIRES(m_listenerLock);
 
-    const unsigned int m_connectionID;
-    const unsigned int m_priority;
-    const mqd_t m_requestQueue;
-    const mqd_t m_responseQueue;
-    const std::shared_ptr<SharedExchanges> m_shared;
     const eConfigID_t m_configID;
-    MQReader m_reader;
-    std::atomic<unsigned int> m_replyTimeout = kNoQueueTimeout;
-    std::atomic<bool> m_reachable = true;
-    std::atomic<bool> m_waitRegistered = false;  // the daemon knows that somebody waits for events
-
-    std::mutex m_timeLock;
-    timeval m_lastUpdate{};  // guarded by m_timeLock
-
-    // Before the exchange lock and the reader's. Held over callbacks and over the exchanges that register, so
-    // no exchange waits for it.
-    LockSemaphore m_listenerLock;
-    std::vector<ConfigEventListener*> m_listeners VEXA_GUARDED_BY(m_listenerLock);  // borrowed
-
-    std::mutex m_notifyLock;
-    bool m_notifyWanted = false;  // guarded by m_notifyLock
+    MQConnection m_connection;
+    MQEvents m_events;
+    Mutex m_timeLock;
+    timeval m_lastUpdate VEXA_GUARDED_BY(m_timeLock) = {};
 };
 
-/// What every operation does around its work: the client stays, and nothing is thrown at the caller.
-template <class Work>
-auto PosixMQClient::Do(const char* operation, const Work& work)
-{
-    const LiveClients::Use use(this);
-    if (!use) return decltype(work()){};
-    try {
-        return work();
-    } catch (...) {
-        fprintf(stderr, "PosixMQClient::%s - ended by an exception\n", operation);
-        m_reachable = false;
-        return decltype(work()){};
-    }
-}
-
-/// Gives a request its number and waits for its answer. @return kNotSent or kFailed with errno.
-template <class Record>
-PosixMQClient::Outcome PosixMQClient::Exchange(Record& request, MQMessage& answer)
-{
-    request.info.requestID = m_shared->nextRequestID++;
-    const auto bytes = wire::Encode<wire::HostOrder>(request);
-    return Exchange(request.info.requestID, bytes.data(), bytes.size(), answer);
-}
+/// The clients that exist: the system starts threads for clients that may be gone by then.
+using LiveClients = LiveObjects<PosixMQClient>;
 
 }  // namespace vexa::config::access

@@ -29,14 +29,14 @@ XCONFIGMGR_CONNECTION_REQUEST_T HandshakeRequest(eMessageType_t type, unsigned i
     return request;
 }
 
-bool Send(mqd_t queue, const XCONFIGMGR_CONNECTION_REQUEST_T& request, const QueueDeadline& deadline)
+bool Send(mqd_t queue, const XCONFIGMGR_CONNECTION_REQUEST_T& request, const Deadline& deadline)
 {
-    const auto bytes = wire::Encode<wire::HostOrder>(request);
+    const std::string bytes = wire::Bytes<wire::HostOrder>(request);
     return SendMessage(queue, bytes.data(), bytes.size(), request.info.priority, deadline);
 }
 
 /// The first message that is no event. @param buffer  for any message of the queue.
-bool ReceiveAnswer(mqd_t queue, std::vector<char>& buffer, const QueueDeadline& deadline, MQMessage& answer)
+bool ReceiveAnswer(mqd_t queue, std::vector<char>& buffer, const Deadline& deadline, MQMessage& answer)
 {
     for (;;) {
         if (!WaitForQueue(queue, POLLIN, deadline)) return false;
@@ -147,7 +147,7 @@ PosixMQClient* PosixMQFactory::Connect(std::string uri)
 bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, unsigned int connectionID,
                                        unsigned int priority)
 {
-    const QueueDeadline deadline(m_connectTimeout);
+    const Deadline deadline(m_connectTimeout);
     const auto request = HandshakeRequest(XCFG_CONNECT_REQUEST, connectionID, priority, *m_shared);
     if (!Send(requestQueue, request, deadline)) {
         perror("PosixMQFactory::ConfirmConnection");
@@ -192,7 +192,7 @@ bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, 
 void PosixMQFactory::Disconnect(PosixMQClient* client)
 {
     if (!LiveClients::Close(client)) return;
-    // First of all nobody else waits for this connection, and it for nobody.
+    // First of all, the waits of this connection and those for it end.
     client->Stop();
     const bool fromCallback = client->IsInCallback();
     if (!fromCallback) LiveClients::WaitUntilUnused(client);
@@ -206,13 +206,13 @@ void PosixMQFactory::Disconnect(PosixMQClient* client)
 
 bool PosixMQFactory::ConfirmDisconnect(PosixMQClient* client)
 {
-    const QueueDeadline deadline(kDisconnectTimeoutMs);
-    const auto request =
-        HandshakeRequest(XCFG_DISCONNECT_REQUEST, client->ConnectionID(), client->Priority(), *m_shared);
-    DrainQueue(client->ResponseQueue());
+    const Deadline deadline(kDisconnectTimeoutMs);
+    const auto request = HandshakeRequest(XCFG_DISCONNECT_REQUEST, client->ConnectionID(),
+                                          client->Connection().priority, *m_shared);
+    DrainQueue(client->Connection().responseQueue);
     mq_attr attributes{};
-    if (!Send(client->RequestQueue(), request, deadline) ||
-        mq_getattr(client->ResponseQueue(), &attributes) != 0)
+    if (!Send(client->Connection().requestQueue, request, deadline) ||
+        mq_getattr(client->Connection().responseQueue, &attributes) != 0)
         return false;
     std::vector<char> buffer;
     try {
@@ -221,7 +221,7 @@ bool PosixMQFactory::ConfirmDisconnect(PosixMQClient* client)
         return false;
     }
     MQMessage answer;
-    return ReceiveAnswer(client->ResponseQueue(), buffer, deadline, answer) &&
+    return ReceiveAnswer(client->Connection().responseQueue, buffer, deadline, answer) &&
            answer.msgtype == XCFG_DISCONNECT_RESPONSE &&
            ConnectionUtilities::IsValidResponse(request.info, answer.info) && answer.listenerError == 0;
 }

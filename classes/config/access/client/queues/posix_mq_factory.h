@@ -49,7 +49,7 @@ class PosixMQFactory {
     const std::shared_ptr<SharedExchanges> m_shared;
     mqd_t m_requestQueue;
     std::atomic<unsigned int> m_connections = 0;
-    std::atomic<unsigned int> m_connectTimeout = kNoQueueTimeout;
+    std::atomic<unsigned int> m_connectTimeout = Deadline::kNever;
 };
 
 }  // namespace vexa::config::access

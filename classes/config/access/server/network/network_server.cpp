@@ -3,15 +3,16 @@
 #include <pthread.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <condition_variable>
 #include <cstdio>
-#include <mutex>
 #include <new>
 
 #include "config/access/server/network/network_tcp_connection.h"
 #include "config/access/server/network/network_udp_connection.h"
+#include "config/base/mutex.h"
+#include "config/base/no_destructor.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -20,43 +21,48 @@ namespace {
 constexpr int kSocketBufferBytes = 786'432;
 
 /// The servers of the process whose threads have not ended.
-struct Running {
-    std::mutex mutex;
-    std::condition_variable changed;
-    size_t count = 0;
+struct RunningServers {
+    Mutex lock;
+    CondVar changed;
+    size_t count VEXA_GUARDED_BY(lock) = 0;
 };
 
-Running& Servers()
+RunningServers& Servers()
 {
-    static Running& running = *new Running;  // never destroyed: server threads outlive main
-    return running;
+    static NoDestructor<RunningServers> servers;  // server threads outlive main
+    return *servers;
 }
 
 void Count(bool starts)
 {
-    Running& servers = Servers();
-    const std::lock_guard hold(servers.mutex);
+    RunningServers& servers = Servers();
+    const MutexLock hold(servers.lock);
     starts ? ++servers.count : --servers.count;
-    servers.changed.notify_all();
+    servers.changed.NotifyAll();
 }
 
 }  // namespace
 
 /// The end of a server, which Stop and the server's thread bring about together.
-struct NetworkServer::Life {
-    std::mutex mutex;
-    std::condition_variable stop;
-    bool isStopped = false;  // for good: a thread that starts late must see it
+struct NetworkServer::Ending {
+    Mutex lock;
+    CondVar changed;
+    bool isStopped VEXA_GUARDED_BY(lock) = false;  // for good: a thread that starts late must see it
 
     bool IsStopped()
     {
-        const std::lock_guard hold(mutex);
+        const MutexLock hold(lock);
         return isStopped;
+    }
+    void WaitUntilStopped(const Deadline& deadline)
+    {
+        const MutexLock hold(lock);
+        while (!isStopped && changed.Wait(lock, deadline)) continue;
     }
 };
 
 NetworkServer::NetworkServer(int domain, int type, int port)
-    : m_domain(domain), m_type(type), m_port(port), m_life(std::make_shared<Life>())
+    : m_domain(domain), m_type(type), m_port(port), m_ending(std::make_shared<Ending>())
 {
 }
 
@@ -105,11 +111,11 @@ bool NetworkServer::Start()
 
 void NetworkServer::Stop()
 {
-    const std::shared_ptr<Life> life = m_life;
-    const std::lock_guard hold(life->mutex);  // the thread deletes the server when it gets the lock
-    life->isStopped = true;
+    const std::shared_ptr<Ending> ending = m_ending;
+    const MutexLock hold(ending->lock);  // the thread deletes the server when it gets the lock
+    ending->isStopped = true;
     if (m_socket) m_socket->close();
-    life->stop.notify_all();
+    ending->changed.NotifyAll();
 }
 
 void* NetworkServer::pthread_start(void* argument)
@@ -129,20 +135,20 @@ void* NetworkServer::pthread_start(void* argument)
 void NetworkServer::Finish(NetworkServer* server)
 {
     server->m_udpConnection.reset();
-    const std::shared_ptr<Life> life = server->m_life;
-    {
-        std::unique_lock hold(life->mutex);
-        life->stop.wait(hold, [&] { return life->isStopped; });
-    }
+    const std::shared_ptr<Ending> ending = server->m_ending;
+    ending->WaitUntilStopped(Deadline(Deadline::kNever));
     delete server;
     Count(false);
 }
 
 bool NetworkServer::WaitUntilStopped(std::chrono::milliseconds timeout)
 {
-    Running& servers = Servers();
-    std::unique_lock hold(servers.mutex);
-    return servers.changed.wait_for(hold, timeout, [&] { return servers.count == 0; });
+    const Deadline deadline(
+        static_cast<unsigned int>(std::clamp<long long>(timeout.count(), 0, Deadline::kNever)));
+    RunningServers& servers = Servers();
+    const MutexLock hold(servers.lock);
+    while (servers.count > 0 && servers.changed.Wait(servers.lock, deadline)) continue;
+    return servers.count == 0;
 }
 
 // --- loops ---
@@ -158,15 +164,14 @@ void NetworkServer::Run()
 void NetworkServer::PauseIfExhausted(int error)
 {
     if (error != EMFILE && error != ENFILE && error != ENOBUFS && error != ENOMEM) return;
-    std::unique_lock hold(m_life->mutex);
-    m_life->stop.wait_for(hold, kPauseWhenExhausted, [&] { return m_life->isStopped; });
+    m_ending->WaitUntilStopped(Deadline(kPauseWhenExhaustedMs));
 }
 
 /// A client or datagram that there is no memory for is lost; the next one may find some.
 template <class Step>
 void NetworkServer::RepeatUntilStopped(const Step& step)
 {
-    while (!m_life->IsStopped()) {
+    while (!m_ending->IsStopped()) {
         try {
             step();
         } catch (...) {

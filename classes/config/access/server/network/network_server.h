@@ -56,7 +56,7 @@ class NetworkServer {
     static bool WaitUntilStopped(std::chrono::milliseconds timeout);
 
   private:
-    struct Life;
+    struct Ending;
     static void* pthread_start(void* server);
     static void Finish(NetworkServer* server);
 
@@ -71,7 +71,7 @@ class NetworkServer {
     void PauseIfExhausted(int error);
 
     const int m_domain, m_type, m_port;
-    const std::shared_ptr<Life> m_life;  // shared with a Stop that is running while the server goes
+    const std::shared_ptr<Ending> m_ending;  // shared with a Stop that is running while the server goes
     std::unique_ptr<Socket> m_socket;
     std::unique_ptr<NetworkUDPConnection> m_udpConnection;  // of the server's thread
     std::vector<eConfigID_t> m_announced;

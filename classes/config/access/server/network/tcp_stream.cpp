@@ -100,7 +100,7 @@ bool TcpStream::WaitAndSend(bool forInput, bool forOutput)
     pollfd descriptors[] = {{m_socket->fd, wanted, 0}, {m_wake, POLLIN, 0}};
     if (poll(descriptors, 2, -1) == -1) {
         // What the system lacks may come back; asking for it at once would keep a processor busy.
-        if (errno != EINTR) std::this_thread::sleep_for(kPauseWhenExhausted);
+        if (errno != EINTR) std::this_thread::sleep_for(std::chrono::milliseconds(kPauseWhenExhaustedMs));
         return false;
     }
     eventfd_t ignored;

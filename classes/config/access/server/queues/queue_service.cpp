@@ -55,7 +55,7 @@ QueueService::~QueueService()
     if (m_thread.joinable()) {
         m_stop = true;
         // Wakes the thread; a queue that is full does not let it sleep anyway.
-        mq::SendMessage(m_queue, "", 0, 0, mq::QueueDeadline(0));
+        mq::SendMessage(m_queue, "", 0, 0, vexa::Deadline(0));
         m_thread.join();
     }
     if (m_store) m_store->RemoveConfigEventListener(this);

@@ -118,7 +118,7 @@ TEST_F(MainstayQueueClient, AnAnswerThatComesTooLateIsNobodys)
               "PosixMQClient::Get - mq_receive failed: Connection timed out\n"
               "PosixMQClient::Get(): mq_receive returned -1, FAILED");
     EXPECT_FALSE(m_client->IsReachable());
-    m_client->SetReplyTimeout(mq::kNoQueueTimeout);
+    m_client->SetReplyTimeout(vexa::Deadline::kNever);
     const MQRequest late = m_daemon.Requests().back();
     AnswerWith(XCFG_SET_PARAM_REQUEST, [&](const MQRequest& request) {
         m_daemon.Send(m_id, Bytes(AnswerTo(late)));

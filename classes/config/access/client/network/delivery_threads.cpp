@@ -1,0 +1,90 @@
+#include "config/access/client/network/delivery_threads.h"
+
+#include <pthread.h>
+
+#include <cstdio>
+#include <system_error>
+
+#include "config/base/no_signals.h"
+
+namespace vexa::corvalis::config::access {
+
+namespace {
+
+/// Those to which this thread belongs.
+thread_local const DeliveryThreads* current = nullptr;
+
+}  // namespace
+
+std::thread DeliveryThreads::Start(const char* name, std::function<void()> body)
+{
+    const NoSignals inherited;
+    return std::thread([this, name, body = std::move(body)] {
+        pthread_setname_np(pthread_self(), name);
+        current = this;
+        try {
+            body();
+        } catch (...) {
+            fprintf(stderr, "NetworkClient - thread %s ended by an exception\n", name);
+        }
+        current = nullptr;
+        if (m_deletingThread != std::this_thread::get_id()) return;
+        const auto deleteClient = m_deleteClient;  // the client takes this object with it
+        deleteClient();
+    });
+}
+
+void DeliveryThreads::Join(std::thread& thread)
+{
+    if (!thread.joinable()) return;
+    try {
+        if (thread.get_id() == std::this_thread::get_id())
+            thread.detach();
+        else
+            thread.join();
+    } catch (const std::system_error&) {
+        fputs("NetworkClient::StopEventsThread - thread join failed", stderr);
+    }
+}
+
+bool DeliveryThreads::IsCurrent() const
+{
+    return current == this;
+}
+
+bool EventsThread::Start(const char* name, const std::function<void()>& body)
+{
+    const MutexLock hold(m_lock);
+    if (m_running) return true;
+    DeliveryThreads::Join(m_thread);  // ended by itself
+    try {
+        m_thread = m_threads.Start(name, [this, body] { Run(body); });
+        m_running = true;
+    } catch (const std::system_error&) {
+        fputs("NetworkClient::StartEventsThread - unable to start thread", stderr);
+    }
+    return m_running;
+}
+
+void EventsThread::Run(const std::function<void()>& body)
+{
+    try {
+        body();
+    } catch (...) {
+        fputs("NetworkClient::ProcessEvents - ended by an exception\n", stderr);
+    }
+    const MutexLock hold(m_lock);
+    m_running = false;
+}
+
+void EventsThread::Join()
+{
+    std::thread ending;
+    {
+        const MutexLock hold(m_lock);
+        ending.swap(m_thread);
+    }
+    DeliveryThreads::Join(ending);
+}
+
+}  // namespace vexa::corvalis::config::access

@@ -1,0 +1,70 @@
+/// MQEvents: the listeners of a message-queue connection, and how events reach them.
+#pragma once
+
+#include <signal.h>
+
+#include <atomic>
+
+#include "config/access/client/queues/mq_connection.h"
+#include "config/listeners/listener_list.h"
+
+namespace vexa::config::access {
+
+/// Listeners are called on threads that the system starts for a message in the empty queue, on one that a request has
+/// started for the events that it met, or on one that waits for an event. Thread: any.
+class MQEvents {
+  public:
+    /// @param connection  borrowed.
+    /// @param onMessage, value  what the system calls, on a thread of its own, for a message in the empty queue.
+    MQEvents(MQConnection& connection, void (*onMessage)(sigval), void* value);
+    MQEvents(const MQEvents&) = delete;
+    MQEvents& operator=(const MQEvents&) = delete;
+
+    // Not from a callback of this object: see IsInCallback.
+    /// Registers the connection with the daemon for its first listener.
+    bool AddListener(ConfigEventListener* listener);
+    bool RemoveListener(ConfigEventListener* listener);
+    /// Waits without a limit for an event, tells the listeners and fills the record. @return false when stopped.
+    bool WaitForEvent(ConfigEvent& event);
+
+    /// Whether this thread is in a callback of this object.
+    bool IsInCallback() const;
+    /// Has the system tell of messages, or not. @return false after one line.
+    bool Enable(bool on);
+    /// Turns the system's notification off, if it is on. No callback begins any more.
+    void Stop();
+    /// For the notification. @return false when the next one cannot be turned on.
+    bool HandleNotification();
+    /// Delivers what is in the queue. @return false after one line or more when it cannot be read.
+    bool ProcessEvents();
+    /// Delivers the events that are kept, for the thread that a BeginDelivery has chosen.
+    void DeliverEvents();
+    /// One line that begins with the process's name.
+    static void Report(const char* what);
+    static void ReportException() { Report("exception!!!!"); }
+
+  private:
+    class CallbackScope;
+
+    XCONFIGMGR_EVENT_HANDLER_REQUEST_T ListenerRequest(eMessageType_t type) const;
+    bool TellDaemon(eMessageType_t type, const char* operation);
+    bool RegisterWait();
+    bool Arm() VEXA_REQUIRES(m_notifyLock);
+    bool DeliverNext();
+    bool ProcessNumber(const MQMessage& message, ConfigEvent* event);
+    bool ProcessText(const MQMessage& message, ConfigEvent* event);
+
+    MQConnection& m_connection;
+    MQReader& m_reader;
+    void (*const m_onMessage)(sigval);
+    void* const m_value;
+    std::atomic<bool> m_waitRegistered = false;  // the daemon knows that a caller waits for events
+
+    // The list's turn comes before the exchange lock and the reader's. It is held over the exchanges that register,
+    // too, so no exchange waits for it.
+    ListenerList m_listeners{&ReportException};
+    Mutex m_notifyLock;
+    bool m_notifyWanted VEXA_GUARDED_BY(m_notifyLock) = false;
+};
+
+}  // namespace vexa::config::access

@@ -1,0 +1,41 @@
+/// Deadline: when a wait ends.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+
+namespace vexa {
+
+/// A point on the monotonic clock, or never.
+class Deadline {
+  public:
+    /// Milliseconds of a wait that has no limit.
+    static constexpr unsigned int kNever = 0xFFFFFFFF;
+
+    explicit Deadline(unsigned int milliseconds)
+        : m_limited(milliseconds != kNever),
+          m_end(std::chrono::steady_clock::now() + std::chrono::milliseconds(m_limited ? milliseconds : 0))
+    {
+    }
+
+    bool IsLimited() const { return m_limited; }
+    std::chrono::steady_clock::time_point End() const { return m_end; }
+    /// What is left, rounded up: -1 without a limit, 0 when it is over; as poll takes it.
+    int PollTimeout() const
+    {
+        if (!m_limited) return -1;
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(m_end - std::chrono::steady_clock::now());
+        return static_cast<int>(std::clamp<long long>(left.count(), 0, INT_MAX));
+    }
+    /// The same for waits that count in unsigned numbers: kNever without a limit.
+    unsigned int Left() const { return static_cast<unsigned int>(PollTimeout()); }
+    bool IsOver() const { return PollTimeout() == 0; }
+
+  private:
+    bool m_limited;
+    std::chrono::steady_clock::time_point m_end;
+};
+
+}  // namespace vexa

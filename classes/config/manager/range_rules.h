@@ -1,0 +1,44 @@
+/// RangeRules: the device's own rules about take numbers, clip naming and media space.
+#pragma once
+
+#include <functional>
+
+#include "config/listeners/listener_list.h"
+#include "config/param_ids.h"
+
+class Config;
+
+namespace vexa {
+
+/// Works on one store: reads its clip-naming parameters, asks the product's media library which takes exist, and
+/// writes takes without an event. Thread: any.
+class RangeRules {
+  public:
+    /// @param store        borrowed.
+    /// @param listeners    of the store: a search for custom takes lets no other change in between.
+    /// @param setSilently  stores a number without preconditions and events.
+    RangeRules(Config& store, ListenerList& listeners,
+               std::function<void(eParam_t, unsigned int)> setSilently)
+        : m_store(store), m_listeners(listeners), m_setSilently(std::move(setSilently))
+    {
+    }
+
+    /// Corrects a value of a parameter that has a rule.
+    void Limit(eParam_t id, unsigned int& value);
+    /// Raises a take number above the takes on the media, at most to 999.
+    void LimitTake(unsigned int& value);
+    /// What a stored change sets off: new clip naming resets the take.
+    void AfterNumber(eParam_t id);
+    void AfterText(eParam_t id);
+
+  private:
+    void LimitCustomTake(unsigned int& value);
+    void PutBack(eParam_t id, unsigned int forced, unsigned int saved);
+    void ResetTake(eParam_t take);
+
+    Config& m_store;
+    ListenerList& m_listeners;
+    const std::function<void(eParam_t, unsigned int)> m_setSilently;
+};
+
+}  // namespace vexa
