@@ -40,6 +40,5 @@ inline void SendNow(mqd_t queue, const std::string& message)
 template <class Record>
 std::string RecordBytes(const Record& record)
 {
-    const auto bytes = wire::Encode<wire::HostOrder>(record);
-    return {bytes.data(), bytes.size()};
+    return wire::Bytes<wire::HostOrder>(record);
 }

@@ -13,6 +13,7 @@
 #include "config/access/server/network/network_server.h"
 #include "config/access/server/peer_stores.h"
 #include "config/access/server/queues/queue_service.h"
+#include "config/base/report.h"
 #include "config/descriptors/registry/registry.h"
 
 namespace net = vexa::corvalis::config::access;
@@ -40,8 +41,7 @@ bool IsFree(int socketType, int port)
 bool CheckPort(int socketType, int port, const char* name)
 {
     if (IsFree(socketType, port)) return true;
-    fprintf(stderr, "mainstay: cannot serve %s port %d: %s\n", name, port, strerror(errno));
-    return false;
+    return vexa::Report("mainstay: cannot serve %s port %d: %s\n", name, port, strerror(errno));
 }
 
 }  // namespace
@@ -64,10 +64,7 @@ bool Daemon::Start(const Options& options)
     CreateDescriptors();
     // As a peer's, so that peers who open other stores cannot keep everybody from this one.
     m_store = net::OpenPeerStore(0);
-    if (!m_store) {
-        fputs("mainstay: cannot open the store\n", stderr);
-        return false;
-    }
+    if (!m_store) return vexa::Report("mainstay: cannot open the store\n");
     // The queues first: they tell a second daemon before anything else has started.
     return (options.noQueues || StartQueues()) &&
            (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, options.payloadOrder, "TCP")) &&

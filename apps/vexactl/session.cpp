@@ -14,13 +14,16 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "config/access/client/network/network_client.h"
 #include "config/access/client/queues/posix_mq_client.h"
 #include "config/access/client/queues/posix_mq_factory.h"
 #include "config/access/connector/config_factory_impl.h"
+#include "config/access/connector/reachability.h"
+#include "config/access/protocol/mq_protocol.h"
+#include "config/access/protocol/value_payload.h"
 #include "config/descriptors/registry/registry.h"
 
 namespace mq = vexa::config::access;
+namespace net = vexa::corvalis::config::access;
 
 namespace {
 
@@ -152,8 +155,7 @@ Config* Session::ConnectUri()
     ConfigFactory* const connector = ConfigFactoryImpl::GetInstance();
     Config* const config = connector->Connect(uri);
     m_disconnect = [=] { connector->Disconnect(config); };
-    if (auto* const client = dynamic_cast<vexa::corvalis::config::access::NetworkClient*>(config))
-        m_isReachable = [=] { return client->IsReachable(); };
+    if (config && IsRemote()) m_isReachable = [=] { return vexa::IsReachable(*config); };
     return config;
 }
 
@@ -185,10 +187,8 @@ std::string Session::Place() const
 
 size_t Session::LongestText() const
 {
-    constexpr size_t kObject = 17;  // what a text has around it in a stream
-    if (queues) return mq::kQueueMessageBytes - mq::kQueueResponseBytes - kObject;
-    constexpr size_t kNetwork = 24'000;
-    return IsRemote() ? kNetwork : std::string().max_size();
+    if (queues) return mq::kQueueMessageBytes - mq::kQueueResponseBytes - net::kTextObjectBytes;
+    return IsRemote() ? net::kLongestText : std::string().max_size();
 }
 
 Config* Session::ConnectForCatalogue()

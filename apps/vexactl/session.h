@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "config/access/protocol/uri.h"
 #include "config/base/mutex.h"
 #include "vexactl/deadline.h"
 #include "vexactl/exit_status.h"
@@ -93,7 +94,7 @@ class Session {
     void WaitForWatch(unsigned int changes, double seconds);
 
   private:
-    bool IsOver(const char* scheme) const { return !queues && uri.find(scheme) != std::string::npos; }
+    bool IsOver(const char* scheme) const { return !queues && vexa::uri::Contains(uri, scheme); }
     bool IsRemote() const { return queues || IsOver("tcp:") || IsOver("udp:") || IsOver("multicast:"); }
     std::string Place() const;
     std::string NoAnswer() const { return "no answer from " + Place() + " in time"; }

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <set>
 
+#include "config/base/no_destructor.h"
+#include "config/base/report.h"
 #include "config/descriptors/integer_descriptor.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/descriptors/string_descriptor.h"
@@ -94,23 +96,6 @@ int32_t ConfigManager::GetUseCount()
 
 // --- descriptors and preconditions ---
 
-// Not the registry's GetDescriptor: identifiers come from peers, and a placeholder for each would never be
-// freed.
-ParamDescriptor* ConfigManager::GetParamDescriptor(eParam_t id)
-{
-    return FindDescriptor(id);
-}
-
-ParamDescriptor* ConfigManager::GetParamDescriptor(std::string paramIDName)
-{
-    return GetDescriptor(std::move(paramIDName));
-}
-
-std::list<eParam_t> ConfigManager::GetParamIDs()
-{
-    return ::GetParamIDs();
-}
-
 bool ConfigManager::AddDefaultPreconditions()
 {
     return AddUpdatePrecondition(new vexa::config::UpdatePreconditionValues);
@@ -144,27 +129,25 @@ bool ConfigManager::DeleteAllUpdatePreconditions()
 
 /// One that fails with an exception vetoes: the writer expects none.
 template <class Queue>
-bool ConfigManager::Asks(UpdatePrecondition& precondition, Queue& queue)
+bool ConfigManager::PassesPrecondition(UpdatePrecondition& precondition, Queue& queue)
 {
     try {
         return precondition.IsUpdateValid(this, queue);
     } catch (...) {
-        fputs("ConfigManager::Asks - a precondition failed with an exception\n", stderr);
-        return false;
+        return vexa::Report("ConfigManager::Set - a precondition failed with an exception\n");
     }
 }
 
 template <class Queue>
 bool ConfigManager::PassesPreconditions(ParamDescriptor* descriptor, Queue& queue)
 {
-    static const std::string& kDoNotValidate = *new std::string("do_not_validate");
-    if (descriptor->HasClassName(kDoNotValidate)) return true;
+    static vexa::NoDestructor<const std::string> kDoNotValidate("do_not_validate");
+    if (descriptor->HasClassName(*kDoNotValidate)) return true;
     for (UpdatePrecondition* const precondition : m_preconditions) {
         if (queue.empty()) return true;  // dropped by an earlier one: there is nothing left to ask about
-        if (Asks(*precondition, queue)) continue;
-        fprintf(stderr, "ConfigManager::Set(%s) - update precondition failed, returning false\n",
-                NameOf(queue));
-        return false;
+        if (PassesPrecondition(*precondition, queue)) continue;
+        return vexa::Report("ConfigManager::Set(%s) - update precondition failed, returning false\n",
+                            NameOf(queue));
     }
     return true;
 }
@@ -195,12 +178,9 @@ bool ConfigManager::GetConfigValue(eParam_t id, Serializable*& value)
         return true;
     }
     Serializable* const created = CreateValue(descriptor);
-    if (!created) {
-        fprintf(stderr,
-                "ConfigManager::GetConfigValue - Clone() returned defaultValue == NULL, paramID = 0x%0X\n",
-                id);
-        return false;
-    }
+    if (!created)
+        return vexa::Report(
+            "ConfigManager::GetConfigValue - Clone() returned defaultValue == NULL, paramID = 0x%0X\n", id);
     m_values.emplace(id, created);
     value = created;
     return true;
@@ -225,10 +205,8 @@ void ConfigManager::StampUpdate()
 bool ConfigManager::SetConfigParam(eParam_t id, unsigned int value)
 {
     auto* const integer = dynamic_cast<IntegerValue*>(GetConfigValue(id));
-    if (!integer) {
-        fprintf(stderr, "ConfigManager::SetConfigParam() - configValue == NULL for paramID = %X\n", id);
-        return false;
-    }
+    if (!integer)
+        return vexa::Report("ConfigManager::SetConfigParam() - configValue == NULL for paramID = %X\n", id);
     integer->Set(value);
     StampUpdate();
     return true;
@@ -239,10 +217,8 @@ bool ConfigManager::SetConfigParam(eParam_t id, unsigned int value)
 bool ConfigManager::SetConfigParam(eParam_t id, std::string value)
 {
     Serializable* object = nullptr;
-    if (!GetConfigValue(id, object)) {
-        fprintf(stderr, "ConfigManager::SetConfigParam() - configValue == NULL for paramID = %08X\n", id);
-        return false;
-    }
+    if (!GetConfigValue(id, object))
+        return vexa::Report("ConfigManager::SetConfigParam() - configValue == NULL for paramID = %08X\n", id);
     auto* const text = dynamic_cast<StringValue*>(object);
     if (!text) return false;
     text->Set(std::move(value));
@@ -260,15 +236,10 @@ bool ConfigManager::GetConfigParam(eParam_t id, unsigned int& value)
 bool ConfigManager::GetConfigParam(eParam_t id, std::string& value)
 {
     Serializable* object = nullptr;
-    if (!GetConfigValue(id, object)) {
-        fprintf(stderr, "ConfigManager::GetConfigParam() - configValue == NULL for paramID = %X\n", id);
-        return false;
-    }
+    if (!GetConfigValue(id, object))
+        return vexa::Report("ConfigManager::GetConfigParam() - configValue == NULL for paramID = %X\n", id);
     auto* const text = dynamic_cast<StringValue*>(object);
-    if (!text) {
-        fputs("ConfigManager::GetConfigParam - error - not a StringValue\n", stderr);
-        return false;
-    }
+    if (!text) return vexa::Report("ConfigManager::GetConfigParam - error - not a StringValue\n");
     text->Get(value);
     return true;
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "config/base/semaphore_helper.h"
-#include "config/config.h"
+#include "config/descriptors/catalogue_config.h"
 #include "config/listeners/listener_list.h"
 #include "config/manager/range_rules.h"
 #include "config/manager/update_precondition.h"
@@ -23,7 +23,7 @@
 ///
 /// Thread: any, for every operation; preconditions are added and removed before concurrent writes begin.
 /// Lock order: listener lock, value lock, the lock of one value.
-class ConfigManager : public Config {
+class ConfigManager : public vexa::CatalogueConfig {
   public:
     explicit ConfigManager(eConfigID_t configID);
     /// Nobody may use the store any more. The value objects live on: somebody may hold one from
@@ -38,9 +38,6 @@ class ConfigManager : public Config {
     eConfigID_t GetConfigID() override { return m_configID; }
     /// Always zero, deliberately: the store stamps its updates for itself only.
     timeval GetLastConfigUpdate() override { return {}; }
-    ParamDescriptor* GetParamDescriptor(eParam_t id) override;
-    ParamDescriptor* GetParamDescriptor(std::string paramIDName) override;
-    std::list<eParam_t> GetParamIDs() override;
     bool Set(eParam_t id, unsigned int value, timeval time) override;
     bool Get(eParam_t id, unsigned int& value) override;
     bool Set(eParam_t id, std::string value, timeval time) override;
@@ -97,7 +94,7 @@ class ConfigManager : public Config {
 
   private:
     template <class Queue>
-    bool Asks(vexa::config::UpdatePrecondition& precondition, Queue& queue);
+    bool PassesPrecondition(vexa::config::UpdatePrecondition& precondition, Queue& queue);
     template <class Queue>
     bool PassesPreconditions(ParamDescriptor* descriptor, Queue& queue);
     bool SetFront(vexa::config::IntegerQueue& queue, timeval time);

@@ -1,4 +1,5 @@
 #include "config/manager/media_library.h"
+#include "config/base/no_destructor.h"
 
 #include <atomic>
 
@@ -30,7 +31,7 @@ void SetMediaLibrary(MediaLibrary* library)
 
 MediaLibrary& GetMediaLibrary()
 {
-    static NoMedia& noMedia = *new NoMedia;
+    static vexa::NoDestructor<NoMedia> noMedia;
     MediaLibrary* const library = plugged;
-    return library ? *library : noMedia;
+    return library ? *library : *noMedia;
 }

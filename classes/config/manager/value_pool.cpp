@@ -1,5 +1,6 @@
 #include "config/manager/value_pool.h"
 
+#include "config/base/no_destructor.h"
 #include "config/base/semaphore_helper.h"
 #include "config/values/config_value.h"
 
@@ -10,15 +11,15 @@ namespace {
 using Pool = std::multimap<eParam_t, ConfigValue*>;  // as many of one parameter as stores lived at once
 
 StaticLock poolLock;
-Pool& pool VEXA_GUARDED_BY(poolLock) = *new Pool;
+vexa::NoDestructor<Pool> pool VEXA_GUARDED_BY(poolLock);
 
-ConfigValue* TakeAsIs(eParam_t paramID)
+ConfigValue* TakeUnchanged(eParam_t paramID)
 {
     SemaphoreHelper hold(poolLock);
-    const auto found = pool.find(paramID);
-    if (found == pool.end()) return nullptr;
+    const auto found = pool->find(paramID);
+    if (found == pool->end()) return nullptr;
     ConfigValue* const value = found->second;
-    pool.erase(found);
+    pool->erase(found);
     return value;
 }
 
@@ -29,15 +30,16 @@ void Give(const std::map<eParam_t, Serializable*>& values)
     for (const auto& [id, object] : values) {
         auto* const value = dynamic_cast<ConfigValue*>(object);
         if (!value) continue;
-        if (dynamic_cast<StringValue*>(value)) value->ResetToFactory();  // a long text would wait for nobody
+        if (dynamic_cast<StringValue*>(value))
+            value->ResetToFactory();  // do not keep the memory of a long text
         SemaphoreHelper hold(poolLock);
-        pool.insert(pool.lower_bound(id), {id, value});  // the first to be taken
+        pool->insert(pool->lower_bound(id), {id, value});  // the first to be taken
     }
 }
 
 ConfigValue* Take(eConfigID_t configID, eParam_t paramID)
 {
-    ConfigValue* const value = TakeAsIs(paramID);
+    ConfigValue* const value = TakeUnchanged(paramID);
     if (!value) return nullptr;
     value->SetConfigID(configID);
     value->ResetToFactory();

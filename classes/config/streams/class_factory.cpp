@@ -4,6 +4,7 @@
 #include <list>
 #include <map>
 
+#include "config/base/no_destructor.h"
 #include "config/base/semaphore_helper.h"
 
 namespace {
@@ -15,22 +16,22 @@ using Registry = std::map<eClassID_t, ClassFactory*>;
 
 StaticLock initLock;  // taken before registryLock, which the standard factories take to register themselves
 StaticLock registryLock;
-Registry& registry VEXA_GUARDED_BY(registryLock) = *new Registry;
-std::list<ClassFactory*>& replaced VEXA_GUARDED_BY(registryLock) = *new std::list<ClassFactory*>;
+vexa::NoDestructor<Registry> registry VEXA_GUARDED_BY(registryLock);
+vexa::NoDestructor<std::list<ClassFactory*>> replaced VEXA_GUARDED_BY(registryLock);
 
 ClassFactory* Find(eClassID_t id)
 {
     SemaphoreHelper hold(registryLock);
-    const auto found = registry.find(id);
-    if (found != registry.end()) return found->second;
-    if (registry.size() < kMaxEntries) registry[id] = nullptr;
+    const auto found = registry->find(id);
+    if (found != registry->end()) return found->second;
+    if (registry->size() < kMaxEntries) (*registry)[id] = nullptr;
     return nullptr;
 }
 
 bool IsRegistryEmpty()
 {
     SemaphoreHelper hold(registryLock);
-    return registry.empty();
+    return registry->empty();
 }
 
 }  // namespace
@@ -43,8 +44,8 @@ void ClassFactory::RegisterIfEmpty(void (*registerAll)())
         registerAll();
     } catch (...) {
         SemaphoreHelper holdRegistry(registryLock);
-        for (const auto& [id, factory] : registry) delete factory;
-        registry.clear();
+        for (const auto& [id, factory] : *registry) delete factory;
+        registry->clear();
         throw;
     }
 }
@@ -52,8 +53,8 @@ void ClassFactory::RegisterIfEmpty(void (*registerAll)())
 void ClassFactory::Register(ClassFactory* factory)
 {
     SemaphoreHelper hold(registryLock);
-    ClassFactory*& slot = registry[factory->GetClassID()];
-    if (slot) replaced.push_back(slot);
+    ClassFactory*& slot = (*registry)[factory->GetClassID()];
+    if (slot) replaced->push_back(slot);
     slot = factory;
 }
 
@@ -73,7 +74,7 @@ Serializable* ClassFactory::Create(eClassID_t id)
 void ClassFactory::DestroyFactories()
 {
     SemaphoreHelper hold(registryLock);
-    for (auto& [id, factory] : registry) {
+    for (auto& [id, factory] : *registry) {
         delete factory;
         factory = nullptr;
     }
@@ -92,6 +93,6 @@ void ClassFactory::Release(Serializable* object)
 
 vexa::RecursiveMutex& ClassFactory::PrototypeMutex()
 {
-    static vexa::RecursiveMutex& mutex = *new vexa::RecursiveMutex;
-    return mutex;
+    static vexa::NoDestructor<vexa::RecursiveMutex> mutex;
+    return *mutex;
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "config/base/report.h"
 #include "config/streams/stream_words.h"
 
 MemoryDeSerializer::MemoryDeSerializer(eSerializationFormat format, char* start, char* end, bool flag)
@@ -99,11 +100,9 @@ bool MemoryDeSerializer::Read(const char*, Serializable*& object)
     if (!Read(header)) return false;
     if (m_nesting == kMaxObjectNesting) return FailAtEnd();
     Serializable* const made = ClassFactory::Create(header.classID);
-    if (!made) {
-        fprintf(stderr, "pValue == NULL after ClassFactory::Create() for classID = %d\n",
-                static_cast<int>(header.classID));
-        return false;
-    }
+    if (!made)
+        return vexa::Report("pValue == NULL after ClassFactory::Create() for classID = %d\n",
+                            static_cast<int>(header.classID));
     ++m_nesting;
     bool whole = true;
     try {

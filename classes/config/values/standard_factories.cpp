@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "config/base/no_destructor.h"
 #include "config/values/package_header.h"
 #include "config/values/sector_header.h"
 #include "config/values/vector.h"
@@ -13,8 +14,8 @@ SectorHeaderFactory::SectorHeaderFactory() : ClassFactory(eClassID_SectorHeader)
 
 Serializable* SectorHeaderFactory::Create()
 {
-    static SectorHeader& header = *new SectorHeader;
-    return &header;
+    static vexa::NoDestructor<SectorHeader> header;
+    return &*header;
 }
 
 namespace vexa::config::values {

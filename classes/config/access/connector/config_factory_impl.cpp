@@ -7,6 +7,8 @@
 #include "config/access/client/network/network_client.h"
 #include "config/access/client/network/network_factory.h"
 #include "config/access/connector/local_config_factory.h"
+#include "config/access/protocol/uri.h"
+#include "config/base/no_destructor.h"
 #include "config/base/semaphore_helper.h"
 
 using vexa::corvalis::config::access::NetworkClient;
@@ -17,23 +19,23 @@ namespace {
 StaticLock instanceLock;
 ConfigFactoryImpl* instance VEXA_GUARDED_BY(instanceLock) = nullptr;
 
-bool Contains(const std::string& text, const char* part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 bool IsNetworkUri(const std::string& uri)
 {
-    return Contains(uri, "tcp:") || Contains(uri, "udp:") || Contains(uri, "multicast:");
+    return vexa::uri::Contains(uri, "tcp:") || vexa::uri::Contains(uri, "udp:") ||
+           vexa::uri::Contains(uri, "multicast:");
 }
 
 /// Caches live as long as the process; the list keeps them from looking lost.
+struct KeptCaches {
+    StaticLock lock;
+    std::vector<ConfigCache*> caches VEXA_GUARDED_BY(lock);
+};
+
 void Keep(ConfigCache* cache)
 {
-    static StaticLock lock;
-    static auto& caches = *new std::vector<ConfigCache*>;
-    SemaphoreHelper hold(lock);
-    caches.push_back(cache);
+    static vexa::NoDestructor<KeptCaches> kept;
+    SemaphoreHelper hold(kept->lock);
+    kept->caches.push_back(cache);
 }
 
 }  // namespace
@@ -63,7 +65,7 @@ ConfigFactoryImpl::~ConfigFactoryImpl() = default;
 Config* ConfigFactoryImpl::Connect(std::string uri)
 {
     if (IsNetworkUri(uri)) return ConnectNetwork(uri);
-    if (!Contains(uri, "local:")) return nullptr;
+    if (!vexa::uri::Contains(uri, "local:")) return nullptr;
     Config* const config = m_localFactory->Connect(uri);
     if (!config)
         fprintf(stderr, "ConfigFactoryImpl::Connect - local factory return NULL Config* for uri = %s\n",
@@ -78,7 +80,7 @@ Config* ConfigFactoryImpl::ConnectNetwork(const std::string& uri)
         fputs("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n", stderr);
         return nullptr;
     }
-    if (!Contains(uri, "caching=true")) return client;
+    if (!vexa::uri::Contains(uri, "caching=true")) return client;
     auto* const cache = new ConfigCache(client);
     Keep(cache);
     client->AddConfigEventListener(cache);

@@ -1,11 +1,10 @@
 #include "config/access/connector/local_config_factory.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <limits>
 #include <memory>
 
+#include "config/access/protocol/uri.h"
+#include "config/base/report.h"
 #include "config/manager/config_manager.h"
 
 namespace vexa::config::access {
@@ -22,12 +21,8 @@ LocalConfigFactory::~LocalConfigFactory()
 
 eConfigID_t LocalConfigFactory::GetConfigID(std::string uri)
 {
-    constexpr std::string_view kKey = "configid=";
-    using Limits = std::numeric_limits<eConfigID_t>;
-    const size_t key = uri.find(kKey);
-    if (key == std::string::npos) return 0;
-    const long number = strtol(uri.c_str() + key + kKey.size(), nullptr, 10);
-    return static_cast<eConfigID_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
+    const auto text = vexa::uri::Option(uri, "configid");
+    return text ? vexa::uri::ParseConfigID(*text).value_or(0) : 0;
 }
 
 Config* LocalConfigFactory::Connect(std::string uri)
@@ -56,10 +51,8 @@ bool LocalConfigFactory::Disconnect(Config* config)
     const eConfigID_t id = store->GetConfigID();
     const auto found = m_stores.find(id);
     // Another factory's store may have a number that is in the table too: it is not this factory's to count.
-    if (found == m_stores.end() || found->second != store) {
-        fprintf(stderr, "LocalConfigFactory::Disconnect - This instance not tracking configID %d\n", id);
-        return false;
-    }
+    if (found == m_stores.end() || found->second != store)
+        return Report("LocalConfigFactory::Disconnect - This instance not tracking configID %d\n", id);
     if (store->DecrementUseCount() != 0) return true;
     m_stores.erase(found);
     delete store;

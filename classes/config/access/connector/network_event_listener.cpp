@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "config/access/connector/config_factory_impl.h"
+#include "config/base/report.h"
 #include "config/config.h"
 
 namespace vexa::corvalis::config::access {
@@ -103,11 +104,8 @@ bool NetworkEventListener::WaitForConfigEvent(ConfigEvent& event)
     const int error = WaitForSignal();
     if (--m_waiters == 0) m_waiterLeft.NotifyAll();
     if (error == 0) return TakeOldest(event);
-    if (error == ETIMEDOUT)
-        fputs("NetworkEventListener::WaitForConfigEvent - Timed out\n", stderr);
-    else
-        fprintf(stderr, "NetworkEventListener::WaitForConfigEvent - Error %d\n", error);
-    return false;
+    if (error == ETIMEDOUT) return Report("NetworkEventListener::WaitForConfigEvent - Timed out\n");
+    return Report("NetworkEventListener::WaitForConfigEvent - Error %d\n", error);
 }
 
 void NetworkEventListener::Signal()

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <map>
 
+#include "config/base/no_destructor.h"
 #include "config/base/semaphore_helper.h"
 
 namespace vexa::corvalis::config::access {
@@ -11,15 +12,15 @@ namespace vexa::corvalis::config::access {
 namespace {
 
 /// At most one entry for each of the 65,536 process identifiers that fit.
-struct Names {
+struct ProcessNames {
     StaticLock lock;
     std::map<uint16_t, std::string> names VEXA_GUARDED_BY(lock);
 };
 
-Names& KnownNames()
+ProcessNames& KnownNames()
 {
-    static Names& names = *new Names;  // never destroyed: detached threads log while the process ends
-    return names;
+    static NoDestructor<ProcessNames> names;  // detached threads log while the process ends
+    return *names;
 }
 
 std::string ReadProcessName(uint16_t process)
@@ -41,7 +42,7 @@ std::string GetConnectionName(uint32_t connectionID)
 {
     if (connectionID == 0 || connectionID == 0xFFFF) return "event";
     const auto process = static_cast<uint16_t>(connectionID);
-    Names& known = KnownNames();
+    ProcessNames& known = KnownNames();
     {
         SemaphoreHelper hold(known.lock);
         const auto found = known.names.find(process);

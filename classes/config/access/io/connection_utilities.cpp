@@ -4,6 +4,8 @@
 #include <cstring>
 #include <map>
 
+#include "config/base/no_destructor.h"
+#include "config/base/report.h"
 #include "config/base/semaphore_helper.h"
 
 namespace vexa::config::access {
@@ -12,15 +14,15 @@ namespace {
 
 constexpr size_t kMaxNames = 1024;
 
-struct Names {
+struct ProcessNames {
     StaticLock lock;
     std::map<unsigned int, std::string> names VEXA_GUARDED_BY(lock);
 };
 
-Names& KnownNames()
+ProcessNames& KnownNames()
 {
-    static Names& names = *new Names;  // never destroyed: notification threads log while the process ends
-    return names;
+    static NoDestructor<ProcessNames> names;  // notification threads log while the process ends
+    return *names;
 }
 
 std::string AskForName(unsigned int pid)
@@ -44,27 +46,22 @@ std::string ConnectionUtilities::GetQueueName(unsigned int connectionID)
 
 bool ConnectionUtilities::IsValidResponse(MQMessageInfo_t request, MQMessageInfo_t response)
 {
-    if (request.connectionID != response.connectionID) {
-        fprintf(stderr, "IsValidResponse - request.connectionID (%s) != response.connectionID (%s)\n",
-                GetQueueName(request.connectionID).c_str(), GetQueueName(response.connectionID).c_str());
-        return false;
-    }
-    if (request.configID != response.configID) {
-        fprintf(stderr, "IsValidResponse - request.configID (%d) != response.configID (%d)\n",
-                request.configID, response.configID);
-        return false;
-    }
-    if (request.requestID != response.requestID) {
-        fprintf(stderr, "IsValidResponse - request.requestID (%d) != response.requestID (%d)\n",
-                static_cast<int>(request.requestID), static_cast<int>(response.requestID));
-        return false;
-    }
+    if (request.connectionID != response.connectionID)
+        return Report("IsValidResponse - request.connectionID (%s) != response.connectionID (%s)\n",
+                      GetQueueName(request.connectionID).c_str(),
+                      GetQueueName(response.connectionID).c_str());
+    if (request.configID != response.configID)
+        return Report("IsValidResponse - request.configID (%d) != response.configID (%d)\n", request.configID,
+                      response.configID);
+    if (request.requestID != response.requestID)
+        return Report("IsValidResponse - request.requestID (%d) != response.requestID (%d)\n",
+                      static_cast<int>(request.requestID), static_cast<int>(response.requestID));
     return true;
 }
 
 std::string ConnectionUtilities::GetPIDName(unsigned int pid)
 {
-    Names& known = KnownNames();
+    ProcessNames& known = KnownNames();
     SemaphoreHelper hold(known.lock);
     const auto found = known.names.find(pid);
     if (found != known.names.end()) return found->second;

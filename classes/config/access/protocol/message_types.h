@@ -26,5 +26,12 @@ static_assert(ResponseTo(XCFG_GET_STREAM_PARAM_REQUEST) == XCFG_GET_STREAM_PARAM
 static_assert(ResponseTo(XCFG_SET_STREAM_PARAM_REQUEST) == XCFG_SET_STREAM_PARAM_RESPONSE);
 static_assert(ResponseTo(XCFG_POPULATE_PARAM_REQUEST) == XCFG_POPULATE_PARAM_RESPONSE);
 
+/// Whether the message tells of a change: it comes unasked.
+constexpr bool IsEvent(uint32_t code)
+{
+    return code == XCFG_PARAM_CHANGED_EVENT || code == XCFG_PARAM_STRING_CHANGED_EVENT ||
+           code == XCFG_PARAM_DATA_CHANGED_EVENT;
+}
+
 /// For logs: "Get Request". Empty for a code that is in no table.
 const char* GetMessageName(uint32_t code);

@@ -26,8 +26,6 @@ inline constexpr uint32_t kEventRequestID = 0xFFFFFFFF;
 inline constexpr uint32_t kMaxMessageBytes = 24 * 1024;
 /// What a client believes of a reply's announced length over TCP. Values have no limit of their own.
 inline constexpr uint32_t kMaxReplyPayload = 1024 * 1024;
-/// Events that wait for a slow listener; beyond it the oldest are dropped.
-inline constexpr size_t kMaxQueuedEvents = 10'000;
 /// How long a client waits for a reply, and for the reply to its goodbye.
 inline constexpr unsigned int kReplyTimeoutMs = 60'000;
 inline constexpr unsigned int kDisconnectTimeoutMs = 1'000;
@@ -155,6 +153,26 @@ inline XCONFIGMGR_RESPONSE_T ResponseFor(const XCONFIGMGR_REQUEST_T& request, eM
     response.seconds = request.seconds;
     response.microseconds = request.microseconds;
     return response;
+}
+
+/// Bytes of the record that a message type from a TCP server starts; 0 for a type that no server sends there.
+constexpr size_t ReplyRecordBytes(uint32_t type)
+{
+    switch (type) {
+        case XCFG_CONNECT_RESPONSE:
+        case XCFG_DISCONNECT_RESPONSE:
+        case XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE:
+            return wire::Size<XCONFIGMGR_CONNECTION_RESPONSE_T>();
+        case XCFG_GET_PARAM_RESPONSE:
+        case XCFG_SET_PARAM_RESPONSE:
+        case XCFG_GET_STREAM_PARAM_RESPONSE:
+        case XCFG_SET_STREAM_PARAM_RESPONSE:
+        case XCFG_PARAM_CHANGED_EVENT:
+        case XCFG_PARAM_STRING_CHANGED_EVENT:
+            return kResponseBytes;
+        default:
+            return 0;
+    }
 }
 
 }  // namespace vexa::corvalis::config::access

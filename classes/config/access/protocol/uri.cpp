@@ -1,7 +1,10 @@
 #include "config/access/protocol/uri.h"
+#include "config/base/report.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <limits>
 #include <sstream>
 #include <vector>
 
@@ -58,13 +61,37 @@ bool url::parse(std::string& text)
 {
     const std::vector<std::string> parts =
         text.size() > kMaxText ? std::vector<std::string>{} : Split(text.c_str());
-    if (parts.size() != 3) {
-        fprintf(stderr, "url::parse - unable to parse url, found %d matches\n",
-                static_cast<int>(parts.size()));
-        return false;
-    }
+    if (parts.size() != 3)
+        return vexa::Report("url::parse - unable to parse url, found %d matches\n",
+                            static_cast<int>(parts.size()));
     scheme = parts[0];
     address = parts[1];
     port = parts[2];
     return true;
 }
+
+namespace vexa::uri {
+
+bool Contains(const std::string& uri, std::string_view word)
+{
+    return uri.find(word) != std::string::npos;
+}
+
+std::optional<std::string> Option(const std::string& uri, std::string_view name)
+{
+    const std::string key = std::string(name) + "=";
+    const size_t found = uri.find(key);
+    if (found == std::string::npos) return std::nullopt;
+    return uri.substr(found + key.size());
+}
+
+std::optional<eConfigID_t> ParseConfigID(const std::string& text)
+{
+    using Limits = std::numeric_limits<eConfigID_t>;
+    char* end;
+    const long number = strtol(text.c_str(), &end, 10);
+    if (end == text.c_str()) return std::nullopt;
+    return static_cast<eConfigID_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
+}
+
+}  // namespace vexa::uri

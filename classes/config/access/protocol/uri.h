@@ -1,7 +1,11 @@
 /// Addresses of configurations: the device's own, and how a network address is taken apart.
 #pragma once
 
+#include <optional>
 #include <string>
+#include <string_view>
+
+#include "config/param_ids.h"
 
 /// Where a transport ("socket", "udp", "tcp"; exactly so) serves the configuration of this device, and its
 /// events: "tcp://127.0.0.1:43110". "INVALID_URI" for any other transport.
@@ -18,3 +22,16 @@ struct url {
     /// found.
     bool parse(std::string& text);
 };
+
+/// What a configuration's URI says besides the address: "local:configid=3", "tcp://192.0.2.7:43110/caching=true". Words
+/// count wherever they stand. Thread: any.
+namespace vexa::uri {
+
+/// Whether the URI holds the word: "tcp:", "caching=true".
+bool Contains(const std::string& uri, std::string_view word);
+/// What follows "NAME=", to the end of the URI; nothing when the URI has no such option.
+std::optional<std::string> Option(const std::string& uri, std::string_view name);
+/// The number that a text begins with, limited to what a configuration ID holds; nothing when it begins with none.
+std::optional<eConfigID_t> ParseConfigID(const std::string& text);
+
+}  // namespace vexa::uri

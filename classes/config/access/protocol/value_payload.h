@@ -10,12 +10,16 @@
 
 namespace vexa::corvalis::config::access {
 
+/// What a text has around it in a stream: class, identifiers, length, end.
+inline constexpr size_t kTextObjectBytes = 17;
+/// The longest text that travels in both directions, in bytes.
+inline constexpr size_t kLongestText = 24'000;
+
 /// A record and its payload in one piece, as they are sent.
 template <class Record>
 std::string MessageBytes(const Record& record, const std::string& payload = {})
 {
-    const auto bytes = Encode(record);
-    return std::string(bytes.data(), bytes.size()) + payload;
+    return wire::Bytes<wire::NetworkOrder>(record, payload);
 }
 
 // Streams carry no mark of their byte order: by default it is the host's own, and who writes to a host of the

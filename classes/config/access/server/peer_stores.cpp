@@ -5,6 +5,7 @@
 #include <string>
 
 #include "config/access/connector/config_factory_impl.h"
+#include "config/base/no_destructor.h"
 #include "config/base/semaphore_helper.h"
 #include "config/config.h"
 
@@ -19,8 +20,8 @@ struct OpenStores {
 
 OpenStores& Open()
 {
-    static OpenStores& open = *new OpenStores;  // never destroyed: connections outlive main
-    return open;
+    static NoDestructor<OpenStores> open;  // connections outlive main
+    return *open;
 }
 
 bool Reserve(eConfigID_t configID)

@@ -10,6 +10,7 @@
 #include <cassert>
 
 #include "config/access/protocol/value_payload.h"
+#include "config/base/report.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/values/config_value.h"
 
@@ -97,45 +98,40 @@ bool NetworkClient::HasReply(Outcome outcome, const char* operation, const char*
         case Outcome::kTimedOut:
             EndProcess(fatal);
         case Outcome::kNotSent:
-            fprintf(stderr, "%s - send failed\n", operation);
-            return false;
+            return Report("%s - send failed\n", operation);
         case Outcome::kStopped:
         case Outcome::kFailed:
             break;
     }
-    fprintf(stderr, "%s - receive failed\n", operation);
-    return false;
+    return Report("%s - receive failed\n", operation);
 }
 
 bool NetworkClient::Knows(eParam_t id, const char* operation)
 {
     if (GetParamDescriptor(id)) return true;
-    fprintf(stderr, "%s - invalid paramid 0x%08X \n", operation, id);
-    return false;
+    return Report("%s - invalid paramid 0x%08X \n", operation, id);
 }
 
 bool NetworkClient::FinishHandshake(const char* operation, eMessageType_t request, Outcome outcome,
                                     const XCONFIGMGR_CONNECTION_RESPONSE_T& response)
 {
-    const auto complain = [&](const std::string& what) {
-        fprintf(stderr, "NetworkClient::%s%s\n", operation, what.c_str());
-        return false;
-    };
     switch (outcome) {
         case Outcome::kNotSent:
-            return complain(": send failed");
+            return Report("NetworkClient::%s: send failed\n", operation);
         case Outcome::kTimedOut:
-            return complain(" - select failed on port " + std::to_string(m_socket->port));
+            return Report("NetworkClient::%s - select failed on port %d\n", operation, m_socket->port);
         case Outcome::kStopped:
         case Outcome::kFailed:
-            return complain(" - receive failed");
+            return Report("NetworkClient::%s - receive failed\n", operation);
         case Outcome::kReceived:
             break;
     }
     if (response.msgtype != ResponseTo(request))
-        return complain(": unexpected msgtype == " + std::to_string(static_cast<int>(response.msgtype)));
+        return Report("NetworkClient::%s: unexpected msgtype == %d\n", operation,
+                      static_cast<int>(response.msgtype));
     if (response.error == 0) return true;
-    return complain(": server responded with error " + std::to_string(static_cast<int>(response.error)));
+    return Report("NetworkClient::%s: server responded with error %d\n", operation,
+                  static_cast<int>(response.error));
 }
 
 bool NetworkClient::ConfirmConnection()
@@ -195,21 +191,12 @@ try {
         Exchange(Request(XCFG_GET_STREAM_PARAM_REQUEST, id), XCFG_GET_STREAM_PARAM_RESPONSE, reply);
     if (!HasReply(outcome, "NetworkClient::Get", "NetworkClient::Get [Stream]")) return false;
     const auto response = reply.As<XCONFIGMGR_RESPONSE_T>();
-    if (response.error != 0) {
-        fputs("NetworkClient::Get - response error != 0\n", stderr);
-        return false;
-    }
-    if (response.streamLength == 0) {
-        fputs("NetworkClient::Get - invalid streamLength\n", stderr);
-        return false;
-    }
-    if (response.streamLength != reply.payload.size()) {
-        fputs("NetworkClient::Get - bytes read do not equal streamLength\n", stderr);
-        return false;
-    }
+    if (response.error != 0) return Report("NetworkClient::Get - response error != 0\n");
+    if (response.streamLength == 0) return Report("NetworkClient::Get - invalid streamLength\n");
+    if (response.streamLength != reply.payload.size())
+        return Report("NetworkClient::Get - bytes read do not equal streamLength\n");
     if (ReadText(reply, value)) return true;
-    fputs("NetworkClient::Get - warning! deserialized non-StringValue\n", stderr);
-    return false;
+    return Report("NetworkClient::Get - warning! deserialized non-StringValue\n");
 } catch (...) {
     return Failed("Get");
 }
@@ -221,8 +208,7 @@ try {
     request.value = value;
     SetTime(request, time);
     if (SendOnly(MessageBytes(request))) return true;
-    fputs("NetworkClient::Set - send failed\n", stderr);
-    return false;
+    return Report("NetworkClient::Set - send failed\n");
 } catch (...) {
     return Failed("Set");
 }
@@ -254,25 +240,9 @@ bool NetworkClient::Set(eParam_t id, std::string value, timeval time)
 try {
     if (!Knows(id, "NetworkClient::Set(eParam_t, std::string)")) return false;
     if (SendOnly(WithStringPayload(id, value, time))) return true;
-    fputs("NetworkClient::Set: socket send failed (stream data)\n", stderr);
-    return false;
+    return Report("NetworkClient::Set: socket send failed (stream data)\n");
 } catch (...) {
     return Failed("Set");
-}
-
-ParamDescriptor* NetworkClient::GetParamDescriptor(eParam_t id)
-{
-    return FindDescriptor(id);
-}
-
-ParamDescriptor* NetworkClient::GetParamDescriptor(std::string paramIDName)
-{
-    return GetDescriptor(std::move(paramIDName));
-}
-
-std::list<eParam_t> NetworkClient::GetParamIDs()
-{
-    return ::GetParamIDs();
 }
 
 // Listeners

@@ -10,7 +10,7 @@
 #include "config/access/client/network/delivery_threads.h"
 #include "config/access/client/network/reply_source.h"
 #include "config/base/semaphore_helper.h"
-#include "config/config.h"
+#include "config/descriptors/catalogue_config.h"
 #include "config/listeners/listener_list.h"
 
 namespace vexa::corvalis::config::access {
@@ -23,7 +23,7 @@ namespace vexa::corvalis::config::access {
 /// connection is gone, only fails. Numbers, parameters and descriptors are this process's own catalogue's.
 /// Nothing is thrown at the caller of a request: without memory it fails, after one line.
 /// Thread: any. Listeners are called on the client's own threads, one at a time, and may use the client.
-class NetworkClient : public Config {
+class NetworkClient : public vexa::CatalogueConfig {
   public:
     /// Derived classes end their threads before.
     ~NetworkClient() override;
@@ -42,9 +42,6 @@ class NetworkClient : public Config {
     bool Set(eParam_t id, std::string value, timeval time) override;
     eConfigID_t GetConfigID() override { return m_configID; }
     timeval GetLastConfigUpdate() override { return {}; }
-    ParamDescriptor* GetParamDescriptor(eParam_t id) override;
-    ParamDescriptor* GetParamDescriptor(std::string paramIDName) override;
-    std::list<eParam_t> GetParamIDs() override;
 
     using Config::AddConfigEventListener;
     bool AddConfigEventListener(ConfigEventListener* listener) override;

@@ -3,11 +3,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
 #include <memory>
 #include <new>
 #include <optional>
@@ -22,29 +20,20 @@ namespace {
 
 eConfigID_t ReadConfigID(const std::string& uri)
 {
-    constexpr std::string_view kKey = "configid=";
-    const size_t key = uri.find(kKey);
-    if (key == std::string::npos) return 0;
-    const char* const text = uri.c_str() + key + kKey.size();
-    char* end;
-    const long number = strtol(text, &end, 10);
-    if (end == text) {
-        const int matches = *text == '\0' ? EOF : 0;  // as scanf counts them
-        fprintf(stderr, "NetworkFactory::Connect - unable to read configid, matches = %d, uri = %s\n",
-                matches, uri.c_str());
-        return 0;
-    }
-    using Limits = std::numeric_limits<eConfigID_t>;
-    return static_cast<eConfigID_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
+    const auto text = vexa::uri::Option(uri, "configid");
+    if (!text) return 0;
+    if (const auto number = vexa::uri::ParseConfigID(*text)) return *number;
+    const int matches = text->empty() ? EOF : 0;  // as scanf counts them
+    fprintf(stderr, "NetworkFactory::Connect - unable to read configid, matches = %d, uri = %s\n", matches,
+            uri.c_str());
+    return 0;
 }
 
 std::optional<std::endian> ReadByteOrder(const std::string& uri)
 {
-    constexpr std::string_view kKey = "byteorder=";
-    const size_t key = uri.find(kKey);
-    if (key == std::string::npos) return std::endian::native;
-    const size_t start = key + kKey.size();
-    if (uri.substr(start, uri.find_first_of("/?&;, ", start) - start) == "big") return std::endian::big;
+    const auto text = vexa::uri::Option(uri, "byteorder");
+    if (!text) return std::endian::native;
+    if (text->substr(0, text->find_first_of("/?&;, ")) == "big") return std::endian::big;
     fprintf(stderr, "NetworkFactory::Connect - byteorder is big or left out, uri = %s\n", uri.c_str());
     return std::nullopt;
 }
@@ -56,9 +45,9 @@ struct Transport {
 
 std::optional<Transport> ChooseTransport(const std::string& uri)
 {
-    if (uri.find("tcp") != std::string::npos) return Transport{SOCK_STREAM, false};
-    if (uri.find("udp") != std::string::npos) return Transport{SOCK_DGRAM, false};
-    if (uri.find("multicast") != std::string::npos) return Transport{SOCK_DGRAM, true};
+    if (vexa::uri::Contains(uri, "tcp")) return Transport{SOCK_STREAM, false};
+    if (vexa::uri::Contains(uri, "udp")) return Transport{SOCK_DGRAM, false};
+    if (vexa::uri::Contains(uri, "multicast")) return Transport{SOCK_DGRAM, true};
     fprintf(stderr, "NetworkFactory::Connect - The transport for %s is not supported\n", uri.c_str());
     return std::nullopt;
 }

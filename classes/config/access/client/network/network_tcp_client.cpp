@@ -7,6 +7,7 @@
 
 #include "config/access/client/network/stream_replies.h"
 #include "config/access/protocol/value_payload.h"
+#include "config/base/report.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -48,16 +49,13 @@ try {
     Message reply;
     const ReplyMatch removed{XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE, 0, ConnectionID(), {}};
     if (Exchange(ListenerRequest(XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, {}), removed, ReplyTimeout(),
-                 reply) != Outcome::kReceived) {
-        fputs(
-            "NetworkTCPClient::UnregisterForEvents - msgtype != XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE\n",
-            stderr);
-        return false;
-    }
+                 reply) != Outcome::kReceived)
+        return Report(
+            "NetworkTCPClient::UnregisterForEvents - msgtype != "
+            "XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE\n");
     const auto error = static_cast<int>(reply.As<XCONFIGMGR_EVENT_HANDLER_RESPONSE_T>().error);
     if (error == 0) return true;
-    fprintf(stderr, "NetworkTCPClient::UnregisterForEvents - error = %d\n", error);
-    return false;
+    return Report("NetworkTCPClient::UnregisterForEvents - error = %d\n", error);
 } catch (...) {
     return Failed("UnregisterForEvents");
 }

@@ -7,6 +7,7 @@
 
 #include "config/access/protocol/value_payload.h"
 #include "config/base/diagnostic_log.h"
+#include "config/base/report.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -66,16 +67,13 @@ try {
     Message reply;
     switch (Exchange(request, XCFG_SET_PARAM_RESPONSE, reply)) {
         case Outcome::kNotSent:
-            fputs("NetworkUDPClient::Set - send failed\n", stderr);
-            return false;
+            return Report("NetworkUDPClient::Set - send failed\n");
         case Outcome::kTimedOut:
-            fprintf(stderr, "NetworkUDPClient::Set - select failed on port %d (PID:%d)\n", GetSocket().port,
-                    getpid());
-            return false;
+            return Report("NetworkUDPClient::Set - select failed on port %d (PID:%d)\n", GetSocket().port,
+                          getpid());
         case Outcome::kStopped:
         case Outcome::kFailed:
-            fputs("NetworkUDPClient::Set - recvfrom failed", stderr);
-            return false;
+            return Report("NetworkUDPClient::Set - recvfrom failed");
         case Outcome::kReceived:
             break;
     }
@@ -94,17 +92,12 @@ try {
     const Outcome outcome = Exchange(Request(XCFG_GET_STREAM_PARAM_REQUEST, id),
                                      XCFG_GET_STREAM_PARAM_RESPONSE, reply, XCFG_GET_STREAM_PARAM_REQUEST);
     if (!HasReply(outcome, "NetworkUDPClient::Get", "NetworkClient::Get [Stream]")) return false;
-    if (reply.As<XCONFIGMGR_RESPONSE_T>().error != 0) {
-        fputs("NetworkUDPClient::Get - response error != 0\n", stderr);
-        return false;
-    }
-    if (reply.payload.empty()) {
-        fprintf(stderr, "NetworkUDPClient::Get - invalid streamLength (PID:%d)\n", getpid());
-        return false;
-    }
+    if (reply.As<XCONFIGMGR_RESPONSE_T>().error != 0)
+        return Report("NetworkUDPClient::Get - response error != 0\n");
+    if (reply.payload.empty())
+        return Report("NetworkUDPClient::Get - invalid streamLength (PID:%d)\n", getpid());
     if (ReadText(reply, value)) return true;
-    fputs("NetworkClient::Get - warning! deserialized non-StringValue\n", stderr);
-    return false;
+    return Report("NetworkClient::Get - warning! deserialized non-StringValue\n");
 } catch (...) {
     return Failed("Get");
 }
@@ -115,10 +108,8 @@ try {
     Message reply;
     const Outcome outcome = Exchange(Request(XCFG_GET_DATA_REQUEST, id), XCFG_GET_DATA_RESPONSE, reply);
     if (!HasReply(outcome, "NetworkUDPClient::GetData", "NetworkClient::Get [Stream]")) return false;
-    if (reply.As<XCONFIGMGR_RESPONSE_T>().error != 0) {
-        fputs("NetworkUDPClient::GetData - response error != 0\n", stderr);
-        return false;
-    }
+    if (reply.As<XCONFIGMGR_RESPONSE_T>().error != 0)
+        return Report("NetworkUDPClient::GetData - response error != 0\n");
     data = std::move(reply.payload);
     return true;
 } catch (...) {
@@ -128,16 +119,13 @@ try {
 bool NetworkUDPClient::SetData(eParam_t id, std::string& data, timeval time)
 try {
     if (!Knows(id, "NetworkUDPClient::SetData(eParam_t)")) return false;
-    if (data.size() > kMaxRequestPayload) {
-        fprintf(stderr, "NetworkUDPClient::SetData - %zu bytes do not fit a request\n", data.size());
-        return false;
-    }
+    if (data.size() > kMaxRequestPayload)
+        return Report("NetworkUDPClient::SetData - %zu bytes do not fit a request\n", data.size());
     auto request = Request(XCFG_SET_DATA_REQUEST, id);
     SetTime(request, time);
     request.streamLength = static_cast<uint32_t>(data.size());
     if (SendOnly(MessageBytes(request, data))) return true;
-    fputs("NetworkUDPClient::SetData - send failed\n", stderr);
-    return false;
+    return Report("NetworkUDPClient::SetData - send failed\n");
 } catch (...) {
     return Failed("SetData");
 }
@@ -158,10 +146,12 @@ try {
 void NetworkUDPClient::DropEvents()
 {
     char old[kMaxMessageBytes];
-    for (size_t i = 0; i < kMaxQueuedEvents && m_datagrams.EventSocket().recv_now(old, sizeof old) != -1; ++i)
+    for (size_t i = 0; i < EventQueue<XCONFIGMGR_RESPONSE_T>::kMaxEvents &&
+                       m_datagrams.EventSocket().recv_now(old, sizeof old) != -1;
+         ++i)
         continue;
     const MutexLock hold(m_queueLock);
-    m_queue.clear();
+    m_queue.Clear();
 }
 
 bool NetworkUDPClient::UnregisterForEvents()
@@ -237,12 +227,7 @@ try {
 void NetworkUDPClient::Enqueue(const XCONFIGMGR_RESPONSE_T& event)
 {
     const MutexLock hold(m_queueLock);
-    if (m_queue.size() == kMaxQueuedEvents) {
-        m_queue.pop_front();
-        if (!m_eventsDropped) fputs("NetworkUDPClient - too many events, the oldest are lost\n", stderr);
-        m_eventsDropped = true;
-    }
-    m_queue.push_back(event);
+    m_queue.Push(event);
     m_queueChanged.NotifyOne();
 }
 
@@ -250,7 +235,7 @@ void NetworkUDPClient::Enqueue(const XCONFIGMGR_RESPONSE_T& event)
 bool NetworkUDPClient::AwaitQueuedEvent()
 {
     const MutexLock hold(m_queueLock);
-    while (m_queue.empty() && !m_stopQueue && !IsStopping()) m_queueChanged.Wait(m_queueLock);
+    while (m_queue.IsEmpty() && !m_stopQueue && !IsStopping()) m_queueChanged.Wait(m_queueLock);
     return !m_stopQueue && !IsStopping();
 }
 
@@ -258,11 +243,7 @@ bool NetworkUDPClient::AwaitQueuedEvent()
 bool NetworkUDPClient::TakeQueuedEvent(XCONFIGMGR_RESPONSE_T& event)
 {
     const MutexLock hold(m_queueLock);
-    if (m_queue.empty()) return false;
-    event = m_queue.front();
-    m_queue.pop_front();
-    if (m_queue.empty()) m_eventsDropped = false;
-    return true;
+    return m_queue.Pop(event);
 }
 
 void NetworkUDPClient::ResponseQueueHandler()

@@ -1,9 +1,8 @@
 /// NetworkUDPClient: the client whose events come by multicast.
 #pragma once
 
-#include <deque>
-
 #include "config/access/client/network/network_client.h"
+#include "config/base/event_queue.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -51,8 +50,7 @@ class NetworkUDPClient final : public NetworkClient {
     Mutex m_queueLock;
     CondVar m_queueChanged;
     bool m_stopQueue VEXA_GUARDED_BY(m_queueLock) = false;
-    std::deque<XCONFIGMGR_RESPONSE_T> m_queue VEXA_GUARDED_BY(m_queueLock);
-    bool m_eventsDropped VEXA_GUARDED_BY(m_queueLock) = false;  // since the queue was empty
+    EventQueue<XCONFIGMGR_RESPONSE_T> m_queue VEXA_GUARDED_BY(m_queueLock){"NetworkUDPClient"};
     std::thread m_queueThread;
 };
 

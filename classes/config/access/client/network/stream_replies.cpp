@@ -9,35 +9,6 @@
 
 namespace vexa::corvalis::config::access {
 
-namespace {
-
-/// Bytes of the record that a type from a server starts; 0 for a type that no server sends.
-size_t RecordBytes(uint32_t type)
-{
-    switch (type) {
-        case XCFG_CONNECT_RESPONSE:
-        case XCFG_DISCONNECT_RESPONSE:
-        case XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE:
-            return wire::Size<XCONFIGMGR_CONNECTION_RESPONSE_T>();
-        case XCFG_GET_PARAM_RESPONSE:
-        case XCFG_SET_PARAM_RESPONSE:
-        case XCFG_GET_STREAM_PARAM_RESPONSE:
-        case XCFG_SET_STREAM_PARAM_RESPONSE:
-        case XCFG_PARAM_CHANGED_EVENT:
-        case XCFG_PARAM_STRING_CHANGED_EVENT:
-            return kResponseBytes;
-        default:
-            return 0;
-    }
-}
-
-bool IsEvent(uint32_t type)
-{
-    return type == XCFG_PARAM_CHANGED_EVENT || type == XCFG_PARAM_STRING_CHANGED_EVENT;
-}
-
-}  // namespace
-
 // --- waiting ---
 
 Outcome StreamReplies::Await(unsigned int timeoutMs, Message& reply)
@@ -85,23 +56,19 @@ Outcome StreamReplies::AwaitFirst(char* bytes, unsigned int length, unsigned int
 StreamReplies::End StreamReplies::AwaitEvent()
 {
     const MutexLock hold(m_lock);
-    while (m_events.empty() && m_end == End::kNone) {
+    while (m_events.IsEmpty() && m_end == End::kNone) {
         if (m_reading)
             m_changed.Wait(m_lock);
         else
             Read([] { return true; });
     }
-    return m_events.empty() || m_end == End::kStopped ? m_end : End::kNone;
+    return m_events.IsEmpty() || m_end == End::kStopped ? m_end : End::kNone;
 }
 
 bool StreamReplies::TakeEvent(Message& event)
 {
     const MutexLock hold(m_lock);
-    if (m_events.empty()) return false;
-    event = std::move(m_events.front());
-    m_events.pop_front();
-    if (m_events.empty()) m_eventsDropped = false;
-    return true;
+    return m_events.Pop(event);
 }
 
 uint32_t StreamReplies::EndCode() const
@@ -220,7 +187,7 @@ bool StreamReplies::TakeMessage(Received& received)
     if (m_input.size() < sizeof(uint32_t)) return false;
 
     const uint32_t type = TypeOf(m_input.data());
-    const size_t recordBytes = RecordBytes(type);
+    const size_t recordBytes = ReplyRecordBytes(type);
     if (recordBytes == 0) {
         received.end = End::kUnknownType;
         received.code = type;
@@ -243,15 +210,10 @@ bool StreamReplies::TakeMessage(Received& received)
 void StreamReplies::Route(Message message)
 {
     if (IsEvent(message.type)) {
-        if (m_events.size() == kMaxQueuedEvents) {
-            m_events.pop_front();
-            if (!m_eventsDropped) fputs("NetworkTCPClient - too many events, the oldest are lost\n", stderr);
-            m_eventsDropped = true;
-        }
-        m_events.push_back(std::move(message));
+        m_events.Push(std::move(message));
     } else if (message.type == m_match.type) {
-        // No event follows until somebody listens again, who must not hear old values after the current ones.
-        if (message.type == XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE) m_events.clear();
+        // No event follows until a listener is added again, which must not hear old values after the current ones.
+        if (message.type == XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE) m_events.Clear();
         m_reply = std::move(message);
     } else if (message.type == XCFG_SET_STREAM_PARAM_RESPONSE) {
         const auto response = message.As<XCONFIGMGR_RESPONSE_T>();

@@ -1,10 +1,10 @@
 /// StreamReplies: replies and events of one TCP connection.
 #pragma once
 
-#include <deque>
 #include <vector>
 
 #include "config/access/client/network/reply_source.h"
+#include "config/base/event_queue.h"
 #include "config/base/mutex.h"
 
 namespace vexa::corvalis::config::access {
@@ -59,8 +59,7 @@ class StreamReplies : public ReplySource {
     uint32_t m_endCode VEXA_GUARDED_BY(m_lock) = 0;
     ReplyMatch m_match VEXA_GUARDED_BY(m_lock);              // of the exchange
     std::optional<Message> m_reply VEXA_GUARDED_BY(m_lock);  // for it
-    std::deque<Message> m_events VEXA_GUARDED_BY(m_lock);
-    bool m_eventsDropped VEXA_GUARDED_BY(m_lock) = false;  // since the queue was empty
+    EventQueue<Message> m_events VEXA_GUARDED_BY(m_lock){"NetworkTCPClient"};
 
     // Of the thread that reads.
     std::string m_input;

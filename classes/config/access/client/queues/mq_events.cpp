@@ -8,6 +8,7 @@
 
 #include "config/access/io/connection_utilities.h"
 #include "config/access/io/mq_notification.h"
+#include "config/base/report.h"
 #include "config/descriptors/descriptor_table.h"
 
 namespace vexa::config::access {
@@ -37,7 +38,7 @@ class MQEvents::CallbackScope {
     const CallbackScope* const m_outer;
 };
 
-void MQEvents::Report(const char* what)
+void MQEvents::ReportOfProcess(const char* what)
 {
     const std::string name = ConnectionUtilities::GetPIDName(static_cast<unsigned int>(getpid()));
     fprintf(stderr, "[%s] PosixMQClient::MQNotifyHandler - %s\n", name.c_str(), what);
@@ -66,16 +67,12 @@ XCONFIGMGR_EVENT_HANDLER_REQUEST_T MQEvents::ListenerRequest(eMessageType_t type
 /// Registers or unregisters the connection. Failures print what the operation is called.
 bool MQEvents::TellDaemon(eMessageType_t type, const char* operation)
 {
-    const auto complain = [&](const std::string& what) {
-        fprintf(stderr, "PosixMQClient::%s - %s\n", operation, what.c_str());
-        return false;
-    };
     auto request = ListenerRequest(type);
     MQMessage answer;
     switch (m_connection.Exchange(request, answer)) {
         case Outcome::kNotSent:
             perror((std::string("PosixMQClient::") + operation + " - mq_send failed").c_str());
-            return complain("mq_send failed");
+            return Report("PosixMQClient::%s - mq_send failed\n", operation);
         default:
             perror((std::string("PosixMQClient::") + operation + " - mq_receive failed").c_str());
             return false;
@@ -83,14 +80,12 @@ bool MQEvents::TellDaemon(eMessageType_t type, const char* operation)
             break;
     }
     if (!ConnectionUtilities::IsValidResponse(request.info, answer.info))
-        return complain("IsValidResponse returned false");
-    if (answer.msgtype != ResponseTo(type)) {
-        return complain(type == XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST
-                            ? "msgtype != XCFG_ADD_CONFIG_EVENT_LISTENER_RESPONSE"
-                            : "msgtype != XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE");
-    }
+        return Report("PosixMQClient::%s - IsValidResponse returned false\n", operation);
+    if (answer.msgtype != ResponseTo(type))
+        return Report("PosixMQClient::%s - msgtype != XCFG_%s_CONFIG_EVENT_LISTENER_RESPONSE\n", operation,
+                      type == XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST ? "ADD" : "REMOVE");
     if (answer.listenerError == 0) return true;
-    return complain("error = " + std::to_string(static_cast<int>(answer.listenerError)));
+    return Report("PosixMQClient::%s - error = %d\n", operation, static_cast<int>(answer.listenerError));
 }
 
 bool MQEvents::AddListener(ConfigEventListener* listener)
@@ -238,10 +233,8 @@ bool MQEvents::ProcessNumber(const MQMessage& message, ConfigEvent* event)
 bool MQEvents::ProcessText(const MQMessage& message, ConfigEvent* event)
 {
     if (message.info.connectionID != m_connection.connectionID) return false;
-    if (!message.HasStream()) {
-        fputs("PosixMQClient::ProcessConfigStreamParamEvent - invalid streamLength\n", stderr);
-        return false;
-    }
+    if (!message.HasStream())
+        return Report("PosixMQClient::ProcessConfigStreamParamEvent - invalid streamLength\n");
     std::string text;
     message.ReadText(text);  // any other object counts as an empty text
     const timeval time = TimeOf(message);
@@ -267,23 +260,15 @@ bool MQEvents::RegisterWait()
     const Outcome outcome = m_connection.Exchange(request, answer);
     if (outcome != Outcome::kReceived) {
         perror("PosixMQClient::WaitForConfigEvent - mq_receive failed");
-        fprintf(stderr, "PosixMQClient::WaitForConfigEvent - %s failed\n",
-                outcome == Outcome::kNotSent ? "mq_send" : "mq_receive");
-        return false;
+        return Report("PosixMQClient::WaitForConfigEvent - %s failed\n",
+                      outcome == Outcome::kNotSent ? "mq_send" : "mq_receive");
     }
-    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info)) {
-        fputs("PosixMQClient::WaitForConfigEvent(): response message did not match response message info\n",
-              stderr);
-        return false;
-    }
-    if (answer.msgtype != XCFG_ADD_CONFIG_EVENT_LISTENER_RESPONSE) {
-        fputs("PosixMQClient::WaitForConfigEvent - response is not a event listener response\n", stderr);
-        return false;
-    }
-    if (answer.error != 0) {
-        fputs("PosixMQClient::WaitForConfigEvent - error != 0\n", stderr);
-        return false;
-    }
+    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info))
+        return Report(
+            "PosixMQClient::WaitForConfigEvent(): response message did not match response message info\n");
+    if (answer.msgtype != XCFG_ADD_CONFIG_EVENT_LISTENER_RESPONSE)
+        return Report("PosixMQClient::WaitForConfigEvent - response is not a event listener response\n");
+    if (answer.error != 0) return Report("PosixMQClient::WaitForConfigEvent - error != 0\n");
     m_waitRegistered = true;
     return true;
 }

@@ -40,8 +40,8 @@ class MQEvents {
     /// Delivers the events that are kept, for the thread that a BeginDelivery has chosen.
     void DeliverEvents();
     /// One line that begins with the process's name.
-    static void Report(const char* what);
-    static void ReportException() { Report("exception!!!!"); }
+    static void ReportOfProcess(const char* what);
+    static void ReportException() { ReportOfProcess("exception!!!!"); }
 
   private:
     class CallbackScope;

@@ -18,11 +18,7 @@ struct MQMessage : XCONFIGMGR_RESPONSE_T {
     static MQMessage Decode(const char* data, size_t length);
 
     /// Events come unasked; everything else is taken for an answer.
-    bool IsEvent() const
-    {
-        return msgtype == XCFG_PARAM_CHANGED_EVENT || msgtype == XCFG_PARAM_STRING_CHANGED_EVENT ||
-               msgtype == XCFG_PARAM_DATA_CHANGED_EVENT;
-    }
+    bool IsEvent() const { return ::IsEvent(msgtype); }
     /// Whether there is a stream, and all of it.
     bool HasStream() const { return streamLength != 0 && streamLength <= stream.size(); }
     /// The object in the stream, the caller's own; null when it holds no whole object of a known class.

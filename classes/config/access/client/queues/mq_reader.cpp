@@ -17,8 +17,6 @@ namespace {
 
 /// Normally there are none; a daemon that answers wrongly makes them.
 constexpr size_t kMaxAbandoned = 64;
-/// Events of a client that does not take them.
-constexpr size_t kMaxEvents = 10'000;
 /// More than the longest message.
 constexpr size_t kSpareBytes = 64;
 /// How long events wait at most when an exchange ends and no other one begins.
@@ -117,11 +115,9 @@ void MQReader::DeliverKept()
 bool MQReader::NextToDeliver(MQMessage& message)
 {
     const MutexLock hold(m_lock);
-    m_delivering = !m_stopped && !m_events.empty() && m_eventWaits == 0;
+    m_delivering = !m_stopped && !m_events.IsEmpty() && m_eventWaits == 0;
     if (!m_delivering) return false;
-    message = std::move(m_events.front());
-    m_events.pop_front();
-    return true;
+    return m_events.Pop(message);
 }
 
 void MQReader::EndDelivery()
@@ -133,21 +129,18 @@ void MQReader::EndDelivery()
 bool MQReader::TakeEvent(MQMessage& message)
 {
     const MutexLock hold(m_lock);
-    if (m_stopped || m_events.empty()) return false;
-    message = std::move(m_events.front());
-    m_events.pop_front();
-    return true;
+    return !m_stopped && m_events.Pop(message);
 }
 
 void MQReader::DropEvents()
 {
     const MutexLock hold(m_lock);
-    m_events.clear();
+    m_events.Clear();
 }
 
 bool MQReader::MayDeliver() const
 {
-    return !m_stopped && !m_delivering && m_eventWaits == 0 && !m_events.empty();
+    return !m_stopped && !m_delivering && m_eventWaits == 0 && !m_events.IsEmpty();
 }
 
 void MQReader::StartDelivery()
@@ -163,7 +156,7 @@ void MQReader::StartDelivery()
 /// @param exchange  null: an event will do.
 bool MQReader::IsDone(const Exchange* exchange) const
 {
-    return exchange ? exchange->m_answer.has_value() : !m_events.empty();
+    return exchange ? exchange->m_answer.has_value() : !m_events.IsEmpty();
 }
 
 /// The reading thread reads until its own message has come, then wakes the others.
@@ -327,13 +320,7 @@ void MQReader::Route(MQMessage message)
 
 void MQReader::Keep(MQMessage message)
 {
-    if (m_events.size() == kMaxEvents) {
-        m_events.pop_front();
-        if (!m_eventsDropped) fputs("PosixMQClient - too many events, the oldest are lost\n", stderr);
-        m_eventsDropped = true;
-    }
-    if (m_events.empty()) m_eventsDropped = false;
-    m_events.push_back(std::move(message));
+    m_events.Push(std::move(message));
     if (m_eventWaits > 0) m_changed.NotifyAll();
 }
 

@@ -12,6 +12,7 @@
 #include "config/access/client/queues/mq_message.h"
 #include "config/access/io/message_queue.h"
 #include "config/access/io/outcome.h"
+#include "config/base/event_queue.h"
 #include "config/base/mutex.h"
 
 namespace vexa::config::access {
@@ -125,9 +126,8 @@ class MQReader {
     std::vector<Exchange*> m_exchanges
         VEXA_GUARDED_BY(m_lock);  // oldest first; each on the stack of its thread
     std::deque<uint32_t> m_abandoned
-        VEXA_GUARDED_BY(m_lock);                             // requests whose answer is not awaited any more
-    std::deque<MQMessage> m_events VEXA_GUARDED_BY(m_lock);  // not delivered yet
-    bool m_eventsDropped VEXA_GUARDED_BY(m_lock) = false;    // since the queue was empty
+        VEXA_GUARDED_BY(m_lock);  // requests whose answer is not awaited any more
+    EventQueue<MQMessage> m_events VEXA_GUARDED_BY(m_lock){"PosixMQClient"};
     bool m_deliveryWanted VEXA_GUARDED_BY(m_lock) = false;
     bool m_delivering VEXA_GUARDED_BY(m_lock) = false;
     unsigned int m_eventWaits VEXA_GUARDED_BY(m_lock) = 0;

@@ -7,6 +7,7 @@
 
 #include "config/access/io/connection_utilities.h"
 #include "config/base/no_signals.h"
+#include "config/base/report.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/streams/memory_serializer.h"
 #include "config/values/config_value.h"
@@ -137,18 +138,15 @@ bool PosixMQClient::SetNumber(eParam_t id, unsigned int value)
     switch (m_connection.ExchangeValue(request, "", answer)) {
         case Outcome::kNotSent:
             perror("PosixMQClient::Set mq_send failed");
-            fputs("PosixMQClient::Set - mq_send failed\n", stderr);
-            return false;
+            return Report("PosixMQClient::Set - mq_send failed\n");
         default:
             PrintTwice("PosixMQClient::Set - mq_receive failed");
             return false;
         case Outcome::kReceived:
             break;
     }
-    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info)) {
-        fputs("PosixMQClient::Set - invalid response for the given request\n", stderr);
-        return false;
-    }
+    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info))
+        return Report("PosixMQClient::Set - invalid response for the given request\n");
     StoreLastUpdate(answer);
     return HandleErrorResponse(&answer);
 }
@@ -170,19 +168,14 @@ bool PosixMQClient::GetText(eParam_t id, std::string& value)
             return false;
         default:
             perror("PosixMQClient::Get - mq_receive failed");
-            fputs("PosixMQClient::Get(): mq_receive returned -1, FAILED", stderr);
-            return false;
+            return Report("PosixMQClient::Get(): mq_receive returned -1, FAILED");
         case Outcome::kReceived:
             break;
     }
-    const auto complain = [](const char* what) {
-        fprintf(stderr, "PosixMQClient::Get - %s\n", what);
-        return false;
-    };
-    if (answer.error != 0) return complain("response error != 0");
+    if (answer.error != 0) return Report("PosixMQClient::Get - response error != 0\n");
     if (!ConnectionUtilities::IsValidResponse(request.info, answer.info))
-        return complain("response does not match request");
-    if (!answer.HasStream()) return complain("invalid streamLength");
+        return Report("PosixMQClient::Get - response does not match request\n");
+    if (!answer.HasStream()) return Report("PosixMQClient::Get - invalid streamLength\n");
     StoreLastUpdate(answer);
     return answer.ReadText(value);
 }
@@ -206,8 +199,7 @@ bool PosixMQClient::SetText(eParam_t id, const std::string& value)
     MQMessage answer;
     switch (m_connection.ExchangeValue(request, stream, answer)) {
         case Outcome::kNotSent:
-            fputs("PosixMQClient::Set: mq_send failed\n", stderr);
-            return false;
+            return Report("PosixMQClient::Set: mq_send failed\n");
         default:
             perror("PosixMQClient::Set - mq_receive failed");
             return false;
@@ -217,8 +209,7 @@ bool PosixMQClient::SetText(eParam_t id, const std::string& value)
     if (answer.error != 0) return HandleErrorResponse(&answer);
     if (!ConnectionUtilities::IsValidResponse(request.info, answer.info)) {
         // The words of a Get, on purpose: tools that watch for them count both.
-        fputs("PosixMQClient::Get - response does not match request\n", stderr);
-        return false;
+        return Report("PosixMQClient::Get - response does not match request\n");
     }
     StoreLastUpdate(answer);
     if (answer.HasStream()) answer.ReadObject();  // what was stored; nobody asks for it
@@ -226,21 +217,6 @@ bool PosixMQClient::SetText(eParam_t id, const std::string& value)
 }
 
 // --- descriptors ---
-
-ParamDescriptor* PosixMQClient::GetParamDescriptor(eParam_t id)
-{
-    return FindDescriptor(id);
-}
-
-ParamDescriptor* PosixMQClient::GetParamDescriptor(std::string paramIDName)
-{
-    return GetParamDescriptor(GetParamNameParamID(std::move(paramIDName)));
-}
-
-std::list<eParam_t> PosixMQClient::GetParamIDs()
-{
-    return ::GetParamIDs();
-}
 
 // --- events ---
 
@@ -284,7 +260,7 @@ void PosixMQClient::MQNotifyHandler(sigval value)
         MQEvents::ReportException();
     }
     if (healthy) return;
-    MQEvents::Report("call to EnableMQEvents failed!");
+    MQEvents::ReportOfProcess("call to EnableMQEvents failed!");
     exit(-1);
 }
 

@@ -9,8 +9,8 @@
 #include "config/access/client/queues/mq_connection.h"
 #include "config/access/client/queues/mq_events.h"
 #include "config/base/live_objects.h"
-#include "config/config.h"
 #include "config/config_factory.h"
+#include "config/descriptors/catalogue_config.h"
 
 namespace vexa::config::access {
 
@@ -21,7 +21,7 @@ namespace vexa::config::access {
 /// Thread: any. Listeners are called one at a time, on threads that the system starts or on one that waits for
 /// events. They may use the client and disconnect it; adding and removing listeners of the same client, and
 /// waiting for its events, is refused to them.
-class PosixMQClient : public Config, public Runnable {
+class PosixMQClient : public vexa::CatalogueConfig, public Runnable {
   public:
     /// @param requestQueue  borrowed. @param responseQueue  owned from now on.
     /// A queue that cannot be asked for its message size ends the process.
@@ -37,9 +37,6 @@ class PosixMQClient : public Config, public Runnable {
     eConfigID_t GetConfigID() override { return m_configID; }
     /// As the last answer told it.
     timeval GetLastConfigUpdate() override;
-    ParamDescriptor* GetParamDescriptor(eParam_t id) override;
-    ParamDescriptor* GetParamDescriptor(std::string paramIDName) override;
-    std::list<eParam_t> GetParamIDs() override;
     /// The daemon stamps the change; the time is not sent.
     bool Set(eParam_t id, unsigned int value, timeval time) override;
     /// @return the value as a bool, so a stored 0 looks like a failure; old callers depend on it.

@@ -12,6 +12,8 @@
 
 #include "config/access/client/queues/posix_mq_client.h"
 #include "config/access/io/connection_utilities.h"
+#include "config/access/protocol/uri.h"
+#include "config/base/report.h"
 
 namespace vexa::config::access {
 
@@ -110,7 +112,7 @@ PosixMQFactory::~PosixMQFactory() = default;
 unsigned int PosixMQFactory::GetPriority(const std::string& uri)
 {
     constexpr unsigned int kHigh = 10;
-    return uri.find("priority=") != std::string::npos ? kHigh : 0;
+    return vexa::uri::Option(uri, "priority") ? kHigh : 0;
 }
 
 PosixMQClient* PosixMQFactory::Connect(std::string uri)
@@ -151,14 +153,12 @@ bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, 
     const auto request = HandshakeRequest(XCFG_CONNECT_REQUEST, connectionID, priority, *m_shared);
     if (!Send(requestQueue, request, deadline)) {
         perror("PosixMQFactory::ConfirmConnection");
-        fputs("PosixMQFactory::ConfirmConnection: mq_send failed\n", stderr);
-        return false;
+        return Report("PosixMQFactory::ConfirmConnection: mq_send failed\n");
     }
     mq_attr attributes{};
     if (mq_getattr(responseQueue, &attributes) != 0) {
         perror("PosixMQFactory::ConfirmConnection -  mq_getattr failed, unable to get mq_msgsize");
-        fputs("PosixMQFactory::ConfirmConnection - mq_getattr failed, unable to get mq_msgsize\n", stderr);
-        return false;
+        return Report("PosixMQFactory::ConfirmConnection - mq_getattr failed, unable to get mq_msgsize\n");
     }
     std::vector<char> buffer;
     try {
@@ -166,27 +166,23 @@ bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, 
     } catch (const std::bad_alloc&) {
         errno = ENOMEM;
         perror("PosixMQFactory::ConfirmConnection - new failed\n");
-        fprintf(stderr, "PosixMQFactory::ConfirmConnection - new of %ld bytes failed\n",
-                static_cast<long>(attributes.mq_msgsize));
-        return false;
+        return Report("PosixMQFactory::ConfirmConnection - new of %ld bytes failed\n",
+                      static_cast<long>(attributes.mq_msgsize));
     }
     MQMessage answer;
     if (!ReceiveAnswer(responseQueue, buffer, deadline, answer)) {
         perror("PosixMQFactory::ConfirmConnection - mq_receive failed\n");
-        fprintf(stderr, "PosixMQFactory::ConfirmConnection - mq_receive for connectionID %X failed\n",
-                connectionID);
-        return false;
+        return Report("PosixMQFactory::ConfirmConnection - mq_receive for connectionID %X failed\n",
+                      connectionID);
     }
-    const auto complain = [](const std::string& what) {
-        fprintf(stderr, "PosixMQFactory::ConfirmConnection: %s\n", what.c_str());
-        return false;
-    };
     if (answer.msgtype != XCFG_CONNECT_RESPONSE)
-        return complain("unexpected msgtype == " + std::to_string(static_cast<int>(answer.msgtype)));
+        return Report("PosixMQFactory::ConfirmConnection: unexpected msgtype == %d\n",
+                      static_cast<int>(answer.msgtype));
     if (!ConnectionUtilities::IsValidResponse(request.info, answer.info))
-        return complain("mismatched msgInfo");
+        return Report("PosixMQFactory::ConfirmConnection: mismatched msgInfo\n");
     if (answer.listenerError == 0) return true;  // its place is that of a connection's error
-    return complain("server responded with error " + std::to_string(static_cast<int>(answer.listenerError)));
+    return Report("PosixMQFactory::ConfirmConnection: server responded with error %d\n",
+                  static_cast<int>(answer.listenerError));
 }
 
 void PosixMQFactory::Disconnect(PosixMQClient* client)

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "config/base/report.h"
 #include "config/config.h"
 #include "config/values/config_value.h"
 
@@ -36,9 +37,17 @@ bool NetworkConnection::DoSetRequest(Config* config, ConfigValue* value, timeval
                 *config, *value, time,
                 "NetworkConnection::DoSetRequest - type error, configValue is not a StringValue\n");
         default:
-            fputs("NetworkConnection::DoSetRequest - returning error (unsupported classID)\n", stderr);
-            return false;
+            return Report("NetworkConnection::DoSetRequest - returning error (unsupported classID)\n");
     }
+}
+
+XCONFIGMGR_CONNECTION_RESPONSE_T NetworkConnection::Confirmation(const MessagePrefix& request,
+                                                                 eMessageType_t type)
+{
+    XCONFIGMGR_CONNECTION_RESPONSE_T response;
+    static_cast<MessagePrefix&>(response) = request;
+    response.msgtype = type;
+    return response;
 }
 
 XCONFIGMGR_RESPONSE_T NetworkConnection::ErrorResponse(const XCONFIGMGR_REQUEST_T& request,

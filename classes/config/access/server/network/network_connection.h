@@ -20,6 +20,8 @@ class NetworkConnection {
     bool DoSetRequest(Config* config, ConfigValue* value, timeval time);
 
   protected:
+    /// The answer to a request without value: its prefix, and no error.
+    static XCONFIGMGR_CONNECTION_RESPONSE_T Confirmation(const MessagePrefix& request, eMessageType_t type);
     /// An answer without payload. An error of 0 is the caller's mistake: a warning, and it is sent as it is.
     static XCONFIGMGR_RESPONSE_T ErrorResponse(const XCONFIGMGR_REQUEST_T& request, eMessageType_t type,
                                                uint32_t error);

@@ -13,6 +13,7 @@
 #include "config/access/server/network/network_udp_connection.h"
 #include "config/base/mutex.h"
 #include "config/base/no_destructor.h"
+#include "config/base/report.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -70,15 +71,11 @@ NetworkServer::~NetworkServer() = default;
 
 bool NetworkServer::Init()
 {
-    const auto fail = [](const char* line) {
-        fputs(line, stderr);
-        return false;
-    };
     m_socket.reset(new (std::nothrow) Socket(m_domain, m_type));
-    if (!m_socket) return fail("NetworkServer::Init - failed to new Socket\n");
-    if (!m_socket->create()) return fail("NetworkServer::Init - failed to create Socket\n");
-    if (!m_socket->bind(m_port)) return fail("NetworkServer::Init - failed to bind Socket\n");
-    if (m_type == SOCK_STREAM && !m_socket->listen()) return fail("NetworkServer::Init - listen failed\n");
+    if (!m_socket) return Report("NetworkServer::Init - failed to new Socket\n");
+    if (!m_socket->create()) return Report("NetworkServer::Init - failed to create Socket\n");
+    if (!m_socket->bind(m_port)) return Report("NetworkServer::Init - failed to bind Socket\n");
+    if (m_type == SOCK_STREAM && !m_socket->listen()) return Report("NetworkServer::Init - listen failed\n");
     return true;
 }
 

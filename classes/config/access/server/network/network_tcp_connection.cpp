@@ -10,6 +10,7 @@
 #include "config/access/protocol/value_payload.h"
 #include "config/access/server/peer_stores.h"
 #include "config/base/diagnostic_log.h"
+#include "config/base/report.h"
 #include "config/config.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/values/config_value.h"
@@ -66,8 +67,7 @@ bool NetworkTCPConnection::Start()
         return true;
     }
     perror("NetworkTCPConnection::Start");
-    fputs("NetworkTCPConnection::Start - pthread_create failed\n", stderr);
-    return false;
+    return Report("NetworkTCPConnection::Start - pthread_create failed\n");
 }
 
 void* NetworkTCPConnection::pthread_start(void* connection)
@@ -125,13 +125,11 @@ bool NetworkTCPConnection::ProcessMessages()
     if (!m_stream.WaitForRoom()) return false;
     const int count = m_stream.Read(record, sizeof(uint32_t));
     if (count == 0) return false;
-    if (count != sizeof(uint32_t)) {
-        fprintf(stderr,
-                "NetworkTCPConnection::ProcessMessages - error calling recv for socket message "
-                "(connection pid = 0x%X)\n",
-                ProcessID());
-        return false;
-    }
+    if (count != sizeof(uint32_t))
+        return Report(
+            "NetworkTCPConnection::ProcessMessages - error calling recv for socket message "
+            "(connection pid = 0x%X)\n",
+            ProcessID());
     uint32_t type = 0;
     memcpy(&type, record, sizeof type);
     type = wire::NetworkOrder::Convert(type);
@@ -145,11 +143,9 @@ bool NetworkTCPConnection::ProcessMessages()
     if (!ReadRest(*kind, record)) return false;
     DiagnosticLog("NetworkTCPConnection::ProcessMessages - %s from %s\n", GetMessageName(type),
                   m_name.c_str());
-    if (kind->needsStore && !m_config) {
-        fprintf(stderr, "NetworkTCPConnection::ProcessMessages - %s before %s (connection pid = 0x%X)\n",
-                GetMessageName(type), GetMessageName(XCFG_CONNECT_REQUEST), ProcessID());
-        return false;
-    }
+    if (kind->needsStore && !m_config)
+        return Report("NetworkTCPConnection::ProcessMessages - %s before %s (connection pid = 0x%X)\n",
+                      GetMessageName(type), GetMessageName(XCFG_CONNECT_REQUEST), ProcessID());
     return (this->*kind->process)(record);
 }
 
@@ -157,10 +153,9 @@ bool NetworkTCPConnection::ReadRest(const Kind& kind, char* record)
 {
     const uint32_t rest = kind.length - static_cast<uint32_t>(sizeof(uint32_t));
     if (m_stream.Read(record + sizeof(uint32_t), rest) == static_cast<int>(rest)) return true;
-    fprintf(stderr,
-            "NetworkTCPConnection::ProcessMessages - error calling recv for %s (connection pid = 0x%X)\n",
-            kind.name, ProcessID());
-    return false;
+    return Report(
+        "NetworkTCPConnection::ProcessMessages - error calling recv for %s (connection pid = 0x%X)\n",
+        kind.name, ProcessID());
 }
 
 template <class Record, auto kHandler>
@@ -179,15 +174,6 @@ bool NetworkTCPConnection::SendRecord(const Record& record)
     return m_stream.Send(bytes.data(), bytes.size());
 }
 
-/// The answer to a request without value: its prefix, and no error.
-static XCONFIGMGR_CONNECTION_RESPONSE_T Confirm(const MessagePrefix& request, eMessageType_t type)
-{
-    XCONFIGMGR_CONNECTION_RESPONSE_T response;
-    static_cast<MessagePrefix&>(response) = request;
-    response.msgtype = type;
-    return response;
-}
-
 bool NetworkTCPConnection::ProcessConnectRequest(const XCONFIGMGR_CONNECTION_REQUEST_T& request)
 {
     if (DiagnosticLogIsOn()) m_name = GetConnectionName(request.connectionID);
@@ -195,21 +181,17 @@ bool NetworkTCPConnection::ProcessConnectRequest(const XCONFIGMGR_CONNECTION_REQ
         SemaphoreHelper hold(m_stream.lock);
         m_connectionID = request.connectionID;
     }
-    if (!OpenStore(request.configID)) {
-        fputs("NetworkTCPConnection::ProcessConnectRequest - unable to connect to the config\n", stderr);
-        return false;
-    }
-    if (SendRecord(Confirm(request, XCFG_CONNECT_RESPONSE))) return true;
-    fputs("NetworkTCPConnection::ProcessConnectRequest - unable to send response\n", stderr);
-    return false;
+    if (!OpenStore(request.configID))
+        return Report("NetworkTCPConnection::ProcessConnectRequest - unable to connect to the config\n");
+    if (SendRecord(Confirmation(request, XCFG_CONNECT_RESPONSE))) return true;
+    return Report("NetworkTCPConnection::ProcessConnectRequest - unable to send response\n");
 }
 
 bool NetworkTCPConnection::ProcessDisconnectRequest(const XCONFIGMGR_CONNECTION_REQUEST_T& request)
 {
-    if (SendRecord(Confirm(request, XCFG_DISCONNECT_RESPONSE))) return true;
+    if (SendRecord(Confirmation(request, XCFG_DISCONNECT_RESPONSE))) return true;
     perror("NetworkTCPConnection::ProcessDisconnectRequest - unable to send response");
-    fputs("NetworkTCPConnection::ProcessDisconnectRequest: unable to send response\n", stderr);
-    return false;
+    return Report("NetworkTCPConnection::ProcessDisconnectRequest: unable to send response\n");
 }
 
 bool NetworkTCPConnection::ProcessGetRequest(const XCONFIGMGR_REQUEST_T& request)
@@ -217,8 +199,7 @@ bool NetworkTCPConnection::ProcessGetRequest(const XCONFIGMGR_REQUEST_T& request
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_GET_PARAM_RESPONSE);
     response.value = m_config->Get(request.paramID);
     if (SendRecord(response)) return true;
-    fputs("NetworkTCPConnection::ProcessGetRequest - _socket->send failed\n", stderr);
-    return false;
+    return Report("NetworkTCPConnection::ProcessGetRequest - _socket->send failed\n");
 }
 
 bool NetworkTCPConnection::ProcessSetRequest(const XCONFIGMGR_REQUEST_T& request)
@@ -276,8 +257,7 @@ bool NetworkTCPConnection::SendStreamResponse(XCONFIGMGR_RESPONSE_T& response, c
     const std::string message = MessageBytes(response, payload);
     if (m_stream.Send(message.data(), message.size())) return true;
     perror("SendStreamResponse: socket send failed");
-    fputs("SendStreamResponse: socket send failed", stderr);
-    return false;
+    return Report("SendStreamResponse: socket send failed");
 }
 
 // --- events ---
@@ -309,15 +289,14 @@ bool NetworkTCPConnection::ProcessAddConfigEventListenerRequest(
 bool NetworkTCPConnection::ProcessRemoveConfigEventListenerRequest(
     const XCONFIGMGR_EVENT_HANDLER_REQUEST_T& request)
 {
-    const auto response = Encode(Confirm(request, XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE));
+    const auto response = Encode(Confirmation(request, XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE));
     {
         SemaphoreHelper hold(m_stream.lock);  // once: no event follows the response
         m_isRegistered = false;
         if (m_stream.Send(response.data(), response.size())) return true;
     }
-    fputs("NetworkTCPConnection::ProcessRemoveConfigEventListenerRequest - Unable to send response!\n",
-          stderr);
-    return false;
+    return Report(
+        "NetworkTCPConnection::ProcessRemoveConfigEventListenerRequest - Unable to send response!\n");
 }
 
 XCONFIGMGR_RESPONSE_T NetworkTCPConnection::EventFor(eMessageType_t type, eParam_t id) const
@@ -351,10 +330,7 @@ try {
         if (!IsRegistered()) return false;
     }
     const std::string payload = WritePayload(m_config->GetSerializable(id), m_payloadOrder);
-    if (payload.empty()) {
-        fputs("SendStreamResponse: Invalid serializable value\n", stderr);
-        return false;
-    }
+    if (payload.empty()) return Report("SendStreamResponse: Invalid serializable value\n");
     SemaphoreHelper hold(m_stream.lock);
     if (!IsRegistered()) return false;
     XCONFIGMGR_RESPONSE_T event = EventFor(XCFG_PARAM_STRING_CHANGED_EVENT, id);

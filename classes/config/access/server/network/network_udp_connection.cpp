@@ -162,11 +162,8 @@ void NetworkUDPConnection::ProcessMessages(const char* data, int length, const s
 bool NetworkUDPConnection::Confirm(const MessagePrefix& request, eMessageType_t type, unsigned int length,
                                    const sockaddr_in& to)
 {
-    XCONFIGMGR_CONNECTION_RESPONSE_T response;
-    static_cast<MessagePrefix&>(response) = request;
-    response.msgtype = type;
     std::array<char, kResponseBytes> datagram{};
-    std::ranges::copy(Encode(response), datagram.begin());
+    std::ranges::copy(Encode(Confirmation(request, type)), datagram.begin());
     return m_socket.sendto(datagram.data(), length, to);
 }
 

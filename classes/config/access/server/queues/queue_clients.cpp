@@ -12,6 +12,7 @@
 
 #include "config/access/io/connection_utilities.h"
 #include "config/access/io/message_queue.h"
+#include "config/base/report.h"
 
 namespace mq = vexa::config::access;
 
@@ -43,12 +44,6 @@ bool Send(mqd_t queue, const std::string& message)
     return mq::SendMessage(queue, message.data(), message.size(), 0);
 }
 
-std::string Bytes(const mq::XCONFIGMGR_RESPONSE_T& record, const std::string& stream)
-{
-    const auto bytes = wire::Encode<wire::HostOrder>(record);
-    return std::string(bytes.data(), bytes.size()) + stream;
-}
-
 }  // namespace
 
 QueueClients::QueueClients()
@@ -74,10 +69,8 @@ bool QueueClients::Connect(uint32_t connectionID)
 bool QueueClients::Open(uint32_t connectionID)
 {
     const std::string name = mq::ConnectionUtilities::GetQueueName(connectionID);
-    if (m_clients.size() >= kMaxClients) {
-        fprintf(stderr, "mainstay: too many clients for %s\n", name.c_str());
-        return false;
-    }
+    if (m_clients.size() >= kMaxClients)
+        return vexa::Report("mainstay: too many clients for %s\n", name.c_str());
     Client& client = m_clients[connectionID];  // first: a descriptor without an entry would be lost
     client.queue = mq_open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     mq_attr attributes{};
@@ -204,7 +197,7 @@ void QueueClients::SendEvent(mq::XCONFIGMGR_RESPONSE_T event, const std::string&
         if (!client.wantsEvents) continue;
         event.info.connectionID = entry->first;
         // A reply that waits goes first: its client is waiting, too.
-        if (client.replies.empty() && Send(client.queue, Bytes(event, stream)))
+        if (client.replies.empty() && Send(client.queue, wire::Bytes<wire::HostOrder>(event, stream)))
             client.lostEvents = 0;
         else if (!CountLost(*entry, client))
             Drop(entry);

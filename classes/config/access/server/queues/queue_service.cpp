@@ -14,6 +14,7 @@
 #include "config/access/protocol/value_payload.h"
 #include "config/access/server/peer_stores.h"
 #include "config/base/diagnostic_log.h"
+#include "config/base/report.h"
 #include "config/config.h"
 #include "config/values/config_value.h"
 
@@ -26,13 +27,6 @@ template <class Record>
 bool Decode(const char* data, size_t length, Record& record)
 {
     return wire::Decode<wire::HostOrder>(data, length, record);
-}
-
-template <class Record>
-std::string Bytes(const Record& record)
-{
-    const auto bytes = wire::Encode<wire::HostOrder>(record);
-    return {bytes.data(), bytes.size()};
 }
 
 void PrintMalformed(const char* what, size_t length)
@@ -97,10 +91,7 @@ bool QueueService::Start()
 {
     if (!OpenQueue()) return false;
     m_store = net::OpenPeerStore(0);
-    if (!m_store) {
-        fputs("mainstay: cannot serve the queue\n", stderr);
-        return false;
-    }
+    if (!m_store) return vexa::Report("mainstay: cannot serve the queue\n");
     m_store->AddConfigEventListener(this);
     m_thread = std::thread([this] {
         pthread_setname_np(pthread_self(), "cfg-mq-server");
@@ -162,7 +153,7 @@ void QueueService::Handle(const char* data, size_t length)
             response.msgtype = AnswerTo(head.msgtype);
             response.info = head.info;
             response.error = mq::kQueueErrorNotServed;
-            return m_clients.Reply(head.info.connectionID, Bytes(response));
+            return m_clients.Reply(head.info.connectionID, wire::Bytes<wire::HostOrder>(response));
         }
         default:
             PrintMalformed("of no known type", length);
@@ -177,7 +168,7 @@ void QueueService::HandleConnection(const mq::XCONFIGMGR_CONNECTION_REQUEST_T& r
     mq::XCONFIGMGR_CONNECTION_RESPONSE_T response;
     response.msgtype = AnswerTo(request.msgtype);
     response.info = request.info;
-    m_clients.Reply(connectionID, Bytes(response));
+    m_clients.Reply(connectionID, wire::Bytes<wire::HostOrder>(response));
     if (!connects) m_clients.Disconnect(connectionID);
 }
 
@@ -190,7 +181,7 @@ void QueueService::HandleListener(const mq::XCONFIGMGR_CONNECTION_REQUEST_T& req
     // Clients read the error in one place or in the other.
     if (!m_clients.SetEvents(request.info.connectionID, wanted))
         response.listenerError = response.error = mq::kQueueErrorRefused;
-    m_clients.Reply(request.info.connectionID, Bytes(response));
+    m_clients.Reply(request.info.connectionID, wire::Bytes<wire::HostOrder>(response));
 }
 
 void QueueService::HandleParameter(const char* data, size_t length)
@@ -214,7 +205,7 @@ void QueueService::HandleParameter(const char* data, size_t length)
     StampLastUpdate(response);
     response.streamLength = static_cast<uint32_t>(stream.size());
     if (!stream.empty()) response.streamFormat = mq::kQueueStreamFormat;
-    m_clients.Reply(request.info.connectionID, Bytes(response) + stream);
+    m_clients.Reply(request.info.connectionID, wire::Bytes<wire::HostOrder>(response, stream));
 }
 
 /// Does what is asked. @return the stream of the response.
