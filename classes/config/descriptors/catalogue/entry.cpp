@@ -2,8 +2,8 @@
 
 #include <libintl.h>
 
-#include "config/descriptors/placeholder.h"
 #include "config/descriptors/descriptor_table.h"
+#include "config/descriptors/placeholder.h"
 
 namespace vexa::config::catalogue {
 

@@ -8,6 +8,13 @@
 ///
 /// Defaults: type 3 for enumerations, 4 for integers, 12 for texts; feature 3, persistent, part of user
 /// registers, reset on factory reset, pattern "*". An enumeration ranges from 0 to its highest value.
+///
+/// Every entry takes its steps in the order in which they are declared below, so that two entries can be compared
+/// line by line: type, feature, lifetime (Status, Command, Internal or the single steps), range or length,
+/// default, step and scale, units, values, class names, relations, dependencies, attributes, action, description.
+///
+/// A parameter stands once. Where models differ, the conditions stand beside what they decide: ValuesIf,
+/// ClassNameIf, a default that is chosen in place, or a function that returns the list of the model.
 #pragma once
 
 #include <algorithm>
@@ -23,6 +30,12 @@
 #define PARAM_ID(name) eParamID_##name, "eParamID_" #name
 
 namespace vexa::config::catalogue {
+
+/// A parameter by identifier and symbolic name, for tables of entries that differ in little: {PARAM_ID(name)}.
+struct ParamName {
+    eParam_t id;
+    const char* idName;
+};
 
 /// One enumerated value of an entry. The short name is the name unless given.
 struct NamedValue {
@@ -54,41 +67,43 @@ class Entry {
     Self& NotInRegisters() { m_descriptor->SetRegisterType(eRegister_Exclude); return This(); }
     Self& Reset(eFactoryReset_t reset) { m_descriptor->SetFactoryResetType(reset); return This(); }
     Self& NotReset() { return Reset(eFactoryReset_Exclude); }
-    /// A status value: reported by the device, neither kept, nor in registers, nor reset, nor set by users.
-    Self& Status() { return NotPersisted().NotInRegisters().NotReset().ClassName("readonly"); }
-    /// A request to the device: neither kept, nor in registers, nor reset.
-    Self& Command() { return NotPersisted().NotInRegisters().NotReset(); }
-    /// A word between the device's own processes, which no front end shows: neither kept, nor in registers, nor reset.
-    Self& Internal() { return Command().Feature(eFeature_2).ClassName("hidden_param"); }
+    /// Neither kept, nor in registers, nor reset: the base of the three lifetimes below.
+    Self& Transient() { return NotPersisted().NotInRegisters().NotReset(); }
+    /// A status value: reported by the device, transient, not set by users.
+    Self& Status() { return Transient().ClassName("readonly"); }
+    /// A request to the device: transient.
+    Self& Command() { return Transient(); }
+    /// A word between the device's own processes: transient, shown by no front end.
+    Self& Internal() { return Feature(eFeature_2).Transient().ClassName("hidden_param"); }
     Self& ClassName(const char* name) { m_descriptor->AddClassName(name); return This(); }
     Self& ClassNameIf(bool condition, const char* name) { return condition ? ClassName(name) : This(); }
     /// For a parameter that must exist because the store works with it, on models whose users have no need of it.
     Self& HiddenUnless(bool shown) { return ClassNameIf(!shown, "hidden_param"); }
-    Self& Attribute(const char* key, unsigned int value) { m_descriptor->AddAttribute(key, value); return This(); }
-    Self& Attribute(const char* key, const char* value)
-    {
-        m_descriptor->AddAttribute(key, std::string(value));
-        return This();
-    }
-    Self& Description(const char* text) { return Attribute("description", text); }
     Self& EnabledBy(eParam_t id, unsigned int value)
     {
         m_descriptor->AddRelation("enabled_by", id, value);
         return This();
-    }
-    Self& DisabledByIf(bool condition, eParam_t id, unsigned int value)
-    {
-        return condition ? DisabledBy(id, value) : This();
     }
     Self& DisabledBy(eParam_t id, unsigned int value)
     {
         m_descriptor->AddRelation("disabled_by", id, value);
         return This();
     }
+    Self& DisabledByIf(bool condition, eParam_t id, unsigned int value)
+    {
+        return condition ? DisabledBy(id, value) : This();
+    }
     Self& Dependent(eParam_t id) { m_descriptor->AddDependentParamID(id); return This(); }
     Self& DependentIf(bool condition, eParam_t id) { return condition ? Dependent(id) : This(); }
     Self& DependsOn(eParam_t id) { m_descriptor->AddDependsOnParamID(id); return This(); }
+    Self& Attribute(const char* key, unsigned int value) { m_descriptor->AddAttribute(key, value); return This(); }
+    Self& Attribute(const char* key, std::string value)
+    {
+        m_descriptor->AddAttribute(key, std::move(value));
+        return This();
+    }
     Self& Action(ParamDescriptor::Action action) { m_descriptor->SetAction(std::move(action)); return This(); }
+    Self& Description(std::string text) { return Attribute("description", std::move(text)); }
     // clang-format on
 
     std::unique_ptr<ParamDescriptor> Release() { return std::move(m_descriptor); }
@@ -104,15 +119,15 @@ class Enum : public Entry<EnumDescriptor, Enum> {
         : Entry(id, idName, std::move(name), std::move(shortName), eCParam_EnumValue)
     {
     }
+    // clang-format off
+    /// Only where the range reaches beyond the values, so that the exception is visible.
+    Enum& MaxValue(unsigned int value) { m_descriptor->SetMaxValue(value); return *this; }
+    Enum& Default(unsigned int value) { m_descriptor->SetFactoryDefault(value); return *this; }
+    // clang-format on
     /// Appends values, in display order. The range becomes 0 .. highest value.
     Enum& Values(const std::vector<NamedValue>& values);
     /// The same for values that only some models have.
     Enum& ValuesIf(bool condition, const std::vector<NamedValue>& values);
-    // clang-format off
-    Enum& Default(unsigned int value) { m_descriptor->SetFactoryDefault(value); return *this; }
-    /// Only where the range is not that of the values, so that the exception is visible.
-    Enum& MaxValue(unsigned int value) { m_descriptor->SetMaxValue(value); return *this; }
-    // clang-format on
 };
 
 class Integer : public Entry<IntegerDescriptor, Integer> {
@@ -126,7 +141,6 @@ class Integer : public Entry<IntegerDescriptor, Integer> {
     Integer& Default(unsigned int value) { m_descriptor->SetFactoryDefault(value); return *this; }
     Integer& AdjustBy(unsigned int step) { m_descriptor->SetAdjustBy(step); return *this; }
     Integer& ScaleBy(unsigned int scale) { m_descriptor->SetScaleBy(scale); return *this; }
-    Integer& OffsetBy(unsigned int offset) { m_descriptor->SetOffsetBy(offset); return *this; }
     Integer& DisplayPrecision(unsigned int digits) { m_descriptor->SetDisplayPrecision(digits); return *this; }
     Integer& Units(const char* units) { m_descriptor->SetUnits(units); return *this; }
     // clang-format on
@@ -146,7 +160,7 @@ class String : public Entry<StringDescriptor, String> {
     /// Length limits in bytes; the character positions follow.
     String& Length(unsigned int min, unsigned int max);
     // clang-format off
-    String& Default(const char* text) { m_descriptor->SetFactoryDefault(text); return *this; }
+    String& Default(std::string text) { m_descriptor->SetFactoryDefault(std::move(text)); return *this; }
     // clang-format on
 };
 

@@ -12,84 +12,39 @@ ValueList NoFormat(const char* reason)
     return {{0, reason}, {255, "Unknown"}};
 }
 
-void CreateInputFormat()
-{
-    constexpr const char* kDescription = "Format of the signal at the selected video input.";
-    if (CProductFeatures::has12G()) {
-        Register(Enum(PARAM_ID(DetectInputFormat), "Detected Input Format", "In Fmt")
-                     .Feature(eFeature_1)
-                     .Values(NoFormat("No Signal"))
-                     .Values(FormatsSDAndHD())
-                     .Values(Formats1080pExtraHighRate())
-                     .Values(Formats2K())
-                     .Values(Formats2160p())
-                     .Values(Formats2160pHighRate())
-                     .Values(Formats4K())
-                     .Values(Formats4KHighRate())
-                     .Status()
-                     .Description(kDescription));
-    } else if (CProductFeatures::canDoUHD()) {
-        Register(Enum(PARAM_ID(DetectInputFormat), "Detected Input Format", "In Fmt")
-                     .Feature(eFeature_1)
-                     .Values(NoFormat("No Signal"))
-                     .Values(FormatsSDAndHD())
-                     .Values(Formats1080pExtraHighRate())
-                     .Values(Formats2K())
-                     .Values(Formats2160p())
-                     .Values(Formats4K())
-                     .Status()
-                     .Description(kDescription));
-    } else if (CProductID::isMAPLE()) {
-        Register(Enum(PARAM_ID(DetectInputFormat), "Detected Input Format", "In Fmt")
-                     .Feature(eFeature_1)
-                     .Values(NoFormat("No Signal"))
-                     .Values(FormatsSDAndHD())
-                     .Values(Formats2K())
-                     .Status()
-                     .Description(kDescription));
-    } else {
-        Register(Enum(PARAM_ID(DetectInputFormat), "Detected Input Format", "In Fmt")
-                     .Feature(eFeature_1)
-                     .Values(NoFormat("No Signal"))
-                     .Values(FormatsSDAndHD())
-                     .Status()
-                     .Description(kDescription));
-    }
-}
-
-/// A clip may be in a format that the unit plays but cannot record.
+/// A clip may be in a format that the unit plays but cannot record, so all rates are listed with any.
 void CreateMediaFormat()
 {
-    constexpr const char* kDescription = "Format of the clip that is selected for playback.";
-    if (CProductFeatures::canDoUHD()) {
-        Register(Enum(PARAM_ID(DetectMediaFormat), "Detected Media Format", "Clip Fmt")
-                     .Feature(eFeature_1)
-                     .Values(NoFormat("No Clip"))
-                     .Values(FormatsSDAndHD())
-                     .Values(Formats1080pExtraHighRate())
-                     .Values(Formats2K())
-                     .Values(Formats2160p())
-                     .Values(Formats2160pHighRate())
-                     .Values(Formats4K())
-                     .Values(Formats4KHighRate())
-                     .Status()
-                     .Description(kDescription));
-    } else if (CProductID::isMAPLE()) {
-        Register(Enum(PARAM_ID(DetectMediaFormat), "Detected Media Format", "Clip Fmt")
-                     .Feature(eFeature_1)
-                     .Values(NoFormat("No Clip"))
-                     .Values(FormatsSDAndHD())
-                     .Values(Formats2K())
-                     .Status()
-                     .Description(kDescription));
-    } else {
-        Register(Enum(PARAM_ID(DetectMediaFormat), "Detected Media Format", "Clip Fmt")
-                     .Feature(eFeature_1)
-                     .Values(NoFormat("No Clip"))
-                     .Values(FormatsSDAndHD())
-                     .Status()
-                     .Description(kDescription));
-    }
+    const bool uhd = CProductFeatures::canDoUHD();
+    Register(Enum(PARAM_ID(DetectMediaFormat), "Detected Media Format", "Clip Fmt")
+                 .Feature(eFeature_1)
+                 .Status()
+                 .Values(NoFormat("No Clip"))
+                 .Values(FormatsSDAndHD())
+                 .ValuesIf(uhd, Formats1080pExtraHighRate())
+                 .ValuesIf(uhd || CProductID::isMAPLE(), Formats2K())
+                 .ValuesIf(uhd, Formats2160p())
+                 .ValuesIf(uhd, Formats2160pHighRate())
+                 .ValuesIf(uhd, Formats4K())
+                 .ValuesIf(uhd, Formats4KHighRate())
+                 .Description("Format of the clip that is selected for playback."));
+}
+
+void CreateInputFormat()
+{
+    const bool uhd = CProductFeatures::canDoUHD(), sdi12G = CProductFeatures::has12G();
+    Register(Enum(PARAM_ID(DetectInputFormat), "Detected Input Format", "In Fmt")
+                 .Feature(eFeature_1)
+                 .Status()
+                 .Values(NoFormat("No Signal"))
+                 .Values(FormatsSDAndHD())
+                 .ValuesIf(uhd, Formats1080pExtraHighRate())
+                 .ValuesIf(uhd || CProductID::isMAPLE(), Formats2K())
+                 .ValuesIf(uhd, Formats2160p())
+                 .ValuesIf(sdi12G, Formats2160pHighRate())
+                 .ValuesIf(uhd, Formats4K())
+                 .ValuesIf(sdi12G, Formats4KHighRate())
+                 .Description("Format of the signal at the selected video input."));
 }
 
 }  // namespace

@@ -14,26 +14,19 @@ void CreateClipIdentifiers()
             .Values(OffOn())
             .Default(1)
             .Description("Ends the file names of a multi-channel recording with an identifier per channel."));
-    Register(String(PARAM_ID(ClipIdentifier_Ch1), "Clip Identifier Ch1", "ClpID 1")
-                 .Length(0, 8)
-                 .Default("Ch1")
-                 .EnabledBy(eParamID_UseClipIdentifiers, 1)
-                 .Description("End of the file names of channel 1."));
-    Register(String(PARAM_ID(ClipIdentifier_Ch2), "Clip Identifier Ch2", "ClpID 2")
-                 .Length(0, 8)
-                 .Default("Ch2")
-                 .EnabledBy(eParamID_UseClipIdentifiers, 1)
-                 .Description("End of the file names of channel 2."));
-    Register(String(PARAM_ID(ClipIdentifier_Ch3), "Clip Identifier Ch3", "ClpID 3")
-                 .Length(0, 8)
-                 .Default("Ch3")
-                 .EnabledBy(eParamID_UseClipIdentifiers, 1)
-                 .Description("End of the file names of channel 3."));
-    Register(String(PARAM_ID(ClipIdentifier_Ch4), "Clip Identifier Ch4", "ClpID 4")
-                 .Length(0, 8)
-                 .Default("Ch4")
-                 .EnabledBy(eParamID_UseClipIdentifiers, 1)
-                 .Description("End of the file names of channel 4."));
+    constexpr ParamName kChannels[] = {{PARAM_ID(ClipIdentifier_Ch1)},
+                                       {PARAM_ID(ClipIdentifier_Ch2)},
+                                       {PARAM_ID(ClipIdentifier_Ch3)},
+                                       {PARAM_ID(ClipIdentifier_Ch4)}};
+    unsigned int channel = 0;
+    for (const auto& [id, idName] : kChannels) {
+        const std::string number = std::to_string(++channel);
+        Register(String(id, idName, "Clip Identifier Ch" + number, "ClpID " + number)
+                     .Length(0, 8)
+                     .Default("Ch" + number)
+                     .EnabledBy(eParamID_UseClipIdentifiers, 1)
+                     .Description("End of the file names of channel " + number + "."));
+    }
 }
 
 }  // namespace

@@ -63,21 +63,17 @@ void CreateVideoInputs()
 /// one.
 void CreateChannelAudio()
 {
-    Register(Enum(PARAM_ID(AudioInSelectCh1), "Audio Input Ch1", "AudInCh1")
-                 .Values(AudioSources(false))
-                 .Default(1)
-                 .EnabledBy(eParamID_RecordType, 1)
-                 .Description("Source of the audio that is recorded with channel 1."));
-    Register(Enum(PARAM_ID(AudioInSelectCh2), "Audio Input Ch2", "AudInCh2")
-                 .Values(AudioSources(false))
-                 .Default(1)
-                 .EnabledBy(eParamID_RecordType, 1)
-                 .Description("Source of the audio that is recorded with channel 2."));
-    Register(Enum(PARAM_ID(AudioInSelectCh3), "Audio Input Ch3", "AudInCh3")
-                 .Values(AudioSources(false))
-                 .Default(1)
-                 .EnabledBy(eParamID_RecordType, 1)
-                 .Description("Source of the audio that is recorded with channel 3."));
+    constexpr ParamName kChannels[] = {
+        {PARAM_ID(AudioInSelectCh1)}, {PARAM_ID(AudioInSelectCh2)}, {PARAM_ID(AudioInSelectCh3)}};
+    unsigned int channel = 0;
+    for (const auto& [id, idName] : kChannels) {
+        const std::string number = std::to_string(++channel);
+        Register(Enum(id, idName, "Audio Input Ch" + number, "AudInCh" + number)
+                     .Default(1)
+                     .Values(AudioSources(false))
+                     .EnabledBy(eParamID_RecordType, 1)
+                     .Description("Source of the audio that is recorded with channel " + number + "."));
+    }
 }
 
 void CreateMultiChannel()

@@ -14,110 +14,66 @@ constexpr unsigned int Address(unsigned int a, unsigned int b, unsigned int c, u
     return a << 24 | b << 16 | c << 8 | d;
 }
 
-/// The addresses of port 1: fixed, and when no server gives one.
-void CreateFirstPort()
-{
-    Register(Integer(PARAM_ID(IPAddress), "IP Address", "IP")
-                 .Type(eCParam_IPAddress)
-                 .Range(0, 0xffffffff)
-                 .Default(Address(192, 168, 0, 2))
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
-                 .EnabledBy(eParamID_IPConfig, kStatic)
-                 .Description("Address of Ethernet port 1 when it is static."));
-    Register(Integer(PARAM_ID(SubnetMask), "Subnet Mask", "Mask")
-                 .Type(eCParam_IPAddress)
-                 .Range(0, 0xffffffff)
-                 .Default(Address(255, 255, 255, 0))
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
-                 .EnabledBy(eParamID_IPConfig, kStatic)
-                 .Description("Subnet mask of Ethernet port 1 when it is static."));
-    Register(Integer(PARAM_ID(DefaultGateway), "Default Gateway", "Gate")
-                 .Type(eCParam_IPAddress)
-                 .Range(0, 0xffffffff)
-                 .Default(Address(192, 168, 0, 1))
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
-                 .EnabledBy(eParamID_IPConfig, kStatic)
-                 .Description("Default gateway of Ethernet port 1 when it is static."));
-    Register(Integer(PARAM_ID(IPAddress_2), "IP Address Fallback", "IP1 Fb")
-                 .Type(eCParam_IPAddress)
-                 .Range(0, 0xffffffff)
-                 .Default(Address(10, 0, 0, 2))
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
-                 .EnabledBy(eParamID_IPConfig, kDHCPWithFallback)
-                 .Description("Address of Ethernet port 1 when no DHCP server answers."));
-    Register(Integer(PARAM_ID(SubnetMask_2), "Subnet Mask Fallback", "Mask1 Fb")
-                 .Type(eCParam_IPAddress)
-                 .Range(0, 0xffffffff)
-                 .Default(Address(255, 0, 0, 0))
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
-                 .EnabledBy(eParamID_IPConfig, kDHCPWithFallback)
-                 .Description("Subnet mask of Ethernet port 1 when no DHCP server answers."));
-    Register(Integer(PARAM_ID(DefaultGateway_2), "Default Gateway Fallback", "Gate1 Fb")
-                 .Type(eCParam_IPAddress)
-                 .Range(0, 0xffffffff)
-                 .Default(Address(10, 0, 0, 1))
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
-                 .EnabledBy(eParamID_IPConfig, kDHCPWithFallback)
-                 .Description("Default gateway of Ethernet port 1 when no DHCP server answers."));
-}
+/// What an address parameter holds.
+struct Field {
+    const char* name;
+    const char* shortName;
+    const char* what;
+};
+constexpr Field kAddress = {"IP Address", "IP", "Address"}, kMask = {"Subnet Mask", "Mask", "Subnet mask"},
+                kGateway = {"Default Gateway", "Gate", "Default gateway"};
 
-/// The same of port 2.
-void CreateSecondPort()
+/// The port that uses it, and the value of the IP configuration that makes the port do so.
+struct Use {
+    const char* name;
+    const char* shortName;
+    int port;
+    unsigned int ipConfig;
+    const char* when;
+};
+constexpr const char kIsStatic[] = "it is static", kNoServer[] = "no DHCP server answers";
+constexpr Use kPort1 = {"", "", 1, kStatic, kIsStatic}, kPort2 = {" Port 2", "2", 2, kStatic, kIsStatic},
+              kPort1Fallback = {" Fallback", "1 Fb", 1, kDHCPWithFallback, kNoServer},
+              kPort2Fallback = {" Port 2 Fallback", "2 Fb", 2, kDHCPWithFallback, kNoServer};
+
+struct AddressRow {
+    eParam_t id;
+    const char* idName;
+    Field field;
+    Use use;
+    unsigned int address;  ///< the default
+};
+
+// clang-format off
+constexpr AddressRow kAddresses[] = {
+    {PARAM_ID(IPAddress),        kAddress, kPort1,         Address(192, 168, 0, 2)},
+    {PARAM_ID(SubnetMask),       kMask,    kPort1,         Address(255, 255, 255, 0)},
+    {PARAM_ID(DefaultGateway),   kGateway, kPort1,         Address(192, 168, 0, 1)},
+    {PARAM_ID(IPAddress_1),      kAddress, kPort2,         Address(192, 168, 1, 2)},
+    {PARAM_ID(SubnetMask_1),     kMask,    kPort2,         Address(255, 255, 255, 0)},
+    {PARAM_ID(DefaultGateway_1), kGateway, kPort2,         Address(192, 168, 1, 1)},
+    {PARAM_ID(IPAddress_2),      kAddress, kPort1Fallback, Address(10, 0, 0, 2)},
+    {PARAM_ID(SubnetMask_2),     kMask,    kPort1Fallback, Address(255, 0, 0, 0)},
+    {PARAM_ID(DefaultGateway_2), kGateway, kPort1Fallback, Address(10, 0, 0, 1)},
+    {PARAM_ID(IPAddress_3),      kAddress, kPort2Fallback, Address(10, 1, 0, 2)},
+    {PARAM_ID(SubnetMask_3),     kMask,    kPort2Fallback, Address(255, 255, 0, 0)},
+    {PARAM_ID(DefaultGateway_3), kGateway, kPort2Fallback, Address(10, 1, 0, 1)},
+};
+// clang-format on
+
+void CreateAddress(const AddressRow& row)
 {
-    Register(Integer(PARAM_ID(IPAddress_1), "IP Address Port 2", "IP2")
-                 .Type(eCParam_IPAddress)
-                 .Range(0, 0xffffffff)
-                 .Default(Address(192, 168, 1, 2))
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
-                 .EnabledBy(eParamID_IPConfig, kStatic)
-                 .Description("Address of Ethernet port 2 when it is static."));
-    Register(Integer(PARAM_ID(SubnetMask_1), "Subnet Mask Port 2", "Mask2")
-                 .Type(eCParam_IPAddress)
-                 .Range(0, 0xffffffff)
-                 .Default(Address(255, 255, 255, 0))
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
-                 .EnabledBy(eParamID_IPConfig, kStatic)
-                 .Description("Subnet mask of Ethernet port 2 when it is static."));
-    Register(Integer(PARAM_ID(DefaultGateway_1), "Default Gateway Port 2", "Gate2")
-                 .Type(eCParam_IPAddress)
-                 .Range(0, 0xffffffff)
-                 .Default(Address(192, 168, 1, 1))
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
-                 .EnabledBy(eParamID_IPConfig, kStatic)
-                 .Description("Default gateway of Ethernet port 2 when it is static."));
-    Register(Integer(PARAM_ID(IPAddress_3), "IP Address Port 2 Fallback", "IP2 Fb")
-                 .Type(eCParam_IPAddress)
-                 .Range(0, 0xffffffff)
-                 .Default(Address(10, 1, 0, 2))
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
-                 .EnabledBy(eParamID_IPConfig, kDHCPWithFallback)
-                 .Description("Address of Ethernet port 2 when no DHCP server answers."));
-    Register(Integer(PARAM_ID(SubnetMask_3), "Subnet Mask Port 2 Fallback", "Mask2 Fb")
-                 .Type(eCParam_IPAddress)
-                 .Range(0, 0xffffffff)
-                 .Default(Address(255, 255, 0, 0))
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
-                 .EnabledBy(eParamID_IPConfig, kDHCPWithFallback)
-                 .Description("Subnet mask of Ethernet port 2 when no DHCP server answers."));
-    Register(Integer(PARAM_ID(DefaultGateway_3), "Default Gateway Port 2 Fallback", "Gate2 Fb")
-                 .Type(eCParam_IPAddress)
-                 .Range(0, 0xffffffff)
-                 .Default(Address(10, 1, 0, 1))
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
-                 .EnabledBy(eParamID_IPConfig, kDHCPWithFallback)
-                 .Description("Default gateway of Ethernet port 2 when no DHCP server answers."));
+    const auto& [id, idName, field, use, address] = row;
+    Register(
+        Integer(id, idName, std::string(field.name) + use.name, std::string(field.shortName) + use.shortName)
+            .Type(eCParam_IPAddress)
+            .NotInRegisters()
+            .Reset(eFactoryReset_Network)
+            .Range(0, 0xffffffff)
+            .Default(address)
+            .EnabledBy(eParamID_IPConfig, use.ipConfig)
+            .Description(std::string(field.what) + " of Ethernet port " + std::to_string(use.port) +
+                         " when " + use.when + "."));
 }
 
 void CreateIdentity()
@@ -154,7 +110,8 @@ void CreateIdentity()
 /// ordinary reset changes them.
 void CreateGroup_50()
 {
-    const bool twoPorts = CProductFeatures::canDoEthernets() == 2;
+    const int ports = CProductFeatures::canDoEthernets();
+    const bool twoPorts = ports == 2;
     Register(Enum(PARAM_ID(LANSettings), "LAN Settings", "LAN")
                  .Values({{0, "Auto"}, {1, "1000 Mb/s"}, {2, "100 Mb/s"}, {3, "10 Mb/s"}})
                  .NotInRegisters()
@@ -172,8 +129,8 @@ void CreateGroup_50()
             .DependentIf(twoPorts, eParamID_SubnetMask_1)
             .DependentIf(twoPorts, eParamID_DefaultGateway_1)
             .Description("Where the Ethernet ports take their addresses from."));
-    CreateFirstPort();
-    if (twoPorts) CreateSecondPort();
+    for (const AddressRow& row : kAddresses)
+        if (row.use.port <= ports) CreateAddress(row);
     CreateIdentity();
 }
 
