@@ -1,6 +1,5 @@
 #include "config/descriptors/catalogue/builders.h"
 #include "config/descriptors/catalogue/value_lists.h"
-#include "config/descriptors/descriptor_table.h"
 #include "services/product/product_features.h"
 #include "services/product/product_id.h"
 #include "services/product/product_models.h"
@@ -29,55 +28,38 @@ unsigned int ThisProduct()
 
 void CreateTransport()
 {
-    if (CProductFeatures::canDoPlayback()) {
-        Register(Enum(PARAM_ID(TransportCommand), "Transport Command", "Tran Cmd")
-                     .Values({{0, "Idle"},
-                              {1, "Stop"},
-                              {2, "Record"},
-                              {3, "Play"},
-                              {4, "Play Reverse"},
-                              {5, "Fast Forward"},
-                              {6, "Fast Reverse"},
-                              {7, "Single Step Forward"},
-                              {8, "Single Step Reverse"},
-                              {9, "Next Clip"},
-                              {10, "Previous Clip"},
-                              {11, "Variable Speed Play"},
-                              {12, "Pause"},
-                              {13, "Cue"}})
-                     .Command()
-                     .ClassName("volatile")
-                     .ClassName("panel_hidden")
-                     .Description("Key of the transport; setting it presses the key."));
-        Register(Enum(PARAM_ID(TransportState), "Transport State", "Tran St")
-                     .Feature(eFeature_1)
-                     .Values({{0, "Unknown"},
-                              {1, "Stopped"},
-                              {2, "Recording"},
-                              {3, "Playing"},
-                              {4, "Playing Reverse"},
-                              {5, "Fast Forward"},
-                              {6, "Fast Reverse"},
-                              {7, "Stepping Forward"},
-                              {8, "Stepping Reverse"},
-                              {11, "Variable Speed"},
-                              {12, "Paused"},
-                              {13, "Cueing"}})
-                     .Status()
-                     .Description("What the transport does."));
-    } else {
-        Register(Enum(PARAM_ID(TransportCommand), "Transport Command", "Tran Cmd")
-                     .Values({{0, "Idle"}, {1, "Stop"}, {2, "Record"}})
-                     .Command()
-                     .ClassName("volatile")
-                     .ClassName("panel_hidden")
-                     .Description("Key of the transport; setting it presses the key."));
-        Register(Enum(PARAM_ID(TransportState), "Transport State", "Tran St")
-                     .Feature(eFeature_1)
-                     .Values({{0, "Unknown"}, {1, "Stopped"}, {2, "Recording"}})
-                     .Status()
-                     .Description("What the transport does."));
-    }
+    const bool playback = CProductFeatures::canDoPlayback();
+    Register(Enum(PARAM_ID(TransportCommand), "Transport Command", "Tran Cmd")
+                 .Command()
+                 .Values({{0, "Idle"}, {1, "Stop"}, {2, "Record"}})
+                 .ValuesIf(playback, {{3, "Play"},
+                                      {4, "Play Reverse"},
+                                      {5, "Fast Forward"},
+                                      {6, "Fast Reverse"},
+                                      {7, "Single Step Forward"},
+                                      {8, "Single Step Reverse"},
+                                      {9, "Next Clip"},
+                                      {10, "Previous Clip"},
+                                      {11, "Variable Speed Play"},
+                                      {12, "Pause"},
+                                      {13, "Cue"}})
+                 .ClassName("volatile")
+                 .ClassName("panel_hidden")
+                 .Description("Key of the transport; setting it presses the key."));
+    Register(Enum(PARAM_ID(TransportState), "Transport State", "Tran St")
+                 .Feature(eFeature_1)
+                 .Status()
+                 .Values({{0, "Unknown"}, {1, "Stopped"}, {2, "Recording"}})
+                 .ValuesIf(playback, {{3, "Playing"},
+                                      {4, "Playing Reverse"},
+                                      {5, "Fast Forward"},
+                                      {6, "Fast Reverse"},
+                                      {7, "Stepping Forward"},
+                                      {8, "Stepping Reverse"},
+                                      {11, "Variable Speed"},
+                                      {12, "Paused"},
+                                      {13, "Cueing"}})
+                 .Description("What the transport does."));
 }
 
 /// Going to a place in the recorded material.
@@ -85,26 +67,26 @@ void CreateCue()
 {
     Register(Integer(PARAM_ID(TransportRequestedSpeed), "Transport Requested Speed", "TranSped")
                  .Type(eCParam_Signed)
+                 .Command()
                  .Range(0, 0xffffffff)
                  .Default(100)
                  .Units("%")
-                 .Command()
                  .ClassName("panel_hidden")
                  .Description("Speed of variable-speed play, 100 being normal; negative plays backwards."));
     Register(String(PARAM_ID(CueToTimecode), "Cue to Timecode", "Cue TC")
-                 .Length(0, 11)
                  .Command()
+                 .Length(0, 11)
                  .ClassName("volatile")
                  .Description("Time code; setting it moves playback there."));
     Register(String(PARAM_ID(GoToClip), "Go to Clip", "GoToClip")
-                 .Length(0, kClipNameLength)
                  .Command()
+                 .Length(0, kClipNameLength)
                  .ClassName("volatile")
                  .ClassName("panel_hidden")
                  .Description("Name of a clip; setting it selects the clip for playback."));
     Register(Integer(PARAM_ID(GoToPlaylistIndex), "Go to Playlist Index", "GoToIdx")
-                 .Range(0, 999)
                  .Command()
+                 .Range(0, 999)
                  .ClassName("volatile")
                  .ClassName("panel_hidden")
                  .Description("Entry of the playlist, counted from 0; setting it moves playback there."));
@@ -113,17 +95,17 @@ void CreateCue()
 void CreateGang()
 {
     Register(String(PARAM_ID(GangClipName), "Gang Clip Name", "GangClip")
-                 .Length(0, kClipNameLength)
                  .Internal()
+                 .Length(0, kClipNameLength)
                  .Description("Clip name that the master of the gang hands to its followers."));
     Register(String(PARAM_ID(GangRecordClipBaseName), "Gang Record Clip Base Name", "GangBase")
-                 .Length(0, kClipNameLength)
                  .Internal()
+                 .Length(0, kClipNameLength)
                  .Description("Clip name of the gang without the part that tells the units apart."));
     Register(Enum(PARAM_ID(GroupNameSupport), "Group Name Support", "Grp Name")
-                 .Values(OffOn())
-                 .Default(1)
                  .Internal()
+                 .Default(1)
+                 .Values(OffOn())
                  .Description("Tells other units that this one takes clip names from a gang."));
 }
 
@@ -131,8 +113,8 @@ void CreateCamera()
 {
     if (CProductFeatures::hasCameraData()) {
         Register(String(PARAM_ID(CameraData), "Camera Data", "Cam Info")
-                     .Length(0, 255)
                      .Internal()
+                     .Length(0, 255)
                      .ClassName("data_js_class_name")
                      .Description("What the camera in the SDI signal says about itself."));
     }
@@ -149,72 +131,45 @@ void CreateProcessStates()
 {
     if (CProductFeatures::hasMedia()) {
         Register(Enum(PARAM_ID(MediaManagerState), "Media Manager State", "MedMgrSt")
-                     .Values(ProcessStates())
                      .Internal()
+                     .Values(ProcessStates())
                      .Description("State of the program that looks after the media."));
     }
     Register(Enum(PARAM_ID(WebAppState), "Web App State", "WebAppSt")
-                 .Values(ProcessStates())
                  .Internal()
+                 .Values(ProcessStates())
                  .Description("State of the program that serves the web pages."));
     if (CProductFeatures::hasFrontPanel()) {
         Register(Enum(PARAM_ID(PanelAppState), "Panel App State", "PanAppSt")
-                     .Values(ProcessStates())
                      .Internal()
+                     .Values(ProcessStates())
                      .Description("State of the program that serves the front panel."));
     }
 }
 
-/// A two-line panel shows value names in two lines, when it has asked for them.
 void CreateFirmwareAndSensors()
 {
-    if (CProductFeatures::hasTwoLinePanel() && GetEncodeDescriptors()) {
-        Register(Enum(PARAM_ID(FirmwareStatus), "Firmware Status", "FW Stat")
-                     .Values({{0, "NotChange/\n  Success"},
-                              {1, "Updating/\n  Do Not Turn Off"},
-                              {2, "Updated/\n  Restart Needed"},
-                              {3, "Update/\n  Failed"}})
-                     .Status()
-                     .Description("Result of the last look at the firmware of the unit's components."));
-        Register(Enum(PARAM_ID(SensorCommand), "Sensor Command", "Sens Cmd")
-                     .Values({{0, "Idle"},
-                              {1, "Measure:\n  Now"},
-                              {2, "Shutdown:\n  2 seconds"},
-                              {3, "Shutdown:\n  10 seconds"}})
-                     .Internal()
-                     .Description("What the sensor controller is asked to do."));
-        Register(Enum(PARAM_ID(SensorState), "Sensor State", "Sens St")
-                     .Values({{0, "Normal"},
-                              {1, "Voltage:\n  Low"},
-                              {2, "Voltage:\n  High"},
-                              {3, "Temperature:\n  High"},
-                              {4, "Fan:\n  Stopped"}})
-                     .Internal()
-                     .Description("What the sensor controller has found."));
-    } else {
-        Register(Enum(PARAM_ID(FirmwareStatus), "Firmware Status", "FW Stat")
-                     .Values({{0, "NotChange/Success"},
-                              {1, "Updating/Do Not Turn Off"},
-                              {2, "Updated/Restart Needed"},
-                              {3, "Update/Failed"}})
-                     .Status()
-                     .Description("Result of the last look at the firmware of the unit's components."));
-        Register(Enum(PARAM_ID(SensorCommand), "Sensor Command", "Sens Cmd")
-                     .Values({{0, "Idle"},
-                              {1, "Measure: Now"},
-                              {2, "Shutdown: 2 seconds"},
-                              {3, "Shutdown: 10 seconds"}})
-                     .Internal()
-                     .Description("What the sensor controller is asked to do."));
-        Register(Enum(PARAM_ID(SensorState), "Sensor State", "Sens St")
-                     .Values({{0, "Normal"},
-                              {1, "Voltage: Low"},
-                              {2, "Voltage: High"},
-                              {3, "Temperature: High"},
-                              {4, "Fan: Stopped"}})
-                     .Internal()
-                     .Description("What the sensor controller has found."));
-    }
+    Register(Enum(PARAM_ID(FirmwareStatus), "Firmware Status", "FW Stat")
+                 .Status()
+                 .Values(TwoLines({{0, "NotChange/Success"},
+                                   {1, "Updating/Do Not Turn Off"},
+                                   {2, "Updated/Restart Needed"},
+                                   {3, "Update/Failed"}}))
+                 .Description("Result of the last look at the firmware of the unit's components."));
+    Register(
+        Enum(PARAM_ID(SensorCommand), "Sensor Command", "Sens Cmd")
+            .Internal()
+            .Values(TwoLines(
+                {{0, "Idle"}, {1, "Measure: Now"}, {2, "Shutdown: 2 seconds"}, {3, "Shutdown: 10 seconds"}}))
+            .Description("What the sensor controller is asked to do."));
+    Register(Enum(PARAM_ID(SensorState), "Sensor State", "Sens St")
+                 .Internal()
+                 .Values(TwoLines({{0, "Normal"},
+                                   {1, "Voltage: Low"},
+                                   {2, "Voltage: High"},
+                                   {3, "Temperature: High"},
+                                   {4, "Fan: Stopped"}}))
+                 .Description("What the sensor controller has found."));
 }
 
 }  // namespace
@@ -223,8 +178,8 @@ void CreateFirmwareAndSensors()
 void CreateGroup_125()
 {
     Register(Data(PARAM_ID(TestData), "Test Data", "TestData")
-                 .SizeLimit(4096)
                  .Internal()
+                 .SizeLimit(4096)
                  .Description("Bytes without a meaning, for trying out a connection."));
     if (CProductFeatures::hasMedia()) CreateTransport();
     if (CProductFeatures::canDoPlayback()) CreateCue();
@@ -232,15 +187,15 @@ void CreateGroup_125()
     CreateCamera();
     CreateProcessStates();
     Register(Enum(PARAM_ID(ProductID), "Product ID", "Product")
-                 .Values(Products())
-                 .Default(ThisProduct())
                  .Internal()
+                 .Default(ThisProduct())
+                 .Values(Products())
                  .Description("Model of this unit."));
     Register(Enum(PARAM_ID(NetworkServices), "Network Services", "Net Svcs")
-                 .Values({{0, "Off"}, {1, "Web Only"}, {2, "Web and File Transfer"}})
-                 .Default(2)
                  .NotInRegisters()
                  .Reset(eFactoryReset_Network)
+                 .Default(2)
+                 .Values({{0, "Off"}, {1, "Web Only"}, {2, "Web and File Transfer"}})
                  .Description("Services that the unit offers in the network."));
     CreateFirmwareAndSensors();
 }

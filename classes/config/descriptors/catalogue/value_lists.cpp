@@ -2,6 +2,7 @@
 
 #include <iterator>
 
+#include "config/descriptors/descriptor_table.h"
 #include "services/product/product_features.h"
 
 namespace vexa::config::catalogue {
@@ -56,6 +57,18 @@ ValueList Letters(unsigned int first)
     for (unsigned int i = 0; i < 26; ++i)
         letters.push_back({first + i, std::string(1, static_cast<char>('A' + i))});
     return letters;
+}
+
+ValueList TwoLines(ValueList values)
+{
+    if (!CProductFeatures::hasTwoLinePanel() || !GetEncodeDescriptors()) return values;
+    for (NamedValue& value : values) {
+        const size_t end = value.name.find_first_of(" /");
+        if (end == std::string::npos) continue;
+        const bool blank = value.name[end] == ' ';
+        value.name.replace(blank ? end : end + 1, blank ? 1 : 0, "\n  ");
+    }
+    return values;
 }
 
 // clang-format off

@@ -15,6 +15,10 @@ ValueList OffOn();
 /// "A" to "Z", from `first` upwards.
 ValueList Letters(unsigned int first);
 
+/// The list for a panel that shows a value on two lines, which breaks each name after its first slash or at its
+/// first blank; the short names stay. The list itself where no such panel has asked for it.
+ValueList TwoLines(ValueList values);
+
 /// Video formats by raster; interlaced ones are named by their field rate, all others by their frame rate.
 ValueList FormatsSD();
 ValueList Formats720p();

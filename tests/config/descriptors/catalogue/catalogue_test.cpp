@@ -262,16 +262,37 @@ size_t CountTwoLineNames()
     return count;
 }
 
+std::vector<std::string> EncodeTypeShortNames()
+{
+    std::vector<std::string> names;
+    if (auto* const encodeType = dynamic_cast<EnumDescriptor*>(FindDescriptor(eParamID_EncodeType)))
+        for (const auto& value : encodeType->GetOrderedEnumValueDescriptors())
+            names.push_back(value.shortName);
+    return names;
+}
+
 TEST(Catalogue, TwoLineNamesOnlyOnTheTwoLinePanelAndOnlyWhenAsked)
 {
     for (const std::string& model : AllModels())
         OnModel(model, [] {
             EXPECT_EQ(CountTwoLineNames(), 0u);
+            const auto shortNames = EncodeTypeShortNames();
             DestroyDescriptors();
             SetEncodeDescriptors(true);
             CreateDescriptors();
             EXPECT_EQ(CountTwoLineNames() > 0, CProductFeatures::hasTwoLinePanel());
+            EXPECT_EQ(EncodeTypeShortNames(), shortNames) << "a short name stays on one line";
         });
+    OnModel("BIRCH", [] {
+        SetEncodeDescriptors(true);
+        DestroyDescriptors();
+        CreateDescriptors();
+        for (const auto& [id, value, name] : {std::tuple{eParamID_EncodeType, 3u, "ProRes\n  422 Proxy"},
+                                              {eParamID_FirmwareStatus, 1u, "Updating/\n  Do Not Turn Off"},
+                                              {eParamID_SensorCommand, 0u, "Idle"},
+                                              {eParamID_SensorCommand, 2u, "Shutdown:\n  2 seconds"}})
+            EXPECT_EQ(Get<EnumDescriptor>(id).GetEnumValue(value), name);
+    });
 }
 
 // ---- The action of the factory settings ----
