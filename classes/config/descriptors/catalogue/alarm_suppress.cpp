@@ -16,8 +16,8 @@ void CreateGroup_AlarmSuppress()
                  .Description("Turns the alarms of the two power supplies off, for units that run on one."));
     Register(
         Enum(eParamID_SuppressPSAlarm_126, "eParamID_SuppressPSAlarm", "Suppress PS Alarm Now", "Supp Now")
-            .Values(OffOn())
             .Command()
+            .Values(OffOn())
             .ClassName("alarm_suppress")
             .ClassName("panel_hidden")
             .Description("Turns the alarms of the two power supplies off until the unit restarts."));

@@ -7,16 +7,16 @@ namespace vexa::config::catalogue {
 void CreateGroup_Discovery()
 {
     Register(Enum(PARAM_ID(SSDP_Enable_Host), "SSDP Host Enable", "SSDP Hst")
-                 .Values(OffOn())
-                 .Default(1)
                  .NotInRegisters()
                  .Reset(eFactoryReset_Network)
+                 .Default(1)
+                 .Values(OffOn())
                  .ClassName("panel_hidden")
                  .Description("Announces the unit in the local network."));
     Register(Enum(PARAM_ID(SSDP_Enable_Proxy), "SSDP Proxy Enable", "SSDP Prx")
-                 .Values(OffOn())
                  .NotInRegisters()
                  .Reset(eFactoryReset_Network)
+                 .Values(OffOn())
                  .ClassName("panel_hidden")
                  .Description("Passes on announcements of other units that cannot be heard everywhere."));
 }

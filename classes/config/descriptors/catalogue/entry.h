@@ -115,8 +115,8 @@ class Entry {
 
 class Enum : public Entry<EnumDescriptor, Enum> {
   public:
-    Enum(eParam_t id, const char* idName, std::string name, std::string shortName)
-        : Entry(id, idName, std::move(name), std::move(shortName), eCParam_EnumValue)
+    Enum(eParam_t id, std::string idName, std::string name, std::string shortName)
+        : Entry(id, std::move(idName), std::move(name), std::move(shortName), eCParam_EnumValue)
     {
     }
     // clang-format off
@@ -132,8 +132,8 @@ class Enum : public Entry<EnumDescriptor, Enum> {
 
 class Integer : public Entry<IntegerDescriptor, Integer> {
   public:
-    Integer(eParam_t id, const char* idName, std::string name, std::string shortName)
-        : Entry(id, idName, std::move(name), std::move(shortName), eCParam_IntegerValue)
+    Integer(eParam_t id, std::string idName, std::string name, std::string shortName)
+        : Entry(id, std::move(idName), std::move(name), std::move(shortName), eCParam_IntegerValue)
     {
     }
     Integer& Range(unsigned int min, unsigned int max);
@@ -153,8 +153,8 @@ class Integer : public Entry<IntegerDescriptor, Integer> {
 
 class String : public Entry<StringDescriptor, String> {
   public:
-    String(eParam_t id, const char* idName, std::string name, std::string shortName)
-        : Entry(id, idName, std::move(name), std::move(shortName), eCParam_StringValue)
+    String(eParam_t id, std::string idName, std::string name, std::string shortName)
+        : Entry(id, std::move(idName), std::move(name), std::move(shortName), eCParam_StringValue)
     {
     }
     /// Length limits in bytes; the character positions follow.
@@ -167,8 +167,8 @@ class String : public Entry<StringDescriptor, String> {
 /// Opaque bytes, written and read whole.
 class Data : public Entry<DataDescriptor, Data> {
   public:
-    Data(eParam_t id, const char* idName, std::string name, std::string shortName)
-        : Entry(id, idName, std::move(name), std::move(shortName), eCParam_StringValue)
+    Data(eParam_t id, std::string idName, std::string name, std::string shortName)
+        : Entry(id, std::move(idName), std::move(name), std::move(shortName), eCParam_StringValue)
     {
     }
     /// Largest number of bytes, also told to front ends as "size_limit".
@@ -177,8 +177,8 @@ class Data : public Entry<DataDescriptor, Data> {
 
 class AlarmEntry : public Entry<AlarmDescriptor, AlarmEntry> {
   public:
-    AlarmEntry(eParam_t id, const char* idName, std::string name, std::string shortName)
-        : Entry(id, idName, std::move(name), std::move(shortName), eCParam_StringValue)
+    AlarmEntry(eParam_t id, std::string idName, std::string name, std::string shortName)
+        : Entry(id, std::move(idName), std::move(name), std::move(shortName), eCParam_StringValue)
     {
     }
     // clang-format off

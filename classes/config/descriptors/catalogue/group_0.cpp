@@ -7,16 +7,17 @@ namespace vexa::config::catalogue {
 void CreateGroup_0()
 {
     Register(Integer(PARAM_ID(Status), "Unit Status", "Status")
-                 .Range(0, 0xffffffff)
-                 .Internal()
                  .Feature(eFeature_0)
+                 .Transient()
+                 .Range(0, 0xffffffff)
+                 .ClassName("hidden_param")
                  .Description("Condition of the unit, one bit per subsystem that has come up."));
     // Kept across restarts on purpose: the next start-up reads it.
     Register(Integer(PARAM_ID(PersistStatus), "Persistent Status", "PersStat")
-                 .Range(0, 0xffffffff)
                  .Feature(eFeature_0)
                  .NotInRegisters()
                  .NotReset()
+                 .Range(0, 0xffffffff)
                  .ClassName("hidden_param")
                  .Description("Bits that tell the next start-up how the unit was last shut down."));
 }

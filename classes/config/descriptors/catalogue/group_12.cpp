@@ -11,13 +11,13 @@ void CreateGroup_12()
 
     Register(Enum(PARAM_ID(MediaState), "Media State", "Media")
                  .Feature(eFeature_1)
-                 .Values(MediaStates())
                  .Status()
+                 .Values(MediaStates())
                  .Dependent(eParamID_CurrentFileSystem)
                  .Description("Condition of the media in the selected slot."));
     Register(Enum(PARAM_ID(MediaStateDebounced), "Media State Debounced", "MediaDeb")
-                 .Values(MediaStates())
                  .Internal()
+                 .Values(MediaStates())
                  .Description("Condition of the media, after it has stayed the same for half a second."));
     if (CProductFeatures::canDoRollover()) {
         Register(Enum(PARAM_ID(Rollover), "Rollover", "Rollover")

@@ -9,17 +9,17 @@ void CreateGroup_122()
 {
     Register(Integer(PARAM_ID(Progress), "Progress", "Progress")
                  .Feature(eFeature_1)
+                 .Status()
                  .Range(0, 100)
                  .Units("%")
-                 .Status()
                  .ClassName("volatile")
                  .Description("How far the present job, such as formatting, has come."));
     if (CProductFeatures::hasFrontPanel()) {
         Register(
             String(PARAM_ID(DisplayMessage), "Display Message", "Message")
                 .Feature(eFeature_1)
-                .Length(0, 80)
                 .Command()
+                .Length(0, 80)
                 .Description("Text that the front panel shows until the next key press; empty removes it."));
     }
 }

@@ -17,54 +17,54 @@ ValueList SlotLedStates()
 void CreateStorage()
 {
     Register(String(PARAM_ID(ClipToDelete), "Clip to Delete", "Clip Del")
-                 .Length(0, kPathLength)
                  .Command()
+                 .Length(0, kPathLength)
                  .ClassName("panel_hidden")
                  .Description("Name of a clip; setting it deletes the clip."));
     Register(String(PARAM_ID(StoragePath), "Storage Path", "Path")
-                 .Length(0, kPathLength)
                  .Internal()
+                 .Length(0, kPathLength)
                  .Description("Folder in which the media of the selected slot is mounted."));
     if (CProductFeatures::canDoRollover()) {
         Register(String(PARAM_ID(RolloverStoragePath), "Rollover Storage Path", "RollPath")
-                     .Length(0, kPathLength)
                      .Internal()
+                     .Length(0, kPathLength)
                      .Description("Folder in which the media of the other slot is mounted."));
     }
     Register(Enum(PARAM_ID(StorageCommand), "Storage Command", "Stor Cmd")
+                 .Command()
                  .Values({{0, "Idle"}, {1, "Mount"}, {2, "Unmount"}, {3, "Check"}, {4, "Repair"}})
                  .ValuesIf(CProductFeatures::canDoBenchmark(), {{5, "Benchmark"}})
                  .ValuesIf(CProductFeatures::canDoStorageCert(), {{6, "Certify"}})
-                 .Command()
                  .ClassName("panel_hidden")
                  .Description("Job that the media manager starts on the media in the selected slot."));
     Register(Integer(PARAM_ID(StorageAlarm), "Storage Alarm", "StorAlrm")
-                 .Range(0, 0xffffffff)
                  .Internal()
+                 .Range(0, 0xffffffff)
                  .Description("Faults of the media, one bit each, from which the alarms are made."));
 }
 
 void CreateSlots()
 {
     Register(Enum(PARAM_ID(S1_LED), "Slot 1 LED", "S1 LED")
-                 .Values(SlotLedStates())
                  .Internal()
+                 .Values(SlotLedStates())
                  .ClassName("led")
                  .Description("Light beside slot 1."));
     if (CProductFeatures::hasSecondSlot()) {
         Register(Enum(PARAM_ID(S2_LED), "Slot 2 LED", "S2 LED")
-                     .Values(SlotLedStates())
                      .Internal()
+                     .Values(SlotLedStates())
                      .ClassName("led")
                      .Description("Light beside slot 2."));
         Register(Enum(PARAM_ID(ChangeSlot), "Change Slot", "Chg Slot")
-                     .Values({{0, "Idle"}, {1, "Change"}})
                      .Command()
+                     .Values({{0, "Idle"}, {1, "Change"}})
                      .Description("Selects the other slot, as the slot key does."));
         Register(Enum(PARAM_ID(SelectedSlot), "Selected Slot", "Slot")
-                     .Values({{0, "Slot 1"}, {1, "Slot 2"}})
                      .NotInRegisters()
                      .NotReset()
+                     .Values({{0, "Slot 1"}, {1, "Slot 2"}})
                      .ClassName("paneld_readonly")
                      .Dependent(eParamID_MediaState)
                      .Dependent(eParamID_VolumeName)
@@ -77,22 +77,22 @@ void CreateSlots()
 void CreateVolumes()
 {
     Register(String(PARAM_ID(VolumeName), "Volume Name", "Volume")
-                 .Length(0, kVolumeNameLength)
                  .Command()
+                 .Length(0, kVolumeNameLength)
                  .Description("Name of the media in the selected slot; formatting puts it on the media."));
     Register(Enum(PARAM_ID(MediaLoading), "Media Loading", "Loading")
-                 .Values({{0, "No"}, {1, "Yes"}})
                  .Internal()
+                 .Values({{0, "No"}, {1, "Yes"}})
                  .Description("Whether the clips of newly inserted media are still being read."));
     if (CProductFeatures::canDoRollover()) {
         Register(String(PARAM_ID(RolloverVolumeName), "Rollover Volume Name", "Roll Vol")
-                     .Length(0, kVolumeNameLength)
                      .Command()
+                     .Length(0, kVolumeNameLength)
                      .Description("Name of the media in the other slot; formatting puts it on the media."));
     }
     Register(Integer(PARAM_ID(MediaSpeed), "Media Speed", "MedSpeed")
-                 .Range(0, 4000)
                  .Internal()
+                 .Range(0, 4000)
                  .Units("MB/s")
                  .Description("Write speed that was measured on the media in the selected slot."));
 }
@@ -101,29 +101,29 @@ void CreateCurrentClip()
 {
     Register(String(PARAM_ID(CurrentClip), "Current Clip", "Clip")
                  .Feature(eFeature_1)
-                 .Length(0, kPathLength)
                  .Status()
+                 .Length(0, kPathLength)
                  .Dependent(eParamID_DetectMediaFormat)
                  .Description("Name of the clip that is selected for playback or being recorded."));
     Register(String(PARAM_ID(CurrentClipTime), "Current Clip Time", "ClipTime")
                  .Feature(eFeature_1)
-                 .Length(0, 11)
                  .Status()
+                 .Length(0, 11)
                  .ClassName("volatile")
                  .Description("Time from the start of the clip to the present frame."));
     if (CProductFeatures::canDoPlayback()) {
         Register(Integer(PARAM_ID(CurrentPlaylistIndex), "Current Playlist Index", "List Idx")
-                     .Range(0, 999)
                      .Command()
+                     .Range(0, 999)
                      .ClassName("panel_hidden")
                      .Description("Entry of the playlist with which playback goes on, counted from 0."));
     }
     Register(Enum(PARAM_ID(CurrentFileSystem), "Current File System", "Cur FS")
                  .Feature(eFeature_1)
+                 .Status()
+                 .Default(254)
                  .Values(FileSystems())
                  .Values({{254, "None"}, {255, "Unknown"}})
-                 .Default(254)
-                 .Status()
                  .DependsOn(eParamID_MediaState)
                  .Description("File system found on the media in the selected slot."));
 }
@@ -141,15 +141,15 @@ void CreateGroup_123()
     // The store reads it on every model. It never reports 100: formatting itself takes some space.
     Register(Integer(PARAM_ID(CurrentMediaAvailable), "Media Available", "Avail")
                  .Feature(eFeature_1)
+                 .Status()
                  .Range(0, 99)
                  .Units("%")
-                 .Status()
                  .HiddenUnless(hasMedia)
                  .Description("Free part of the media in the selected slot."));
     if (hasMedia) CreateVolumes();
     Register(Enum(PARAM_ID(Clear_Alarms), "Clear Alarms", "Clr Alrm")
-                 .Values({{0, "Idle"}, {1, "Clear"}})
                  .Command()
+                 .Values({{0, "Idle"}, {1, "Clear"}})
                  .Description("Clears all alarms that can be cleared."));
     if (hasMedia) CreateCurrentClip();
 }

@@ -9,15 +9,15 @@ void CreateGroup_127()
 {
     if (CProductFeatures::canDoGang()) {
         Register(String(PARAM_ID(GangList), "Gang List", "GangList")
-                     .Length(0, 1024)
                      .NotInRegisters()
+                     .Length(0, 1024)
                      .ClassName("panel_hidden")
                      .Description("Addresses of the units in the gang, separated by commas."));
     }
     if (CProductFeatures::hasFrontPanel()) {
         Register(Enum(PARAM_ID(CapturePanelImage), "Capture Panel Image", "Cap Img")
-                     .Values({{0, "Idle"}, {1, "Capture"}})
                      .Command()
+                     .Values({{0, "Idle"}, {1, "Capture"}})
                      .ClassName("panel_hidden")
                      .Description("Saves a picture of the front panel display for the web application."));
     }

@@ -15,9 +15,9 @@ void CreateGroup_15()
                      .Values(OffOn())
                      .Description("Starts again at the end of the clip, the media or the playlist."));
         Register(Integer(PARAM_ID(CurrentPlaylist), "Current Playlist", "Playlist")
+                     .NotInRegisters()
                      .Range(1, 99)
                      .Default(1)
-                     .NotInRegisters()
                      .EnabledBy(eParamID_PlayMedia, 2)
                      .Description("Number of the playlist that is played."));
     }

@@ -13,17 +13,17 @@ void CreateGroup_16()
                  .Values(FileSystems())
                  .Description("File system that formatting puts on the media."));
     Register(Enum(PARAM_ID(FormatMedia), "Format Media", "Format")
-                 .Values({{0, "Cancel"}, {1, "Format"}})
                  .Command()
+                 .Values({{0, "Cancel"}, {1, "Format"}})
                  .Description("Erases the media in the selected slot."));
     Register(Enum(PARAM_ID(DeleteMode), "Delete Mode", "Del Mode")
-                 .Values({{0, "Disabled"}, {1, "Ask First"}, {2, "Immediate"}})
                  .Default(1)
+                 .Values({{0, "Disabled"}, {1, "Ask First"}, {2, "Immediate"}})
                  .ClassName("webapp_hidden")
                  .Description("Whether clips may be deleted from the front panel."));
     Register(Enum(PARAM_ID(DeleteCurrentClip), "Delete Current Clip", "Del Clip")
-                 .Values({{0, "Cancel"}, {1, "Delete"}})
                  .Command()
+                 .Values({{0, "Cancel"}, {1, "Delete"}})
                  .DisabledBy(eParamID_DeleteMode, 0)
                  .Description("Deletes the clip that is selected for playback."));
 }

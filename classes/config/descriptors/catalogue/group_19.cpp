@@ -11,8 +11,8 @@ void CreateClipIdentifiers()
 {
     Register(
         Enum(PARAM_ID(UseClipIdentifiers), "Use Clip Identifiers", "Use ID")
-            .Values(OffOn())
             .Default(1)
+            .Values(OffOn())
             .Description("Ends the file names of a multi-channel recording with an identifier per channel."));
     constexpr ParamName kChannels[] = {{PARAM_ID(ClipIdentifier_Ch1)},
                                        {PARAM_ID(ClipIdentifier_Ch2)},
@@ -43,10 +43,10 @@ void CreateGroup_19()
                  .Description("Names clips with the custom name instead of word and number."));
     Register(String(PARAM_ID(CustomClipName), "Custom Clip Name", "CstmName")
                  .Length(0, 32)
-                 .Attribute("field_width", 32)
                  .HiddenUnless(shown)
                  .EnabledBy(eParamID_UseCustomClipName, 1)
                  .Dependent(eParamID_CombinedName)
+                 .Attribute("field_width", 32)
                  .Description("Name of new clips, without the take."));
     Register(Enum(PARAM_ID(UseCustomClipTake), "Use Custom Clip Take", "UseCstmT")
                  .Values(OffOn())
@@ -54,9 +54,9 @@ void CreateGroup_19()
                  .Dependent(eParamID_CombinedName)
                  .Description("Ends clip names with the custom take instead of the counted one."));
     Register(Integer(PARAM_ID(CustomTake), "Custom Take", "CstmTake")
+                 .NotInRegisters()
                  .Range(1, 999)
                  .Default(1)
-                 .NotInRegisters()
                  .HiddenUnless(shown)
                  .EnabledBy(eParamID_UseCustomClipTake, 1)
                  .Dependent(eParamID_CombinedName)

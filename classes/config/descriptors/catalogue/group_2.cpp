@@ -39,15 +39,15 @@ void CreateVideoInputs()
                      .EnabledBy(eParamID_VideoInSelect, kVideoInQuadLink)
                      .Description("How four 1.5G links share a 2160-line picture."));
         Register(Enum(PARAM_ID(SDIIn_ImageDivision_3G), "SDI In Image Division 3G", "Div 3G")
-                     .Values(divisions)
                      .Default(2)
+                     .Values(divisions)
                      .EnabledBy(eParamID_VideoInSelect, kVideoInQuadLink)
                      .Description("How four 3G links share a 2160-line picture."));
     }
     if (CProductFeatures::has12G()) {
         Register(Enum(PARAM_ID(SDIIn_ImageDivision_12G), "SDI In Image Division 12G", "Div 12G")
-                     .Values(divisions)
                      .Default(2)
+                     .Values(divisions)
                      .EnabledBy(eParamID_VideoInSelect, kVideoIn12G)
                      .Description("How the pictures of a 12G link are divided."));
     }
@@ -83,8 +83,8 @@ void CreateMultiChannel()
                  .EnabledBy(eParamID_RecordType, 1)
                  .Description("Connectors that the channels' video comes from."));
     Register(Enum(PARAM_ID(AudioEncodeChannelFocus), "Audio Channel Focus", "AudFocus")
-                 .Values({{0, "Ch1"}, {1, "Ch2"}, {2, "Ch3"}, {3, "Ch4"}})
                  .NotInRegisters()
+                 .Values({{0, "Ch1"}, {1, "Ch2"}, {2, "Ch3"}, {3, "Ch4"}})
                  .EnabledBy(eParamID_RecordType, 1)
                  .Description("Channel whose audio is metered and heard on the headphones."));
     CreateChannelAudio();
@@ -95,8 +95,8 @@ void CreateMultiChannel()
                  .Dependent(eParamID_AudioInSelect)
                  .Description("Whether one channel is recorded or several at once."));
     Register(Enum(PARAM_ID(EncodeChannels), "Encode Channels", "Enc Chnl")
-                 .Values({{0, "1 Channel"}, {1, "2 Channels"}, {2, "3 Channels"}, {3, "4 Channels"}})
                  .Default(3)
+                 .Values({{0, "1 Channel"}, {1, "2 Channels"}, {2, "3 Channels"}, {3, "4 Channels"}})
                  .EnabledBy(eParamID_RecordType, 1)
                  .Dependent(eParamID_ChannelsToRecord)
                  .Description("Number of channels that are encoded."));
@@ -116,14 +116,14 @@ void CreateGroup_2()
 {
     CreateVideoInputs();
     Register(Enum(PARAM_ID(AudioInSelect), "Audio Input", "Aud In")
-                 .Values(AudioSources(!CProductFeatures::isMultiChannel()))
                  .Default(1)
+                 .Values(AudioSources(!CProductFeatures::isMultiChannel()))
                  .Description("Source of the audio; on multi-channel units that of channel 4 as well."));
     if (CProductFeatures::isMultiChannel()) CreateMultiChannel();
     if (CProductFeatures::hasInputFrameSync()) {
         Register(Enum(PARAM_ID(Input_Frame_Sync), "Input Frame Sync", "In FSync")
-                     .Values(OffOn())
                      .Default(1)
+                     .Values(OffOn())
                      .Description("Locks the inputs to the reference by repeating or dropping frames."));
     }
 }

@@ -15,8 +15,8 @@ void CreateGroup_22()
     }
     if (CProductFeatures::hasMedia()) {
         Register(Enum(PARAM_ID(CaptionsEnabled), "Closed Captions", "Captions")
-                     .Values(OffOn())
                      .Default(1)
+                     .Values(OffOn())
                      .Description("Records closed captions and puts them back into the SDI output."));
     }
 }

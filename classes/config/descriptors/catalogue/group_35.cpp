@@ -9,8 +9,8 @@ void CreateGroup_35()
 {
     if (CProductFeatures::hasRS422()) {
         Register(Enum(PARAM_ID(RS422Remote), "RS-422 Remote", "RS422")
-                     .Values({{0, "Local"}, {1, "Remote"}, {2, "Remote and Local"}})
                      .Default(2)
+                     .Values({{0, "Local"}, {1, "Remote"}, {2, "Remote and Local"}})
                      .Description("Whether the transport obeys the front panel, the RS-422 port or both."));
         Register(Enum(PARAM_ID(RemoteControlProtocol), "Remote Control Protocol", "Protocol")
                      .Values({{0, "9-Pin VTR"}, {1, "VDCP"}})

@@ -10,8 +10,8 @@ void CreateGroup_4()
     if (!CProductFeatures::hasAnalogInputs()) return;
 
     Register(Enum(PARAM_ID(AnalogAudioStandard), "Analog Audio Standard", "AnaAudio")
-                 .Values({{0, "+12 dBu"}, {1, "+15 dBu"}, {2, "+18 dBu"}, {3, "+24 dBu"}})
                  .Default(3)
+                 .Values({{0, "+12 dBu"}, {1, "+15 dBu"}, {2, "+18 dBu"}, {3, "+24 dBu"}})
                  .Description("Analog audio level that corresponds to digital full scale."));
 }
 

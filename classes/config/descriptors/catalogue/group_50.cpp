@@ -79,28 +79,28 @@ void CreateAddress(const AddressRow& row)
 void CreateIdentity()
 {
     Register(String(PARAM_ID(SysName), "System Name", "Sys Name")
+                 .NotInRegisters()
+                 .Reset(eFactoryReset_Network)
                  .Length(0, 15)
                  .Attribute("field_width", 15)
-                 .NotInRegisters()
-                 .Reset(eFactoryReset_Network)
                  .Description("Name of the unit in the network; empty uses model and serial number."));
     Register(String(PARAM_ID(MACAddress), "MAC Address", "MAC")
-                 .Length(0, 17)
                  .Status()
+                 .Length(0, 17)
                  .Description("Hardware address of Ethernet port 1."));
     Register(String(PARAM_ID(SystemPassword), "System Password", "Password")
-                 .Length(0, 32)
                  .NotInRegisters()
                  .Reset(eFactoryReset_Network)
+                 .Length(0, 32)
                  .ClassName("password")
                  .ClassName("panel_hidden")
                  .ClassName("rest_hidden")
                  .EnabledBy(eParamID_Authentication, 1)
                  .Description("Password that web and remote-control clients must give."));
     Register(Enum(PARAM_ID(Authentication), "Authentication", "Auth")
-                 .Values({{0, "Disabled"}, {1, "Basic"}})
                  .NotInRegisters()
                  .Reset(eFactoryReset_Network)
+                 .Values({{0, "Disabled"}, {1, "Basic"}})
                  .Description("Whether web and remote-control clients must give the system password."));
 }
 
@@ -113,15 +113,15 @@ void CreateGroup_50()
     const int ports = CProductFeatures::canDoEthernets();
     const bool twoPorts = ports == 2;
     Register(Enum(PARAM_ID(LANSettings), "LAN Settings", "LAN")
-                 .Values({{0, "Auto"}, {1, "1000 Mb/s"}, {2, "100 Mb/s"}, {3, "10 Mb/s"}})
                  .NotInRegisters()
                  .Reset(eFactoryReset_Network)
+                 .Values({{0, "Auto"}, {1, "1000 Mb/s"}, {2, "100 Mb/s"}, {3, "10 Mb/s"}})
                  .Description("Link rate of the Ethernet ports."));
     Register(
         Enum(PARAM_ID(IPConfig), "IP Config", "IP Conf")
-            .Values({{0, "DHCP"}, {kStatic, "Static"}, {kDHCPWithFallback, "DHCP with Fallback", "DHCP+Fb"}})
             .NotInRegisters()
             .Reset(eFactoryReset_Network)
+            .Values({{0, "DHCP"}, {kStatic, "Static"}, {kDHCPWithFallback, "DHCP with Fallback", "DHCP+Fb"}})
             .Dependent(eParamID_IPAddress)
             .Dependent(eParamID_SubnetMask)
             .Dependent(eParamID_DefaultGateway)

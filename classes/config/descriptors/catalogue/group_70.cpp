@@ -11,15 +11,15 @@ constexpr unsigned int kBrightest = 10;
 void CreateDisplay()
 {
     Register(Enum(PARAM_ID(ScreenSaverEnable), "Screen Saver", "ScrnSave")
-                 .Values(OffOn())
                  .Default(1)
+                 .Values(OffOn())
                  .Description("Dims the front panel when nobody uses it."));
     Register(Integer(PARAM_ID(ScreenSaverTimeout), "Screen Saver Timeout", "Scrn T/O")
                  .Range(1, 120)
                  .Default(10)
                  .Units("min")
-                 .Suffixes("minute", "minutes")
                  .EnabledBy(eParamID_ScreenSaverEnable, 1)
+                 .Suffixes("minute", "minutes")
                  .Description("Time without a key press after which the front panel dims."));
     Register(Integer(PARAM_ID(DisplayIntensity), "Display Intensity", "Disp Int")
                  .Range(1, kBrightest)
@@ -41,9 +41,9 @@ void CreateBacklight()
                  .Default(8)
                  .Description("Steps by which the key backlight is dimmed, 1 being full brightness."));
     Register(Integer(PARAM_ID(BacklightIntensityNow), "Backlight Intensity Now", "Bklt Now")
+                 .Internal()
                  .Range(0, kBrightest)
                  .Default(kBrightest)
-                 .Internal()
                  .Description("Brightness to which the key backlight is set at this moment."));
 }
 

@@ -22,8 +22,8 @@ void CreateTimecodeSources()
                      .Description("Time code that is asked from the machine on the RS-422 port."));
     }
     Register(Enum(PARAM_ID(LocalTimecodeIn), "Local Timecode Input", "TC Local")
-                 .Values(TimecodeSources())
                  .Default(kTimecodePresetValue)
+                 .Values(TimecodeSources())
                  .Description("Source of the time code when the selected one is missing."));
     if (CProductFeatures::hasFireWire()) {
         Register(Enum(PARAM_ID(FW400TimecodeIn), "FireWire Timecode Input", "TC FW400")
@@ -46,25 +46,25 @@ void CreateGroup_8()
                      .EnabledBy(eParamID_TimecodeIn, kTimecodePresetValue)
                      .Description("Time code of the first frame that is recorded with the preset value."));
         Register(Enum(PARAM_ID(TimecodeType), "Timecode Type", "TC Type")
-                     .Values({{0, "Non-Drop"}, {1, "Drop Frame"}, {2, "Follow Input"}})
                      .Default(2)
+                     .Values({{0, "Non-Drop"}, {1, "Drop Frame"}, {2, "Follow Input"}})
                      .Dependent(eParamID_DisplayTimecode)
                      .Description("Counting of time code at 29.97 and 59.94 frames per second."));
         Register(Enum(PARAM_ID(ArmRecording), "Arm Recording", "Arm Rec")
-                     .Values({{0, "Off"}, {1, "Timecode Runs", "TC Runs"}, {2, "SDI Trigger", "SDI Trig"}})
                      .NotPersisted()
                      .NotInRegisters()
+                     .Values({{0, "Off"}, {1, "Timecode Runs", "TC Runs"}, {2, "SDI Trigger", "SDI Trig"}})
                      .Description("Signal that starts and stops recording without a key."));
     }
     if (CProductFeatures::hasMedia()) {
         Register(String(PARAM_ID(DisplayTimecode), "Display Timecode", "TC Disp")
-                     .Length(0, kTimecodeLength)
                      .Status()
+                     .Length(0, kTimecodeLength)
                      .ClassName("volatile")
                      .Description("Time code of the frame that is being recorded or played."));
         Register(String(PARAM_ID(InputTimecode), "Input Timecode", "TC Input")
-                     .Length(0, kTimecodeLength)
                      .Status()
+                     .Length(0, kTimecodeLength)
                      .ClassName("volatile")
                      .Description("Time code that arrives from the selected source."));
     }

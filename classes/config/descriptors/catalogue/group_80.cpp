@@ -7,22 +7,22 @@ namespace vexa::config::catalogue {
 void CreateGroup_80()
 {
     Register(String(PARAM_ID(FormattedSerialNumber), "Serial Number", "Serial")
-                 .Length(0, 19)
                  .Status()
+                 .Length(0, 19)
                  .Description("Serial number as it is printed on the unit."));
     Register(String(PARAM_ID(SWVersion), "Software Version", "SW Ver")
-                 .Length(0, 32)
                  .Status()
+                 .Length(0, 32)
                  .Description("Version of the installed software."));
     Register(Integer(PARAM_ID(SerialNumber), "Serial Number Value", "SerialNo")
                  .Type(eCParam_Signed)
-                 .Range(0, 0xffffffff)
                  .Status()
+                 .Range(0, 0xffffffff)
                  .ClassName("panel_hidden")
                  .Description("Serial number without prefix; negative on an engineering unit."));
     Register(String(PARAM_ID(Flash_Info), "Flash Info", "FlashInf")
-                 .Length(0, 4096)
                  .Status()
+                 .Length(0, 4096)
                  .ClassName("panel_hidden")
                  .ClassName("data_file")
                  .Description("What was written to the flash memory, and when."));

@@ -16,15 +16,15 @@ void CreateGroup_9()
                  .Range(1, 300)
                  .Default(1)
                  .Units("frames")
-                 .Suffixes("frame", "frames")
                  .EnabledBy(eParamID_IntervalRecord, 1)
+                 .Suffixes("frame", "frames")
                  .Description("Number of frames recorded in each interval."));
     Register(Integer(PARAM_ID(IntervalTime), "Interval Time", "Intv Tim")
                  .Range(1, 86400)
                  .Default(10)
                  .Units("s")
-                 .Suffixes("second", "seconds")
                  .EnabledBy(eParamID_IntervalRecord, 1)
+                 .Suffixes("second", "seconds")
                  .Description("Time from the start of one interval to the start of the next."));
 }
 

@@ -43,10 +43,10 @@ bool RestoreFactorySettings(Config* config, ParamDescriptor* command)
 void CreateGroup_99()
 {
     Register(Enum(PARAM_ID(FactorySettings), "Factory Settings", "Factory")
+                 .Command()
                  .Values({{kIdle, "Idle"},
                           {kRestore, "Restore"},
                           {kRestoreWithNetwork, "Restore with Network", "RstorNet"}})
-                 .Command()
                  .ClassName("action_param")
                  .Action(RestoreFactorySettings)
                  .Description("Sets all parameters to their factory defaults, with or without the network."));
@@ -56,8 +56,8 @@ void CreateGroup_99()
 void CreateGroup_100()
 {
     Register(String(PARAM_ID(BoardID), "Board ID", "Board ID")
-                 .Length(0, 8)
                  .Status()
+                 .Length(0, 8)
                  .ClassName("panel_hidden")
                  .Description("Identifier of the main board, in hexadecimal."));
 }

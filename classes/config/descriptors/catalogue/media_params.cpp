@@ -8,8 +8,8 @@ void CreateParamDescriptor_MediaParams()
 {
     Register(Integer(PARAM_ID(MediaUpdated), "Media Updated", "MedUpd")
                  .Type(eCParam_Counter)
-                 .Range(0, 0xffffffff)
                  .Command()
+                 .Range(0, 0xffffffff)
                  .ClassName("volatile")
                  .ClassName("do_not_validate")
                  .Description("Counts up each time files may have been deleted or added."));
