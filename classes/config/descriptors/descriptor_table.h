@@ -1,9 +1,8 @@
-/// The process-wide table of all parameters, and what the two registries, the main and the generic one, do with
-/// their tables.
+/// The process-wide table of all parameters, and the operations that the main and the generic registry share.
 ///
 /// Thread: the table is built, and its language switched, by one thread before the first Config is connected
-/// (registry/registry.h); afterwards it is only read, by any thread and without a lock. Every descriptor belongs
-/// to it.
+/// (registry/registry.h); afterwards it is only read, by any thread and without a lock. The table owns every
+/// descriptor.
 #pragma once
 
 #include <algorithm>
@@ -63,7 +62,7 @@ extern DescriptorTable& g_paramDescriptors;
 ParamDescriptor* GetDescriptor(eParam_t id);
 /// The first descriptor with this symbolic name, exactly; null when there is none.
 ParamDescriptor* GetDescriptor(std::string paramIDName);
-/// A literal 0 would be taken for a text.
+/// Refused: a literal 0 would otherwise be converted to a text.
 ParamDescriptor* GetDescriptor(std::nullptr_t) = delete;
 /// The descriptor of an identifier, or null when it is not registered. For identifiers from anywhere.
 ParamDescriptor* FindDescriptor(eParam_t id);

@@ -7,7 +7,7 @@
 
 /// A plain value. A default one marks a missing value: 99999, "Invalid".
 struct EnumValueDescriptor {
-    /// What a single enumerated value may carry besides its names, in the vocabulary of whole parameters.
+    /// Attributes and class names of a single value, in the vocabulary of whole parameters.
     struct EnumValueData {
         std::map<std::string, unsigned int> numericAttributes;
         std::map<std::string, std::string> stringAttributes;

@@ -48,8 +48,7 @@ ParamDescriptor::Relations ParamDescriptor::GetRelations()
     return m_relations;
 }
 
-// Several front ends look relations up at once, and a look-up of an unknown name leaves an entry: hence the
-// lock.
+// A look-up of an unknown name adds an entry, and front ends look relations up at the same time: hence the lock.
 std::vector<ParamDescriptor::Relation> ParamDescriptor::GetRelation(std::string name)
 {
     SemaphoreHelper hold(relationsLock);

@@ -1,4 +1,4 @@
-/// ParamDescriptor: everything about one parameter but its value.
+/// ParamDescriptor: everything about one parameter except its value.
 #pragma once
 
 #include <functional>
@@ -14,7 +14,7 @@ class Config;
 
 /// Metadata of one parameter, and the base of the typed descriptors.
 ///
-/// Made by the catalogue, owned by the registry, read-only for everybody else: callers borrow pointers. All
+/// Made by the catalogue, owned by the registry, read-only elsewhere: callers borrow pointers. All
 /// getters return copies, setters store what they are given without a check (the store validates values).
 /// Thread: built and changed on one thread at start-up; read by any afterwards.
 /// The order of the virtual operations is part of the contract: append only.

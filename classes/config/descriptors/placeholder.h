@@ -1,4 +1,4 @@
-/// The descriptor that stands in for a parameter that nobody registered.
+/// The descriptor that stands in for a parameter that is not registered.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +9,8 @@
 /// reachable. Thread: any.
 ParamDescriptor* CreatePlaceholderDescriptor(eParam_t id);
 
-/// Keeps a descriptor reachable for good, such as one that a later catalogue entry replaced: somebody may
-/// hold it.
+/// Keeps a descriptor reachable for good, such as one that a later catalogue entry replaced: a caller may still
+/// hold a pointer to it.
 void RetainDescriptor(ParamDescriptor* descriptor);
-/// How many are kept so far, for checks that nothing was replaced.
+/// The number of descriptors kept so far, for checks that no entry replaced another.
 size_t CountRetainedDescriptors();

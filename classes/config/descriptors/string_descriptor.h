@@ -3,7 +3,7 @@
 
 #include "config/descriptors/param_descriptor.h"
 
-/// A text. The limits are told to front ends; the store enforces none. Ownership and threads as in
+/// A text. The limits are for front ends; the store does not enforce them. Ownership and threads as in
 /// ParamDescriptor.
 class StringDescriptor : public ParamDescriptor {
   public:
@@ -32,7 +32,7 @@ class StringDescriptor : public ParamDescriptor {
 /// Opaque bytes, held in a string.
 class DataDescriptor : public StringDescriptor {};
 
-/// An alarm: its value is a serialized alarm message. The class name "alarm" is how alarm components find it.
+/// An alarm: its value is a serialized alarm message. Alarm components find it by the class name "alarm".
 class AlarmDescriptor : public StringDescriptor {
   public:
     AlarmDescriptor() { AddClassName("alarm"); }

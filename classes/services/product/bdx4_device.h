@@ -1,4 +1,4 @@
-/// The device driver, as far as this library needs it.
+/// The part of the device driver that this library needs.
 #pragma once
 
 #include <cstdint>

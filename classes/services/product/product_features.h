@@ -1,5 +1,5 @@
-/// What the current model can do. The answers come from the model's row in product_models.inc; an unknown
-/// model can do nothing beyond the common. No state; thread: any.
+/// Features of the current model, from its row in product_models.inc; an unknown model has no optional feature.
+/// No state; thread: any.
 #pragma once
 
 #include <string>

@@ -1,9 +1,9 @@
-/// Which model this process runs on.
+/// The model that this process runs on.
 #pragma once
 
 #include <string>
 
-/// The model's name and one predicate per model. Everything here is settled on the first call and cached for
+/// The model's name and one predicate per model. The answers are determined on the first call and cached for
 /// the process. Thread: any.
 class CProductID {
   public:

@@ -1,11 +1,11 @@
-/// What the models of the family are and can do, as data. The rows stand in product_models.inc.
+/// Identity and features of the models, as data. The rows are in product_models.inc.
 #pragma once
 
 #include <cstdint>
 #include <span>
 #include <string_view>
 
-/// How a model's serial number follows from the last four bytes of its Ethernet address.
+/// Derivation of a model's serial number from the last four bytes of its Ethernet address.
 struct SerialRow {
     const char* prefix = "XX";         ///< two or three letters before the digits
     uint32_t offset = 0;               ///< added to the serial before it is printed
@@ -13,7 +13,7 @@ struct SerialRow {
     uint32_t engLow = 0, engHigh = 0;  ///< engineering range of addresses, both ends excluded
 };
 
-/// One model. A default row is what an unknown model gets: no feature.
+/// One model. The default row, without features, stands for unknown models.
 struct ProductModel {
     std::string_view name;
     SerialRow serial;

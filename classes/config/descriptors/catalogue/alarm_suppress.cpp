@@ -4,8 +4,8 @@
 
 namespace vexa::config::catalogue {
 
-/// Alarms that users can turn off: the lasting setting in group 60, and in group 126 the one that ends with
-/// the power. Both have one symbolic name; a look-up by name finds the setting.
+/// Alarms that users can turn off: the persistent setting in group 60, and in group 126 one that ends at the next
+/// restart. Both have the same symbolic name; a look-up by name finds the setting in group 60.
 void CreateGroup_AlarmSuppress()
 {
     if (!CProductFeatures::has2ndPS()) return;

@@ -35,7 +35,7 @@ Integer& Integer::Range(unsigned int min, unsigned int max)
 
 Integer& Integer::Suffixes(const char* singular, const char* plural)
 {
-    // The first key is spelt as every front end reads it.
+    // Front ends read the first key in this spelling.
     return Attribute("value_suffix_singluar", singular).Attribute("value_suffix_plural", plural);
 }
 

@@ -45,7 +45,7 @@ struct NamedValue {
     EnumValueDescriptor::EnumValueData data = {};
 };
 
-/// The steps that all entries share. Self is the concrete entry, so that steps chain in any order.
+/// The steps that all entries share. They return Self, the concrete entry, so that its own steps may follow.
 template <class Descriptor, class Self>
 class Entry {
   public:
@@ -77,7 +77,7 @@ class Entry {
     Self& Internal() { return Feature(eFeature_2).Transient().ClassName("hidden_param"); }
     Self& ClassName(const char* name) { m_descriptor->AddClassName(name); return This(); }
     Self& ClassNameIf(bool condition, const char* name) { return condition ? ClassName(name) : This(); }
-    /// For a parameter that must exist because the store works with it, on models whose users have no need of it.
+    /// For parameters that the store needs on every model, also where users have no use for them.
     Self& HiddenUnless(bool shown) { return ClassNameIf(!shown, "hidden_param"); }
     Self& EnabledBy(eParam_t id, unsigned int value)
     {
@@ -120,7 +120,7 @@ class Enum : public Entry<EnumDescriptor, Enum> {
     {
     }
     // clang-format off
-    /// Only where the range reaches beyond the values, so that the exception is visible.
+    /// Only for a range that reaches beyond the values.
     Enum& MaxValue(unsigned int value) { m_descriptor->SetMaxValue(value); return *this; }
     Enum& Default(unsigned int value) { m_descriptor->SetFactoryDefault(value); return *this; }
     // clang-format on

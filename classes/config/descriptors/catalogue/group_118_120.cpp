@@ -4,7 +4,7 @@
 
 namespace vexa::config::catalogue {
 
-/// Group 118: language. The short names are the locale names that the C library is given.
+/// Group 118: language. The short names are the locale names that go to setlocale.
 void CreateGroup_118()
 {
     Register(Enum(PARAM_ID(Locale), Translated("Locale"), "Locale")

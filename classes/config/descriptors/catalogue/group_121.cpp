@@ -12,7 +12,7 @@ ValueList NoFormat(const char* reason)
     return {{0, reason}, {255, "Unknown"}};
 }
 
-/// A clip may be in a format that the unit plays but cannot record, so all rates are listed with any.
+/// A clip may have a rate that the unit plays but cannot record, so a raster is listed with all its rates.
 void CreateMediaFormat()
 {
     const bool uhd = CProductFeatures::canDoUHD();

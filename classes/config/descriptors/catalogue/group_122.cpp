@@ -4,7 +4,7 @@
 
 namespace vexa::config::catalogue {
 
-/// Group 122: what the unit tells its user while it is busy.
+/// Group 122: messages to the user while the unit is busy.
 void CreateGroup_122()
 {
     Register(Integer(PARAM_ID(Progress), "Progress", "Progress")

@@ -73,7 +73,7 @@ void CreateSlots()
     }
 }
 
-/// What is in the slots.
+/// The media in the slots.
 void CreateVolumes()
 {
     Register(String(PARAM_ID(VolumeName), "Volume Name", "Volume")

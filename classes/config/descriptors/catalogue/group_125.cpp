@@ -62,7 +62,7 @@ void CreateTransport()
                  .Description("What the transport does."));
 }
 
-/// Going to a place in the recorded material.
+/// Cueing: moves playback to a place in the recorded material.
 void CreateCue()
 {
     Register(Integer(PARAM_ID(TransportRequestedSpeed), "Transport Requested Speed", "TranSped")
@@ -126,7 +126,7 @@ void CreateCamera()
     }
 }
 
-/// The device's own programs tell each other, and the start-up, how they are.
+/// States of the device's own programs, for each other and for the start-up.
 void CreateProcessStates()
 {
     if (CProductFeatures::hasMedia()) {

@@ -4,7 +4,7 @@
 
 namespace vexa::config::catalogue {
 
-/// Group 15: playback, and what a recording does when frames are lost.
+/// Group 15: playback, and lost frames while recording.
 void CreateGroup_15()
 {
     if (CProductFeatures::canDoPlayback()) {

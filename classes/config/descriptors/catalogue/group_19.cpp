@@ -6,7 +6,7 @@ namespace vexa::config::catalogue {
 
 namespace {
 
-/// What tells the files of a multi-channel recording apart.
+/// Identifiers that distinguish the files of a multi-channel recording.
 void CreateClipIdentifiers()
 {
     Register(

@@ -4,7 +4,7 @@
 
 namespace vexa::config::catalogue {
 
-/// Group 22: what else goes into recorded files.
+/// Group 22: names and captions of recorded files.
 void CreateGroup_22()
 {
     if (CProductFeatures::canDoGang()) {
@@ -21,7 +21,7 @@ void CreateGroup_22()
     }
 }
 
-/// Group 32: what the outputs show without an input.
+/// Group 32: the outputs without an input.
 void CreateGroup_32()
 {
     Register(Enum(PARAM_ID(LossOfVideo), "Loss of Video", "Vid Loss")

@@ -16,7 +16,7 @@ using alarms::Alarm;
 constexpr auto kInfo = Alarm::INFORMATION, kWarning = Alarm::WARNING, kError = Alarm::ERROR,
                kCritical = Alarm::CRITICAL;
 
-/// The models that have an alarm.
+/// The models on which an alarm exists, as a predicate; null for all models.
 using Models = bool (*)();
 constexpr Models kAlways = nullptr, kMedia = CProductFeatures::hasMedia,
                  kPlayback = CProductFeatures::canDoPlayback, kRollover = CProductFeatures::canDoRollover,
@@ -25,7 +25,7 @@ constexpr Models kAlways = nullptr, kMedia = CProductFeatures::hasMedia,
                  kGenlock = CProductFeatures::hasGenlock, kFan = CProductFeatures::hasFan,
                  kTwoPS = CProductFeatures::has2ndPS, kVoltage = CProductFeatures::hasVoltageSensing;
 
-/// When the recorder raises and clears an alarm: while it records, when a key is pressed, when users clear it.
+/// Conditions under which the recorder raises and clears an alarm; "Key" is the record key.
 constexpr const char *kRaiseRec = "raise_on_record", *kRaiseKey = "raise_on_record_pressed",
                      *kClearKey = "clear_on_record_pressed", *kClearPlay = "clear_on_play_pressed",
                      *kClearUser = "can_be_cleared", *kHidden = "hidden_param";
@@ -128,7 +128,7 @@ void CreateAlarm(const AlarmRow& row)
 
 }  // namespace
 
-/// Alarms: what a component that owns a condition raises and clears through services/alarms.
+/// Alarms. The component that owns a condition raises and clears its alarm through services/alarms.
 void CreateGroup_NewAlarms()
 {
     for (const AlarmRow& row : kAlarms)

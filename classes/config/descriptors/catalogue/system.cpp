@@ -6,7 +6,7 @@ namespace vexa::config::catalogue {
 
 namespace {
 
-/// Where the front panel continues after a restart, and what it says before one.
+/// The menu positions of the front panel, which outlast a restart, and its messages at shutdown.
 void CreatePanelMemory()
 {
     Register(Integer(PARAM_ID(LastSelectedConfigParam), "Last Selected Config Parameter", "Last Cfg")

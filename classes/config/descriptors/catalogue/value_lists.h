@@ -15,8 +15,8 @@ ValueList OffOn();
 /// "A" to "Z", from `first` upwards.
 ValueList Letters(unsigned int first);
 
-/// The list for a panel that shows a value on two lines, which breaks each name after its first slash or at its
-/// first blank; the short names stay. The list itself where no such panel has asked for it.
+/// On a two-line panel that asked for it: each name broken into two lines, after its first slash or at its first
+/// blank. Short names do not change. Elsewhere the list as it is.
 ValueList TwoLines(ValueList values);
 
 /// Video formats by raster; interlaced ones are named by their field rate, all others by their frame rate.
@@ -37,7 +37,7 @@ ValueList Formats2160pHighRate();
 /// 4096 x 2160 at 23.98 to 30, and at 47.95 to 60.
 ValueList Formats4K();
 ValueList Formats4KHighRate();
-/// What every unit that takes SD and HD knows; a unit without SD gets the rest.
+/// The SD and HD formats of the model; without SD on models that do not take it.
 ValueList FormatsSDAndHD();
 
 /// Defaults among the formats.
@@ -105,7 +105,7 @@ inline constexpr unsigned int kTimecodeSDI_VITC = 0, kTimecodeRS422 = 3, kTimeco
 ValueList FileSystems();
 /// Condition of the media in the selected slot.
 ValueList MediaStates();
-/// Life of one of the device's own programs.
+/// States of one of the device's own programs.
 ValueList ProcessStates();
 
 }  // namespace vexa::config::catalogue

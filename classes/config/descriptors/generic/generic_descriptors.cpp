@@ -12,8 +12,7 @@ namespace {
 using catalogue::Enum;
 using catalogue::String;
 
-/// The mapping layer serves these on the device's behalf: the device neither keeps, nor presets, nor resets
-/// them.
+/// The mapping layer serves these parameters; the device does not persist, preset or reset them.
 template <class Entry>
 void Register(Entry& entry)
 {

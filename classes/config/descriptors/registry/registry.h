@@ -12,7 +12,7 @@ class BDX4Device;
 void CreateDescriptors();
 /// The same on behalf of a device driver.
 void CreateDescriptors(BDX4Device* device);
-/// Deletes all descriptors, the generic ones too. Everything handed out earlier dangles.
+/// Deletes all descriptors, the generic ones too. Pointers handed out earlier dangle.
 void DestroyDescriptors();
 
 /// The derivation passes of the build: give "menu_number" ("125.2") and "ParamGroup" to descriptors without
