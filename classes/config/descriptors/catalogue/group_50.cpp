@@ -37,33 +37,33 @@ constexpr Use kPort1 = {"", "", 1, kStatic, kIsStatic}, kPort2 = {" Port 2", "2"
               kPort2Fallback = {" Port 2 Fallback", "2 Fb", 2, kDHCPWithFallback, kNoServer};
 
 struct AddressRow {
+    unsigned int address;  ///< the default
     eParam_t id;
     const char* idName;
     Field field;
     Use use;
-    unsigned int address;  ///< the default
 };
 
 // clang-format off
 constexpr AddressRow kAddresses[] = {
-    {PARAM_ID(IPAddress),        kAddress, kPort1,         Address(192, 168, 0, 2)},
-    {PARAM_ID(SubnetMask),       kMask,    kPort1,         Address(255, 255, 255, 0)},
-    {PARAM_ID(DefaultGateway),   kGateway, kPort1,         Address(192, 168, 0, 1)},
-    {PARAM_ID(IPAddress_1),      kAddress, kPort2,         Address(192, 168, 1, 2)},
-    {PARAM_ID(SubnetMask_1),     kMask,    kPort2,         Address(255, 255, 255, 0)},
-    {PARAM_ID(DefaultGateway_1), kGateway, kPort2,         Address(192, 168, 1, 1)},
-    {PARAM_ID(IPAddress_2),      kAddress, kPort1Fallback, Address(10, 0, 0, 2)},
-    {PARAM_ID(SubnetMask_2),     kMask,    kPort1Fallback, Address(255, 0, 0, 0)},
-    {PARAM_ID(DefaultGateway_2), kGateway, kPort1Fallback, Address(10, 0, 0, 1)},
-    {PARAM_ID(IPAddress_3),      kAddress, kPort2Fallback, Address(10, 1, 0, 2)},
-    {PARAM_ID(SubnetMask_3),     kMask,    kPort2Fallback, Address(255, 255, 0, 0)},
-    {PARAM_ID(DefaultGateway_3), kGateway, kPort2Fallback, Address(10, 1, 0, 1)},
+    {Address(192, 168, 0, 2),    PARAM_ID(IPAddress),        kAddress, kPort1},
+    {Address(255, 255, 255, 0),  PARAM_ID(SubnetMask),       kMask,    kPort1},
+    {Address(192, 168, 0, 1),    PARAM_ID(DefaultGateway),   kGateway, kPort1},
+    {Address(192, 168, 1, 2),    PARAM_ID(IPAddress_1),      kAddress, kPort2},
+    {Address(255, 255, 255, 0),  PARAM_ID(SubnetMask_1),     kMask,    kPort2},
+    {Address(192, 168, 1, 1),    PARAM_ID(DefaultGateway_1), kGateway, kPort2},
+    {Address(10, 0, 0, 2),       PARAM_ID(IPAddress_2),      kAddress, kPort1Fallback},
+    {Address(255, 0, 0, 0),      PARAM_ID(SubnetMask_2),     kMask,    kPort1Fallback},
+    {Address(10, 0, 0, 1),       PARAM_ID(DefaultGateway_2), kGateway, kPort1Fallback},
+    {Address(10, 1, 0, 2),       PARAM_ID(IPAddress_3),      kAddress, kPort2Fallback},
+    {Address(255, 255, 0, 0),    PARAM_ID(SubnetMask_3),     kMask,    kPort2Fallback},
+    {Address(10, 1, 0, 1),       PARAM_ID(DefaultGateway_3), kGateway, kPort2Fallback},
 };
 // clang-format on
 
 void CreateAddress(const AddressRow& row)
 {
-    const auto& [id, idName, field, use, address] = row;
+    const auto& [address, id, idName, field, use] = row;
     Register(
         Integer(id, idName, std::string(field.name) + use.name, std::string(field.shortName) + use.shortName)
             .Type(eCParam_IPAddress)
