@@ -28,14 +28,14 @@ auto Repeat(const Call& call)
 }
 
 /// perror that leaves errno to the caller.
-void Report(const char* message)
+void ReportErrno(const char* message)
 {
     const int error = errno;
     perror(message);
     errno = error;
 }
 
-void ReportPlain(const char* message)
+void ReportText(const char* message)
 {
     const int error = errno;
     fputs(message, stderr);
@@ -77,15 +77,15 @@ int WithPortOfItsOwn(int descriptor, const Call& call)
 static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_un) == 110);
 
 /// One running operation: the descriptor that it works on stays open until it ends.
-class Socket::Use {
+class Socket::Operation {
   public:
-    explicit Use(const Socket& socket) : m_socket(socket)
+    explicit Operation(const Socket& socket) : m_socket(socket)
     {
         const MutexLock hold(m_socket.m_useLock);
         ++m_socket.m_users;
         fd = m_socket.fd;
     }
-    ~Use()
+    ~Operation()
     {
         const MutexLock hold(m_socket.m_useLock);
         if (--m_socket.m_users > 0) return;
@@ -94,8 +94,8 @@ class Socket::Use {
         m_socket.m_closing.clear();
         errno = error;
     }
-    Use(const Use&) = delete;
-    Use& operator=(const Use&) = delete;
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
 
     int fd;
 
@@ -114,16 +114,16 @@ int Socket::create()
 {
     fd = socket(domain, type | SOCK_CLOEXEC, 0);
     if (fd == -1) {
-        Report("Socket::create - socket() failed");
+        ReportErrno("Socket::create - socket() failed");
         return 0;
     }
     // Local stream sockets do not know the option, and work without it.
     if (type == SOCK_STREAM && SetOption(fd, IPPROTO_TCP, TCP_NODELAY, 1) == -1 && domain != AF_UNIX) {
-        Report("Socket::create setsockopt(TCP_NODELAY) failed");
+        ReportErrno("Socket::create setsockopt(TCP_NODELAY) failed");
         return 0;
     }
     if (SetOption(fd, SOL_SOCKET, SO_REUSEADDR, 1) == -1) {
-        Report("Socket::create - setsockopt(SO_REUSEADDR) call failed");
+        ReportErrno("Socket::create - setsockopt(SO_REUSEADDR) call failed");
         return 0;
     }
     return 1;
@@ -170,8 +170,8 @@ int Socket::bind_local(int number)
     const std::string path = build_local_path(host, number);
     strncpy(local_address.sun_path, path.c_str(), sizeof local_address.sun_path - 1);
     unlink(local_address.sun_path);
-    const Use use(*this);
-    if (::bind(use.fd, AsSockaddr(local_address), sizeof local_address) == -1) return 0;
+    const Operation operation(*this);
+    if (::bind(operation.fd, AsSockaddr(local_address), sizeof local_address) == -1) return 0;
     port = number;
     return 1;
 }
@@ -180,10 +180,10 @@ int Socket::bind_inet(int number)
 {
     inet_address.sin_family = static_cast<sa_family_t>(domain);
     inet_address.sin_port = htons(static_cast<uint16_t>(number));
-    const Use use(*this);
-    const auto bind = [&] { return ::bind(use.fd, AsSockaddr(inet_address), sizeof inet_address); };
-    if ((number == 0 ? WithPortOfItsOwn(use.fd, bind) : bind()) == -1) {
-        Report("Socket::bind_inet");
+    const Operation operation(*this);
+    const auto bind = [&] { return ::bind(operation.fd, AsSockaddr(inet_address), sizeof inet_address); };
+    if ((number == 0 ? WithPortOfItsOwn(operation.fd, bind) : bind()) == -1) {
+        ReportErrno("Socket::bind_inet");
         return 0;
     }
     port = number;
@@ -194,9 +194,9 @@ int Socket::listen()
 {
     constexpr int kBacklog = 100;
     if (fd == -1) return 0;
-    const Use use(*this);
-    if (::listen(use.fd, kBacklog) == 0) return 1;
-    ReportPlain("Socket::listen - listen returned -1");
+    const Operation operation(*this);
+    if (::listen(operation.fd, kBacklog) == 0) return 1;
+    ReportText("Socket::listen - listen returned -1");
     return 0;
 }
 
@@ -209,20 +209,20 @@ int Socket::accept_local(Socket* peer)
 {
     sockaddr_un from{};
     socklen_t length = sizeof from;
-    const Use use(*this);
-    peer->fd = Repeat([&] { return accept4(use.fd, AsSockaddr(from), &length, SOCK_CLOEXEC); });
+    const Operation operation(*this);
+    peer->fd = Repeat([&] { return accept4(operation.fd, AsSockaddr(from), &length, SOCK_CLOEXEC); });
     if (peer->fd > 0) return 1;
-    Report("Socket::accept - socket <= 0");
+    ReportErrno("Socket::accept - socket <= 0");
     return 0;
 }
 
 int Socket::accept_inet(Socket* peer)
 {
     socklen_t length = sizeof inet_address;
-    const Use use(*this);
-    peer->fd = Repeat([&] { return accept4(use.fd, AsSockaddr(inet_address), &length, SOCK_CLOEXEC); });
+    const Operation operation(*this);
+    peer->fd = Repeat([&] { return accept4(operation.fd, AsSockaddr(inet_address), &length, SOCK_CLOEXEC); });
     if (peer->fd > 0) return 1;
-    Report("Socket::accept - socket <= 0");
+    ReportErrno("Socket::accept - socket <= 0");
     return 0;
 }
 
@@ -237,9 +237,10 @@ int Socket::connect_local(const std::string& to, int number)
     local_address.sun_family = AF_UNIX;
     const std::string path = build_local_path(to, number);
     strncpy(local_address.sun_path, path.c_str(), sizeof local_address.sun_path - 1);
-    const Use use(*this);
-    if (Repeat([&] { return ::connect(use.fd, AsSockaddr(local_address), sizeof local_address); }) == -1) {
-        Report("Socket::connect_local");
+    const Operation operation(*this);
+    if (Repeat([&] { return ::connect(operation.fd, AsSockaddr(local_address), sizeof local_address); }) ==
+        -1) {
+        ReportErrno("Socket::connect_local");
         return 0;
     }
     host = to;
@@ -258,15 +259,15 @@ int Socket::connect_inet(const std::string& to, int number)
         errno = EAFNOSUPPORT;
     // Only the error number counts: text that is no address leaves the address alone, which is this host's.
     if (errno == EAFNOSUPPORT) {
-        Report("Socket::connect_inet - inet_pton() failed");
+        ReportErrno("Socket::connect_inet - inet_pton() failed");
         return 0;
     }
-    const Use use(*this);
+    const Operation operation(*this);
     const auto connect = [&] {
-        return Repeat([&] { return ::connect(use.fd, AsSockaddr(inet_address), sizeof inet_address); });
+        return Repeat([&] { return ::connect(operation.fd, AsSockaddr(inet_address), sizeof inet_address); });
     };
-    if ((type == SOCK_DGRAM ? WithPortOfItsOwn(use.fd, connect) : connect()) == -1) {
-        Report("Socket::connect_inet - connect() failed");
+    if ((type == SOCK_DGRAM ? WithPortOfItsOwn(operation.fd, connect) : connect()) == -1) {
+        ReportErrno("Socket::connect_inet - connect() failed");
         return 0;
     }
     host = to;
@@ -278,16 +279,16 @@ int Socket::local_port() const
 {
     sockaddr_in address{};
     socklen_t length = sizeof address;
-    const Use use(*this);
-    return getsockname(use.fd, AsSockaddr(address), &length) == 0 ? ntohs(address.sin_port) : 0;
+    const Operation operation(*this);
+    return getsockname(operation.fd, AsSockaddr(address), &length) == 0 ? ntohs(address.sin_port) : 0;
 }
 
 bool Socket::is_connected() const
 {
     sockaddr_storage address;
     socklen_t length = sizeof address;
-    const Use use(*this);
-    return getpeername(use.fd, AsSockaddr(address), &length) == 0;
+    const Operation operation(*this);
+    return getpeername(operation.fd, AsSockaddr(address), &length) == 0;
 }
 
 int Socket::sendall(const char* data, int* length)
@@ -295,13 +296,13 @@ int Socket::sendall(const char* data, int* length)
     const int wanted = *length;
     *length = 0;
     if (wanted < 1) return 0;
-    const Use use(*this);
+    const Operation operation(*this);
     while (*length < wanted) {
         const ssize_t sent = Repeat([&] {
-            return ::send(use.fd, data + *length, static_cast<size_t>(wanted - *length), MSG_NOSIGNAL);
+            return ::send(operation.fd, data + *length, static_cast<size_t>(wanted - *length), MSG_NOSIGNAL);
         });
         if (sent == -1) {
-            Report("Socket::sendall - send failed");
+            ReportErrno("Socket::sendall - send failed");
             return 0;
         }
         *length += static_cast<int>(sent);
@@ -311,13 +312,13 @@ int Socket::sendall(const char* data, int* length)
 
 int Socket::send(const char* data, unsigned int length)
 {
-    const Use use(*this);
+    const Operation operation(*this);
     unsigned int total = 0;
     do {
         const ssize_t sent =
-            Repeat([&] { return ::send(use.fd, data + total, length - total, MSG_NOSIGNAL); });
+            Repeat([&] { return ::send(operation.fd, data + total, length - total, MSG_NOSIGNAL); });
         if (sent == -1) {
-            ReportPlain("Socket::send - failed");
+            ReportText("Socket::send - failed");
             return 0;
         }
         total += static_cast<unsigned int>(sent);
@@ -327,36 +328,38 @@ int Socket::send(const char* data, unsigned int length)
 
 int Socket::send_some(const char* data, unsigned int length)
 {
-    const Use use(*this);
-    const ssize_t sent = Repeat([&] { return ::send(use.fd, data, length, MSG_NOSIGNAL | MSG_DONTWAIT); });
+    const Operation operation(*this);
+    const ssize_t sent =
+        Repeat([&] { return ::send(operation.fd, data, length, MSG_NOSIGNAL | MSG_DONTWAIT); });
     if (sent == -1 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
     return static_cast<int>(sent);
 }
 
 int Socket::sendto(const void* data, unsigned int length, const sockaddr_in& to)
 {
-    const Use use(*this);
-    if (Repeat([&] { return ::sendto(use.fd, data, length, 0, AsSockaddr(to), sizeof to); }) != -1) return 1;
-    ReportPlain("Socket::sendto - failed");
+    const Operation operation(*this);
+    if (Repeat([&] { return ::sendto(operation.fd, data, length, 0, AsSockaddr(to), sizeof to); }) != -1)
+        return 1;
+    ReportText("Socket::sendto - failed");
     return 0;
 }
 
 int Socket::recv(char* buffer, unsigned int length)
 {
-    const Use use(*this);
+    const Operation operation(*this);
     if (type == SOCK_DGRAM) {
-        const ssize_t count = Repeat([&] { return ::recv(use.fd, buffer, length, MSG_NOSIGNAL); });
+        const ssize_t count = Repeat([&] { return ::recv(operation.fd, buffer, length, MSG_NOSIGNAL); });
         if (count != -1) return static_cast<int>(count);
-        Report("Socket::recv - failed");
+        ReportErrno("Socket::recv - failed");
         fprintf(stderr, "Socket::recv - UDP version (this:%p)\n", static_cast<void*>(this));
         return 0;
     }
     unsigned int received = 0;
     while (received < length) {
         const ssize_t count =
-            Repeat([&] { return ::recv(use.fd, buffer + received, length - received, MSG_NOSIGNAL); });
+            Repeat([&] { return ::recv(operation.fd, buffer + received, length - received, MSG_NOSIGNAL); });
         if (count == -1) {
-            Report("Socket::recv - failed");
+            ReportErrno("Socket::recv - failed");
             fprintf(stderr, "Socket::recv - TCP version (this:%p)\n", static_cast<void*>(this));
             return -1;
         }
@@ -368,34 +371,34 @@ int Socket::recv(char* buffer, unsigned int length)
 
 int Socket::recv_some(char* buffer, unsigned int length)
 {
-    const Use use(*this);
-    return static_cast<int>(Repeat([&] { return ::recv(use.fd, buffer, length, MSG_NOSIGNAL); }));
+    const Operation operation(*this);
+    return static_cast<int>(Repeat([&] { return ::recv(operation.fd, buffer, length, MSG_NOSIGNAL); }));
 }
 
 int Socket::recv_now(char* buffer, unsigned int length)
 {
-    const Use use(*this);
-    return static_cast<int>(Repeat([&] { return ::recv(use.fd, buffer, length, MSG_DONTWAIT); }));
+    const Operation operation(*this);
+    return static_cast<int>(Repeat([&] { return ::recv(operation.fd, buffer, length, MSG_DONTWAIT); }));
 }
 
 int Socket::recvfrom(void* buffer, unsigned int length, sockaddr_in& from)
 {
     socklen_t size = sizeof from;
-    const Use use(*this);
+    const Operation operation(*this);
     const ssize_t count =
-        Repeat([&] { return ::recvfrom(use.fd, buffer, length, 0, AsSockaddr(from), &size); });
+        Repeat([&] { return ::recvfrom(operation.fd, buffer, length, 0, AsSockaddr(from), &size); });
     if (count != -1) return static_cast<int>(count);
-    ReportPlain("Socket::recvfrom - failed");
+    ReportText("Socket::recvfrom - failed");
     return 0;
 }
 
 int Socket::peek(char* buffer, unsigned int length)
 {
-    const Use use(*this);
+    const Operation operation(*this);
     const ssize_t count =
-        Repeat([&] { return ::recv(use.fd, buffer, length, MSG_PEEK | MSG_WAITALL | MSG_NOSIGNAL); });
+        Repeat([&] { return ::recv(operation.fd, buffer, length, MSG_PEEK | MSG_WAITALL | MSG_NOSIGNAL); });
     if (count != -1) return static_cast<int>(count);
-    ReportPlain("Socket::recv - failed");
+    ReportText("Socket::recv - failed");
     return 0;
 }
 
@@ -404,12 +407,12 @@ int Socket::read_select(unsigned int timeout_ms)
     const Deadline deadline(timeout_ms);
     int result;
     {
-        const Use use(*this);
-        if (use.fd == -1) {
+        const Operation operation(*this);
+        if (operation.fd == -1) {
             fputs("Socket::read_select - invalid socket\n", stderr);
             return 0;
         }
-        pollfd readable{use.fd, POLLIN, 0};
+        pollfd readable{operation.fd, POLLIN, 0};
         result = Repeat([&] { return poll(&readable, 1, deadline.PollTimeout()); });
         if (result > 0 && readable.revents & POLLNVAL) {
             errno = EBADF;
@@ -417,7 +420,7 @@ int Socket::read_select(unsigned int timeout_ms)
         }
     }
     if (result > 0) return 1;
-    if (result < 0) Report("Socket::read_select");
+    if (result < 0) ReportErrno("Socket::read_select");
     report_timeout(timeout_ms);
     return 0;
 }
@@ -433,19 +436,19 @@ void Socket::report_timeout(unsigned int timeout_ms)
 
 int Socket::wait_ready(short events, unsigned int timeout_ms)
 {
-    const Use use(*this);
-    pollfd descriptor{use.fd, events, 0};
-    if (use.fd == -1) return POLLNVAL;
+    const Operation operation(*this);
+    pollfd descriptor{operation.fd, events, 0};
+    if (operation.fd == -1) return POLLNVAL;
     const int result = poll(&descriptor, 1, static_cast<int>(std::min<unsigned int>(timeout_ms, INT32_MAX)));
     return result > 0 ? descriptor.revents : 0;
 }
 
 int Socket::set_non_blocking(bool blocking)
 {
-    const Use use(*this);
-    const int flags = fcntl(use.fd, F_GETFL);
+    const Operation operation(*this);
+    const int flags = fcntl(operation.fd, F_GETFL);
     if (flags < 0) return flags;
-    return fcntl(use.fd, F_SETFL, blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK);
+    return fcntl(operation.fd, F_SETFL, blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK);
 }
 
 int Socket::get_buffer_size(int option)
@@ -456,9 +459,9 @@ int Socket::get_buffer_size(int option)
     }
     int size = 0;
     socklen_t length = sizeof size;
-    const Use use(*this);
-    if (getsockopt(use.fd, SOL_SOCKET, option, &size, &length) == 0) return size;
-    Report("Socket::get_buffer_size:  Unable to get the buffer size");
+    const Operation operation(*this);
+    if (getsockopt(operation.fd, SOL_SOCKET, option, &size, &length) == 0) return size;
+    ReportErrno("Socket::get_buffer_size:  Unable to get the buffer size");
     return 0;
 }
 
@@ -468,9 +471,9 @@ int Socket::set_buffer_size(int option, int size)
         fputs("Socket::set_buffer_size: The option must be one of SO_RCVBUF or SO_SNDBUF\n", stderr);
         return 0;
     }
-    const Use use(*this);
-    if (SetOption(use.fd, SOL_SOCKET, option, size) == 0) return 1;
-    Report("Socket::set_buffer_size:  Unable to set the buffer size");
+    const Operation operation(*this);
+    if (SetOption(operation.fd, SOL_SOCKET, option, size) == 0) return 1;
+    ReportErrno("Socket::set_buffer_size:  Unable to set the buffer size");
     return 0;
 }
 
@@ -480,8 +483,8 @@ int Socket::change_membership(int option, const std::string& group, const std::s
     ip_mreq membership{};
     membership.imr_multiaddr.s_addr = inet_addr(group.c_str());
     membership.imr_interface.s_addr = inet_addr(interface.c_str());
-    const Use use(*this);
-    return setsockopt(use.fd, IPPROTO_IP, option, &membership, sizeof membership) == 0;
+    const Operation operation(*this);
+    return setsockopt(operation.fd, IPPROTO_IP, option, &membership, sizeof membership) == 0;
 }
 
 int Socket::add_membership(const std::string& group, const std::string& interface)

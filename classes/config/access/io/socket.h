@@ -99,7 +99,7 @@ class Socket {
     int drop_membership(const std::string& group, const std::string& interface);
 
   private:
-    class Use;
+    class Operation;
     int change_membership(int option, const std::string& group, const std::string& interface);
 
     mutable Mutex m_useLock;

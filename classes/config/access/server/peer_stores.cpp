@@ -18,7 +18,7 @@ struct OpenStores {
     std::map<eConfigID_t, size_t> uses VEXA_GUARDED_BY(lock);
 };
 
-OpenStores& Open()
+OpenStores& Stores()
 {
     static NoDestructor<OpenStores> open;  // connections outlive main
     return *open;
@@ -26,7 +26,7 @@ OpenStores& Open()
 
 bool Reserve(eConfigID_t configID)
 {
-    OpenStores& open = Open();
+    OpenStores& open = Stores();
     SemaphoreHelper hold(open.lock);
     if (open.uses.size() >= kMaxPeerStores && !open.uses.contains(configID)) return false;
     ++open.uses[configID];
@@ -35,7 +35,7 @@ bool Reserve(eConfigID_t configID)
 
 void Release(eConfigID_t configID)
 {
-    OpenStores& open = Open();
+    OpenStores& open = Stores();
     SemaphoreHelper hold(open.lock);
     const auto entry = open.uses.find(configID);
     if (--entry->second == 0) open.uses.erase(entry);

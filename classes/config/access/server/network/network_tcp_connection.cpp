@@ -18,7 +18,7 @@
 namespace vexa::corvalis::config::access {
 
 /// A request of the protocol: the bytes of its record, its name in messages, and who handles it.
-struct NetworkTCPConnection::Kind {
+struct NetworkTCPConnection::RequestHandler {
     uint32_t type;
     uint32_t length;
     const char* name;
@@ -26,29 +26,29 @@ struct NetworkTCPConnection::Kind {
     bool needsStore;
 };
 
-const NetworkTCPConnection::Kind NetworkTCPConnection::kKinds[] = {
-#define KIND(type, record, handler, needsStore)                                                \
+const NetworkTCPConnection::RequestHandler NetworkTCPConnection::kHandlers[] = {
+#define HANDLER(type, record, handler, needsStore)                                             \
     {                                                                                          \
         type, wire::Size<record>(), #type,                                                     \
             &NetworkTCPConnection::Process<record, &NetworkTCPConnection::handler>, needsStore \
     }
-    KIND(XCFG_CONNECT_REQUEST, XCONFIGMGR_CONNECTION_REQUEST_T, ProcessConnectRequest, false),
-    KIND(XCFG_DISCONNECT_REQUEST, XCONFIGMGR_CONNECTION_REQUEST_T, ProcessDisconnectRequest, false),
-    KIND(XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, XCONFIGMGR_EVENT_HANDLER_REQUEST_T,
-         ProcessAddConfigEventListenerRequest, true),
-    KIND(XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, XCONFIGMGR_EVENT_HANDLER_REQUEST_T,
-         ProcessRemoveConfigEventListenerRequest, false),
-    KIND(XCFG_GET_PARAM_REQUEST, XCONFIGMGR_REQUEST_T, ProcessGetRequest, true),
-    KIND(XCFG_SET_PARAM_REQUEST, XCONFIGMGR_REQUEST_T, ProcessSetRequest, true),
-    KIND(XCFG_GET_STREAM_PARAM_REQUEST, XCONFIGMGR_REQUEST_T, ProcessGetStreamRequest, true),
-    KIND(XCFG_SET_STREAM_PARAM_REQUEST, XCONFIGMGR_REQUEST_T, ProcessSetStreamRequest, true),
-#undef KIND
+    HANDLER(XCFG_CONNECT_REQUEST, XCONFIGMGR_CONNECTION_REQUEST_T, ProcessConnectRequest, false),
+    HANDLER(XCFG_DISCONNECT_REQUEST, XCONFIGMGR_CONNECTION_REQUEST_T, ProcessDisconnectRequest, false),
+    HANDLER(XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, XCONFIGMGR_EVENT_HANDLER_REQUEST_T,
+            ProcessAddConfigEventListenerRequest, true),
+    HANDLER(XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, XCONFIGMGR_EVENT_HANDLER_REQUEST_T,
+            ProcessRemoveConfigEventListenerRequest, false),
+    HANDLER(XCFG_GET_PARAM_REQUEST, XCONFIGMGR_REQUEST_T, ProcessGetRequest, true),
+    HANDLER(XCFG_SET_PARAM_REQUEST, XCONFIGMGR_REQUEST_T, ProcessSetRequest, true),
+    HANDLER(XCFG_GET_STREAM_PARAM_REQUEST, XCONFIGMGR_REQUEST_T, ProcessGetStreamRequest, true),
+    HANDLER(XCFG_SET_STREAM_PARAM_REQUEST, XCONFIGMGR_REQUEST_T, ProcessSetStreamRequest, true),
+#undef HANDLER
 };
 
-const NetworkTCPConnection::Kind* NetworkTCPConnection::FindKind(uint32_t type)
+const NetworkTCPConnection::RequestHandler* NetworkTCPConnection::FindHandler(uint32_t type)
 {
-    const auto* const found = std::ranges::find(kKinds, type, &Kind::type);
-    return found == std::end(kKinds) ? nullptr : found;
+    const auto* const found = std::ranges::find(kHandlers, type, &RequestHandler::type);
+    return found == std::end(kHandlers) ? nullptr : found;
 }
 
 // --- life ---
@@ -133,29 +133,29 @@ bool NetworkTCPConnection::ProcessMessages()
     uint32_t type = 0;
     memcpy(&type, record, sizeof type);
     type = wire::NetworkOrder::Convert(type);
-    const Kind* const kind = FindKind(type);
-    if (!kind) {
+    const RequestHandler* const handler = FindHandler(type);
+    if (!handler) {
         fprintf(stderr, "NetworkTCPConnection::ProcessMessages - Unknown message type %d\n",
                 static_cast<int>(type));
         fflush(stderr);
         return false;
     }
-    if (!ReadRest(*kind, record)) return false;
+    if (!ReadRest(*handler, record)) return false;
     DiagnosticLog("NetworkTCPConnection::ProcessMessages - %s from %s\n", GetMessageName(type),
                   m_name.c_str());
-    if (kind->needsStore && !m_config)
+    if (handler->needsStore && !m_config)
         return Report("NetworkTCPConnection::ProcessMessages - %s before %s (connection pid = 0x%X)\n",
                       GetMessageName(type), GetMessageName(XCFG_CONNECT_REQUEST), ProcessID());
-    return (this->*kind->process)(record);
+    return (this->*handler->process)(record);
 }
 
-bool NetworkTCPConnection::ReadRest(const Kind& kind, char* record)
+bool NetworkTCPConnection::ReadRest(const RequestHandler& handler, char* record)
 {
-    const uint32_t rest = kind.length - static_cast<uint32_t>(sizeof(uint32_t));
+    const uint32_t rest = handler.length - static_cast<uint32_t>(sizeof(uint32_t));
     if (m_stream.Read(record + sizeof(uint32_t), rest) == static_cast<int>(rest)) return true;
     return Report(
         "NetworkTCPConnection::ProcessMessages - error calling recv for %s (connection pid = 0x%X)\n",
-        kind.name, ProcessID());
+        handler.name, ProcessID());
 }
 
 template <class Record, auto kHandler>

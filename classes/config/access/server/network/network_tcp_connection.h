@@ -42,9 +42,9 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     void Stop() { m_stop = true; }
 
   private:
-    struct Kind;
-    static const Kind kKinds[];
-    static const Kind* FindKind(uint32_t type);
+    struct RequestHandler;
+    static const RequestHandler kHandlers[];
+    static const RequestHandler* FindHandler(uint32_t type);
     static void* pthread_start(void* connection);
 
     void Run();
@@ -58,7 +58,7 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     bool ProcessGetStreamRequest(const XCONFIGMGR_REQUEST_T& request);
     bool ProcessSetStreamRequest(const XCONFIGMGR_REQUEST_T& request);
 
-    bool ReadRest(const Kind& kind, char* record);
+    bool ReadRest(const RequestHandler& kind, char* record);
     template <class Record, auto kHandler>
     bool Process(const char* record);
     bool ReadStream(uint32_t length, std::string& payload);

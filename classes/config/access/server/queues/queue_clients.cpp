@@ -97,7 +97,7 @@ void QueueClients::Disconnect(uint32_t connectionID)
 QueueClients::Clients::iterator QueueClients::Drop(Clients::iterator client)
 {
     mq_close(client->second.queue);
-    m_keptReplies -= client->second.replies.size();
+    m_waitingReplies -= client->second.replies.size();
     return m_clients.erase(client);
 }
 
@@ -130,13 +130,13 @@ void QueueClients::Reply(uint32_t connectionID, const std::string& reply)
 {
     SemaphoreHelper hold(m_lock);
     if (!m_clients.contains(connectionID) && !Open(connectionID)) return;
-    if (!SendOrKeep(m_clients[connectionID], reply))
+    if (!SendOrQueue(m_clients[connectionID], reply))
         fprintf(stderr, "mainstay: cannot answer %s: %s\n",
                 mq::ConnectionUtilities::GetQueueName(connectionID).c_str(), strerror(errno));
 }
 
 /// @return false, with errno, when the reply is lost.
-bool QueueClients::SendOrKeep(Client& client, const std::string& reply)
+bool QueueClients::SendOrQueue(Client& client, const std::string& reply)
 {
     if (reply.size() > client.messageBytes) {
         errno = EMSGSIZE;
@@ -151,36 +151,36 @@ bool QueueClients::SendOrKeep(Client& client, const std::string& reply)
         return false;
     }
     client.replies.push_back(reply);
-    ++m_keptReplies;
+    ++m_waitingReplies;
     return true;
 }
 
-bool QueueClients::HasKept() const
+bool QueueClients::HasWaitingReplies() const
 {
     SemaphoreHelper hold(m_lock);
-    return m_keptReplies > 0;
+    return m_waitingReplies > 0;
 }
 
-void QueueClients::SendKept()
+void QueueClients::SendWaitingReplies()
 {
     SemaphoreHelper hold(m_lock);
     for (auto client = m_clients.begin(); client != m_clients.end();) {
-        SendKept(client->second);
+        SendWaitingReplies(client->second);
         const bool leaves = client->second.isLeaving && client->second.replies.empty();
         client = leaves ? Drop(client) : std::next(client);
     }
 }
 
 /// What cannot be sent for another reason than want of room is lost: it would never leave.
-void QueueClients::SendKept(Client& client)
+void QueueClients::SendWaitingReplies(Client& client)
 {
     while (!client.replies.empty() && (Send(client.queue, client.replies.front()) || errno != EAGAIN)) {
         client.replies.pop_front();
-        --m_keptReplies;
+        --m_waitingReplies;
     }
 }
 
-void QueueClients::AddTo(std::vector<pollfd>& descriptors) const
+void QueueClients::AppendPollEntries(std::vector<pollfd>& descriptors) const
 {
     SemaphoreHelper hold(m_lock);
     for (const auto& [connectionID, client] : m_clients)

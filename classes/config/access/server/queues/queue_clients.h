@@ -18,7 +18,7 @@ class QueueClients {
   public:
     /// Connections at a time; each one has a descriptor.
     static constexpr size_t kMaxClients = 1024;
-    /// Replies that are kept for a client. A client waits for each of its replies, so more are nobody's.
+    /// Replies that are kept for a client. A client waits for each of its replies, so further ones have no receiver.
     static constexpr size_t kMaxReplies = 64;
 
     QueueClients();
@@ -42,11 +42,11 @@ class QueueClients {
     size_t MaxStream(uint32_t connectionID) const;
 
     /// Whether replies wait for room.
-    bool HasKept() const;
+    bool HasWaitingReplies() const;
     /// Sends them.
-    void SendKept();
+    void SendWaitingReplies();
     /// What to poll for: the queues that replies wait for.
-    void AddTo(std::vector<pollfd>& descriptors) const;
+    void AppendPollEntries(std::vector<pollfd>& descriptors) const;
 
   private:
     struct Client {
@@ -62,11 +62,11 @@ class QueueClients {
     bool Open(uint32_t connectionID) VEXA_REQUIRES(m_lock);
     Clients::iterator Drop(Clients::iterator client) VEXA_REQUIRES(m_lock);
     void DropWithoutQueue() VEXA_REQUIRES(m_lock);
-    bool SendOrKeep(Client& client, const std::string& reply) VEXA_REQUIRES(m_lock);
-    void SendKept(Client& client) VEXA_REQUIRES(m_lock);
+    bool SendOrQueue(Client& client, const std::string& reply) VEXA_REQUIRES(m_lock);
+    void SendWaitingReplies(Client& client) VEXA_REQUIRES(m_lock);
     bool CountLost(const Clients::value_type& entry, Client& client) VEXA_REQUIRES(m_lock);
 
     mutable LockSemaphore m_lock;
     Clients m_clients VEXA_GUARDED_BY(m_lock);
-    size_t m_keptReplies VEXA_GUARDED_BY(m_lock) = 0;  // of all of them
+    size_t m_waitingReplies VEXA_GUARDED_BY(m_lock) = 0;  // of all of them
 };

@@ -115,11 +115,12 @@ void QueueService::Run()
 /// The size of the next request; -1 when there is none yet.
 ssize_t QueueService::ReceiveNext()
 {
-    if (!m_clients.HasKept()) return mq_receive(m_queue, m_message.data(), m_message.size(), nullptr);
+    if (!m_clients.HasWaitingReplies())
+        return mq_receive(m_queue, m_message.data(), m_message.size(), nullptr);
     std::vector<pollfd> descriptors{{m_queue, POLLIN, 0}};
-    m_clients.AddTo(descriptors);
+    m_clients.AppendPollEntries(descriptors);
     if (poll(descriptors.data(), descriptors.size(), -1) == -1) return -1;  // interrupted
-    m_clients.SendKept();
+    m_clients.SendWaitingReplies();
     return mq::ReceiveNow(m_queue, m_message.data(), m_message.size());
 }
 
