@@ -9,6 +9,7 @@
 
 #include "config/access/client/network/delivery_threads.h"
 #include "config/access/client/network/reply_source.h"
+#include "config/access/io/socket.h"
 #include "config/base/semaphore_helper.h"
 #include "config/descriptors/catalogue_config.h"
 #include "config/listeners/listener_list.h"

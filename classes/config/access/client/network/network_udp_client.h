@@ -1,6 +1,7 @@
 /// NetworkUDPClient: the client whose events come by multicast.
 #pragma once
 
+#include "config/access/client/network/datagram_replies.h"
 #include "config/access/client/network/network_client.h"
 #include "config/base/event_queue.h"
 

@@ -1,12 +1,9 @@
 /// ReplySource: how a network client's requests leave and where their replies come from.
 #pragma once
 
-#include <memory>
-#include <optional>
 #include <string>
 
 #include "config/access/io/outcome.h"
-#include "config/access/io/socket.h"
 #include "config/access/protocol/network_protocol.h"
 
 namespace vexa::corvalis::config::access {
@@ -51,35 +48,6 @@ class ReplySource {
     /// Ends all waits, now and later. Thread: any.
     virtual void Stop() {}
 };
-
-/// Replies of a connected UDP socket, and the socket on which events come: the same one when it is bound for
-/// multicast.
-class DatagramReplies : public ReplySource {
-  public:
-    /// @param socket  borrowed.
-    explicit DatagramReplies(Socket& socket) : m_socket(socket) {}
-
-    bool Send(const std::string& request, const ReplyMatch& match, unsigned int timeoutMs) override;
-    Outcome Await(unsigned int timeoutMs, Message& reply) override;
-    Outcome AwaitFirst(char* bytes, unsigned int length, unsigned int timeoutMs) override;
-    void Stop() override;
-
-    /// Makes the socket for events of a client that has a server, once. @return false when that fails.
-    bool OpenEventSocket(int port);
-    Socket& EventSocket() { return m_eventSocket ? *m_eventSocket : m_socket; }
-
-  private:
-    void DropLateReplies();
-    bool Accepts(const Message& message) const;
-
-    Socket& m_socket;
-    std::unique_ptr<Socket> m_eventSocket;
-    ReplyMatch m_match;
-};
-
-/// The message that a datagram holds, its payload limited to what was received; nothing when the datagram is
-/// shorter than its record.
-std::optional<Message> ReadDatagram(const char* data, size_t length);
 
 /// The first word of a message of at least four bytes.
 uint32_t TypeOf(const char* data);

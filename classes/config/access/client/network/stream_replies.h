@@ -1,9 +1,11 @@
 /// StreamReplies: replies and events of one TCP connection.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "config/access/client/network/reply_source.h"
+#include "config/access/io/socket.h"
 #include "config/base/event_queue.h"
 #include "config/base/mutex.h"
 

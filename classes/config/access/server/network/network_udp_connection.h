@@ -7,8 +7,8 @@
 #include <string>
 #include <tuple>
 
+#include "config/access/server/network/change_announcer.h"
 #include "config/access/server/network/network_connection.h"
-#include "config/access/server/network/network_multicast.h"
 
 namespace vexa::corvalis::config::access {
 

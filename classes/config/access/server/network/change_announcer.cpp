@@ -1,7 +1,4 @@
-#include "config/access/server/network/network_multicast.h"
-
-#include <arpa/inet.h>
-#include <sys/socket.h>
+#include "config/access/server/network/change_announcer.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -12,8 +9,6 @@
 namespace vexa::corvalis::config::access {
 
 namespace {
-
-constexpr int kSendBufferBytes = 786'432;
 
 /// The change that this thread is making for a UDP client.
 thread_local ChangeAnnouncer::OwnChange* t_ownChange = nullptr;
@@ -29,49 +24,6 @@ XCONFIGMGR_RESPONSE_T EventRecord(eMessageType_t type, Config& config, eParam_t 
 }
 
 }  // namespace
-
-// --- sender ---
-
-MulticastSender::MulticastSender() : m_socket(AF_INET, SOCK_DGRAM)
-{
-    SemaphoreHelper::Init(lock);
-    m_group.sin_family = AF_INET;
-    m_group.sin_port = htons(kMulticastPort);
-    m_group.sin_addr.s_addr = inet_addr(kMulticastGroup);
-    if (!m_socket.create()) {
-        fputs("NetworkUDPConnection - failed to create multicast Socket\n", stderr);
-        return;
-    }
-    // The address also chooses the interface.
-    if (!m_socket.bind(kMulticastInterface, 0)) {
-        perror("SocketConnect multicast");
-        fputs("NetworkUDPConnection - failed to bind multicast Socket\n", stderr);
-        return;
-    }
-    m_socket.set_buffer_size(SO_SNDBUF, kSendBufferBytes);
-    m_socket.set_non_blocking(false);  // non-blocking: whoever changes a store does not wait for the network
-}
-
-MulticastSender::~MulticastSender()
-{
-    SemaphoreHelper::Destroy(lock);
-}
-
-void MulticastSender::Send(Event event)
-{
-    const bool isData = event.record.msgtype == XCFG_PARAM_DATA_CHANGED_EVENT;
-    if (event.payload.size() > kMaxDatagramPayload) {
-        fprintf(stderr, "NetworkUDPConnection::%s - the value is too large for an event (ParamID:0x%0x)\n",
-                isData ? "DataChanged" : "ParamChanged", event.record.paramID);
-        return;
-    }
-    if (event.record.msgtype == XCFG_PARAM_CHANGED_EVENT) event.record.requestID = m_sequence++;
-    event.record.streamLength = static_cast<uint32_t>(event.payload.size());
-    event.record.streamFormat = kStreamFormat;
-    const std::string datagram = MessageBytes(event.record, event.payload);
-    if (m_socket.sendto(datagram.data(), static_cast<unsigned int>(datagram.size()), m_group)) return;
-    perror(isData ? "NetworkUDPConnection::DataChanged" : "NetworkUDPConnection::ParamChanged");
-}
 
 // --- events ---
 
