@@ -214,8 +214,9 @@ void CompareClients(const Service& service, const char* name, std::initializer_l
 void CompareListeners(const Service& service, Config& store, size_t listeners)
 {
     const OneProcessor one;
-    auto [bare, far] = BareConnections(listeners);
-    Drain bareDrain(std::move(far));
+    auto connections = BareConnections(listeners);
+    const auto& bare = connections.first;
+    Drain bareDrain(std::move(connections.second));
     Drain drain(Open(listeners, [&] { return service.Listen(); }));
     const int changes = std::max(20, 2000 / static_cast<int>(listeners));
     const auto bytesOf = [&](int count) {
