@@ -1,4 +1,4 @@
-// The catalogue in other languages, from translations and locales in a folder of the test's own.
+// The catalogue in other languages, from the translations of the build and locales in a folder of the test's own.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include "support/in_child.h"
 #include "support/program.h"
 
-/// In front of the C library's: translations come from where the test installed them, if it asks.
+/// In front of the C library's: translations come from the build, if the test asks.
 extern "C" char* bindtextdomain(const char* domain, const char* folder) noexcept
 {
     using Function = char* (*)(const char*, const char*);
@@ -44,11 +44,8 @@ void MakeLocales(const std::filesystem::path& folder)
             RunProgram({"/usr/bin/localedef", "--no-archive", "-i", name, "-f", "UTF-8", locale});
         ASSERT_TRUE(std::filesystem::exists(locale)) << made.err;
     }
-    const ProgramResult installed = RunProgram(
-        {CMAKE_PROGRAM, "--install", VEXA_BUILD_DIR, "--prefix", folder, "--component", "translations"});
-    ASSERT_EQ(installed.status, 0) << installed.err;
     setenv("LOCPATH", folder.c_str(), 1);
-    setenv("VEXA_TEST_TRANSLATIONS", (folder / "share/locale").c_str(), 1);
+    setenv("VEXA_TEST_TRANSLATIONS", VEXA_TRANSLATIONS, 1);
     setenv("PRODUCT_ID", "OAK", 1);
     unsetenv("LANGUAGE");
 }
