@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What the scripts share. Sourced, never run.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
