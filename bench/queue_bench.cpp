@@ -118,7 +118,7 @@ struct Session {
     }
     ~Session() { factory.Disconnect(client); }
 
-    QueueService service;
+    vexa::config::access::QueueService service;
     const bool isServing = service.Start();
     mq::PosixMQFactory factory;  // which ends a process that finds no daemon
     mq::PosixMQClient* const client = isServing ? factory.Connect("") : nullptr;

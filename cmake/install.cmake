@@ -11,10 +11,6 @@ endforeach()
 
 install(TARGETS vexaconfig EXPORT VexaConfigTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
-install(DIRECTORY classes/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vexaconfig COMPONENT development
-        FILES_MATCHING PATTERN "*.h" PATTERN "*.inc" PATTERN "*.proto")
-install(FILES ${VEXA_GENERATED}/messages/alarm.pb.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vexaconfig/messages
-        COMPONENT development)
 install(EXPORT VexaConfigTargets NAMESPACE vexa:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VexaConfig
         COMPONENT development)
 

@@ -2,6 +2,7 @@
 #include <memory>
 #include <thread>
 
+#include "config/access/client/queues/exchange_lock.h"
 #include "config/access/client/queues/posix_mq_client.h"
 #include "config/access/client/queues/posix_mq_factory.h"
 #include "fuzz/listener.h"

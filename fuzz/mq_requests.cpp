@@ -44,7 +44,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     static Config& store = OpenStore();
     const mqd_t answers = MakeClientQueue();
     {
-        QueueService service;
+        vexa::config::access::QueueService service;
         Require(service.Start(), "the queue can be served");
         const mqd_t daemon = mq_open(mq::kRequestQueue, O_WRONLY | O_CLOEXEC);
         Pieces pieces(data, size);

@@ -13,7 +13,6 @@
 #include "config/access/server/network/network_server.h"
 #include "config/access/server/peer_stores.h"
 #include "config/access/server/queues/queue_service.h"
-#include "config/base/report.h"
 #include "config/descriptors/registry/registry.h"
 
 namespace net = vexa::corvalis::config::access;
@@ -41,7 +40,8 @@ bool IsFree(int socketType, int port)
 bool CheckPort(int socketType, int port, const char* name)
 {
     if (IsFree(socketType, port)) return true;
-    return vexa::Report("mainstay: cannot serve %s port %d: %s\n", name, port, strerror(errno));
+    fprintf(stderr, "mainstay: cannot serve %s port %d: %s\n", name, port, strerror(errno));
+    return false;
 }
 
 }  // namespace
@@ -64,7 +64,10 @@ bool Daemon::Start(const Options& options)
     CreateDescriptors();
     // As a peer's, so that peers who open other stores cannot keep everybody from this one.
     m_store = net::OpenPeerStore(0);
-    if (!m_store) return vexa::Report("mainstay: cannot open the store\n");
+    if (!m_store) {
+        fputs("mainstay: cannot open the store\n", stderr);
+        return false;
+    }
     // The queues first: they tell a second daemon before anything else has started.
     return (options.noQueues || StartQueues()) &&
            (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, options.payloadOrder, "TCP")) &&
@@ -85,7 +88,7 @@ bool Daemon::StartServer(int socketType, int port, std::endian payloadOrder, con
 
 bool Daemon::StartQueues()
 {
-    m_queues = std::make_unique<QueueService>();
+    m_queues = std::make_unique<vexa::config::access::QueueService>();
     AddEndpoint(std::string("queue ") + vexa::config::access::kRequestQueue);
     return m_queues->Start();
 }

@@ -10,7 +10,9 @@ namespace vexa::corvalis::config::access {
 class NetworkServer;
 }
 class Config;
+namespace vexa::config::access {
 class QueueService;
+}
 
 struct Options {
     int tcpPort = 0, udpPort = 0;                    ///< 0: a free one
@@ -38,7 +40,7 @@ class Daemon {
     void AddEndpoint(const std::string& endpoint);
 
     Config* m_store = nullptr;
-    std::unique_ptr<QueueService> m_queues;
+    std::unique_ptr<vexa::config::access::QueueService> m_queues;
     std::vector<Server*> m_servers;  // each is freed by its own thread after Stop
     std::string m_endpoints;
 };

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "config/base/export.h"
 #include "config/config_event.h"
 #include "config/config_event_listener.h"
 #include "config/param_ids.h"
@@ -27,7 +28,7 @@ class UpdatePrecondition;
 /// Nothing throws.
 /// Thread: as the implementation says; those of this library allow any thread.
 /// The order of the virtual operations is part of the contract: append only.
-class Config {
+class VEXA_EXPORT Config {
   public:
     /// What Lock asks for. No implementation gives it a meaning.
     enum eParamLock_t : uint32_t { eParamLock_Shared, eParamLock_Exclusive };
@@ -96,7 +97,7 @@ class Config {
 };
 
 /// The interface before Config, kept for its place in old code; nothing implements it.
-class ConfigLegacy {
+class VEXA_EXPORT ConfigLegacy {
   public:
     virtual ~ConfigLegacy() = default;
     virtual bool Load() = 0;

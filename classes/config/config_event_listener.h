@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "config/base/export.h"
 #include "config/config_event.h"
 
 /// Callbacks run on the thread that made the change and should be quick. The results are ignored. A callback
@@ -12,7 +13,7 @@
 /// reached everyone. Callbacks that write to each other's configuration, from two threads, wait for ever.
 /// One that writes at every change, its own included, keeps its writer busy for ever.
 /// The order of the virtual operations is part of the contract: append only.
-class ConfigEventListener {
+class VEXA_EXPORT ConfigEventListener {
   public:
     virtual ~ConfigEventListener() = default;
     virtual bool ParamChanged(eParam_t id, unsigned int value, timeval time) = 0;

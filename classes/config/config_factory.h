@@ -3,16 +3,18 @@
 
 #include <string>
 
+#include "config/base/export.h"
+
 class Config;
 
-class Runnable {
+class VEXA_EXPORT Runnable {
   public:
     virtual ~Runnable() = default;
     virtual void Run() = 0;
 };
 
 /// Thread: any. The order of the virtual operations is part of the contract: append only.
-class ConfigFactory : public Runnable {
+class VEXA_EXPORT ConfigFactory : public Runnable {
   public:
     /// @return null on failure. Not the caller's to delete: give it back with Disconnect.
     virtual Config* Connect(std::string uri) = 0;

@@ -3,10 +3,11 @@
 
 #include <semaphore.h>
 
+#include "config/base/export.h"
 #include "config/base/thread_annotations.h"
 
 /// A `sem_t` used as a lock, in a form that the thread-safety analysis knows. Same size as the bare `sem_t`.
-struct VEXA_CAPABILITY("semaphore") LockSemaphore {
+struct VEXA_CAPABILITY("semaphore") VEXA_EXPORT LockSemaphore {
     sem_t raw;
 };
 
@@ -15,7 +16,7 @@ struct VEXA_CAPABILITY("semaphore") LockSemaphore {
 /// A real failure of `sem_wait` is reported and the guarded work goes on; the post at the end still happens.
 /// That choice favours progress over strict exclusion. An interrupted wait is no failure and is repeated.
 /// Thread: create and destroy on one thread. Not recursive.
-class VEXA_SCOPED_CAPABILITY SemaphoreHelper {
+class VEXA_SCOPED_CAPABILITY VEXA_EXPORT SemaphoreHelper {
   public:
     explicit SemaphoreHelper(LockSemaphore& lock) VEXA_ACQUIRE(lock) : SemaphoreHelper(&lock) {}
     /// @param lock  borrowed; null: nothing is waited for and nothing posted.
@@ -38,6 +39,6 @@ class VEXA_SCOPED_CAPABILITY SemaphoreHelper {
 
 /// A lock that is made with its object and never destroyed: for what threads may still use while the process, or
 /// its owner, ends. Otherwise a plain `LockSemaphore`.
-struct VEXA_CAPABILITY("semaphore") StaticLock : LockSemaphore {
+struct VEXA_CAPABILITY("semaphore") VEXA_EXPORT StaticLock : LockSemaphore {
     StaticLock() { SemaphoreHelper::Init(*this); }
 };

@@ -11,6 +11,7 @@
 #include <map>
 #include <string>
 
+#include "config/base/export.h"
 #include "config/descriptors/param_descriptor.h"
 
 /// Descriptors by identifier. The table owns them.
@@ -54,24 +55,24 @@ inline void DeleteAllIn(DescriptorTable& table)
 }
 
 /// The table itself, ascending by identifier, which is the order of every listing below.
-extern DescriptorTable& g_paramDescriptors;
+VEXA_EXPORT extern DescriptorTable& g_paramDescriptors;
 
 /// The descriptor of an identifier. Never null: an unknown identifier gets a bare placeholder named "1.2.3.4"
 /// after its four bytes. Each call makes a new one that is never freed, so this is not for identifiers from a
 /// peer.
-ParamDescriptor* GetDescriptor(eParam_t id);
+VEXA_EXPORT ParamDescriptor* GetDescriptor(eParam_t id);
 /// The first descriptor with this symbolic name, exactly; null when there is none.
-ParamDescriptor* GetDescriptor(std::string paramIDName);
+VEXA_EXPORT ParamDescriptor* GetDescriptor(std::string paramIDName);
 /// Refused: a literal 0 would otherwise be converted to a text.
-ParamDescriptor* GetDescriptor(std::nullptr_t) = delete;
+VEXA_EXPORT ParamDescriptor* GetDescriptor(std::nullptr_t) = delete;
 /// The descriptor of an identifier, or null when it is not registered. For identifiers from anywhere.
-ParamDescriptor* FindDescriptor(eParam_t id);
-bool IsValidParamID(eParam_t id);
+VEXA_EXPORT ParamDescriptor* FindDescriptor(eParam_t id);
+VEXA_EXPORT bool IsValidParamID(eParam_t id);
 /// The identifier with this symbolic name, 0 when there is none.
-eParam_t GetParamNameParamID(std::string paramIDName);
-std::list<std::string> GetParamIDNames();
-std::list<eParam_t> GetParamIDs();
+VEXA_EXPORT eParam_t GetParamNameParamID(std::string paramIDName);
+VEXA_EXPORT std::list<std::string> GetParamIDNames();
+VEXA_EXPORT std::list<eParam_t> GetParamIDs();
 
 /// Two-line value names for the front panel that has two lines; takes effect at the next build.
-void SetEncodeDescriptors(bool encode);
-bool GetEncodeDescriptors();
+VEXA_EXPORT void SetEncodeDescriptors(bool encode);
+VEXA_EXPORT bool GetEncodeDescriptors();

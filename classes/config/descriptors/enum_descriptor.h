@@ -1,12 +1,13 @@
 /// EnumDescriptor: a number with named values.
 #pragma once
 
+#include "config/base/export.h"
 #include "config/descriptors/enum_value_descriptor.h"
 #include "config/descriptors/integer_descriptor.h"
 
 /// The range and default of the base keep their meaning for the number. Ownership and threads as in
 /// ParamDescriptor.
-class EnumDescriptor : public IntegerDescriptor {
+class VEXA_EXPORT EnumDescriptor : public IntegerDescriptor {
   public:
     using EnumValueData = EnumValueDescriptor::EnumValueData;
 

@@ -5,8 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "config/base/export.h"
+
 /// A plain value. A default one marks a missing value: 99999, "Invalid".
-struct EnumValueDescriptor {
+struct VEXA_EXPORT EnumValueDescriptor {
     /// Attributes and class names of a single value, in the vocabulary of whole parameters.
     struct EnumValueData {
         std::map<std::string, unsigned int> numericAttributes;

@@ -1,10 +1,11 @@
 /// Descriptors of numbers.
 #pragma once
 
+#include "config/base/export.h"
 #include "config/descriptors/param_descriptor.h"
 
 /// A 32-bit unsigned number: range, default and how to show it. Ownership and threads as in ParamDescriptor.
-class IntegerDescriptor : public ParamDescriptor {
+class VEXA_EXPORT IntegerDescriptor : public ParamDescriptor {
   public:
     /// A minimum above the maximum is legal and admits min .. min + max.
     virtual unsigned int GetMinValue() { return m_minValue; }
@@ -36,7 +37,7 @@ class IntegerDescriptor : public ParamDescriptor {
 };
 
 /// An IntegerDescriptor with a precision of its own.
-class DecimalDescriptor : public IntegerDescriptor {
+class VEXA_EXPORT DecimalDescriptor : public IntegerDescriptor {
   public:
     virtual unsigned int GetPrecision() { return m_precision; }
     virtual void SetPrecision(unsigned int value) { m_precision = value; }

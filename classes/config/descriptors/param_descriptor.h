@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "config/base/export.h"
 #include "config/param_ids.h"
 #include "config/param_types.h"
 
@@ -18,7 +19,7 @@ class Config;
 /// getters return copies, setters store what they are given without a check (the store validates values).
 /// Thread: built and changed on one thread at start-up; read by any afterwards.
 /// The order of the virtual operations is part of the contract: append only.
-class ParamDescriptor {
+class VEXA_EXPORT ParamDescriptor {
   public:
     /// One condition: the named parameter holds the given value.
     struct Relation {

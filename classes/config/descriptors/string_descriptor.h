@@ -1,11 +1,12 @@
 /// Descriptors of texts, opaque data and alarms.
 #pragma once
 
+#include "config/base/export.h"
 #include "config/descriptors/param_descriptor.h"
 
 /// A text. The limits are for front ends; the store does not enforce them. Ownership and threads as in
 /// ParamDescriptor.
-class StringDescriptor : public ParamDescriptor {
+class VEXA_EXPORT StringDescriptor : public ParamDescriptor {
   public:
     /// Only eCParam_StringValue is accepted; anything else is a mistake in the catalogue and ends the process
     /// with exit status -1 after a message, so that it is seen at start-up.
@@ -30,10 +31,10 @@ class StringDescriptor : public ParamDescriptor {
 };
 
 /// Opaque bytes, held in a string.
-class DataDescriptor : public StringDescriptor {};
+class VEXA_EXPORT DataDescriptor : public StringDescriptor {};
 
 /// An alarm: its value is a serialized alarm message. Alarm components find it by the class name "alarm".
-class AlarmDescriptor : public StringDescriptor {
+class VEXA_EXPORT AlarmDescriptor : public StringDescriptor {
   public:
     AlarmDescriptor() { AddClassName("alarm"); }
 };

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <string>
 
+#include "config/base/export.h"
 #include "config/param_ids.h"
 #include "config/param_types.h"
 
@@ -18,11 +19,11 @@ class ParamDescriptor;
 /// Connects to this device's configuration over a transport ("udp", "tcp").
 /// @return null on failure. Give it back to the connector.
 /// Thread: any; blocks while the server is looked for, as long as the transport does.
-Config* GetMappingConfig(const std::string& transport);
+VEXA_EXPORT Config* GetMappingConfig(const std::string& transport);
 
 /// A plain value: an identifier and a type.
 /// The order of the virtual operations is part of the contract: append only.
-class CParam {
+class VEXA_EXPORT CParam {
   public:
     CParam(eParam_t id, eParamType_t type) : m_paramID(id), m_paramType(type) {}
     CParam(const CParam&) = default;
@@ -53,7 +54,7 @@ class CParam {
 
 /// Works through one connection that all objects of the process share.
 /// Thread: any, as far as the connection allows it.
-class CParam_ZK9 : public CParam {
+class VEXA_EXPORT CParam_ZK9 : public CParam {
   public:
     /// The first object connects over UDP, and waits for the server as long as that transport does. The
     /// connection is never released. Without one the process ends with exit status 1 after a message: these

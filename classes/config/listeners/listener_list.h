@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "config/base/export.h"
 #include "config/base/mutex.h"
 #include "config/config_event_listener.h"
 #include "config/listeners/listener_lock.h"
@@ -20,7 +21,7 @@ namespace vexa {
 /// The list has a lock of its own, which is never held during a callback: a callback may add and remove listeners.
 /// One that is removed is not called any more, not even for the event that is being delivered; one that is added
 /// hears the next event. Thread: any.
-class ListenerList {
+class VEXA_EXPORT ListenerList {
   public:
     /// @param reportException  prints one line about a listener that threw.
     explicit ListenerList(void (*reportException)() = &ReportException) : m_reportException(reportException)

@@ -5,17 +5,19 @@
 #include <memory>
 #include <string>
 
+#include "config/base/export.h"
+
 class Config;
 
 /// One clip on the media.
-struct Clip {
+struct VEXA_EXPORT Clip {
     std::string name;
     unsigned int take = 0;
 };
 
 /// Finds clips. It reads the clip-naming parameters through the Config it was made for and must not write to
 /// it: the store holds locks while it asks.
-class ClipFinder {
+class VEXA_EXPORT ClipFinder {
   public:
     virtual ~ClipFinder() = default;
     virtual std::list<Clip> findClips(bool, bool, bool) = 0;
@@ -27,13 +29,13 @@ class ClipFinder {
 };
 
 /// A shared cache of the media's content: open while the object lives.
-class MediaCache {
+class VEXA_EXPORT MediaCache {
   public:
     virtual ~MediaCache() = default;
 };
 
 /// Implemented by a product that has media. Thread: asked by any thread that writes clip-naming parameters.
-class MediaLibrary {
+class VEXA_EXPORT MediaLibrary {
   public:
     virtual ~MediaLibrary() = default;
     /// @param config  borrowed while the finder lives. @return never null.
@@ -44,5 +46,5 @@ class MediaLibrary {
 
 /// Plugs a product's library in; null brings back the default one, which reports no clips. Borrowed for the
 /// life of the process. Call it before the first Connect.
-void SetMediaLibrary(MediaLibrary* library);
-MediaLibrary& GetMediaLibrary();
+VEXA_EXPORT void SetMediaLibrary(MediaLibrary* library);
+VEXA_EXPORT MediaLibrary& GetMediaLibrary();

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "config/base/export.h"
 #include "config/param_ids.h"
 
 class Config;
@@ -22,7 +23,7 @@ using StringQueue = std::deque<std::pair<eParam_t, std::string>>;
 /// May veto a change (false), drop it from the queue, or correct it in place. For strings only the veto
 /// counts: the store keeps the string that it was given. Thread: the writer's. The order of the virtual
 /// operations is part of the contract: append only.
-class UpdatePrecondition {
+class VEXA_EXPORT UpdatePrecondition {
   public:
     virtual ~UpdatePrecondition() = default;
     /// @param config  the store itself, to read descriptors and other parameters.
@@ -34,7 +35,7 @@ class UpdatePrecondition {
 /// The rules of the descriptors, which every store has: an enumeration takes only its listed values, a number
 /// is corrected into its range, and "dependent_minimum" ties a number to another parameter. Strings pass
 /// unseen. No state; thread: any.
-class UpdatePreconditionValues : public UpdatePrecondition {
+class VEXA_EXPORT UpdatePreconditionValues : public UpdatePrecondition {
   public:
     bool IsUpdateValid(Config* config, IntegerQueue& queue) override;
     bool IsUpdateValid(Config*, StringQueue&) override { return true; }

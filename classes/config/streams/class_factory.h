@@ -1,13 +1,13 @@
 /// ClassFactory: makes serializable objects from their class identifier.
 #pragma once
 
-
+#include "config/base/export.h"
 #include "config/base/mutex.h"
 #include "config/streams/class_id.h"
 #include "config/streams/serializable.h"
 
 /// What precedes an object in a stream: its class identifier.
-struct ClassFactoryHeader {
+struct VEXA_EXPORT ClassFactoryHeader {
     eClassID_t classID{};
 };
 
@@ -18,7 +18,7 @@ struct ClassFactoryHeader {
 /// which stays its factory's and holds what the last reader read into it. Hold PrototypeMutex() from Create
 /// until the content is copied. Objects of other classes belong to the caller. Thread: the registry may be
 /// used from any thread.
-class ClassFactory {
+class VEXA_EXPORT ClassFactory {
   public:
     explicit ClassFactory(eClassID_t id) : m_classID(id) {}
     virtual ~ClassFactory() = default;

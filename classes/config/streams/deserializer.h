@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "config/base/export.h"
 #include "config/streams/serializer.h"
 
 /// Reads the fields that a Serializer wrote, in the same order. The names are for the reader of the code.
@@ -10,7 +11,7 @@
 /// A read beyond the end fails: the result is false, the out-value neutral (0, "", false, null, length 0),
 /// and every later read fails as well. Thread: one at a time. The order of the virtual operations is part of
 /// the contract: append only.
-class DeSerializer {
+class VEXA_EXPORT DeSerializer {
   public:
     explicit DeSerializer(eSerializationFormat format) : m_format(format) {}
     virtual ~DeSerializer() = default;

@@ -3,11 +3,12 @@
 
 #include <cstddef>
 
+#include "config/base/export.h"
 #include "config/streams/deserializer.h"
 
 /// Reads from a caller's byte range (the sector), which is never freed here. Byte layout: MemorySerializer.
 /// A failed read leaves the position at the sector end.
-class MemoryDeSerializer : public DeSerializer {
+class VEXA_EXPORT MemoryDeSerializer : public DeSerializer {
   public:
     /// @param start, end  the sector, end one past its last byte; borrowed. The flag is kept and has no
     /// effect.

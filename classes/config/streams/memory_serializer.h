@@ -3,6 +3,7 @@
 
 #include <cstddef>
 
+#include "config/base/export.h"
 #include "config/streams/serializer.h"
 
 /// Writes into a caller's byte range, in the host's byte order, at any alignment. The range is never freed
@@ -16,7 +17,7 @@
 ///     object          4 bytes of class identifier, then its fields
 ///
 /// A write that does not fit writes nothing and fails. Measure with MemorySerializerSizer first.
-class MemorySerializer : public Serializer {
+class VEXA_EXPORT MemorySerializer : public Serializer {
   public:
     /// @param start, end  the range, end one past its last byte; borrowed. The flag is kept and has no
     /// effect.
@@ -56,7 +57,7 @@ class MemorySerializer : public Serializer {
 };
 
 /// Writes nothing and counts what a MemorySerializer would write.
-class MemorySerializerSizer : public Serializer {
+class VEXA_EXPORT MemorySerializerSizer : public Serializer {
   public:
     explicit MemorySerializerSizer(eSerializationFormat format) : Serializer(format) {}
 

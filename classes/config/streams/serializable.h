@@ -3,6 +3,7 @@
 
 #include <atomic>
 
+#include "config/base/export.h"
 #include "config/streams/class_id.h"
 
 class Serializer;
@@ -10,7 +11,7 @@ class DeSerializer;
 
 /// Thread: the dirty flag may be read and set from any thread; subclasses say more.
 /// The order of the virtual operations is part of the contract: append only.
-class Serializable {
+class VEXA_EXPORT Serializable {
   public:
     virtual ~Serializable() = default;
     virtual eClassID_t GetClassID() { return m_classID; }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "config/base/export.h"
 #include "config/streams/class_factory.h"
 
 /// Kept by every serializer; only the binary memory format exists.
@@ -17,7 +18,7 @@ inline constexpr unsigned int kMaxObjectNesting = 16;
 /// code.
 ///
 /// Thread: one at a time. The order of the virtual operations is part of the contract: append only.
-class Serializer {
+class VEXA_EXPORT Serializer {
   public:
     explicit Serializer(eSerializationFormat format) : m_format(format) {}
     virtual ~Serializer() = default;

@@ -1,11 +1,12 @@
 /// Checkpoint: marks a position for one configuration instance.
 #pragma once
 
+#include "config/base/export.h"
 #include "config/param_ids.h"
 #include "config/streams/serializable.h"
 
 /// Thread: one at a time.
-class Checkpoint : public Serializable {
+class VEXA_EXPORT Checkpoint : public Serializable {
   public:
     /// No configuration: -1.
     Checkpoint() : Checkpoint(-1) {}

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <string>
 
+#include "config/base/export.h"
 #include "config/base/semaphore_helper.h"
 #include "config/param_ids.h"
 #include "config/param_types.h"
@@ -13,7 +14,7 @@
 ///
 /// Thread: the identity is set before the object is shared; the values of the subclasses have a lock of
 /// their own. The order of the virtual operations is part of the contract: append only.
-class ConfigValue : public Serializable {
+class VEXA_EXPORT ConfigValue : public Serializable {
   public:
     /// Same class, identity, dirty flag and value. The dirty flag takes part deliberately: a value that still
     /// has to be saved differs from one that was.
@@ -57,7 +58,7 @@ class ConfigValue : public Serializable {
 /// What the two kinds of values share: one T behind a lock.
 /// Thread: Get, Set, comparing, copying and streaming may run on several threads at once.
 template <class T>
-class TypedValue : public ConfigValue {
+class VEXA_EXPORT TypedValue : public ConfigValue {
   public:
     ~TypedValue() override;
 
@@ -84,7 +85,7 @@ class TypedValue : public ConfigValue {
 };
 
 /// A 32-bit unsigned value.
-class IntegerValue : public TypedValue<unsigned int> {
+class VEXA_EXPORT IntegerValue : public TypedValue<unsigned int> {
   public:
     /// For the class factory; filled by Deserialize.
     IntegerValue();
@@ -101,7 +102,7 @@ class IntegerValue : public TypedValue<unsigned int> {
 
 /// A text, or any bytes: data and alarm parameters use it too. A stream ends texts with a NUL, so the reader
 /// of a value with an embedded NUL gets what stands before it.
-class StringValue : public TypedValue<std::string> {
+class VEXA_EXPORT StringValue : public TypedValue<std::string> {
   public:
     /// For the class factory; filled by Deserialize.
     StringValue();

@@ -4,12 +4,13 @@
 #include <chrono>
 #include <cstdint>
 
+#include "config/base/export.h"
 #include "config/streams/memory_deserializer.h"
 #include "config/streams/memory_serializer.h"
 
 /// The header message: seven 32-bit words. The first is the message type that the queue selects on; the data
 /// message has this type plus 1. Types below 1, or without a successor, cannot be sent.
-struct CONFIGMGR_STREAM_HEADER_T {
+struct VEXA_EXPORT CONFIGMGR_STREAM_HEADER_T {
     int32_t type = 0;
     uint32_t id = 0;             ///< the sender's request or connection; copied into the data message
     uint32_t userWord = 0;       ///< the caller's
@@ -20,7 +21,7 @@ struct CONFIGMGR_STREAM_HEADER_T {
 static_assert(sizeof(CONFIGMGR_STREAM_HEADER_T) == 28);
 
 /// Sends objects. The buffer exists only during Write.
-class IPCSerializer : public MemorySerializer {
+class VEXA_EXPORT IPCSerializer : public MemorySerializer {
   public:
     /// @param queue  identifier of the System V queue; borrowed.
     IPCSerializer(eSerializationFormat format, int queue);
@@ -37,7 +38,7 @@ class IPCSerializer : public MemorySerializer {
 };
 
 /// Receives objects.
-class IPCDeSerializer : public MemoryDeSerializer {
+class VEXA_EXPORT IPCDeSerializer : public MemoryDeSerializer {
   public:
     /// @param limit  how long to wait for the header, and again for the data.
     IPCDeSerializer(eSerializationFormat format, int queue,

@@ -3,10 +3,11 @@
 
 #include <string>
 
+#include "config/base/export.h"
 #include "config/streams/serializable.h"
 
 /// Plain fields. Thread: one at a time.
-class PackageHeader : public Serializable {
+class VEXA_EXPORT PackageHeader : public Serializable {
   public:
     PackageHeader() : Serializable(eClassID_PackageHeader) {}
 

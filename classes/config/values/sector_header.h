@@ -1,10 +1,11 @@
 /// SectorHeader: heads a sector of saved configuration.
 #pragma once
 
+#include "config/base/export.h"
 #include "config/streams/serializable.h"
 
 /// Plain fields; the setters leave the dirty flag alone. Thread: one at a time.
-class SectorHeader : public Serializable {
+class VEXA_EXPORT SectorHeader : public Serializable {
   public:
     /// For the class factory, which labels it.
     SectorHeader() = default;

@@ -5,13 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "config/base/export.h"
 #include "config/streams/serializable.h"
 
 namespace vexa::config::values {
 
 /// A list of owned objects: in a stream a 32-bit count, then each element as an object. Thread: one at a
 /// time.
-class Vector : public Serializable {
+class VEXA_EXPORT Vector : public Serializable {
   public:
     Vector() : Serializable(eClassID_Vector) {}
 
@@ -35,7 +36,7 @@ class Vector : public Serializable {
 };
 
 /// The parameters of a preset, with the content of its file.
-class PresetsParamVector : public Vector {
+class VEXA_EXPORT PresetsParamVector : public Vector {
   public:
     PresetsParamVector() : Vector(eClassID_PresetsParamVector) {}
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "config/base/export.h"
 #include "config/base/semaphore_helper.h"
 #include "config/param_ids.h"
 #include "messages/alarm.pb.h"
@@ -19,7 +20,7 @@ class Config;
 ///
 /// A change never waits for the display: one that comes while it has the lock is kept and shown next.
 /// Thread: AlarmChanged on any; the getters between LockIfChanged (or Lock) and Unlock.
-class AlarmConsumer {
+class VEXA_EXPORT AlarmConsumer {
   public:
     /// @param config  borrowed.
     explicit AlarmConsumer(Config* config);

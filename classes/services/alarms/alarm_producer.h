@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "config/base/export.h"
 #include "config/param_ids.h"
 #include "messages/alarm.pb.h"
 
@@ -12,7 +13,7 @@ class ParamDescriptor;
 /// For the component that owns a condition. Its alarm keeps what was added to it until ClearErrors, and is published
 /// only when its state or severity changes.
 /// Thread: one object belongs to one thread. The order of the virtual operations is part of the contract.
-class AlarmProducer {
+class VEXA_EXPORT AlarmProducer {
   public:
     /// @param config  borrowed; must carry data values (a local store or UDP, not TCP: see Config::SetData).
     AlarmProducer(Config* config, eParam_t id);

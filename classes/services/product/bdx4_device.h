@@ -3,8 +3,10 @@
 
 #include <cstdint>
 
+#include "config/base/export.h"
+
 /// Implemented by the product over its driver; this library borrows it for the length of a call.
-class BDX4Device {
+class VEXA_EXPORT BDX4Device {
   public:
     virtual ~BDX4Device() = default;
     virtual uint32_t GetBoardID() = 0;

@@ -3,5 +3,7 @@
 
 #include <string>
 
+#include "config/base/export.h"
+
 /// The file's content; "" without a message when it does not exist.
-std::string GetFlashInfo();
+VEXA_EXPORT std::string GetFlashInfo();

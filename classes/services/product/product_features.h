@@ -4,7 +4,9 @@
 
 #include <string>
 
-class CProductFeatures {
+#include "config/base/export.h"
+
+class VEXA_EXPORT CProductFeatures {
   public:
     /// Translated texts, and the locales that have them ("ja_JP.utf8").
     static bool canDoi18n();

@@ -3,9 +3,11 @@
 
 #include <string>
 
+#include "config/base/export.h"
+
 /// The model's name and one predicate per model. The answers are determined on the first call and cached for
 /// the process. Thread: any.
-class CProductID {
+class VEXA_EXPORT CProductID {
   public:
     /// The environment variable PRODUCT_ID or, when it is not set, the content of /etc/product_id without
     /// trailing blanks and line ends. A file that cannot be read prints one line and gives "".

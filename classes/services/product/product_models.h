@@ -5,8 +5,10 @@
 #include <span>
 #include <string_view>
 
+#include "config/base/export.h"
+
 /// Derivation of a model's serial number from the last four bytes of its Ethernet address.
-struct SerialRow {
+struct VEXA_EXPORT SerialRow {
     const char* prefix = "XX";         ///< two or three letters before the digits
     uint32_t offset = 0;               ///< added to the serial before it is printed
     uint32_t low = 0, high = 0;        ///< production range of addresses, both ends excluded
@@ -14,7 +16,7 @@ struct SerialRow {
 };
 
 /// One model. The default row, without features, stands for unknown models.
-struct ProductModel {
+struct VEXA_EXPORT ProductModel {
     std::string_view name;
     SerialRow serial;
     int ethernetPorts = 1;
@@ -32,10 +34,10 @@ struct ProductModel {
 };
 
 /// All models, in the order of the table.
-std::span<const ProductModel> ProductModels();
+VEXA_EXPORT std::span<const ProductModel> ProductModels();
 
 /// The row of a model, compared exactly; null when there is none.
-const ProductModel* FindProductModel(std::string_view name);
+VEXA_EXPORT const ProductModel* FindProductModel(std::string_view name);
 
 /// The row of the device that this process runs on; the default row for an unknown model. Thread: any.
-const ProductModel& CurrentProductModel();
+VEXA_EXPORT const ProductModel& CurrentProductModel();

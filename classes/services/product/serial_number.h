@@ -4,9 +4,11 @@
 #include <cstdint>
 #include <string>
 
+#include "config/base/export.h"
+
 class BDX4Device;
 
-class SerialNumber {
+class VEXA_EXPORT SerialNumber {
   public:
     /// The hardware address of interface "eth0".
     /// @param mac  receives six bytes; all zero on failure.

@@ -10,6 +10,7 @@
 
 #include <memory>
 
+#include "config/base/export.h"
 #include "config/config_factory.h"
 
 namespace vexa::config::access {
@@ -19,7 +20,7 @@ namespace vexa::corvalis::config::access {
 class NetworkFactory;
 }
 
-class ConfigFactoryImpl : public ConfigFactory {
+class VEXA_EXPORT ConfigFactoryImpl : public ConfigFactory {
   public:
     /// The one connector, made on the first call. Thread: any.
     static ConfigFactory* GetInstance();

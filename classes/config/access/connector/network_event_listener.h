@@ -7,6 +7,7 @@
 #include <deque>
 #include <string>
 
+#include "config/base/export.h"
 #include "config/base/mutex.h"
 #include "config/config_event_listener.h"
 
@@ -16,7 +17,7 @@ namespace vexa::corvalis::config::access {
 
 /// Thread: any, but Open, Close and the destructor belong to one thread and not into a callback of the
 /// configuration.
-class NetworkEventListener : public ConfigEventListener {
+class VEXA_EXPORT NetworkEventListener : public ConfigEventListener {
   public:
     static constexpr unsigned int kNoTimeout = 0xFFFFFFFF;
 

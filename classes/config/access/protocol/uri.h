@@ -5,15 +5,16 @@
 #include <string>
 #include <string_view>
 
+#include "config/base/export.h"
 #include "config/param_ids.h"
 
 /// Where a transport ("socket", "udp", "tcp"; exactly so) serves the configuration of this device, and its
 /// events: "tcp://127.0.0.1:43110". "INVALID_URI" for any other transport.
-std::string GetConfigURI(const std::string& transport);
-std::string GetEventsURI(const std::string& transport);
+VEXA_EXPORT std::string GetConfigURI(const std::string& transport);
+VEXA_EXPORT std::string GetEventsURI(const std::string& transport);
 
 /// A network address in its parts: "tcp://127.0.0.1:43110" is "tcp", "127.0.0.1" and "43110".
-struct url {
+struct VEXA_EXPORT url {
     std::string scheme, address, port;
 
     /// Splits at ':' and '/'; what follows the port is ignored. Texts of 1,024 characters and more, and parts
@@ -28,10 +29,10 @@ struct url {
 namespace vexa::uri {
 
 /// Whether the URI holds the word: "tcp:", "caching=true".
-bool Contains(const std::string& uri, std::string_view word);
+VEXA_EXPORT bool Contains(const std::string& uri, std::string_view word);
 /// What follows "NAME=", to the end of the URI; nothing when the URI has no such option.
-std::optional<std::string> Option(const std::string& uri, std::string_view name);
+VEXA_EXPORT std::optional<std::string> Option(const std::string& uri, std::string_view name);
 /// The number that a text begins with, limited to what a configuration ID holds; nothing when it begins with none.
-std::optional<eConfigID_t> ParseConfigID(const std::string& text);
+VEXA_EXPORT std::optional<eConfigID_t> ParseConfigID(const std::string& text);
 
 }  // namespace vexa::uri

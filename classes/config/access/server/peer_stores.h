@@ -3,6 +3,7 @@
 
 #include <cstddef>
 
+#include "config/base/export.h"
 #include "config/param_ids.h"
 
 class Config;
@@ -15,8 +16,8 @@ inline constexpr size_t kMaxPeerStores = 64;
 
 /// The store of a configuration. Close each one that was opened. Thread: any; hold no lock.
 /// @return null when too many others are open or the connector has none.
-Config* OpenPeerStore(eConfigID_t configID);
+VEXA_EXPORT Config* OpenPeerStore(eConfigID_t configID);
 /// The store must not be used any more. Null is left alone.
-void ClosePeerStore(Config* config);
+VEXA_EXPORT void ClosePeerStore(Config* config);
 
 }  // namespace vexa::corvalis::config::access

@@ -6,20 +6,21 @@
 #include <list>
 #include <string>
 
+#include "config/base/export.h"
 #include "config/descriptors/descriptor_table.h"
 
 namespace vexa::config::generic {
 
-extern DescriptorTable& g_paramDescriptors;
+VEXA_EXPORT extern DescriptorTable& g_paramDescriptors;
 
-void CreateGroup_0();
-void CreateGroup_1();
-void CreateDescriptors();
-void DestroyDescriptors();
-ParamDescriptor* GetDescriptor(eParam_t id);
-ParamDescriptor* GetDescriptor(std::string paramIDName);
-std::list<std::string> GetParamIDNames();
-std::list<eParam_t> GetParamIDs();
-bool IsValidParamID(eParam_t id);
+VEXA_EXPORT void CreateGroup_0();
+VEXA_EXPORT void CreateGroup_1();
+VEXA_EXPORT void CreateDescriptors();
+VEXA_EXPORT void DestroyDescriptors();
+VEXA_EXPORT ParamDescriptor* GetDescriptor(eParam_t id);
+VEXA_EXPORT ParamDescriptor* GetDescriptor(std::string paramIDName);
+VEXA_EXPORT std::list<std::string> GetParamIDNames();
+VEXA_EXPORT std::list<eParam_t> GetParamIDs();
+VEXA_EXPORT bool IsValidParamID(eParam_t id);
 
 }  // namespace vexa::config::generic

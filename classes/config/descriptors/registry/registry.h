@@ -4,26 +4,27 @@
 /// Thread: build, destroy and switch the locale on one thread, before the first Config is connected.
 #pragma once
 
+#include "config/base/export.h"
 #include "config/descriptors/descriptor_table.h"
 
 class BDX4Device;
 
 /// Builds the catalogue for the current model; does nothing when it is built.
-void CreateDescriptors();
+VEXA_EXPORT void CreateDescriptors();
 /// The same on behalf of a device driver.
-void CreateDescriptors(BDX4Device* device);
+VEXA_EXPORT void CreateDescriptors(BDX4Device* device);
 /// Deletes all descriptors, the generic ones too. Pointers handed out earlier dangle.
-void DestroyDescriptors();
+VEXA_EXPORT void DestroyDescriptors();
 
 /// The derivation passes of the build: give "menu_number" ("125.2") and "ParamGroup" to descriptors without
 /// one.
-void AddMenuNumberAttribute();
-void AddParamGroupAttribute();
+VEXA_EXPORT void AddMenuNumberAttribute();
+VEXA_EXPORT void AddParamGroupAttribute();
 
 /// Forwards to the generic catalogue, which stays a registry of its own: no descriptor is ever in both.
-void ImportGenericDescriptors();
+VEXA_EXPORT void ImportGenericDescriptors();
 
 /// Rebuilds the catalogue in the language of one value of eParamID_Locale. Call it before the first Connect:
 /// all descriptors are replaced. A locale that the machine lacks leaves the texts untranslated.
 /// @return false, with the registry as it was, when the model has no translations or no such parameter.
-bool SetLocaleDescriptors(unsigned int locale);
+VEXA_EXPORT bool SetLocaleDescriptors(unsigned int locale);

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "config/base/export.h"
 #include "config/base/semaphore_helper.h"
 #include "config/config.h"
 #include "config/listeners/listener_list.h"
@@ -19,7 +20,7 @@
 /// The last known values of one kind. Never evicted. Thread: any; every operation takes the owner's lock for
 /// one look-up, and nothing is asked while it is held.
 template <class Value>
-class CachedValues {
+class VEXA_EXPORT CachedValues {
   public:
     /// @param lock  borrowed; several kinds share it.
     explicit CachedValues(LockSemaphore& lock) : m_lock(lock) {}
@@ -96,7 +97,7 @@ class CachedValues {
 ///
 /// Thread: any. No lock is held while the wrapped configuration is called, so its events may arrive at any
 /// time; two first reads at once may fetch twice.
-class ConfigCache : public Config, public ConfigEventListener {
+class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener {
   public:
     /// @param config  borrowed; it has to outlive the cache.
     explicit ConfigCache(Config* config);

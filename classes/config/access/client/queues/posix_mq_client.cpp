@@ -1,37 +1,38 @@
 #include "config/access/client/queues/posix_mq_client.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
 
-#include "config/access/io/connection_utilities.h"
+#include "config/access/client/queues/live_clients.h"
+#include "config/access/client/queues/mq_events.h"
+#include "config/access/client/queues/mq_values.h"
 #include "config/base/no_signals.h"
-#include "config/base/report.h"
-#include "config/descriptors/registry/registry.h"
-#include "config/streams/memory_serializer.h"
-#include "config/values/config_value.h"
 
 namespace vexa::config::access {
 
-namespace {
+struct PosixMQClient::Parts {
+    MQConnection connection;
+    MQEvents events;
+    MQValues values;
+    const eConfigID_t configID;
 
-/// With errno's meaning, and without.
-void PrintTwice(const char* text)
-{
-    perror(text);
-    fprintf(stderr, "%s\n", text);
-}
-
-}  // namespace
+    Parts(PosixMQClient* client, unsigned int connectionID, unsigned int priority, mqd_t requestQueue,
+          mqd_t responseQueue, std::shared_ptr<SharedExchanges> shared, eConfigID_t configID_)
+        : connection(connectionID, priority, requestQueue, responseQueue, std::move(shared),
+                     [client] { client->StartDelivery(); }),
+          events(connection, MQNotifyHandler, client),
+          values(connection, configID_),
+          configID(configID_)
+    {
+    }
+};
 
 PosixMQClient::PosixMQClient(unsigned int connectionID, unsigned int priority, mqd_t requestQueue,
                              mqd_t responseQueue, std::shared_ptr<SharedExchanges> shared,
                              eConfigID_t configID)
-    : m_configID(configID),
-      m_connection(connectionID, priority, requestQueue, responseQueue, std::move(shared),
-                   [this] { StartDelivery(); }),
-      m_events(m_connection, MQNotifyHandler, this)
+    : m_parts(std::make_unique<Parts>(this, connectionID, priority, requestQueue, responseQueue,
+                                      std::move(shared), configID))
 {
     LiveClients::Add(this);
 }
@@ -44,8 +45,8 @@ PosixMQClient::~PosixMQClient()
 
 void PosixMQClient::Stop()
 {
-    m_connection.Stop();
-    m_events.Stop();
+    m_parts->connection.Stop();
+    m_parts->events.Stop();
 }
 
 /// What every operation does around its work: the client stays, and nothing is thrown at the caller.
@@ -58,65 +59,51 @@ auto PosixMQClient::Do(const char* operation, const Work& work)
         return work();
     } catch (...) {
         fprintf(stderr, "PosixMQClient::%s - ended by an exception\n", operation);
-        m_connection.SetUnreachable();
+        m_parts->connection.SetUnreachable();
         return decltype(work()){};
     }
 }
 
-XCONFIGMGR_REQUEST_T PosixMQClient::Request(eMessageType_t type, eParam_t id, eConfigID_t configID) const
+bool PosixMQClient::IsReachable() const
 {
-    XCONFIGMGR_REQUEST_T request;
-    request.msgtype = type;
-    request.info = m_connection.Info(configID);
-    request.paramID = id;
-    return request;
+    return m_parts->connection.IsReachable();
 }
 
-void PosixMQClient::StoreLastUpdate(const MQMessage& answer)
+void PosixMQClient::SetReplyTimeout(unsigned int timeout)
 {
-    const MutexLock hold(m_timeLock);
-    m_lastUpdate = TimeOf(answer);
+    m_parts->connection.SetReplyTimeout(timeout);
+}
+
+bool PosixMQClient::IsInCallback() const
+{
+    return m_parts->events.IsInCallback();
+}
+
+const MQConnection& PosixMQClient::Connection() const
+{
+    return m_parts->connection;
+}
+
+unsigned int PosixMQClient::ConnectionID() const
+{
+    return m_parts->connection.connectionID;
+}
+
+eConfigID_t PosixMQClient::GetConfigID()
+{
+    return m_parts->configID;
 }
 
 timeval PosixMQClient::GetLastConfigUpdate()
 {
-    const MutexLock hold(m_timeLock);
-    return m_lastUpdate;
+    return m_parts->values.LastUpdate();
 }
 
-// --- numbers ---
+// --- values ---
 
 unsigned int PosixMQClient::Get(eParam_t id)
 {
-    return Do("Get", [&] { return GetNumber(id); });
-}
-
-unsigned int PosixMQClient::GetNumber(eParam_t id)
-{
-    auto request = Request(XCFG_GET_PARAM_REQUEST, id, m_configID);
-    MQMessage answer;
-    switch (m_connection.ExchangeValue(request, "", answer)) {
-        case Outcome::kNotSent:
-            PrintTwice("PosixMQClient::Get - mq_send failed");
-            return 0;
-        default:
-            perror("PosixMQClient::Get - mq_receive failed");
-            fputs("PosixMQClient::Get(): mq_receive returned -1, FAILED", stderr);
-            return 0;
-        case Outcome::kReceived:
-            break;
-    }
-    // A Get looks at the error first, a Set at the identifiers: an error is no update, whoever it is for.
-    if (answer.error != 0) {
-        fputs("PosixMQClient::Get(): response message indicated an error\n", stderr);
-        return 0;
-    }
-    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info)) {
-        fputs("PosixMQClient::Get(): response message did not match response message info\n", stderr);
-        return 0;
-    }
-    StoreLastUpdate(answer);
-    return answer.value;
+    return Do("Get", [&] { return m_parts->values.GetNumber(id); });
 }
 
 bool PosixMQClient::Get(eParam_t id, unsigned int& value)
@@ -127,126 +114,48 @@ bool PosixMQClient::Get(eParam_t id, unsigned int& value)
 
 bool PosixMQClient::Set(eParam_t id, unsigned int value, timeval)
 {
-    return Do("Set", [&] { return SetNumber(id, value); });
+    return Do("Set", [&] { return m_parts->values.SetNumber(id, value); });
 }
-
-bool PosixMQClient::SetNumber(eParam_t id, unsigned int value)
-{
-    auto request = Request(XCFG_SET_PARAM_REQUEST, id, m_configID);
-    request.value = value;
-    MQMessage answer;
-    switch (m_connection.ExchangeValue(request, "", answer)) {
-        case Outcome::kNotSent:
-            perror("PosixMQClient::Set mq_send failed");
-            return Report("PosixMQClient::Set - mq_send failed\n");
-        default:
-            PrintTwice("PosixMQClient::Set - mq_receive failed");
-            return false;
-        case Outcome::kReceived:
-            break;
-    }
-    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info))
-        return Report("PosixMQClient::Set - invalid response for the given request\n");
-    StoreLastUpdate(answer);
-    return HandleErrorResponse(&answer);
-}
-
-// --- texts ---
 
 bool PosixMQClient::Get(eParam_t id, std::string& value)
 {
-    return Do("Get", [&] { return GetText(id, value); });
-}
-
-bool PosixMQClient::GetText(eParam_t id, std::string& value)
-{
-    auto request = Request(XCFG_GET_STREAM_PARAM_REQUEST, id, m_configID);
-    MQMessage answer;
-    switch (m_connection.ExchangeValue(request, "", answer)) {
-        case Outcome::kNotSent:
-            PrintTwice("PosixMQClient::Get - mq_send failed");
-            return false;
-        default:
-            perror("PosixMQClient::Get - mq_receive failed");
-            return Report("PosixMQClient::Get(): mq_receive returned -1, FAILED");
-        case Outcome::kReceived:
-            break;
-    }
-    if (answer.error != 0) return Report("PosixMQClient::Get - response error != 0\n");
-    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info))
-        return Report("PosixMQClient::Get - response does not match request\n");
-    if (!answer.HasStream()) return Report("PosixMQClient::Get - invalid streamLength\n");
-    StoreLastUpdate(answer);
-    return answer.ReadText(value);
+    return Do("Get", [&] { return m_parts->values.GetText(id, value); });
 }
 
 bool PosixMQClient::Set(eParam_t id, std::string value, timeval)
 {
-    return Do("Set", [&] { return SetText(id, value); });
+    return Do("Set", [&] { return m_parts->values.SetText(id, value); });
 }
-
-bool PosixMQClient::SetText(eParam_t id, const std::string& value)
-{
-    StringValue object(0, id, eCParam_StringValue, value);
-    std::string stream(MemorySerializerSizer::GetSize(&object, nullptr), '\0');
-    MemorySerializer serializer(static_cast<eSerializationFormat>(kQueueStreamFormat), stream.data(),
-                                stream.data() + stream.size(), false);
-    serializer.Write("Serializable", &object);
-
-    auto request = Request(XCFG_SET_STREAM_PARAM_REQUEST, id, 0);
-    request.streamLength = static_cast<uint32_t>(stream.size());
-    request.streamFormat = kQueueStreamFormat;
-    MQMessage answer;
-    switch (m_connection.ExchangeValue(request, stream, answer)) {
-        case Outcome::kNotSent:
-            return Report("PosixMQClient::Set: mq_send failed\n");
-        default:
-            perror("PosixMQClient::Set - mq_receive failed");
-            return false;
-        case Outcome::kReceived:
-            break;
-    }
-    if (answer.error != 0) return HandleErrorResponse(&answer);
-    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info)) {
-        // The words of a Get, on purpose: tools that watch for them count both.
-        return Report("PosixMQClient::Get - response does not match request\n");
-    }
-    StoreLastUpdate(answer);
-    if (answer.HasStream()) answer.ReadObject();  // what was stored; nobody asks for it
-    return true;
-}
-
-// --- descriptors ---
 
 // --- events ---
 
 bool PosixMQClient::AddConfigEventListener(ConfigEventListener* listener)
 {
     if (!listener || IsInCallback()) return false;
-    return Do("AddConfigEventListener", [&] { return m_events.AddListener(listener); });
+    return Do("AddConfigEventListener", [&] { return m_parts->events.AddListener(listener); });
 }
 
 bool PosixMQClient::RemoveConfigEventListener(ConfigEventListener* listener)
 {
     if (IsInCallback()) return false;
-    return Do("RemoveConfigEventListener", [&] { return m_events.RemoveListener(listener); });
+    return Do("RemoveConfigEventListener", [&] { return m_parts->events.RemoveListener(listener); });
 }
 
 bool PosixMQClient::WaitForConfigEvent(ConfigEvent& event, long, long)
 {
     if (IsInCallback()) return false;
-    return Do("WaitForConfigEvent", [&] { return m_events.WaitForEvent(event); });
+    return Do("WaitForConfigEvent", [&] { return m_parts->events.WaitForEvent(event); });
 }
 
 bool PosixMQClient::EnableMQEvents(bool on)
 {
-    return m_events.Enable(on);
+    return m_parts->events.Enable(on);
 }
 
 bool PosixMQClient::ProcessEvents()
 {
     const LiveClients::Use use(this);  // a callback may disconnect the client
-    return use && m_events.ProcessEvents();
+    return use && m_parts->events.ProcessEvents();
 }
 
 void PosixMQClient::MQNotifyHandler(sigval value)
@@ -255,7 +164,7 @@ void PosixMQClient::MQNotifyHandler(sigval value)
     bool healthy = true;
     try {
         const LiveClients::Use client(static_cast<PosixMQClient*>(value.sival_ptr));
-        if (client) healthy = client->m_events.HandleNotification();
+        if (client) healthy = client->m_parts->events.HandleNotification();
     } catch (...) {
         MQEvents::ReportException();
     }
@@ -271,9 +180,9 @@ void PosixMQClient::StartDelivery()
     if (!use) return;
     try {
         const NoSignals inherited;
-        std::thread([use = std::move(use)] { use->m_events.DeliverEvents(); }).detach();
+        std::thread([use = std::move(use)] { use->m_parts->events.DeliverEvents(); }).detach();
     } catch (...) {
-        m_connection.Reader().EndDelivery();  // no thread, or no memory, for now
+        m_parts->connection.Reader().EndDelivery();  // no thread, or no memory, for now
     }
 }
 

@@ -6,13 +6,14 @@
 
 #include <memory>
 
-#include "config/access/client/queues/mq_connection.h"
-#include "config/access/client/queues/mq_events.h"
-#include "config/base/live_objects.h"
+#include "config/base/export.h"
 #include "config/config_factory.h"
 #include "config/descriptors/catalogue_config.h"
 
 namespace vexa::config::access {
+
+class MQConnection;
+struct SharedExchanges;
 
 /// PosixMQFactory makes clients and takes them back.
 ///
@@ -21,7 +22,7 @@ namespace vexa::config::access {
 /// Thread: any. Listeners are called one at a time, on threads that the system starts or on one that waits for
 /// events. They may use the client and disconnect it; adding and removing listeners of the same client, and
 /// waiting for its events, is refused to them.
-class PosixMQClient : public vexa::CatalogueConfig, public Runnable {
+class VEXA_EXPORT PosixMQClient : public vexa::CatalogueConfig, public Runnable {
   public:
     /// @param requestQueue  borrowed. @param responseQueue  owned from now on.
     /// A queue that cannot be asked for its message size ends the process.
@@ -34,7 +35,7 @@ class PosixMQClient : public vexa::CatalogueConfig, public Runnable {
     using Config::Set;
     /// A stored 0 and a failure look alike.
     unsigned int Get(eParam_t id) override;
-    eConfigID_t GetConfigID() override { return m_configID; }
+    eConfigID_t GetConfigID() override;
     /// As the last answer told it.
     timeval GetLastConfigUpdate() override;
     /// The daemon stamps the change; the time is not sent.
@@ -67,37 +68,26 @@ class PosixMQClient : public vexa::CatalogueConfig, public Runnable {
     bool ProcessEvents();
 
     /// False after an exchange got no answer, until one does.
-    bool IsReachable() const { return m_connection.IsReachable(); }
+    bool IsReachable() const;
     /// In milliseconds. Default no limit.
-    void SetReplyTimeout(unsigned int timeout) { m_connection.SetReplyTimeout(timeout); }
+    void SetReplyTimeout(unsigned int timeout);
 
     // For the factory, which disconnects.
     /// Ends all waits. No callback begins any more.
     void Stop();
     /// Whether this thread is in a callback of this client.
-    bool IsInCallback() const { return m_events.IsInCallback(); }
-    const MQConnection& Connection() const { return m_connection; }
-    unsigned int ConnectionID() const { return m_connection.connectionID; }
+    bool IsInCallback() const;
+    const MQConnection& Connection() const;
+    unsigned int ConnectionID() const;
 
   private:
+    struct Parts;
+
     template <class Work>
     auto Do(const char* operation, const Work& work);
-    XCONFIGMGR_REQUEST_T Request(eMessageType_t type, eParam_t id, eConfigID_t configID) const;
-    void StoreLastUpdate(const MQMessage& answer);
-    unsigned int GetNumber(eParam_t id);
-    bool SetNumber(eParam_t id, unsigned int value);
-    bool GetText(eParam_t id, std::string& value);
-    bool SetText(eParam_t id, const std::string& value);
     void StartDelivery();
 
-    const eConfigID_t m_configID;
-    MQConnection m_connection;
-    MQEvents m_events;
-    Mutex m_timeLock;
-    timeval m_lastUpdate VEXA_GUARDED_BY(m_timeLock) = {};
+    const std::unique_ptr<Parts> m_parts;
 };
-
-/// The clients that exist: the system starts threads for clients that may be gone by then.
-using LiveClients = LiveObjects<PosixMQClient>;
 
 }  // namespace vexa::config::access

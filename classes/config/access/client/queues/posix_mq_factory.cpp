@@ -10,7 +10,8 @@
 #include <cstdlib>
 #include <new>
 
-#include "config/access/client/queues/posix_mq_client.h"
+#include "config/access/client/queues/live_clients.h"
+#include "config/access/client/queues/mq_connection.h"
 #include "config/access/io/connection_utilities.h"
 #include "config/access/protocol/uri.h"
 #include "config/base/report.h"

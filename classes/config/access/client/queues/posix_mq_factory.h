@@ -7,7 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "config/access/io/message_queue.h"
+#include "config/base/deadline.h"
+#include "config/base/export.h"
 
 namespace vexa::config::access {
 
@@ -16,7 +17,7 @@ struct SharedExchanges;
 
 /// For applications that talk to the daemon of their device directly. One per process: two of them would give
 /// their connections the same names. Thread: any.
-class PosixMQFactory {
+class VEXA_EXPORT PosixMQFactory {
   public:
     /// Opens the daemon's queue. Without a daemon it ends the process, deliberately: an application of the
     /// device cannot go on without it.

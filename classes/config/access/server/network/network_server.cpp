@@ -8,7 +8,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <new>
+#include <vector>
 
+#include "config/access/io/socket.h"
+#include "config/access/protocol/network_protocol.h"
 #include "config/access/server/network/network_tcp_connection.h"
 #include "config/access/server/network/network_udp_connection.h"
 #include "config/base/mutex.h"
@@ -22,30 +25,28 @@ namespace {
 constexpr int kSocketBufferBytes = 786'432;
 
 /// The servers of the process whose threads have not ended.
-struct RunningServers {
+struct CountedServers {
     Mutex lock;
     CondVar changed;
     size_t count VEXA_GUARDED_BY(lock) = 0;
 };
 
-RunningServers& Servers()
+CountedServers& Servers()
 {
-    static NoDestructor<RunningServers> servers;  // server threads outlive main
+    static NoDestructor<CountedServers> servers;  // server threads outlive main
     return *servers;
 }
 
 void Count(bool starts)
 {
-    RunningServers& servers = Servers();
+    CountedServers& servers = Servers();
     const MutexLock hold(servers.lock);
     starts ? ++servers.count : --servers.count;
     servers.changed.NotifyAll();
 }
 
-}  // namespace
-
 /// The end of a server, which Stop and the server's thread bring about together.
-struct NetworkServer::Ending {
+struct Ending {
     Mutex lock;
     CondVar changed;
     bool isStopped VEXA_GUARDED_BY(lock) = false;  // for good: a thread that starts late must see it
@@ -62,14 +63,84 @@ struct NetworkServer::Ending {
     }
 };
 
+}  // namespace
+
+/// A server from its construction to the end of its thread, which deletes it.
+class NetworkServer::Running {
+  public:
+    Running(NetworkServer* server, int domain, int type, int port)
+        : m_server(server), m_domain(domain), m_type(type), m_port(port)
+    {
+    }
+
+    bool Init();
+    int Port() const;
+    void Announce(eConfigID_t configID);
+    void SetPayloadOrder(std::endian order) { m_payloadOrder = order; }
+    bool Start();
+    void Stop();
+
+  private:
+    static void* pthread_start(void* running);
+    static void Finish(NetworkServer* server);
+
+    void Run();
+    void RunTCP();
+    void RunUDP();
+    template <class Step>
+    void RepeatUntilStopped(const Step& step);
+    void ServeConnection();
+    std::unique_ptr<NetworkTCPConnection> WaitForConnection();
+    void WaitForDatagram();
+    void PauseIfExhausted(int error);
+
+    NetworkServer* const m_server;
+    const int m_domain, m_type, m_port;
+    const std::shared_ptr<Ending> m_ending = std::make_shared<Ending>();  // shared with a Stop that is running
+    std::unique_ptr<Socket> m_socket;
+    std::unique_ptr<NetworkUDPConnection> m_udpConnection;  // of the server's thread
+    std::vector<eConfigID_t> m_announced;
+    std::endian m_payloadOrder = std::endian::native;
+};
+
 NetworkServer::NetworkServer(int domain, int type, int port)
-    : m_domain(domain), m_type(type), m_port(port), m_ending(std::make_shared<Ending>())
+    : m_running(std::make_unique<Running>(this, domain, type, port))
 {
 }
 
 NetworkServer::~NetworkServer() = default;
 
 bool NetworkServer::Init()
+{
+    return m_running->Init();
+}
+
+int NetworkServer::Port() const
+{
+    return m_running->Port();
+}
+
+void NetworkServer::SetPayloadOrder(std::endian order)
+{
+    m_running->SetPayloadOrder(order);
+}
+
+void NetworkServer::Announce(eConfigID_t configID)
+{
+    m_running->Announce(configID);
+}
+
+bool NetworkServer::Start()
+{
+    return m_running->Start();
+}
+
+void NetworkServer::Stop()
+{
+    m_running->Stop();
+}
+
+bool NetworkServer::Running::Init()
 {
     m_socket.reset(new (std::nothrow) Socket(m_domain, m_type));
     if (!m_socket) return Report("NetworkServer::Init - failed to new Socket\n");
@@ -79,19 +150,19 @@ bool NetworkServer::Init()
     return true;
 }
 
-int NetworkServer::Port() const
+int NetworkServer::Running::Port() const
 {
     return m_port == 0 && m_socket ? m_socket->local_port() : m_port;
 }
 
-void NetworkServer::Announce(eConfigID_t configID)
+void NetworkServer::Running::Announce(eConfigID_t configID)
 {
     m_announced.push_back(configID);
 }
 
 // --- life ---
 
-bool NetworkServer::Start()
+bool NetworkServer::Running::Start()
 {
     Count(true);
     pthread_t thread;
@@ -106,7 +177,7 @@ bool NetworkServer::Start()
     return false;
 }
 
-void NetworkServer::Stop()
+void NetworkServer::Running::Stop()
 {
     const std::shared_ptr<Ending> ending = m_ending;
     const MutexLock hold(ending->lock);  // the thread deletes the server when it gets the lock
@@ -115,24 +186,25 @@ void NetworkServer::Stop()
     ending->changed.NotifyAll();
 }
 
-void* NetworkServer::pthread_start(void* argument)
+void* NetworkServer::Running::pthread_start(void* argument)
 {
-    auto* const server = static_cast<NetworkServer*>(argument);
-    pthread_setname_np(pthread_self(), server->m_type == SOCK_STREAM ? "cfg-tcp-server" : "cfg-udp-server");
+    auto* const running = static_cast<Running*>(argument);
+    pthread_setname_np(pthread_self(), running->m_type == SOCK_STREAM ? "cfg-tcp-server" : "cfg-udp-server");
     try {
-        server->Run();
+        running->Run();
     } catch (...) {
         fputs("NetworkServer::pthread_start - ended by an exception\n", stderr);
     }
-    Finish(server);
+    Finish(running->m_server);
     return nullptr;
 }
 
 /// A server that ended by itself waits for its Stop, which would find it deleted.
-void NetworkServer::Finish(NetworkServer* server)
+void NetworkServer::Running::Finish(NetworkServer* server)
 {
-    server->m_udpConnection.reset();
-    const std::shared_ptr<Ending> ending = server->m_ending;
+    Running& running = *server->m_running;
+    running.m_udpConnection.reset();
+    const std::shared_ptr<Ending> ending = running.m_ending;
     ending->WaitUntilStopped(Deadline(Deadline::kNever));
     delete server;
     Count(false);
@@ -142,7 +214,7 @@ bool NetworkServer::WaitUntilStopped(std::chrono::milliseconds timeout)
 {
     const Deadline deadline(
         static_cast<unsigned int>(std::clamp<long long>(timeout.count(), 0, Deadline::kNever)));
-    RunningServers& servers = Servers();
+    CountedServers& servers = Servers();
     const MutexLock hold(servers.lock);
     while (servers.count > 0 && servers.changed.Wait(servers.lock, deadline)) continue;
     return servers.count == 0;
@@ -150,7 +222,7 @@ bool NetworkServer::WaitUntilStopped(std::chrono::milliseconds timeout)
 
 // --- loops ---
 
-void NetworkServer::Run()
+void NetworkServer::Running::Run()
 {
     if (m_type == SOCK_STREAM)
         RunTCP();
@@ -158,7 +230,7 @@ void NetworkServer::Run()
         RunUDP();
 }
 
-void NetworkServer::PauseIfExhausted(int error)
+void NetworkServer::Running::PauseIfExhausted(int error)
 {
     if (error != EMFILE && error != ENFILE && error != ENOBUFS && error != ENOMEM) return;
     m_ending->WaitUntilStopped(Deadline(kPauseWhenExhaustedMs));
@@ -166,7 +238,7 @@ void NetworkServer::PauseIfExhausted(int error)
 
 /// A client or datagram that there is no memory for is lost; the next one may find some.
 template <class Step>
-void NetworkServer::RepeatUntilStopped(const Step& step)
+void NetworkServer::Running::RepeatUntilStopped(const Step& step)
 {
     while (!m_ending->IsStopped()) {
         try {
@@ -178,13 +250,13 @@ void NetworkServer::RepeatUntilStopped(const Step& step)
     }
 }
 
-void NetworkServer::RunTCP()
+void NetworkServer::Running::RunTCP()
 {
     RepeatUntilStopped([this] { ServeConnection(); });
     fputs("NetworkServer::Run - exiting\n", stderr);
 }
 
-void NetworkServer::ServeConnection()
+void NetworkServer::Running::ServeConnection()
 {
     auto connection = WaitForConnection();
     if (!connection) return;
@@ -194,7 +266,7 @@ void NetworkServer::ServeConnection()
         fputs("NetworkServer::Run - unable to start connection\n", stderr);
 }
 
-std::unique_ptr<NetworkTCPConnection> NetworkServer::WaitForConnection()
+std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::WaitForConnection()
 {
     auto client = std::make_unique<Socket>(m_domain, m_type);
     if (!m_socket->accept(client.get())) {
@@ -210,7 +282,7 @@ std::unique_ptr<NetworkTCPConnection> NetworkServer::WaitForConnection()
     return std::make_unique<NetworkTCPConnection>(std::move(client), m_payloadOrder);
 }
 
-void NetworkServer::RunUDP()
+void NetworkServer::Running::RunUDP()
 {
     if (!m_socket->set_buffer_size(SO_SNDBUF, kSocketBufferBytes) ||
         !m_socket->set_buffer_size(SO_RCVBUF, kSocketBufferBytes))
@@ -224,7 +296,7 @@ void NetworkServer::RunUDP()
     RepeatUntilStopped([this] { WaitForDatagram(); });
 }
 
-void NetworkServer::WaitForDatagram()
+void NetworkServer::Running::WaitForDatagram()
 {
     std::array<char, kMaxMessageBytes> datagram;
     sockaddr_in from{};

@@ -10,27 +10,25 @@
 /// restart and password included: the port belongs behind a firewall.
 #pragma once
 
+#include <sys/socket.h>
+
 #include <bit>
 #include <chrono>
 #include <memory>
-#include <vector>
 
-#include "config/access/io/socket.h"
-#include "config/access/protocol/network_protocol.h"
+#include "config/base/export.h"
+#include "config/param_ids.h"
 
 namespace vexa::corvalis::config::access {
 
-class NetworkTCPConnection;
-class NetworkUDPConnection;
-
 /// Made with new: from a successful Start on it belongs to its thread, which deletes it after Stop, also when
 /// it ended by itself earlier.
-class NetworkServer {
+class VEXA_EXPORT NetworkServer {
   public:
     /// @param domain  AF_INET or AF_UNIX.
     /// @param type    SOCK_STREAM: TCP, a thread per client. SOCK_DGRAM: UDP, one thread for all.
     /// @param port    0 lets the system choose; see Port.
-    NetworkServer(int domain, int type, int port = kNetworkPort);
+    NetworkServer(int domain, int type, int port = 43110);
     ~NetworkServer();
     NetworkServer(const NetworkServer&) = delete;
     NetworkServer& operator=(const NetworkServer&) = delete;
@@ -41,7 +39,7 @@ class NetworkServer {
     /// The port that it serves; valid from Init until Start.
     int Port() const;
     /// Of texts as the clients read and write them. Default the host's own. Before Start.
-    void SetPayloadOrder(std::endian order) { m_payloadOrder = order; }
+    void SetPayloadOrder(std::endian order);
     /// Changes of this configuration are multicast from the start of the server, whether or not a client
     /// connected to it. UDP only; before Start.
     void Announce(eConfigID_t configID);
@@ -56,26 +54,8 @@ class NetworkServer {
     static bool WaitUntilStopped(std::chrono::milliseconds timeout);
 
   private:
-    struct Ending;
-    static void* pthread_start(void* server);
-    static void Finish(NetworkServer* server);
-
-    void Run();
-    void RunTCP();
-    void RunUDP();
-    template <class Step>
-    void RepeatUntilStopped(const Step& step);
-    void ServeConnection();
-    std::unique_ptr<NetworkTCPConnection> WaitForConnection();
-    void WaitForDatagram();
-    void PauseIfExhausted(int error);
-
-    const int m_domain, m_type, m_port;
-    const std::shared_ptr<Ending> m_ending;  // shared with a Stop that is running while the server goes
-    std::unique_ptr<Socket> m_socket;
-    std::unique_ptr<NetworkUDPConnection> m_udpConnection;  // of the server's thread
-    std::vector<eConfigID_t> m_announced;
-    std::endian m_payloadOrder = std::endian::native;
+    class Running;
+    const std::unique_ptr<Running> m_running;
 };
 
 }  // namespace vexa::corvalis::config::access

@@ -14,7 +14,7 @@
 #include "config/access/io/message_queue.h"
 #include "config/base/report.h"
 
-namespace mq = vexa::config::access;
+namespace vexa::config::access {
 
 namespace {
 
@@ -23,7 +23,7 @@ namespace {
 bool MayProcessLive(uint32_t lowHalf)
 {
     DIR* const processes = opendir("/proc");
-    if (!processes || access("/proc/1/stat", R_OK) != 0) return true;
+    if (!processes || ::access("/proc/1/stat", R_OK) != 0) return true;
     bool lives = false;
     while (const dirent* const entry = readdir(processes)) {
         const long pid = strtol(entry->d_name, nullptr, 10);
@@ -41,7 +41,7 @@ bool HasName(mqd_t queue)
 
 bool Send(mqd_t queue, const std::string& message)
 {
-    return mq::SendMessage(queue, message.data(), message.size(), 0);
+    return SendMessage(queue, message.data(), message.size(), 0);
 }
 
 }  // namespace
@@ -68,9 +68,8 @@ bool QueueClients::Connect(uint32_t connectionID)
 
 bool QueueClients::Open(uint32_t connectionID)
 {
-    const std::string name = mq::ConnectionUtilities::GetQueueName(connectionID);
-    if (m_clients.size() >= kMaxClients)
-        return vexa::Report("mainstay: too many clients for %s\n", name.c_str());
+    const std::string name = ConnectionUtilities::GetQueueName(connectionID);
+    if (m_clients.size() >= kMaxClients) return Report("mainstay: too many clients for %s\n", name.c_str());
     Client& client = m_clients[connectionID];  // first: a descriptor without an entry would be lost
     client.queue = mq_open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     mq_attr attributes{};
@@ -120,8 +119,8 @@ size_t QueueClients::MaxStream(uint32_t connectionID) const
 {
     SemaphoreHelper hold(m_lock);
     const auto client = m_clients.find(connectionID);
-    if (client == m_clients.end() || client->second.messageBytes < mq::kQueueResponseBytes) return 0;
-    return client->second.messageBytes - mq::kQueueResponseBytes;
+    if (client == m_clients.end() || client->second.messageBytes < kQueueResponseBytes) return 0;
+    return client->second.messageBytes - kQueueResponseBytes;
 }
 
 // --- sending ---
@@ -132,7 +131,7 @@ void QueueClients::Reply(uint32_t connectionID, const std::string& reply)
     if (!m_clients.contains(connectionID) && !Open(connectionID)) return;
     if (!SendOrQueue(m_clients[connectionID], reply))
         fprintf(stderr, "mainstay: cannot answer %s: %s\n",
-                mq::ConnectionUtilities::GetQueueName(connectionID).c_str(), strerror(errno));
+                ConnectionUtilities::GetQueueName(connectionID).c_str(), strerror(errno));
 }
 
 /// @return false, with errno, when the reply is lost.
@@ -187,7 +186,7 @@ void QueueClients::AppendPollEntries(std::vector<pollfd>& descriptors) const
         if (!client.replies.empty()) descriptors.push_back({client.queue, POLLOUT, 0});
 }
 
-void QueueClients::SendEvent(mq::XCONFIGMGR_RESPONSE_T event, const std::string& stream)
+void QueueClients::SendEvent(XCONFIGMGR_RESPONSE_T event, const std::string& stream)
 {
     event.streamLength = static_cast<uint32_t>(stream.size());
     SemaphoreHelper hold(m_lock);
@@ -211,7 +210,7 @@ bool QueueClients::CountLost(const Clients::value_type& entry, Client& client)
     unsigned int step = ++client.lostEvents;
     while (step % 10 == 0) step /= 10;
     if (step != 1) return true;
-    const std::string name = mq::ConnectionUtilities::GetQueueName(entry.first);
+    const std::string name = ConnectionUtilities::GetQueueName(entry.first);
     if (!HasName(client.queue)) return false;
     if (!MayProcessLive(entry.first >> 16)) {
         mq_unlink(name.c_str());
@@ -221,3 +220,5 @@ bool QueueClients::CountLost(const Clients::value_type& entry, Client& client)
             client.lostEvents);
     return true;
 }
+
+}  // namespace vexa::config::access

@@ -12,6 +12,8 @@
 #include "config/access/protocol/mq_protocol.h"
 #include "config/base/semaphore_helper.h"
 
+namespace vexa::config::access {
+
 /// Nobody ever waits for a client: replies to one whose queue is full are kept until there is room, events are
 /// lost. Thread: any.
 class QueueClients {
@@ -37,7 +39,7 @@ class QueueClients {
     /// outlived another daemon.
     void Reply(uint32_t connectionID, const std::string& reply);
     /// Sends an event to every client that wants it. @param event  with any connection identifier.
-    void SendEvent(vexa::config::access::XCONFIGMGR_RESPONSE_T event, const std::string& stream);
+    void SendEvent(XCONFIGMGR_RESPONSE_T event, const std::string& stream);
     /// What fits into the queue of a connection beside the record; 0 when it is not known.
     size_t MaxStream(uint32_t connectionID) const;
 
@@ -70,3 +72,5 @@ class QueueClients {
     Clients m_clients VEXA_GUARDED_BY(m_lock);
     size_t m_waitingReplies VEXA_GUARDED_BY(m_lock) = 0;  // of all of them
 };
+
+}  // namespace vexa::config::access

@@ -5,20 +5,27 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "config/access/io/connection_utilities.h"
 #include "config/access/io/message_queue.h"
 #include "config/access/protocol/value_payload.h"
 #include "config/access/server/peer_stores.h"
+#include "config/access/server/queues/queue_clients.h"
 #include "config/base/diagnostic_log.h"
 #include "config/base/report.h"
 #include "config/config.h"
+#include "config/config_event_listener.h"
 #include "config/values/config_value.h"
 
-namespace mq = vexa::config::access;
+namespace vexa::config::access {
+
 namespace net = vexa::corvalis::config::access;
 
 namespace {
@@ -42,56 +49,106 @@ uint32_t AnswerTo(uint32_t type)
 
 }  // namespace
 
+/// The service itself.
+class QueueService::Service : public ConfigEventListener {
+  public:
+    Service() = default;
+    ~Service() override;
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+    bool Start();
+
+    using ConfigEventListener::ParamChanged;
+    bool ParamChanged(eParam_t id, unsigned int value, timeval time) override;
+    bool ParamChanged(eParam_t id, std::string value, timeval time) override;
+    bool DataChanged(eParam_t id, std::string& data, timeval time) override;
+
+  private:
+    using Response = XCONFIGMGR_RESPONSE_T;
+    using Request = XCONFIGMGR_REQUEST_T;
+
+    bool OpenQueue();
+    void Run();
+    ssize_t ReceiveNext();
+    void Handle(const char* data, size_t length);
+    void HandleConnection(const XCONFIGMGR_CONNECTION_REQUEST_T& request);
+    void HandleListener(const XCONFIGMGR_CONNECTION_REQUEST_T& request);
+    void HandleParameter(const char* data, size_t length);
+    std::string Answer(Config& config, const Request& request, const char* stream, Response& response);
+    static bool SetText(Config& config, const Request& request, const char* stream);
+    void SendEvent(Response& event, eMessageType_t type, eParam_t id, timeval time,
+                   const std::string& stream);
+    bool SendStream(eMessageType_t type, eParam_t id, timeval time);
+    void StampLastUpdate(Response& response) const;
+
+    QueueClients m_clients;
+    mqd_t m_queue = -1;
+    std::vector<char> m_message;  // for any message of the queue
+    std::atomic<bool> m_stop = false;
+    std::thread m_thread;
+    Config* m_store = nullptr;               // configuration 0, from OpenPeerStore
+    std::atomic<uint64_t> m_lastUpdate = 0;  // of configuration 0: seconds, then microseconds
+};
+
+QueueService::QueueService() : m_service(std::make_unique<Service>()) {}
+
+QueueService::~QueueService() = default;
+
+bool QueueService::Start()
+{
+    return m_service->Start();
+}
+
 // --- life ---
 
-QueueService::~QueueService()
+QueueService::Service::~Service()
 {
     if (m_thread.joinable()) {
         m_stop = true;
         // Wakes the thread; a queue that is full does not let it sleep anyway.
-        mq::SendMessage(m_queue, "", 0, 0, vexa::Deadline(0));
+        SendMessage(m_queue, "", 0, 0, Deadline(0));
         m_thread.join();
     }
     if (m_store) m_store->RemoveConfigEventListener(this);
     net::ClosePeerStore(m_store);
     if (m_queue == -1) return;
-    mq_unlink(mq::kRequestQueue);
+    mq_unlink(kRequestQueue);
     mq_close(m_queue);
 }
 
 /// The queue of a daemon that crashed is taken over, with its clients and the requests that they wait for. A
 /// lock on it, which ends with its process, tells it from the queue of a daemon that runs.
-bool QueueService::OpenQueue()
+bool QueueService::Service::OpenQueue()
 {
-    const mqd_t queue = mq::CreateQueue(mq::kRequestQueue, O_RDWR);
+    const mqd_t queue = CreateQueue(kRequestQueue, O_RDWR);
     mq_attr attributes{};
     struct stat status {};
     if (queue == -1 || flock(queue, LOCK_EX | LOCK_NB) != 0 || mq_getattr(queue, &attributes) != 0 ||
         fstat(queue, &status) != 0) {
         if (queue != -1 && errno == EWOULDBLOCK)
-            fprintf(stderr, "mainstay: another daemon serves the queue %s\n", mq::kRequestQueue);
+            fprintf(stderr, "mainstay: another daemon serves the queue %s\n", kRequestQueue);
         else
-            fprintf(stderr, "mainstay: cannot open the queue %s: %s\n", mq::kRequestQueue, strerror(errno));
+            fprintf(stderr, "mainstay: cannot open the queue %s: %s\n", kRequestQueue, strerror(errno));
         if (queue != -1) mq_close(queue);
         return false;
     }
     // Without a name it was removed meanwhile, by a daemon that ended.
-    if (status.st_nlink > 0 && attributes.mq_msgsize >= static_cast<long>(mq::kQueueRequestBytes)) {
+    if (status.st_nlink > 0 && attributes.mq_msgsize >= static_cast<long>(kQueueRequestBytes)) {
         m_queue = queue;
         m_message.resize(static_cast<size_t>(attributes.mq_msgsize));
         return true;
     }
-    if (status.st_nlink > 0)
-        mq_unlink(mq::kRequestQueue);  // somebody made it for messages that are too small
+    if (status.st_nlink > 0) mq_unlink(kRequestQueue);  // somebody made it for messages that are too small
     mq_close(queue);
     return OpenQueue();
 }
 
-bool QueueService::Start()
+bool QueueService::Service::Start()
 {
     if (!OpenQueue()) return false;
     m_store = net::OpenPeerStore(0);
-    if (!m_store) return vexa::Report("mainstay: cannot serve the queue\n");
+    if (!m_store) return Report("mainstay: cannot serve the queue\n");
     m_store->AddConfigEventListener(this);
     m_thread = std::thread([this] {
         pthread_setname_np(pthread_self(), "cfg-mq-server");
@@ -100,7 +157,7 @@ bool QueueService::Start()
     return true;
 }
 
-void QueueService::Run()
+void QueueService::Service::Run()
 {
     while (!m_stop) {
         try {
@@ -113,7 +170,7 @@ void QueueService::Run()
 }
 
 /// The size of the next request; -1 when there is none yet.
-ssize_t QueueService::ReceiveNext()
+ssize_t QueueService::Service::ReceiveNext()
 {
     if (!m_clients.HasWaitingReplies())
         return mq_receive(m_queue, m_message.data(), m_message.size(), nullptr);
@@ -121,18 +178,18 @@ ssize_t QueueService::ReceiveNext()
     m_clients.AppendPollEntries(descriptors);
     if (poll(descriptors.data(), descriptors.size(), -1) == -1) return -1;  // interrupted
     m_clients.SendWaitingReplies();
-    return mq::ReceiveNow(m_queue, m_message.data(), m_message.size());
+    return ReceiveNow(m_queue, m_message.data(), m_message.size());
 }
 
 // --- requests ---
 
-void QueueService::Handle(const char* data, size_t length)
+void QueueService::Service::Handle(const char* data, size_t length)
 {
-    mq::XCONFIGMGR_CONNECTION_REQUEST_T head;
+    XCONFIGMGR_CONNECTION_REQUEST_T head;
     if (!Decode(data, length, head)) return PrintMalformed("too short", length);
     if (DiagnosticLogIsOn())
         DiagnosticLog("mainstay: %s from %s\n", GetMessageName(head.msgtype),
-                      mq::ConnectionUtilities::GetQueueName(head.info.connectionID).c_str());
+                      ConnectionUtilities::GetQueueName(head.info.connectionID).c_str());
     switch (head.msgtype) {
         case XCFG_CONNECT_REQUEST:
         case XCFG_DISCONNECT_REQUEST:
@@ -153,7 +210,7 @@ void QueueService::Handle(const char* data, size_t length)
             Response response;
             response.msgtype = AnswerTo(head.msgtype);
             response.info = head.info;
-            response.error = mq::kQueueErrorNotServed;
+            response.error = kQueueErrorNotServed;
             return m_clients.Reply(head.info.connectionID, wire::Bytes<wire::HostOrder>(response));
         }
         default:
@@ -161,19 +218,19 @@ void QueueService::Handle(const char* data, size_t length)
     }
 }
 
-void QueueService::HandleConnection(const mq::XCONFIGMGR_CONNECTION_REQUEST_T& request)
+void QueueService::Service::HandleConnection(const XCONFIGMGR_CONNECTION_REQUEST_T& request)
 {
     const uint32_t connectionID = request.info.connectionID;
     const bool connects = request.msgtype == XCFG_CONNECT_REQUEST;
     if (connects && !m_clients.Connect(connectionID)) return;
-    mq::XCONFIGMGR_CONNECTION_RESPONSE_T response;
+    XCONFIGMGR_CONNECTION_RESPONSE_T response;
     response.msgtype = AnswerTo(request.msgtype);
     response.info = request.info;
     m_clients.Reply(connectionID, wire::Bytes<wire::HostOrder>(response));
     if (!connects) m_clients.Disconnect(connectionID);
 }
 
-void QueueService::HandleListener(const mq::XCONFIGMGR_CONNECTION_REQUEST_T& request)
+void QueueService::Service::HandleListener(const XCONFIGMGR_CONNECTION_REQUEST_T& request)
 {
     const bool wanted = request.msgtype == XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST;
     Response response;
@@ -181,15 +238,15 @@ void QueueService::HandleListener(const mq::XCONFIGMGR_CONNECTION_REQUEST_T& req
     response.info = request.info;
     // Clients read the error in one place or in the other.
     if (!m_clients.SetEvents(request.info.connectionID, wanted))
-        response.listenerError = response.error = mq::kQueueErrorRefused;
+        response.listenerError = response.error = kQueueErrorRefused;
     m_clients.Reply(request.info.connectionID, wire::Bytes<wire::HostOrder>(response));
 }
 
-void QueueService::HandleParameter(const char* data, size_t length)
+void QueueService::Service::HandleParameter(const char* data, size_t length)
 {
     Request request;
     if (!Decode(data, length, request)) return PrintMalformed("a request that is too short", length);
-    if (request.streamLength > length - mq::kQueueRequestBytes)
+    if (request.streamLength > length - kQueueRequestBytes)
         return PrintMalformed("a request with less stream than it says", length);
 
     Response response;
@@ -199,30 +256,30 @@ void QueueService::HandleParameter(const char* data, size_t length)
     std::string stream;
     // Clients of the queues have configuration 0; others would be opened for good at anybody's word.
     if (request.info.configID == 0 && m_store->GetParamDescriptor(request.paramID)) {
-        stream = Answer(*m_store, request, data + mq::kQueueRequestBytes, response);
+        stream = Answer(*m_store, request, data + kQueueRequestBytes, response);
     } else {
-        response.error = mq::kQueueErrorRefused;
+        response.error = kQueueErrorRefused;
     }
     StampLastUpdate(response);
     response.streamLength = static_cast<uint32_t>(stream.size());
-    if (!stream.empty()) response.streamFormat = mq::kQueueStreamFormat;
+    if (!stream.empty()) response.streamFormat = kQueueStreamFormat;
     m_clients.Reply(request.info.connectionID, wire::Bytes<wire::HostOrder>(response, stream));
 }
 
 /// Does what is asked. @return the stream of the response.
-std::string QueueService::Answer(Config& config, const Request& request, const char* stream,
-                                 Response& response)
+std::string QueueService::Service::Answer(Config& config, const Request& request, const char* stream,
+                                          Response& response)
 {
     switch (request.msgtype) {
         case XCFG_GET_PARAM_REQUEST:
             response.value = config.Get(request.paramID);
             return "";
         case XCFG_SET_PARAM_REQUEST:
-            if (!config.Set(request.paramID, request.value)) response.error = mq::kQueueErrorRefused;
+            if (!config.Set(request.paramID, request.value)) response.error = kQueueErrorRefused;
             return "";
         case XCFG_SET_STREAM_PARAM_REQUEST:
             if (!SetText(config, request, stream)) {
-                response.error = mq::kQueueErrorRefused;
+                response.error = kQueueErrorRefused;
                 return "";
             }
             break;
@@ -232,11 +289,11 @@ std::string QueueService::Answer(Config& config, const Request& request, const c
     std::string text = net::WritePayload(config.GetSerializable(request.paramID));
     if (!text.empty() && text.size() <= m_clients.MaxStream(request.info.connectionID)) return text;
     // A text that was stored and does not fit the way back was stored all the same.
-    if (request.msgtype == XCFG_GET_STREAM_PARAM_REQUEST) response.error = mq::kQueueErrorNoValue;
+    if (request.msgtype == XCFG_GET_STREAM_PARAM_REQUEST) response.error = kQueueErrorNoValue;
     return "";
 }
 
-bool QueueService::SetText(Config& config, const Request& request, const char* stream)
+bool QueueService::Service::SetText(Config& config, const Request& request, const char* stream)
 {
     const auto object = net::ReadPayload(stream, request.streamLength);
     auto* const value = dynamic_cast<StringValue*>(object.get());
@@ -249,24 +306,24 @@ bool QueueService::SetText(Config& config, const Request& request, const char* s
 // --- events ---
 
 /// The store does not tell when it last changed; its events do.
-void QueueService::StampLastUpdate(Response& response) const
+void QueueService::Service::StampLastUpdate(Response& response) const
 {
     const uint64_t time = m_lastUpdate;
     response.seconds = static_cast<uint32_t>(time >> 32);
     response.microseconds = static_cast<uint32_t>(time);
 }
 
-void QueueService::SendEvent(Response& event, eMessageType_t type, eParam_t id, timeval time,
-                             const std::string& stream)
+void QueueService::Service::SendEvent(Response& event, eMessageType_t type, eParam_t id, timeval time,
+                                      const std::string& stream)
 {
     event.msgtype = type;
     event.paramID = id;
-    mq::SetTime(event, time);
+    SetTime(event, time);
     m_lastUpdate = uint64_t{event.seconds} << 32 | event.microseconds;
     m_clients.SendEvent(event, stream);
 }
 
-bool QueueService::ParamChanged(eParam_t id, unsigned int value, timeval time)
+bool QueueService::Service::ParamChanged(eParam_t id, unsigned int value, timeval time)
 {
     Response event;
     event.value = value;
@@ -274,23 +331,25 @@ bool QueueService::ParamChanged(eParam_t id, unsigned int value, timeval time)
     return true;
 }
 
-bool QueueService::ParamChanged(eParam_t id, std::string, timeval time)
+bool QueueService::Service::ParamChanged(eParam_t id, std::string, timeval time)
 {
     return SendStream(XCFG_PARAM_STRING_CHANGED_EVENT, id, time);
 }
 
-bool QueueService::DataChanged(eParam_t id, std::string&, timeval time)
+bool QueueService::Service::DataChanged(eParam_t id, std::string&, timeval time)
 {
     return SendStream(XCFG_PARAM_DATA_CHANGED_EVENT, id, time);
 }
 
 /// What the store holds now, so that the last event tells the last value.
-bool QueueService::SendStream(eMessageType_t type, eParam_t id, timeval time)
+bool QueueService::Service::SendStream(eMessageType_t type, eParam_t id, timeval time)
 {
     const std::string stream = net::WritePayload(m_store->GetSerializable(id));
     if (stream.empty()) return false;
     Response event;
-    event.streamFormat = mq::kQueueStreamFormat;
+    event.streamFormat = kQueueStreamFormat;
     SendEvent(event, type, id, time, stream);
     return true;
 }
+
+}  // namespace vexa::config::access

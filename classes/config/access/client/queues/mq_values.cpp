@@ -1,0 +1,152 @@
+#include "config/access/client/queues/mq_values.h"
+
+#include <cstdio>
+
+#include "config/access/io/connection_utilities.h"
+#include "config/base/report.h"
+#include "config/streams/memory_serializer.h"
+#include "config/values/config_value.h"
+
+namespace vexa::config::access {
+
+namespace {
+
+/// With errno's meaning, and without.
+void PrintTwice(const char* text)
+{
+    perror(text);
+    fprintf(stderr, "%s\n", text);
+}
+
+}  // namespace
+
+XCONFIGMGR_REQUEST_T MQValues::Request(eMessageType_t type, eParam_t id, eConfigID_t configID) const
+{
+    XCONFIGMGR_REQUEST_T request;
+    request.msgtype = type;
+    request.info = m_connection.Info(configID);
+    request.paramID = id;
+    return request;
+}
+
+void MQValues::StoreLastUpdate(const MQMessage& answer)
+{
+    const MutexLock hold(m_timeLock);
+    m_lastUpdate = TimeOf(answer);
+}
+
+timeval MQValues::LastUpdate()
+{
+    const MutexLock hold(m_timeLock);
+    return m_lastUpdate;
+}
+
+// --- numbers ---
+
+unsigned int MQValues::GetNumber(eParam_t id)
+{
+    auto request = Request(XCFG_GET_PARAM_REQUEST, id, m_configID);
+    MQMessage answer;
+    switch (m_connection.ExchangeValue(request, "", answer)) {
+        case Outcome::kNotSent:
+            PrintTwice("PosixMQClient::Get - mq_send failed");
+            return 0;
+        default:
+            perror("PosixMQClient::Get - mq_receive failed");
+            fputs("PosixMQClient::Get(): mq_receive returned -1, FAILED", stderr);
+            return 0;
+        case Outcome::kReceived:
+            break;
+    }
+    // A Get looks at the error first, a Set at the identifiers: an error is no update, whoever it is for.
+    if (answer.error != 0) {
+        fputs("PosixMQClient::Get(): response message indicated an error\n", stderr);
+        return 0;
+    }
+    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info)) {
+        fputs("PosixMQClient::Get(): response message did not match response message info\n", stderr);
+        return 0;
+    }
+    StoreLastUpdate(answer);
+    return answer.value;
+}
+
+bool MQValues::SetNumber(eParam_t id, unsigned int value)
+{
+    auto request = Request(XCFG_SET_PARAM_REQUEST, id, m_configID);
+    request.value = value;
+    MQMessage answer;
+    switch (m_connection.ExchangeValue(request, "", answer)) {
+        case Outcome::kNotSent:
+            perror("PosixMQClient::Set mq_send failed");
+            return Report("PosixMQClient::Set - mq_send failed\n");
+        default:
+            PrintTwice("PosixMQClient::Set - mq_receive failed");
+            return false;
+        case Outcome::kReceived:
+            break;
+    }
+    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info))
+        return Report("PosixMQClient::Set - invalid response for the given request\n");
+    StoreLastUpdate(answer);
+    return HandleErrorResponse(&answer);
+}
+
+// --- texts ---
+
+bool MQValues::GetText(eParam_t id, std::string& value)
+{
+    auto request = Request(XCFG_GET_STREAM_PARAM_REQUEST, id, m_configID);
+    MQMessage answer;
+    switch (m_connection.ExchangeValue(request, "", answer)) {
+        case Outcome::kNotSent:
+            PrintTwice("PosixMQClient::Get - mq_send failed");
+            return false;
+        default:
+            perror("PosixMQClient::Get - mq_receive failed");
+            return Report("PosixMQClient::Get(): mq_receive returned -1, FAILED");
+        case Outcome::kReceived:
+            break;
+    }
+    if (answer.error != 0) return Report("PosixMQClient::Get - response error != 0\n");
+    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info))
+        return Report("PosixMQClient::Get - response does not match request\n");
+    if (!answer.HasStream()) return Report("PosixMQClient::Get - invalid streamLength\n");
+    StoreLastUpdate(answer);
+    return answer.ReadText(value);
+}
+
+bool MQValues::SetText(eParam_t id, const std::string& value)
+{
+    StringValue object(0, id, eCParam_StringValue, value);
+    std::string stream(MemorySerializerSizer::GetSize(&object, nullptr), '\0');
+    MemorySerializer serializer(static_cast<eSerializationFormat>(kQueueStreamFormat), stream.data(),
+                                stream.data() + stream.size(), false);
+    serializer.Write("Serializable", &object);
+
+    auto request = Request(XCFG_SET_STREAM_PARAM_REQUEST, id, 0);
+    request.streamLength = static_cast<uint32_t>(stream.size());
+    request.streamFormat = kQueueStreamFormat;
+    MQMessage answer;
+    switch (m_connection.ExchangeValue(request, stream, answer)) {
+        case Outcome::kNotSent:
+            return Report("PosixMQClient::Set: mq_send failed\n");
+        default:
+            perror("PosixMQClient::Set - mq_receive failed");
+            return false;
+        case Outcome::kReceived:
+            break;
+    }
+    if (answer.error != 0) return HandleErrorResponse(&answer);
+    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info)) {
+        // The words of a Get, on purpose: tools that watch for them count both.
+        return Report("PosixMQClient::Get - response does not match request\n");
+    }
+    StoreLastUpdate(answer);
+    if (answer.HasStream()) answer.ReadObject();  // what was stored; nobody asks for it
+    return true;
+}
+
+// --- descriptors ---
+
+}  // namespace vexa::config::access

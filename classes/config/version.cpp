@@ -1,0 +1,6 @@
+#include "config/version.h"
+
+unsigned int vexa::VersionInt()
+{
+    return VEXA_VERSION_INT;
+}
