@@ -117,14 +117,29 @@ ExitStatus Get(Session& session, const Names& names)
     });
 }
 
+/// For a value that is not known to be stored.
+void PrintFailure(Session& session, const Parameter& parameter, const std::string& typed, const char* result,
+                  const std::string& reason)
+{
+    if (session.json)
+        session.Print(
+            Json{{"param", parameter.Name()}, {"result", result}, {"requested", typed}, {"reason", reason}});
+}
+
 ExitStatus Refused(Session& session, const Parameter& parameter, const std::string& typed,
                    const std::string& reason)
 {
-    if (session.json)
-        session.Print(Json{
-            {"param", parameter.Name()}, {"result", "refused"}, {"requested", typed}, {"reason", reason}});
+    PrintFailure(session, parameter, typed, "refused", reason);
     session.Complain(parameter.Name() + ": " + Quoted(typed) + " refused: " + reason);
     return ExitStatus::kRefused;
+}
+
+ExitStatus Unknown(Session& session, const Parameter& parameter, const std::string& typed,
+                   const std::string& reason)
+{
+    PrintFailure(session, parameter, typed, "unknown", reason);
+    session.Complain(parameter.Name() + ": " + Quoted(typed) + " sent; " + reason);
+    return ExitStatus::kFalse;
 }
 
 /// Why the value cannot even be asked for; empty when it can.
@@ -143,10 +158,11 @@ std::string Obstacle(const Session& session, const Parameter& parameter, const s
 
 /// Where the device does not say what it did, a value that stayed as it was has been refused, unless it is
 /// what the wanted number is corrected to.
-bool WasRefused(const Parameter& parameter, const Value& before, const Value& wanted, const Value& stored)
+bool IsCorrection(const Parameter& parameter, const std::optional<Value>& before, const Value& wanted,
+                  const Value& stored)
 {
-    if (stored == wanted || stored != before) return false;
-    return parameter.Kind() != std::string_view("int") || !parameter.Objection(wanted);
+    if (parameter.Kind() == std::string_view("int") && parameter.Objection(wanted)) return true;
+    return before && stored != *before;
 }
 
 ExitStatus Set(Session& session, const Parameter& parameter, const std::string& typed, bool force)
@@ -155,22 +171,30 @@ ExitStatus Set(Session& session, const Parameter& parameter, const std::string& 
     const std::string obstacle = Obstacle(session, parameter, wanted, force);
     if (!obstacle.empty()) return Refused(session, parameter, typed, obstacle);
     const std::string objection = parameter.Objection(*wanted).value_or("");
-    const Value before = session.Read(parameter).value_or(*wanted);
-    const bool accepted = session.Write(parameter, *wanted);
-    const Value stored = session.Read(parameter).value_or(*wanted);
-    if (!accepted || (!session.ConfirmsWrites(parameter) && WasRefused(parameter, before, *wanted, stored)))
+    const auto refuse = [&] {
         return Refused(session, parameter, typed,
                        objection.empty() ? "the configuration does not accept it" : objection);
+    };
+    const auto before = session.Read(parameter);
+    if (!session.Write(parameter, *wanted)) return refuse();
+    const auto stored = session.Read(parameter);
+    if (!stored) return Unknown(session, parameter, typed, "could not be read back");
 
-    const bool corrected = stored != *wanted;
+    const bool corrected = *stored != *wanted;
+    if (corrected && !session.ConfirmsWrites(parameter) &&
+        !IsCorrection(parameter, before, *wanted, *stored)) {
+        if (before) return refuse();
+        return Unknown(session, parameter, typed,
+                       "could not be read before, and is now " + parameter.Text(*stored));
+    }
     if (session.json) {
-        Json json = parameter.ToJson(stored);
+        Json json = parameter.ToJson(*stored);
         json["result"] = corrected ? "corrected" : "stored";
         session.Print(json);
     } else {
         const std::string reason = objection.empty() ? "" : " (" + typed + " is " + objection + ")";
         session.Print(parameter.Name() + (corrected ? " corrected to " : " stored ") +
-                      parameter.Text(stored) + reason);
+                      parameter.Text(*stored) + reason);
     }
     return corrected ? ExitStatus::kCorrected : ExitStatus::kDone;
 }

@@ -3,7 +3,7 @@
 
 enum class ExitStatus {
     kDone = 0,
-    kFalse = 1,  ///< nothing matched, or the output could not be written
+    kFalse = 1,  ///< nothing matched, no value could be read, or the output could not be written
     kUsage = 2,
     kUnknownParameter = 3,
     kRefused = 4,

@@ -5,7 +5,9 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "config/values/config_value.h"
 #include "support/program.h"
+#include "support/scripted_server.h"
 
 using testing::AllOf;
 using testing::ContainsRegex;
@@ -110,6 +112,33 @@ TEST(Mainstay, TheToolKnowsWhatBecameOfAValue)
                                    HasSubstr("refused: longer than 24000 bytes\n")));
     }
     EXPECT_EQ(Tool(daemon.Tcp(), {"list"}).status, 0);
+}
+
+TEST(Mainstay, TheToolClaimsNothingThatItCouldNotReadBack)
+{
+    Daemon daemon;
+    for (std::string uri : {daemon.Tcp(), daemon.Udp()}) {
+        uri.erase(uri.find("byteorder=big/"), std::string("byteorder=big/").size());
+        if (Tool(uri, {"get", "ReelName"}).status == 0) continue;  // a big-endian tool needs no option
+        const ProgramResult run = Tool(uri, {"set", "ReelName", "hello"});
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.err, "vexactl: ReelName: \"hello\" sent; could not be read back\n");
+        EXPECT_THAT(Tool(uri, {"--json", "set", "ReelName", "hello"}).out,
+                    HasSubstr("\"result\":\"unknown\""));
+    }
+
+    // Another value stands there afterwards, and what stood there before is not known.
+    ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+        StringValue other(0, eParamID_ReelName, eCParam_StringValue, "other");
+        peer.Connect();
+        peer.Send(ReplyTo(peer.Receive(), XCFG_GET_STREAM_PARAM_RESPONSE, 0, "", 60));
+        peer.Receive(peer.Receive().streamLength);
+        peer.Send(ReplyTo(peer.Receive(), XCFG_GET_STREAM_PARAM_RESPONSE, 0, net::WritePayload(&other)));
+    });
+    const ProgramResult run = Tool(server.Uri(), {"set", "ReelName", "hello"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "vexactl: ReelName: \"hello\" sent; could not be read before, and is now \"other\"\n");
 }
 
 TEST(Mainstay, ADaemonThatIsGoneOrSilentIsOneLineAndAStatus)
