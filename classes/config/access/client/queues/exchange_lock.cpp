@@ -44,9 +44,14 @@ bool ExchangeLock::Acquire(const std::atomic<bool>& ended)
     }
     const MutexLock hold(m_lock);
     ++m_waiting;
-    bool taken;
-    while (!(taken = TakeWaiting()) && !ended) WaitAWhile();
+    // A turn that was handed over is for a thread that has waited, not for the one that handed it over.
+    bool taken = (!m_handedOver || m_waiting == 1) && TakeWaiting();
+    while (!taken && !ended) {
+        WaitAWhile();
+        taken = TakeWaiting();
+    }
     --m_waiting;
+    if (!taken && m_handedOver) m_changed.NotifyOne();  // it was for this thread, perhaps
     return taken;
 }
 
