@@ -6,11 +6,13 @@
 #include <unistd.h>
 
 #include <memory>
+#include <optional>
 
 #include "config/access/io/connection_utilities.h"
 #include "config/access/io/message_queue.h"
 #include "config/values/config_value.h"
 #include "support/program.h"
+#include "support/queue_test.h"
 #include "support/stream_bytes.h"
 
 using testing::HasSubstr;
@@ -100,25 +102,28 @@ std::string TextStream(const std::string& text)
     return Streamed(value);
 }
 
-class MainstayQueue : public testing::Test {
+class MainstayQueue : public QueueTest {
   protected:
-    MainstayQueue() : m_daemon({MAINSTAY, "--tcp-port", "0", "--udp-port", "0"}, "", {"PRODUCT_ID=OAK"})
+    void Start() override
     {
-        m_daemon.WaitForOutput("mainstay: ready, queue /mainstay, TCP port ");
-        m_uri = "tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", m_daemon.Err()));
-        m_udp = "udp://127.0.0.1:" + std::to_string(NumberAfter("UDP port ", m_daemon.Err()));
+        m_daemon.emplace(std::vector<std::string>{MAINSTAY, "--tcp-port", "0", "--udp-port", "0"}, "",
+                         std::vector<std::string>{"PRODUCT_ID=OAK"});
+        m_daemon->WaitForOutput("mainstay: ready, queue /mainstay, TCP port ");
+        m_uri = "tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", m_daemon->Err()));
+        m_udp = "udp://127.0.0.1:" + std::to_string(NumberAfter("UDP port ", m_daemon->Err()));
     }
     /// A daemon that is not killed removes its queue.
-    ~MainstayQueue() override
+    void TearDown() override
     {
-        m_daemon.Signal(SIGTERM);
-        if (!m_ended) m_daemon.Wait();
+        if (!m_daemon || m_ended) return;
+        m_daemon->Signal(SIGTERM);
+        m_daemon->Wait();
     }
     ProgramResult EndDaemon(int signal)
     {
-        m_daemon.Signal(signal);
+        m_daemon->Signal(signal);
         m_ended = true;
-        return m_daemon.Wait();
+        return m_daemon->Wait();
     }
     static std::vector<std::string> Command(const std::string& uri, std::vector<std::string> arguments)
     {
@@ -133,7 +138,7 @@ class MainstayQueue : public testing::Test {
         return RunProgram(Command(m_uri, std::move(arguments)), input, {"PRODUCT_ID=OAK"});
     }
 
-    Program m_daemon;
+    std::optional<Program> m_daemon;
     std::string m_uri, m_udp;
 
   private:
@@ -209,7 +214,7 @@ TEST_F(MainstayQueue, OnlyTheCulpritSuffers)
     std::string script;
     for (int i = 0; i < 500; ++i) script += "set RegisterSave " + std::to_string(i % 20 + 1) + "\n";
     EXPECT_EQ(Tool({"shell"}, script).status, 0);
-    m_daemon.WaitForOutput(" is full or its messages too small: 1 events lost\n");
+    m_daemon->WaitForOutput(" is full or its messages too small: 1 events lost\n");
 
     good.Send("");
     good.Send(std::string(512, '\xA5'));
@@ -276,11 +281,11 @@ TEST_F(MainstayQueueNotify, TheToolReachesTheDaemonThroughQueues)
         watcher->Signal(SIGINT);
         EXPECT_EQ(watcher->Wait().status, 0);
     }
-    m_daemon.Signal(SIGSTOP);
+    m_daemon->Signal(SIGSTOP);
     const ProgramResult silent = RunProgram(Command("queue", {"--timeout", "0.2", "get", "RegisterSave"}));
     EXPECT_EQ(silent.status, 7);
     EXPECT_EQ(silent.err, "vexactl: no answer from the queue /mainstay in time\n");
-    m_daemon.Signal(SIGCONT);
+    m_daemon->Signal(SIGCONT);
     EXPECT_EQ(EndDaemon(SIGTERM).status, 0);
     const ProgramResult gone = RunProgram(Command("queue", {"get", "RegisterSave"}));
     EXPECT_EQ(gone.status, 6);

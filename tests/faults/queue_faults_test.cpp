@@ -3,15 +3,20 @@
 #include <mqueue.h>
 #include <signal.h>
 
+#include <optional>
+
 #include "config/access/client/queues/posix_mq_client.h"
 #include "config/access/client/queues/posix_mq_factory.h"
 #include "faults/faults.h"
 #include "support/program.h"
+#include "support/queue_test.h"
 
 using namespace faults;
 using testing::HasSubstr;
 
 namespace {
+
+using MainstayQueueFaults = QueueTest;
 
 const std::string kQueueFailed = "mainstay: cannot open the queue /mainstay: ";
 
@@ -29,7 +34,7 @@ void ExpectService()
 }
 
 /// A daemon that does not start says why, and leaves nothing behind.
-TEST(MainstayQueueFaults, ADaemonThatCannotStartSaysWhy)
+TEST_F(MainstayQueueFaults, ADaemonThatCannotStartSaysWhy)
 {
     const std::string noThread = ": Resource temporarily unavailable\n";
     const std::pair<Failure, std::string> rows[] = {
@@ -60,7 +65,7 @@ TEST(MainstayQueueFaults, ADaemonThatCannotStartSaysWhy)
 }
 
 /// Only a lock that somebody holds tells of another daemon. The queue stays: it may be that one's.
-TEST(MainstayQueueFaults, AQueueThatCannotBeLockedIsLeftAlone)
+TEST_F(MainstayQueueFaults, AQueueThatCannotBeLockedIsLeftAlone)
 {
     const std::pair<int, std::string> rows[] = {
         {EWOULDBLOCK, "mainstay: another daemon serves the queue /mainstay\n"},
@@ -76,23 +81,26 @@ TEST(MainstayQueueFaults, AQueueThatCannotBeLockedIsLeftAlone)
     }
 }
 
-class MainstayQueueFaulty : public testing::Test {
+class MainstayQueueFaulty : public QueueTest {
   protected:
-    MainstayQueueFaulty() : m_daemon({MAINSTAY, "--tcp-port", "0", "--no-udp"}, "", m_faults.Environment())
+    void Start() override
     {
-        m_daemon.WaitForOutput("mainstay: ready");
+        m_daemon.emplace(std::vector<std::string>{MAINSTAY, "--tcp-port", "0", "--no-udp"}, "",
+                         m_faults.Environment());
+        m_daemon->WaitForOutput("mainstay: ready");
     }
     /// A daemon that is not killed removes its queue.
-    ~MainstayQueueFaulty() override
+    void TearDown() override
     {
+        if (!m_daemon) return;
         ExpectService();
-        m_daemon.Signal(SIGTERM);
-        const ProgramResult result = m_daemon.Wait();
+        m_daemon->Signal(SIGTERM);
+        const ProgramResult result = m_daemon->Wait();
         EXPECT_EQ(result.status, 0) << result.err;
     }
 
     Faults m_faults;
-    Program m_daemon;
+    std::optional<Program> m_daemon;
 };
 
 TEST_F(MainstayQueueFaulty, OneClientSuffersAtMost)
@@ -112,15 +120,15 @@ TEST_F(MainstayQueueFaulty, OneClientSuffersAtMost)
     };
     for (const auto& [failure, status, message] : rows) {
         SCOPED_TRACE(std::to_string(failure.call) + ", " + strerror(failure.error));
-        const std::string before = m_daemon.Err();
+        const std::string before = m_daemon->Err();
         m_faults.Arm(failure);
         if (failure.call == kMqTimedreceive) m_faults.Arm({kMqSend, EAGAIN});  // after a reply that waits
         const ProgramResult result = Tool({"--timeout", "0.5", "set", "RegisterSave", "5"});
         EXPECT_EQ(result.status, status) << result.err;
         if (message.empty())
-            EXPECT_EQ(m_daemon.Err(), before);
+            EXPECT_EQ(m_daemon->Err(), before);
         else
-            m_daemon.WaitForOutput(message);
+            m_daemon->WaitForOutput(message);
         EXPECT_EQ(m_faults.Failed(failure.call), failure.times);
         m_faults.Disarm(failure.call);
         ExpectService();

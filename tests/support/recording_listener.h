@@ -12,6 +12,9 @@
 
 class RecordingListener : public ConfigEventListener {
   public:
+    /// @param react  called at every change, after it was recorded.
+    explicit RecordingListener(std::function<void()> react = nullptr) : m_react(std::move(react)) {}
+
     using ConfigEventListener::ParamChanged;
     bool ParamChanged(eParam_t id, unsigned int value, timeval time) override
     {
@@ -42,29 +45,17 @@ class RecordingListener : public ConfigEventListener {
     {
         char head[32];
         snprintf(head, sizeof head, "%s %08x=", kind, id);
-        const std::lock_guard hold(m_mutex);
-        m_heard.push_back(head + value);
-        m_lastTime = time;
+        {
+            const std::lock_guard hold(m_mutex);
+            m_heard.push_back(head + value);
+            m_lastTime = time;
+        }
+        if (m_react) m_react();
         return false;  // results are ignored by the caller
     }
 
+    const std::function<void()> m_react;
     mutable std::mutex m_mutex;
     std::vector<std::string> m_heard;
     timeval m_lastTime{};
-};
-
-/// Calls back for every number, after it was recorded.
-class Callback : public RecordingListener {
-  public:
-    explicit Callback(std::function<void()> function) : m_function(std::move(function)) {}
-    using RecordingListener::ParamChanged;
-    bool ParamChanged(eParam_t id, unsigned int value, timeval time) override
-    {
-        RecordingListener::ParamChanged(id, value, time);
-        m_function();
-        return true;
-    }
-
-  private:
-    const std::function<void()> m_function;
 };

@@ -2,12 +2,11 @@
 #include "config/streams/class_factory.h"
 
 #include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
+#include <sched.h>
 
 #include "config/values/package_header.h"
 #include "config/values/standard_factories.h"
+#include "support/gate.h"
 #include "support/in_child.h"
 #include "support/stderr_of.h"
 
@@ -98,25 +97,53 @@ TEST(ClassFactory, AReplacedFactoryStaysAndDestroyedOnesAreNotRebuilt)
         NotFound("0") + NotFound("20"));
 }
 
-TEST(ClassFactory, SeveralThreadsMayMakeTheFirstObjectAndAskForUnknownClasses)
+/// Holds up the registry until its gate opens, and then is not registered after all.
+struct Withdrawn : ClassFactory {
+    Withdrawn() : ClassFactory(eClassID_t{21}) {}
+    eClassID_t GetClassID() override
+    {
+        gate.Pass();
+        throw 1;
+    }
+    Serializable* Create() override { return nullptr; }
+    Gate gate;
+};
+
+/// The first thread that asks has found the registry empty and is overtaken, by one that registers a factory of
+/// its own and asks as well.
+TEST(ClassFactory, AThreadThatAsksDuringTheFirstRegistrationGetsAllOfIt)
 {
     ExpectInChild([] {
-        std::atomic<int> missing = 0;
-        std::vector<std::jthread> threads;
-        for (unsigned int n = 0; n < 4; ++n)
-            threads.emplace_back([&missing, n] {
-                for (unsigned int id = 0; id < 500; ++id) {
-                    Make(1000 + 500 * n + id);
-                    Serializable* const made = Make(8);
-                    if (!made) ++missing;
-                    ClassFactory::Release(made);
-                }
-            });
-        threads.clear();
-        EXPECT_EQ(missing, 0);
+        Withdrawn withdrawn;
+        const std::jthread holding([&] { EXPECT_THROW(ClassFactory::Register(&withdrawn), int); });
+        withdrawn.gate.Await();
+        // A thread of the idle class gives way to any other of its processor as soon as that one can run.
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(static_cast<size_t>(sched_getcpu()), &one);
+        sched_setaffinity(0, sizeof one, &one);
+        const WatchedThread first([] {
+            const sched_param none{};
+            sched_setscheduler(0, SCHED_IDLE, &none);
+            EXPECT_NE(Make(0), nullptr);
+        });
+        EXPECT_TRUE(first.Waits());
+        const WatchedThread second([] {
+            new OwnFactory;
+            EXPECT_NE(Make(0), nullptr);
+        });
+        EXPECT_TRUE(second.Waits());
+        withdrawn.gate.Open();
+    });
+}
+
+TEST(ClassFactory, LookUpsOfUnknownClassesLeaveRoom)
+{
+    ExpectInChild([] {
+        for (unsigned int id = 1000; id < 3000; ++id) Make(id);
         for (const unsigned int id : {1000u, 2999u}) {
             new OwnFactory(id);
-            EXPECT_NE(Make(id), nullptr) << "the look-ups before it left no room";
+            EXPECT_NE(Make(id), nullptr);
         }
     });
 }

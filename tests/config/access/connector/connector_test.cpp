@@ -1,10 +1,11 @@
+#include "config/access/connector/local_config_factory.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <thread>
-
-#include "config/access/connector/local_config_factory.h"
 #include "config/access/protocol/uri.h"
+#include "config/descriptors/integer_descriptor.h"
+#include "support/gate.h"
 #include "support/store.h"
 #include "support/test_server.h"
 
@@ -71,18 +72,32 @@ TEST(Connector, AStoreOfAnotherFactoryIsNotTracked)
     EXPECT_FALSE(factory.Disconnect(nullptr));
 }
 
-TEST(Connector, ThreadsThatConnectAtOnceGetOneStore)
+/// Stops the store that asks for its default first.
+struct StoppingDescriptor : IntegerDescriptor {
+    unsigned int GetFactoryDefault() override
+    {
+        gate.Pass();
+        return 0;
+    }
+    Gate gate;
+};
+
+TEST(Connector, AThreadThatConnectsWhileAStoreIsMadeGetsThatStore)
 {
+    constexpr eParam_t kOwn{0x01020305};
     CreateDescriptors();
     LocalConfigFactory factory;
-    std::vector<Config*> configs(8);
+    StoppingDescriptor descriptor;
+    descriptor.SetParamID(kOwn);
+    g_paramDescriptors[kOwn] = &descriptor;
+    Config *first = nullptr, *second = nullptr;
     {
-        std::vector<std::jthread> threads;
-        for (Config*& config : configs)
-            threads.emplace_back([&] { config = factory.Connect("local:configid=77"); });
+        const std::jthread making([&] { first = factory.Connect("local:configid=77"); });
+        EXPECT_TRUE(descriptor.gate.KeepsWaiting([&] { second = factory.Connect("local:configid=77"); }));
     }
-    for (Config* config : configs) EXPECT_EQ(config, configs[0]);
-    for (Config* config : configs) EXPECT_TRUE(factory.Disconnect(config));
+    g_paramDescriptors.erase(kOwn);
+    EXPECT_EQ(first, second);
+    EXPECT_TRUE(factory.Disconnect(first) && factory.Disconnect(second));
 }
 
 TEST(Connector, ANewInstanceDoesNotKnowTheStoresOfTheOld)

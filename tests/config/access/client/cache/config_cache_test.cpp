@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -154,14 +153,6 @@ TEST_F(ConfigCacheTest, AnEventDuringACallIsNewerThanItsValue)
     EXPECT_EQ(All(kPlain), "1599") << "without an event the written value holds";
 }
 
-TEST_F(ConfigCacheTest, BindingTakesTheKeyOver)
-{
-    ConfigCache other(&wrapped);
-    EXPECT_TRUE(cache.bind(other));
-    EXPECT_EQ(cache.bindingKey().tv_sec, other.bindingKey().tv_sec);
-    EXPECT_EQ(cache.bindingKey().tv_usec, other.bindingKey().tv_usec);
-}
-
 TEST(ConfigCache, TheEventOfAnOldWriteDoesNotKeepANewOneFromTheStore)
 {
     TestStore store;  // its events come late
@@ -192,7 +183,7 @@ TEST(ConfigCache, AroundAStore)
     EXPECT_TRUE(cache.Set(eParamID_Take, highest + 5));
     EXPECT_EQ(cache.Get(eParamID_Take), highest) << "as the store corrected it";
 
-    Callback once([&] {
+    RecordingListener once([&] {
         cache.RemoveConfigEventListener(&once);
         EXPECT_TRUE(cache.Set(eParamID_Take, 4u)) << "from a callback";
     });
@@ -201,27 +192,11 @@ TEST(ConfigCache, AroundAStore)
     EXPECT_EQ(once.Heard().size(), 1u);
     EXPECT_EQ(cache.Get(eParamID_Take), 4u);
 
-    std::atomic<bool> inside = false, left = false;
-    Callback own([&] {
-        inside = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));  // a removal is to come meanwhile
-        left = true;
-    });
     RecordingListener passedOn;
-    for (int n = 0; n < 2; ++n) {
-        EXPECT_TRUE(cache.AddConfigEventListener(&own));
-        EXPECT_TRUE(cache.AddConfigEventListener(eParamID_Take, &passedOn));
-    }
-    std::jthread writer([&] { store->Set(eParamID_Take, 5u); });
-    while (!inside) std::this_thread::yield();
-    EXPECT_TRUE(cache.RemoveConfigEventListener(&own));
-    EXPECT_TRUE(left) << "the running callback was waited for";
-    EXPECT_EQ(own.Heard().size(), 1u) << "the second call was not made";
+    for (int n = 0; n < 2; ++n) EXPECT_TRUE(cache.AddConfigEventListener(eParamID_Take, &passedOn));
     EXPECT_TRUE(cache.RemoveConfigEventListener(&passedOn));
-    const size_t heard = passedOn.Heard().size();
-    writer.join();
     store->Set(eParamID_Take, 6u);
-    EXPECT_EQ(passedOn.Heard().size(), heard) << "removed from the store, too";
+    EXPECT_TRUE(passedOn.Heard().empty()) << "removed from the store, too";
     store->RemoveConfigEventListener(&cache);
 }
 

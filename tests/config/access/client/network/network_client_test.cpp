@@ -178,7 +178,7 @@ TEST_F(NetworkClientTest, ListenersAreRegisteredOnceAndMayUseTheClient)
     ASSERT_NE(client, nullptr);
     RecordingListener other;
     std::promise<void> done;
-    Callback busy([&] {
+    RecordingListener busy([&] {
         if (busy.Heard().size() > 1) return;
         EXPECT_EQ(client->Get(kNumber), 7u);
         EXPECT_TRUE(client->Set(kNumber, 1u));
@@ -217,8 +217,8 @@ TEST_F(NetworkClientTest, AListenerThatComesLaterDoesNotHearOldValues)
     net::NetworkClient* const client = Connect(server);
     ASSERT_NE(client, nullptr);
     std::promise<void> heard;
-    Callback successor([&] { heard.set_value(); });
-    Callback first([&] {
+    RecordingListener successor([&] { heard.set_value(); });
+    RecordingListener first([&] {
         client->RemoveConfigEventListener(&first);
         client->AddConfigEventListener(&successor);
     });
@@ -243,7 +243,8 @@ TEST_F(NetworkClientTest, SendingReadsWhileNobodyElseDoes)
     net::NetworkClient* const client = Connect(server);
     ASSERT_NE(client, nullptr);
     std::mutex mutex;
-    Callback locking([&] { const std::lock_guard hold(mutex); });  // stands still as long as it is held
+    RecordingListener locking(
+        [&] { const std::lock_guard hold(mutex); });  // stands still as long as it is held
     const std::string output = StderrOf([&] {
         {
             const std::lock_guard hold(mutex);

@@ -27,7 +27,7 @@ TEST_F(MainstayQueueClient, RequestsAndAnswersWordByWord)
     EXPECT_EQ(text, "Scene");
     EXPECT_TRUE(m_client->Config::Set(kText, std::string("Take")));
 
-    const auto requests = m_daemon.Requests();
+    const auto requests = m_daemon->Requests();
     ASSERT_EQ(requests.size(), 5u);
     const std::string stream = TextStream("Take");
     const auto length = static_cast<uint32_t>(stream.size());
@@ -83,7 +83,7 @@ TEST_F(MainstayQueueClient, WrongAnswersFailInTheOrderOfTheChecks)
                          : row.type == 112 ? m_client->Get(kText, text)
                                            : m_client->Config::Set(kText, text));
         });
-        m_daemon.SetScript(nullptr);
+        m_daemon->SetScript(nullptr);
         EXPECT_EQ(error.substr(error.find('\n', error.find("IsValid")) + 1), row.message);
         EXPECT_EQ(text, "kept");
         EXPECT_EQ(m_client->GetLastConfigUpdate().tv_sec, row.updated ? row.type : before.tv_sec);
@@ -119,15 +119,15 @@ TEST_F(MainstayQueueClient, AnAnswerThatComesTooLateIsNobodys)
               "PosixMQClient::Get(): mq_receive returned -1, FAILED");
     EXPECT_FALSE(m_client->IsReachable());
     m_client->SetReplyTimeout(vexa::Deadline::kNever);
-    const MQRequest late = m_daemon.Requests().back();
+    const MQRequest late = m_daemon->Requests().back();
     AnswerWith(XCFG_SET_PARAM_REQUEST, [&](const MQRequest& request) {
-        m_daemon.Send(m_id, Bytes(AnswerTo(late)));
+        m_daemon->Send(m_id, Bytes(AnswerTo(late)));
         return Bytes(AnswerTo(request));
     });
     EXPECT_TRUE(m_client->Config::Set(kNumber, 1u));
     EXPECT_TRUE(m_client->IsReachable());
 
-    m_daemon.Hang();
+    m_daemon->Hang();
     m_client->SetReplyTimeout(1);
     std::string error;
     for (int i = 0; i < 200 && error.find("mq_send") == std::string::npos; ++i)
@@ -145,13 +145,13 @@ TEST_F(MainstayQueueClient, DisconnectWakesWhoWaits)
 {
     ConfigEvent event;
     auto waited = std::async(std::launch::async, [&] { return m_client->WaitForConfigEvent(event, 0, 0); });
-    EXPECT_TRUE(Eventually([&] { return m_daemon.Types().size() == 1; }));
-    m_daemon.SetScript([](ScriptedDaemon&, const MQRequest& request) { return request.msgtype == 80; });
+    EXPECT_TRUE(Eventually([&] { return m_daemon->Types().size() == 1; }));
+    m_daemon->SetScript([](ScriptedDaemon&, const MQRequest& request) { return request.msgtype == 80; });
     std::future<unsigned int> got;
     StderrOf([&] {
         got = std::async(std::launch::async, [&] { return m_client->Get(kNumber); });
-        EXPECT_TRUE(Eventually([&] { return m_daemon.Types().size() == 2; }));
-        m_factory.Disconnect(m_client);
+        EXPECT_TRUE(Eventually([&] { return m_daemon->Types().size() == 2; }));
+        m_factory->Disconnect(m_client);
         EXPECT_FALSE(waited.get());
         EXPECT_EQ(got.get(), 0u);
     });
@@ -165,21 +165,21 @@ TEST_F(MainstayQueueClient, DisconnectUnderEventsAndFromACallback)
     for (int i = 0; i < 60; ++i) {
         const bool fromCallback = i % 2 == 0;
         const auto descriptors = EntriesOf("/proc/self/fd");
-        mq::PosixMQClient* const client = m_factory.Connect("mq:");
+        mq::PosixMQClient* const client = m_factory->Connect("mq:");
         ASSERT_NE(client, nullptr);
         const uint32_t id = client->ConnectionID();
         std::promise<void> called;
-        Callback listener([&] {
+        RecordingListener listener([&] {
             if (listener.Heard().size() > 1) return;
-            if (fromCallback) m_factory.Disconnect(client);
+            if (fromCallback) m_factory->Disconnect(client);
             called.set_value();
         });
         client->AddConfigEventListener(&listener);
         auto events = std::async(std::launch::async, [&] {
-            for (unsigned int value = 0; value < 50; ++value) m_daemon.Send(id, NumberEvent(id, value));
+            for (unsigned int value = 0; value < 50; ++value) m_daemon->Send(id, NumberEvent(id, value));
         });
         called.get_future().wait();
-        if (!fromCallback) m_factory.Disconnect(client);
+        if (!fromCallback) m_factory->Disconnect(client);
         events.get();
         ASSERT_TRUE(Eventually([&] { return EntriesOf("/proc/self/fd") <= descriptors; }))
             << "the client is left";
@@ -193,7 +193,7 @@ TEST_F(MainstayQueueClient, FourThreadsWithAListenerEach)
 {
     constexpr unsigned int kRounds = 200;
     // A change is announced to its connection before it is answered, and a number is that of its connection.
-    m_daemon.SetScript([&](ScriptedDaemon& self, const MQRequest& request) {
+    m_daemon->SetScript([&](ScriptedDaemon& self, const MQRequest& request) {
         const uint32_t id = request.info.connectionID;
         auto answer = AnswerTo(request);
         answer.value = id;
@@ -204,7 +204,7 @@ TEST_F(MainstayQueueClient, FourThreadsWithAListenerEach)
     std::vector<std::jthread> threads;
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([this] {
-            mq::PosixMQClient* const client = m_factory.Connect("mq:");
+            mq::PosixMQClient* const client = m_factory->Connect("mq:");
             RecordingListener listener;
             EXPECT_TRUE(client->AddConfigEventListener(&listener));
             for (unsigned int value = 1; value <= kRounds; ++value) {
@@ -215,7 +215,7 @@ TEST_F(MainstayQueueClient, FourThreadsWithAListenerEach)
             const auto heard = listener.Heard();
             for (unsigned int value = 1; value <= heard.size(); ++value)
                 EXPECT_EQ(heard[value - 1], Number(value));
-            m_factory.Disconnect(client);
+            m_factory->Disconnect(client);
         });
 }
 

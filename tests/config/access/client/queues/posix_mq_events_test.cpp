@@ -3,6 +3,7 @@
 
 #include <future>
 
+#include "support/gate.h"
 #include "support/mq_client_test.h"
 #include "support/raw_peer.h"
 
@@ -19,10 +20,10 @@ TEST_F(MainstayQueueEvents, RequestsWorkAmongEvents)
     constexpr unsigned int kRequests = 300;
     unsigned int value = 0;
     const auto sendEvents = [&] {
-        m_daemon.Send(m_id, NumberEvent(m_id, ++value));
-        m_daemon.Send(m_id, TextEvent(m_id, std::to_string(value)));
+        m_daemon->Send(m_id, NumberEvent(m_id, ++value));
+        m_daemon->Send(m_id, TextEvent(m_id, std::to_string(value)));
     };
-    m_daemon.SetScript([&](ScriptedDaemon& self, const MQRequest& request) {
+    m_daemon->SetScript([&](ScriptedDaemon& self, const MQRequest& request) {
         if (request.msgtype == XCFG_DISCONNECT_REQUEST) return false;
         sendEvents();
         self.Send(m_id, Bytes(AnswerTo(request)));
@@ -34,7 +35,7 @@ TEST_F(MainstayQueueEvents, RequestsWorkAmongEvents)
         << "before the registration's answer";
     for (unsigned int i = 0; i < kRequests; ++i) ASSERT_EQ(m_client->Get(kNumber), 7u);
     ASSERT_TRUE(Eventually([&] { return m_listener.Heard().size() == 2 + 4 * kRequests; }));
-    m_daemon.SetScript(nullptr);
+    m_daemon->SetScript(nullptr);
     const auto heard = m_listener.Heard();
     for (size_t i = 0; i < heard.size(); i += 2) {
         const auto number = static_cast<unsigned int>(i / 2 + 1);
@@ -52,17 +53,17 @@ TEST_F(MainstayQueueEvents, TheDaemonHearsOfTheFirstListenerAndOfTheLast)
     EXPECT_TRUE(m_client->AddConfigEventListener(&first));
     EXPECT_TRUE(m_client->AddConfigEventListener(&second));
     EXPECT_TRUE(m_client->AddConfigEventListener(&first));
-    EXPECT_EQ(m_daemon.Requests().back().bytes, Words({48, m_id, 1, 0, 0, 0}));
-    m_daemon.Send(m_id, NumberEvent(m_id + 1, 4));  // for another connection
-    m_daemon.Send(m_id, NumberEvent(m_id, 5));
+    EXPECT_EQ(m_daemon->Requests().back().bytes, Words({48, m_id, 1, 0, 0, 0}));
+    m_daemon->Send(m_id, NumberEvent(m_id + 1, 4));  // for another connection
+    m_daemon->Send(m_id, NumberEvent(m_id, 5));
     EXPECT_TRUE(Eventually([&] { return first.Heard().size() == 2; }));
     EXPECT_TRUE(m_client->RemoveConfigEventListener(&first));
     EXPECT_TRUE(m_client->RemoveConfigEventListener(&second));
-    m_daemon.Send(m_id, NumberEvent(m_id, 6));
+    m_daemon->Send(m_id, NumberEvent(m_id, 6));
     EXPECT_TRUE(Eventually([&] { return first.Heard().size() == 3; }));
-    EXPECT_THAT(m_daemon.Types(), ElementsAre(48));
+    EXPECT_THAT(m_daemon->Types(), ElementsAre(48));
     EXPECT_TRUE(m_client->RemoveConfigEventListener(&first));
-    EXPECT_THAT(m_daemon.Types(), ElementsAre(48, 49));
+    EXPECT_THAT(m_daemon->Types(), ElementsAre(48, 49));
     EXPECT_THAT(first.Heard(), ElementsAre(Number(5), Number(5), Number(6)));
     EXPECT_THAT(second.Heard(), ElementsAre(Number(5)));
     EXPECT_EQ(first.LastTime().tv_sec, 11);
@@ -121,10 +122,10 @@ TEST_F(MainstayQueueEvents, MessagesThatAreNoEventsAreReported)
     empty.msgtype = XCFG_PARAM_STRING_CHANGED_EVENT;
     data.info.connectionID = empty.info.connectionID = m_id;
     const std::string error = StderrOf([&] {
-        m_daemon.Send(m_id, Bytes(data));
-        m_daemon.Send(m_id, Words({99, m_id}));
-        m_daemon.Send(m_id, Bytes(empty));
-        m_daemon.Send(m_id, NumberEvent(m_id, 1));
+        m_daemon->Send(m_id, Bytes(data));
+        m_daemon->Send(m_id, Words({99, m_id}));
+        m_daemon->Send(m_id, Bytes(empty));
+        m_daemon->Send(m_id, NumberEvent(m_id, 1));
         EXPECT_TRUE(Eventually([&] { return m_listener.Heard().size() == 1; }));
     });
     EXPECT_EQ(error,
@@ -136,7 +137,7 @@ TEST_F(MainstayQueueEvents, CallbacksUseTheirClientAndAreKeptFromHangingIt)
 {
     std::atomic<unsigned int> got = 0;
     std::atomic<bool> refused = true, ended = false;
-    Callback listener([&] {
+    RecordingListener listener([&] {
         got += m_client->Get(kNumber);
         ConfigEvent event;
         if (m_client->AddConfigEventListener(&listener) || m_client->RemoveConfigEventListener(&listener) ||
@@ -147,7 +148,7 @@ TEST_F(MainstayQueueEvents, CallbacksUseTheirClientAndAreKeptFromHangingIt)
     });
     m_client->AddConfigEventListener(&listener);
     const std::string error = StderrOf([&] {
-        for (unsigned int i = 1; i <= 3; ++i) m_daemon.Send(m_id, NumberEvent(m_id, i));
+        for (unsigned int i = 1; i <= 3; ++i) m_daemon->Send(m_id, NumberEvent(m_id, i));
         EXPECT_TRUE(Eventually([&] { return ended.load(); }));
     });
     EXPECT_THAT(listener.Heard(), ElementsAre(Number(1), Number(2), Number(3)));
@@ -157,11 +158,20 @@ TEST_F(MainstayQueueEvents, CallbacksUseTheirClientAndAreKeptFromHangingIt)
     Disconnect();
 }
 
+TEST_F(MainstayQueueEvents, ARemovalWaitsForTheCallbackOfAnotherThread)
+{
+    Gate gate;
+    RecordingListener listener([&] { gate.Pass(); });
+    ASSERT_TRUE(m_client->AddConfigEventListener(&listener));
+    m_daemon->Send(m_id, NumberEvent(m_id, 1));
+    EXPECT_TRUE(gate.KeepsWaiting([&] { m_client->RemoveConfigEventListener(&listener); }));
+}
+
 TEST_F(MainstayQueueEvents, TheLastListenerComesAndGoesUnderEvents)
 {
     std::atomic<bool> stop = false;
     auto events = std::async(std::launch::async, [&] {
-        for (unsigned int i = 1; !stop; ++i) m_daemon.Send(m_id, NumberEvent(m_id, i));
+        for (unsigned int i = 1; !stop; ++i) m_daemon->Send(m_id, NumberEvent(m_id, i));
     });
     for (int i = 0; i < 200; ++i) {
         RecordingListener listener;
@@ -174,7 +184,7 @@ TEST_F(MainstayQueueEvents, TheLastListenerComesAndGoesUnderEvents)
     m_client->AddConfigEventListener(&m_listener);
     stop = true;
     events.get();
-    m_daemon.Send(m_id, NumberEvent(m_id, 0));
+    m_daemon->Send(m_id, NumberEvent(m_id, 0));
     EXPECT_TRUE(
         Eventually([&] { return !m_listener.Heard().empty() && m_listener.Heard().back() == Number(0); }));
 }
@@ -199,19 +209,19 @@ TEST_F(MainstayQueueEvents, AWaitHandsOutEventsAsRecords)
 {
     ConfigEvent event;
     auto waited = std::async(std::launch::async, [&] { return m_client->WaitForConfigEvent(event, 0, 0); });
-    EXPECT_TRUE(Eventually([&] { return m_daemon.Types().size() == 1; }));
+    EXPECT_TRUE(Eventually([&] { return m_daemon->Types().size() == 1; }));
     EXPECT_EQ(m_client->Get(kNumber), 7u) << "the waiting thread reads the answer";
     EXPECT_EQ(waited.wait_for(0s), std::future_status::timeout);
-    m_daemon.Send(m_id, NumberEvent(m_id, 8));
+    m_daemon->Send(m_id, NumberEvent(m_id, 8));
     EXPECT_TRUE(waited.get());
     EXPECT_EQ(event.paramID, kNumber);
     EXPECT_EQ(event.paramType, FindDescriptor(kNumber)->GetParamType());
     EXPECT_EQ(event.value, 8u);
     EXPECT_EQ(event.time.tv_sec, 11);
 
-    m_daemon.Send(m_id, TextEvent(m_id, "Scene"));
-    m_daemon.Send(m_id, NumberEvent(m_id + 1, 1));
-    m_daemon.Send(m_id, Words({146, m_id}));
+    m_daemon->Send(m_id, TextEvent(m_id, "Scene"));
+    m_daemon->Send(m_id, NumberEvent(m_id + 1, 1));
+    m_daemon->Send(m_id, Words({146, m_id}));
     EXPECT_EQ(m_client->Get(kNumber), 7u) << "events before the answer";
     EXPECT_TRUE(m_client->WaitForConfigEvent(event, 0, 0));
     EXPECT_EQ(event.paramType, eCParam_StringValue);
@@ -225,8 +235,8 @@ TEST_F(MainstayQueueEvents, AWaitHandsOutEventsAsRecords)
     m_client->AddConfigEventListener(&m_listener);
     waited = std::async(std::launch::async, [&] { return m_client->WaitForConfigEvent(event, 0, 0); });
     EXPECT_TRUE(m_client->RemoveConfigEventListener(&m_listener));
-    EXPECT_THAT(m_daemon.Types(), ElementsAre(48, 80, 80, 48, 49, 48));
-    m_daemon.Send(m_id, NumberEvent(m_id, 9));
+    EXPECT_THAT(m_daemon->Types(), ElementsAre(48, 80, 80, 48, 49, 48));
+    m_daemon->Send(m_id, NumberEvent(m_id, 9));
     EXPECT_TRUE(waited.get());
     EXPECT_EQ(event.value, 9u);
 }

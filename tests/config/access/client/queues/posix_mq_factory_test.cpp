@@ -8,6 +8,7 @@
 
 #include "config/access/client/queues/posix_mq_client.h"
 #include "support/in_child.h"
+#include "support/queue_test.h"
 #include "support/raw_peer.h"
 #include "support/scripted_daemon.h"
 #include "support/stderr_of.h"
@@ -18,6 +19,8 @@ using testing::StartsWith;
 using namespace std::chrono_literals;
 
 namespace {
+
+using MainstayQueueFactory = QueueTest;
 
 std::string QueueName(unsigned int number)
 {
@@ -31,7 +34,7 @@ bool QueueExists(const std::string& name)
     return queue != -1;
 }
 
-TEST(MainstayQueueFactory, ConnectionsHaveNamesNumbersAndPriorities)
+TEST_F(MainstayQueueFactory, ConnectionsHaveNamesNumbersAndPriorities)
 {
     ScriptedDaemon daemon;
     mq::PosixMQFactory factory;
@@ -51,7 +54,7 @@ TEST(MainstayQueueFactory, ConnectionsHaveNamesNumbersAndPriorities)
     factory.Disconnect(first);
 }
 
-TEST(MainstayQueueFactory, AHandshakeThatFailsGivesNoClientAndLeavesNothing)
+TEST_F(MainstayQueueFactory, AHandshakeThatFailsGivesNoClientAndLeavesNothing)
 {
     const std::string confirm = "PosixMQFactory::ConfirmConnection: ";
     struct {
@@ -88,7 +91,7 @@ TEST(MainstayQueueFactory, AHandshakeThatFailsGivesNoClientAndLeavesNothing)
     }
 }
 
-TEST(MainstayQueueFactory, WhatAnEndedProcessHasLeftDoesNotMatter)
+TEST_F(MainstayQueueFactory, WhatAnEndedProcessHasLeftDoesNotMatter)
 {
     ScriptedDaemon daemon([](ScriptedDaemon& self, const MQRequest& request) {
         // An event may be faster than the answer.
@@ -117,7 +120,7 @@ TEST(MainstayQueueFactory, WhatAnEndedProcessHasLeftDoesNotMatter)
     }
 }
 
-TEST(MainstayQueueFactory, NobodyWaitsLongerThanAllowedForADaemonThatHangs)
+TEST_F(MainstayQueueFactory, NobodyWaitsLongerThanAllowedForADaemonThatHangs)
 {
     ScriptedDaemon daemon;
     mq::PosixMQFactory factory;
@@ -143,7 +146,7 @@ TEST(MainstayQueueFactory, NobodyWaitsLongerThanAllowedForADaemonThatHangs)
     EXPECT_FALSE(QueueExists(QueueName(0)));
 }
 
-TEST(MainstayQueueFactory, AClientThatEndsReleasesItsOwnExchangeOnly)
+TEST_F(MainstayQueueFactory, AClientThatEndsReleasesItsOwnExchangeOnly)
 {
     std::promise<void> held;
     ScriptedDaemon daemon([&](ScriptedDaemon&, const MQRequest& request) {
@@ -171,7 +174,7 @@ TEST(MainstayQueueFactory, AClientThatEndsReleasesItsOwnExchangeOnly)
     factory.Disconnect(waiting);
 }
 
-TEST(MainstayQueueFactory, ALimitOfTheUserIsRaisedByAndBy)
+TEST_F(MainstayQueueFactory, ALimitOfTheUserIsRaisedByAndBy)
 {
     ScriptedDaemon daemon;
     ExpectInChild(
@@ -195,7 +198,7 @@ TEST(MainstayQueueFactory, ALimitOfTheUserIsRaisedByAndBy)
               HasSubstr("PosixMQFactory::Connect - $ rm /dev/mqueue/*\n")));
 }
 
-TEST(MainstayQueueFactory, WithoutADaemonTheProcessEnds)
+TEST_F(MainstayQueueFactory, WithoutADaemonTheProcessEnds)
 {
     mq_unlink(mq::kRequestQueue);
     GTEST_FLAG_SET(death_test_style, VEXA_DEATH_TEST_STYLE);

@@ -154,7 +154,7 @@ TEST_F(NetworkUdpServer, EventsOfEverybodyElsesChanges)
     EXPECT_EQ(PayloadOf(data), bytes);
 
     // What a listener changes during a client's Set is nobody's announcement but the announcer's.
-    Callback follower([&] {
+    RecordingListener follower([&] {
         if (follower.Heard().size() == 1) store->Set(eParamID_Take, 6u);
     });
     store->AddConfigEventListener(&follower);
