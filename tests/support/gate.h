@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -46,6 +47,33 @@ class WatchedThread {
     std::atomic<pid_t> m_id = 0;
     std::atomic<bool> m_done = false;
     std::jthread m_thread;
+};
+
+/// Keeps this thread, and those that it starts, on one processor for a scope. There a thread that gives way runs
+/// only while no other one can.
+class OneProcessor {
+  public:
+    OneProcessor()
+    {
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(static_cast<size_t>(sched_getcpu()), &one);
+        sched_getaffinity(0, sizeof m_before, &m_before);
+        sched_setaffinity(0, sizeof one, &one);
+    }
+    ~OneProcessor() { sched_setaffinity(0, sizeof m_before, &m_before); }
+    OneProcessor(const OneProcessor&) = delete;
+    OneProcessor& operator=(const OneProcessor&) = delete;
+
+    /// For the calling thread.
+    static void GiveWay()
+    {
+        const sched_param none{};
+        sched_setscheduler(0, SCHED_IDLE, &none);
+    }
+
+  private:
+    cpu_set_t m_before;
 };
 
 /// Every wait has an end, so that a fault is a failed test and not one that hangs.

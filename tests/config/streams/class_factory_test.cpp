@@ -2,7 +2,6 @@
 #include "config/streams/class_factory.h"
 
 #include <gtest/gtest.h>
-#include <sched.h>
 
 #include "config/values/package_header.h"
 #include "config/values/standard_factories.h"
@@ -117,14 +116,9 @@ TEST(ClassFactory, AThreadThatAsksDuringTheFirstRegistrationGetsAllOfIt)
         Withdrawn withdrawn;
         const std::jthread holding([&] { EXPECT_THROW(ClassFactory::Register(&withdrawn), int); });
         withdrawn.gate.Await();
-        // A thread of the idle class gives way to any other of its processor as soon as that one can run.
-        cpu_set_t one;
-        CPU_ZERO(&one);
-        CPU_SET(static_cast<size_t>(sched_getcpu()), &one);
-        sched_setaffinity(0, sizeof one, &one);
+        const OneProcessor shared;
         const WatchedThread first([] {
-            const sched_param none{};
-            sched_setscheduler(0, SCHED_IDLE, &none);
+            OneProcessor::GiveWay();
             EXPECT_NE(Make(0), nullptr);
         });
         EXPECT_TRUE(first.Waits());

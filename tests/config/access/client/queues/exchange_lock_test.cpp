@@ -50,26 +50,25 @@ TEST(ExchangeLock, OneThatEndsWhileItHoldsTheLockFreesItOnce)
 
 TEST(ExchangeLock, AHolderThatAsksAgainAtOnceGoesFirst64TimesAtMost)
 {
-    constexpr int kRounds = 20;  // now and then a waiting thread is lucky
-    for (int round = 0; round < kRounds; ++round) {
-        ExchangeLock lock;
-        const int greedy = 1, patient = 2;
-        std::atomic<bool> hadItsTurn = false;
-        std::unique_ptr<ExchangeLock::Turn> held;
-        const auto askAgain = [&] {
-            held.reset();
-            held = std::make_unique<ExchangeLock::Turn>(lock, &greedy, kNotEnded);
-        };
-        askAgain();
-        const WatchedThread waiting([&] {
-            const ExchangeLock::Turn turn(lock, &patient, kNotEnded);
-            hadItsTurn = true;
-        });
-        EXPECT_TRUE(waiting.Waits());
-        for (int turn = 0; turn < 65; ++turn) askAgain();
-        EXPECT_TRUE(hadItsTurn) << round;
+    ExchangeLock lock;
+    const int greedy = 1, patient = 2;
+    std::atomic<bool> hadItsTurn = false;
+    const OneProcessor shared;
+    std::unique_ptr<ExchangeLock::Turn> held;
+    const auto askAgain = [&] {
         held.reset();
-    }
+        held = std::make_unique<ExchangeLock::Turn>(lock, &greedy, kNotEnded);
+    };
+    askAgain();
+    const WatchedThread waiting([&] {
+        OneProcessor::GiveWay();
+        const ExchangeLock::Turn turn(lock, &patient, kNotEnded);
+        hadItsTurn = true;
+    });
+    EXPECT_TRUE(waiting.Waits());
+    for (int turn = 0; turn < 65; ++turn) askAgain();
+    EXPECT_TRUE(hadItsTurn);
+    held.reset();
 }
 
 }  // namespace
