@@ -5,7 +5,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <memory>
 #include <optional>
 
 #include "config/access/io/connection_utilities.h"
@@ -13,6 +12,7 @@
 #include "config/values/config_value.h"
 #include "support/program.h"
 #include "support/queue_test.h"
+#include "support/raw_peer.h"
 #include "support/stream_bytes.h"
 
 using testing::HasSubstr;
@@ -247,40 +247,35 @@ TEST_F(MainstayQueue, IsTakenOverAfterACrashAndRemovedAtAStop)
     EXPECT_EQ(mq_open(mq::kRequestQueue, O_WRONLY), -1);
 }
 
-/// As a user would, with every transport at once.
+/// As a user would. The other transports are watched where they have no name of the machine.
 using MainstayQueueNotify = MainstayQueue;
 
 TEST_F(MainstayQueueNotify, TheToolReachesTheDaemonThroughQueues)
 {
-    const std::string places[] = {"queue", m_uri, m_udp};
-    std::vector<std::unique_ptr<Program>> watchers;
-    for (const std::string& place : places) {
-        watchers.push_back(std::make_unique<Program>(Command(place, {"watch"})));
-        for (int value = 1; watchers.back()->Out().empty(); value = value % 20 + 1)  // until it listens
-            Tool({"set", "RegisterSave", std::to_string(value)});
-    }
-    for (const std::string& place : places)
+    Program watcher(Command("queue", {"watch"}));
+    int value = 0;
+    EXPECT_TRUE(Eventually([&] {
+        Tool({"set", "RegisterSave", std::to_string(value = value % 20 + 1)});
+        return !watcher.Out().empty();
+    }));
+    for (const std::string& place : {std::string("queue"), m_uri, m_udp}) {
         EXPECT_EQ(RunProgram(Command(place, {"set", "ReelName", "by " + place})).status, 0);
-    for (const auto& watcher : watchers)
-        for (const std::string& place : places) watcher->WaitForOutput("ReelName = \"by " + place + "\"\n");
+        watcher.WaitForOutput("ReelName = \"by " + place + "\"\n");
+    }
+    watcher.Signal(SIGINT);  // killed, it would leave its queue behind
+    EXPECT_EQ(watcher.Wait().status, 0);
 
     const std::string longest(443, 'x');
-    const ProgramResult run =
-        RunProgram(Command("queue", {"shell"}),
-                   "set RegisterSave 500\nset SystemCommand 9\nget RegisterSave\nset ReelName " + longest +
-                       "\nset ReelName x" + longest + "\nalarms raised\n");
+    const ProgramResult run = RunProgram(
+        Command("queue", {"shell"}), "set RegisterSave 500\nset SystemCommand 9\nset ReelName " + longest +
+                                         "\nset ReelName x" + longest + "\nalarms raised\n");
     EXPECT_EQ(run.status, 5);
     EXPECT_THAT(run.out,
-                HasSubstr("RegisterSave corrected to 20 (500 is outside 1 to 20)\nRegisterSave = 20\n"
-                          "ReelName stored \"xxx"));
+                HasSubstr("RegisterSave corrected to 20 (500 is outside 1 to 20)\nReelName stored \"xxx"));
     for (const char* const line :
          {"\"9\" refused: not one of", "refused: longer than 443 bytes", "this connection carries no alarms"})
         EXPECT_THAT(run.err, HasSubstr(line));
 
-    for (const auto& watcher : watchers) {  // killed, one would leave its queue behind
-        watcher->Signal(SIGINT);
-        EXPECT_EQ(watcher->Wait().status, 0);
-    }
     m_daemon->Signal(SIGSTOP);
     const ProgramResult silent = RunProgram(Command("queue", {"--timeout", "0.2", "get", "RegisterSave"}));
     EXPECT_EQ(silent.status, 7);

@@ -7,6 +7,7 @@
 
 #include "config/values/config_value.h"
 #include "support/program.h"
+#include "support/raw_peer.h"
 #include "support/scripted_server.h"
 
 using testing::AllOf;
@@ -71,9 +72,12 @@ TEST(Mainstay, WatchersSeeWhatOthersSet)
         ToolCommand(daemon.Multicast(), {"watch", "SystemState", "ReelName", "SW_Error_Alarm"}));
     Program* const watchers[] = {&overTcp, &overUdp, &overMulticast};
     // Until all of them listen, a change may come too early for one.
+    int value = 0;
     for (const Program* const watcher : watchers)
-        for (int value = 1; watcher->Out().find("SystemState = ") == std::string::npos; value = value % 8 + 1)
-            Tool(daemon.Tcp(), {"set", "--force", "SystemState", std::to_string(value)});
+        EXPECT_TRUE(Eventually([&] {
+            Tool(daemon.Tcp(), {"set", "--force", "SystemState", std::to_string(value = value % 8 + 1)});
+            return watcher->Out().find("SystemState = ") != std::string::npos;
+        }));
     EXPECT_EQ(Tool(daemon.Tcp(), {"set", "ReelName", "from tcp"}).status, 0);
     EXPECT_EQ(Tool(daemon.Udp(), {"set", "ReelName", "from udp"}).status, 0);
     for (Program* const watcher : watchers) {
@@ -134,9 +138,10 @@ TEST(Mainstay, TheToolClaimsNothingThatItCouldNotReadBack)
         peer.Connect();
         peer.Send(ReplyTo(peer.Receive(), XCFG_GET_STREAM_PARAM_RESPONSE, 0, "", 60));
         peer.Receive(peer.Receive().streamLength);
-        peer.Send(ReplyTo(peer.Receive(), XCFG_GET_STREAM_PARAM_RESPONSE, 0, net::WritePayload(&other)));
+        peer.Send(ReplyTo(peer.Receive(), XCFG_GET_STREAM_PARAM_RESPONSE, 0,
+                          net::WritePayload(&other, std::endian::big)));
     });
-    const ProgramResult run = Tool(server.Uri(), {"set", "ReelName", "hello"});
+    const ProgramResult run = Tool(server.Uri() + "/byteorder=big", {"set", "ReelName", "hello"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "vexactl: ReelName: \"hello\" sent; could not be read before, and is now \"other\"\n");
 }

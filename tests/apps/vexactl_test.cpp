@@ -133,12 +133,6 @@ TEST(Vexactl, TextsArriveWholeAndAreShownSafely)
     EXPECT_THAT(run.err, HasSubstr("line 6: a quote is not closed"));
 }
 
-TEST(Vexactl, TheUriComesFromTheEnvironmentUnlessGiven)
-{
-    EXPECT_EQ(Tool({"get", "Take"}, "", {"VEXACTL_URI=nowhere:"}).status, 6);
-    EXPECT_EQ(Tool({"--uri", "local:", "get", "Take"}, "", {"VEXACTL_URI=nowhere:"}).status, 0);
-}
-
 std::vector<std::string> ListedNames(const std::string& filter)
 {
     std::vector<std::string> names;

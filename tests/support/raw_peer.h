@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -188,6 +189,13 @@ class RawEvents : private RawPeer {
 inline auto EntriesOf(const char* directory)
 {
     return std::distance(std::filesystem::directory_iterator(directory), {});
+}
+
+/// Whether a promise is kept in time.
+inline bool Comes(std::promise<void>& promise)
+{
+    constexpr std::chrono::milliseconds kDeadline(RawPeer::kDeadlineMs);
+    return promise.get_future().wait_for(kDeadline) == std::future_status::ready;
 }
 
 /// Whether a condition comes true in time.

@@ -1,4 +1,6 @@
 // The stream format: bytes, bounds and what a reader makes of nonsense.
+#include "config/streams/memory_deserializer.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>

@@ -1,11 +1,13 @@
+#include "services/alarms/alarm_consumer.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <thread>
 
 #include "config/descriptors/string_descriptor.h"
-#include "services/alarms/alarm_consumer.h"
 #include "services/alarms/alarm_producer.h"
+#include "support/raw_peer.h"
 #include "support/store.h"
 
 using testing::SizeIs;
@@ -168,11 +170,10 @@ TEST(AlarmConsumer, NoChangeIsLostBetweenWritersAndTheDisplay)
         }
     });
     std::string last;
-    while (last != "2000")
-        if (consumer.LockIfChanged()) {
-            last = consumer.GetError();
-            consumer.Unlock();
-        }
+    EXPECT_TRUE(Eventually([&] {
+        for (; consumer.LockIfChanged(); consumer.Unlock()) last = consumer.GetError();
+        return last == "2000";
+    }));
     writer.join();
     EXPECT_FALSE(consumer.LockIfChanged());
 }

@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
+#include <memory>
 #include <vector>
 
+#include "support/gate.h"
 #include "support/stderr_of.h"
 #include "support/test_server.h"
 
@@ -118,19 +118,20 @@ TEST_F(NetworkEventListenerTest, ASignalAnEventThatIsNotKeptAndCloseEndWaits)
     listener.Open(kUri);
     listener.SetMaximumQueueSize(0);
     for (const int how : {0, 1, 2}) {
-        std::atomic<int> entering = 0, left = 0;
-        std::vector<std::jthread> waiters;
+        std::atomic<int> left = 0;
+        std::vector<std::unique_ptr<WatchedThread>> waiters;
         for (int n = 0; n < 3; ++n)
-            waiters.emplace_back([&] {
+            waiters.push_back(std::make_unique<WatchedThread>([&] {
                 ConfigEvent mine;
-                ++entering;
                 EXPECT_FALSE(listener.WaitForConfigEvent(mine));
                 ++left;
-            });
-        while (entering < 3) std::this_thread::yield();
-        for (int n = 0; n < 1000; ++n) std::this_thread::yield();  // most likely they wait by now
-        for (wake(how); left < 3; std::this_thread::yield())
+            }));
+        for (const auto& waiter : waiters) EXPECT_TRUE(waiter->Waits());
+        wake(how);
+        EXPECT_TRUE(Eventually([&] {
             if (how != 2) wake(how);
+            return left == 3;
+        }));
     }
 }
 

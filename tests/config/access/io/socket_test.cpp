@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/gate.h"
 #include "support/stderr_of.h"
 
 namespace {
@@ -65,26 +66,19 @@ TEST(Socket, CloseWakesTheThreadInside)
 {
     Connection connection;
     const int number = connection.server.fd;
-    std::thread reader([&] {
-        char buffer[1];
-        EXPECT_LE(connection.server.recv(buffer, 1), 0);
-    });
-    usleep(10'000);  // either order passes, the blocked read, which is usual, with 0
-    connection.server.close();
-    EXPECT_EQ(connection.server.fd, -1);
-    reader.join();
-    EXPECT_EQ(fcntl(number, F_GETFD), -1) << "still open";
-
     Socket datagrams(AF_INET, SOCK_DGRAM);
     ASSERT_TRUE(datagrams.create() && datagrams.bind("127.0.0.1", 0));
-    std::thread receiver([&] {
-        char buffer[1];
+    {
+        char bytes[2];
         sockaddr_in from;
-        EXPECT_EQ(datagrams.recvfrom(buffer, 1, from), 0);
-    });
-    usleep(10'000);
-    datagrams.close();
-    receiver.join();
+        const WatchedThread reader([&] { EXPECT_LE(connection.server.recv(bytes, 1), 0); });
+        const WatchedThread receiver([&] { EXPECT_EQ(datagrams.recvfrom(bytes + 1, 1, from), 0); });
+        EXPECT_TRUE(reader.Waits() && receiver.Waits());
+        connection.server.close();
+        datagrams.close();
+        EXPECT_EQ(connection.server.fd, -1);
+    }
+    EXPECT_EQ(fcntl(number, F_GETFD), -1) << "still open";
 }
 
 TEST(Socket, LocalSocketsAreFilesNamedByNumber)

@@ -153,6 +153,14 @@ TEST_F(ConfigCacheTest, AnEventDuringACallIsNewerThanItsValue)
     EXPECT_EQ(All(kPlain), "1599") << "without an event the written value holds";
 }
 
+TEST_F(ConfigCacheTest, BindingTakesTheKeyOver)
+{
+    ConfigCache other(&wrapped);
+    EXPECT_TRUE(cache.bind(other));
+    EXPECT_EQ(cache.bindingKey().tv_sec, other.bindingKey().tv_sec);
+    EXPECT_EQ(cache.bindingKey().tv_usec, other.bindingKey().tv_usec);
+}
+
 TEST(ConfigCache, TheEventOfAnOldWriteDoesNotKeepANewOneFromTheStore)
 {
     TestStore store;  // its events come late

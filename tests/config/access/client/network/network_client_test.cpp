@@ -195,7 +195,7 @@ TEST_F(NetworkClientTest, ListenersAreRegisteredOnceAndMayUseTheClient)
         readers.emplace_back([&] {
             for (int n = 0; n < 100; ++n) EXPECT_EQ(client->Get(kNumber), 7u);
         });
-    done.get_future().wait();
+    EXPECT_TRUE(Comes(done));
     readers.clear();
     EXPECT_FALSE(client->RemoveConfigEventListener(&busy));
     EXPECT_EQ(busy.Heard().size(), 1u);
@@ -223,7 +223,7 @@ TEST_F(NetworkClientTest, AListenerThatComesLaterDoesNotHearOldValues)
         client->AddConfigEventListener(&successor);
     });
     EXPECT_TRUE(client->AddConfigEventListener(&first));
-    heard.get_future().wait();
+    EXPECT_TRUE(Comes(heard));
     EXPECT_THAT(successor.Heard(), ElementsAre("int 5c010000=4"));
     StderrOf([&] { m_factory.Disconnect(client); });
 }
@@ -258,22 +258,16 @@ TEST_F(NetworkClientTest, SendingReadsWhileNobodyElseDoes)
 }
 
 /// Gives its client back at the first call.
-struct Leaver : ConfigEventListener {
-    bool Leave()
-    {
-        EXPECT_EQ(calls++, 0);
-        registered.get_future().wait();
+struct Leaver {
+    RecordingListener listener{[this] {
+        EXPECT_EQ(listener.Heard().size(), 1u);
+        EXPECT_TRUE(Comes(registered));
         factory.Disconnect(client);
         done.set_value();
         std::this_thread::sleep_for(std::chrono::milliseconds(5));  // events go on arriving meanwhile
-        return true;
-    }
-    using ConfigEventListener::ParamChanged;
-    bool ParamChanged(eParam_t, unsigned int, timeval) override { return Leave(); }
-    bool ParamChanged(eParam_t, std::string, timeval) override { return Leave(); }
+    }};
     net::NetworkFactory factory;
     net::NetworkClient* client = nullptr;
-    std::atomic<int> calls = 0;
     std::promise<void> registered, done;
 };
 
@@ -302,9 +296,9 @@ TEST_F(NetworkClientTest, AClientMayBeReleasedFromItsCallback)
             ServeUntilDisconnect(peer);
         });
         leaver.client = Connect(server);
-        leaver.client->AddConfigEventListener(&leaver);
+        leaver.client->AddConfigEventListener(&leaver.listener);
         leaver.registered.set_value();
-        leaver.done.get_future().wait();
+        EXPECT_TRUE(Comes(leaver.done));
     });
     EXPECT_THAT(output, testing::Not(HasSubstr("ConfirmDisconnect")));
     ExpectThreads(threads);
@@ -334,7 +328,7 @@ TEST_F(NetworkClientTest, EventsEndAsTheyShould)
                 client = Connect(server);
                 client->AddConfigEventListener(&listener);
             }
-            while (client->IsReachable()) std::this_thread::yield();
+            EXPECT_TRUE(Eventually([&] { return !client->IsReachable(); }));
             m_factory.Disconnect(client);
         });
         EXPECT_THAT(listener.Heard(), ElementsAre("str 1302000a=a")) << output;
@@ -375,7 +369,7 @@ TEST_F(NetworkClientTest, UdpTakesOnlyItsOwnReply)
     net::NetworkClient* const client = Connect(server);
     ASSERT_NE(client, nullptr);
     EXPECT_TRUE(client->Set(kNumber, 5));
-    lateReplyIsThere.get_future().wait();
+    EXPECT_TRUE(Comes(lateReplyIsThere));
     EXPECT_EQ(client->Get(kNumber), 6u);
     std::string text;
     EXPECT_TRUE(client->Get(kText, text));
@@ -417,13 +411,13 @@ TEST_F(NetworkClientTest, AMulticastClientMayBeReleasedFromItsCallbacks)
         Leaver leaver;
         leaver.client = m_factory.Connect("multicast://127.0.0.1:63110/configid=-7");
         ASSERT_NE(leaver.client, nullptr);
-        ASSERT_TRUE(leaver.client->AddConfigEventListener(&leaver));
+        ASSERT_TRUE(leaver.client->AddConfigEventListener(&leaver.listener));
         leaver.registered.set_value();
         EventSender sender;
         const std::string events[] = {Event(XCFG_PARAM_CHANGED_EVENT, kNumber, 3, "", -7),
                                       Event(XCFG_PARAM_STRING_CHANGED_EVENT, kText, 0, TextPayload("t"), -7)};
         for (int i = 0; i < 6; ++i) sender.Send(events[(i > 0) == number]);
-        leaver.done.get_future().wait();
+        EXPECT_TRUE(Comes(leaver.done));
         ExpectThreads(threads);
     }
 }
@@ -449,7 +443,7 @@ TEST_F(NetworkClientTest, AMulticastClientOnlyListens)
           Event(XCFG_PARAM_STRING_CHANGED_EVENT, kText, 0, TextPayload("t"), -5),
           Event(XCFG_PARAM_DATA_CHANGED_EVENT, eParamID_TestData, 0, std::string("d\0d", 3), -5)})
         sender.Send(bytes);
-    while (listener.Heard().size() < 3) std::this_thread::yield();
+    EXPECT_TRUE(Eventually([&] { return listener.Heard().size() >= 3; }));
     EXPECT_THAT(listener.Heard(), testing::UnorderedElementsAre("int 5c010000=3", "str 1302000a=t",
                                                                 testing::ContainsRegex("data [0-9a-f]+=d")));
     m_factory.Disconnect(client);

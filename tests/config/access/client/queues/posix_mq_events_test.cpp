@@ -1,3 +1,5 @@
+#include "config/access/client/queues/posix_mq_client.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

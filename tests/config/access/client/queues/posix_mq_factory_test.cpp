@@ -161,7 +161,7 @@ TEST_F(MainstayQueueFactory, AClientThatEndsReleasesItsOwnExchangeOnly)
     std::future<bool> set, got;
     const std::string error = StderrOf([&] {
         set = std::async(std::launch::async, [&] { return holding->Config::Set(kNumber, 1u); });
-        held.get_future().wait();
+        EXPECT_TRUE(Comes(held));
         got = std::async(std::launch::async, [&] { return waiting->Get(kNumber) == 7; });
         factory.Disconnect(idle);
         EXPECT_EQ(got.wait_for(20ms), std::future_status::timeout) << "two exchanges at once";

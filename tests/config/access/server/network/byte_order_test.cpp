@@ -1,7 +1,10 @@
 // Texts between hosts of different byte orders: both ends are told.
+#include "config/access/server/network/network_server.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/raw_peer.h"
 #include "support/recording_listener.h"
 #include "support/stderr_of.h"
 #include "support/test_server.h"
@@ -34,7 +37,10 @@ TEST_P(ByteOrder, TextsAreWholeWhenBothEndsUseTheDevicesOrder)
         char heard[64];
         snprintf(heard, sizeof heard, "str %08x=from the store", kText);
         // Over UDP nothing tells when the listener has joined.
-        while (!testing::Value(listener.Heard(), Contains(heard))) store->Set(kText, "from the store");
+        EXPECT_TRUE(Eventually([&] {
+            store->Set(kText, "from the store");
+            return testing::Value(listener.Heard(), Contains(heard));
+        }));
         EXPECT_TRUE(client->RemoveConfigEventListener(&listener));
     }
     if (std::endian::native == std::endian::big) return;

@@ -1,3 +1,5 @@
+#include "config/access/server/network/network_udp_connection.h"
+
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -5,7 +7,6 @@
 #include <thread>
 
 #include "config/access/protocol/value_payload.h"
-#include "config/access/server/network/network_udp_connection.h"
 #include "config/values/config_value.h"
 #include "support/raw_peer.h"
 #include "support/recording_listener.h"
@@ -48,6 +49,12 @@ std::string TextPayload(const std::string& text, uint32_t id = kText)
 class NetworkUdpServer : public testing::Test {
   protected:
     NetworkUdpServer() { EXPECT_EQ(client.Ask(Connection(16, 0x21234), 13)[0], 32u); }
+    /// The next test counts who uses the store.
+    ~NetworkUdpServer() override
+    {
+        server.Stop();
+        EXPECT_TRUE(NetworkServer::WaitUntilStopped(std::chrono::milliseconds(RawPeer::kDeadlineMs)));
+    }
 
     /// The reply to a datagram.
     WordList Ask(const std::string& datagram)
