@@ -64,7 +64,7 @@ TEST_F(MainstayQueueFaults, ADaemonThatCannotStartSaysWhy)
     }
 }
 
-/// Only a lock that somebody holds tells of another daemon. The queue stays: it may be that one's.
+/// Only a lock that is held tells of another daemon. The queue stays: it may belong to that one.
 TEST_F(MainstayQueueFaults, AQueueThatCannotBeLockedIsLeftAlone)
 {
     const std::pair<int, std::string> rows[] = {

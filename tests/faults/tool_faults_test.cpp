@@ -23,7 +23,7 @@ struct Row {
     std::string transport;
     Failure failure;
     int status;
-    std::string message;  ///< empty: nobody notices
+    std::string message;  ///< empty: the failure has no effect
     std::string verb = "get";
 };
 

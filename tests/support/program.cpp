@@ -77,7 +77,7 @@ void Program::WaitForOutput(const std::string& text) const
 
 void Program::Signal(int signal) const
 {
-    if (m_child > 0) kill(m_child, signal);  // -1 would be everybody
+    if (m_child > 0) kill(m_child, signal);  // -1 would be every process
 }
 
 ProgramResult Program::Wait()

@@ -32,8 +32,8 @@ class Program {
     ProgramResult Wait();
 
   private:
-    /// A file without a name that goes when it is closed. Unlike pipes it never blocks a program that nobody
-    /// reads from.
+    /// A file without a name that goes when it is closed. Unlike a pipe it never blocks a program
+    /// whose output is not read.
     using TemporaryFile = std::unique_ptr<FILE, int (*)(FILE*)>;
     static TemporaryFile MakeFile(const std::string& content = "");
     static std::string ContentOf(FILE* file);

@@ -30,7 +30,7 @@ class Connected {
     Config* m_config;
 };
 
-/// The store of a configuration, which lives as long as somebody uses it.
+/// The store of a configuration, which lives as long as it has users.
 struct LocalStore : Connected {
     explicit LocalStore(eConfigID_t id) : Connected("local:configid=" + std::to_string(id)) {}
     ConfigManager* Manager() const { return dynamic_cast<ConfigManager*>(get()); }

@@ -322,7 +322,7 @@ TEST(ConfigManager, ListenersMayComeAndGoInACallback)
     EXPECT_THAT(late.Heard(), ElementsAre("int 5c010000=3"));
 }
 
-TEST(ConfigManager, AThrowingListenerKeepsNobodyFromHearing)
+TEST(ConfigManager, TheOthersHearWhenAListenerThrows)
 {
     TestStore store;
     RecordingListener throwing([] { throw 1; }), after;
@@ -385,7 +385,7 @@ TEST(ConfigManager, ValuesOutliveTheirStoreAndServeTheNext)
     EXPECT_EQ(objects.size(), 1u);
     unsigned int value = 0;
     dynamic_cast<IntegerValue*>(*objects.begin())->Get(value);
-    EXPECT_EQ(value, 9u) << "whoever kept the pointer may still read it";
+    EXPECT_EQ(value, 9u) << "a pointer that was kept may still be read";
 }
 
 }  // namespace

@@ -53,7 +53,7 @@ TEST_F(NetworkEventListenerTest, OpensOnceAndGivesTheConfigurationBack)
         EXPECT_FALSE(listener.WaitForConfigEvent(event));
     }
     ASSERT_TRUE(listener.Open(kUri));
-    EXPECT_THAT(TakeAll(), testing::ElementsAre(1u, 2u)) << "what nobody took stays";
+    EXPECT_THAT(TakeAll(), testing::ElementsAre(1u, 2u)) << "what was not taken stays";
 }
 
 TEST_F(NetworkEventListenerTest, KeepsEachKindOfChange)

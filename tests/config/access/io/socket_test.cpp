@@ -105,7 +105,7 @@ TEST(Socket, ConnectIgnoresWhatIsNoAddress)
     EXPECT_TRUE(client.create() && client.connect("localhost", connection.listener.local_port()));
 }
 
-TEST(Socket, APortThatTheSystemChoosesIsNobodyElses)
+TEST(Socket, APortThatTheSystemChoosesIsNotShared)
 {
     std::vector<std::unique_ptr<Socket>> sockets;
     std::set<int> ports;

@@ -176,7 +176,7 @@ TEST(ConfigCache, TheEventOfAnOldWriteDoesNotKeepANewOneFromTheStore)
     EXPECT_TRUE(store->GetData(eParamID_TestData, data));
     EXPECT_EQ(data, "old");
 
-    cache.ParamChanged(eParamID_Take, 2u, kTime);  // what somebody else has written
+    cache.ParamChanged(eParamID_Take, 2u, kTime);  // as another client has written it
     store->Set(eParamID_Take, 2u);
     EXPECT_EQ(StderrOf([&] { EXPECT_TRUE(cache.Set(eParamID_Take, 2u)); }), kSuppressed);
 }

@@ -228,7 +228,7 @@ TEST_F(NetworkClientTest, AListenerThatComesLaterDoesNotHearOldValues)
     StderrOf([&] { m_factory.Disconnect(client); });
 }
 
-TEST_F(NetworkClientTest, SendingReadsWhileNobodyElseDoes)
+TEST_F(NetworkClientTest, SendingReadsWhileNoOtherThreadDoes)
 {
     constexpr unsigned int kChanges = 200'000;  // in either direction more than any buffer holds
     ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
@@ -384,7 +384,7 @@ TEST_F(NetworkClientTest, UdpTakesOnlyItsOwnReply)
     EXPECT_EQ(StderrOf([&] { m_factory.Disconnect(client); }), "");
 }
 
-/// Sends to whoever listens for events on this host.
+/// Sends to all listeners for events on this host.
 class EventSender {
   public:
     EventSender()

@@ -109,7 +109,7 @@ TEST_F(MainstayQueueClient, ShortAnswersAreFilledWithZeros)
     }
 }
 
-TEST_F(MainstayQueueClient, AnAnswerThatComesTooLateIsNobodys)
+TEST_F(MainstayQueueClient, AnAnswerThatComesTooLateIsDropped)
 {
     m_client->SetReplyTimeout(20);
     AnswerWith(XCFG_GET_PARAM_REQUEST,
@@ -141,7 +141,7 @@ TEST_F(MainstayQueueClient, AnAnswerThatComesTooLateIsNobodys)
 
 // --- the end ---
 
-TEST_F(MainstayQueueClient, DisconnectWakesWhoWaits)
+TEST_F(MainstayQueueClient, DisconnectEndsAllWaits)
 {
     ConfigEvent event;
     auto waited = std::async(std::launch::async, [&] { return m_client->WaitForConfigEvent(event, 0, 0); });

@@ -233,7 +233,7 @@ TEST_F(MainstayQueueEvents, AWaitHandsOutEventsAsRecords)
               "PosixMQClient::WaitForConfigEvent - Unknown message type 146\n");
     EXPECT_EQ(event.text, "Scene");
 
-    // Who waits stays registered when the last listener goes.
+    // A wait stays registered when the last listener goes.
     m_client->AddConfigEventListener(&m_listener);
     waited = std::async(std::launch::async, [&] { return m_client->WaitForConfigEvent(event, 0, 0); });
     EXPECT_TRUE(m_client->RemoveConfigEventListener(&m_listener));

@@ -120,7 +120,7 @@ TEST_F(MainstayQueueFactory, WhatAnEndedProcessHasLeftDoesNotMatter)
     }
 }
 
-TEST_F(MainstayQueueFactory, NobodyWaitsLongerThanAllowedForADaemonThatHangs)
+TEST_F(MainstayQueueFactory, WaitsForADaemonThatHangsAreLimited)
 {
     ScriptedDaemon daemon;
     mq::PosixMQFactory factory;

@@ -19,7 +19,7 @@ using testing::HasSubstr;
 
 namespace {
 
-// A configuration of this process's own, because everybody on the host hears the events.
+// A configuration of this process's own, because every listener on the host hears the events.
 const eConfigID_t kConfig = 0x10000000 + getpid() * 4;  // and the next ones
 const auto kConfigWord = static_cast<uint32_t>(kConfig);
 constexpr uint32_t kNumber = eParamID_RegisterSave, kText = eParamID_SysName, kData = eParamID_TestData;
@@ -45,11 +45,11 @@ std::string TextPayload(const std::string& text, uint32_t id = kText)
     return WritePayload(&value);
 }
 
-/// A server with a connected client, the store and who hears its events.
+/// A server with a connected client, the store and a receiver of its events.
 class NetworkUdpServer : public testing::Test {
   protected:
     NetworkUdpServer() { EXPECT_EQ(client.Ask(Connection(16, 0x21234), 13)[0], 32u); }
-    /// The next test counts who uses the store.
+    /// The next test counts the users of the store.
     ~NetworkUdpServer() override
     {
         server.Stop();
@@ -145,7 +145,7 @@ TEST_F(NetworkUdpServer, EventsOfItsOwnChanges)
     EXPECT_EQ(PayloadOf(data), "0123456789");
 }
 
-TEST_F(NetworkUdpServer, EventsOfEverybodyElsesChanges)
+TEST_F(NetworkUdpServer, EventsOfOtherChanges)
 {
     store->Set(eParamID_RegisterSave, 5u, timeval{33, 44});
     EXPECT_THAT(events.NextWords(),
@@ -160,7 +160,7 @@ TEST_F(NetworkUdpServer, EventsOfEverybodyElsesChanges)
     EXPECT_EQ(RecordOf(data)[0], 146u);
     EXPECT_EQ(PayloadOf(data), bytes);
 
-    // What a listener changes during a client's Set is nobody's announcement but the announcer's.
+    // The announcer alone announces what a listener changes during a client's Set.
     RecordingListener follower([&] {
         if (follower.Heard().size() == 1) store->Set(eParamID_Take, 6u);
     });
