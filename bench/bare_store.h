@@ -8,8 +8,8 @@
 
 #include "config/param_ids.h"
 
-/// The least that a store of values can do: find one in an ordered map, under a lock of the map and a lock of the
-/// value.
+/// The least that a store of values can do: find one in an ordered map, under a lock of the map and a lock of
+/// the value.
 class BareStore {
   public:
     explicit BareStore(const std::vector<eParam_t>& ids)

@@ -1,4 +1,4 @@
-/// Many connections that only take what they are sent.
+/// Many connections that only receive.
 #pragma once
 
 #include <atomic>
@@ -8,7 +8,7 @@
 
 #include "config/access/io/socket.h"
 
-/// One thread takes for all of them and counts.
+/// One thread receives for all of them and counts the bytes. Thread: one uses it.
 class Drain {
   public:
     using Sockets = std::vector<std::unique_ptr<vexa::corvalis::config::access::Socket>>;

@@ -1,5 +1,5 @@
-/// Measures what the library costs beside the least that the same work could cost, and prints one table. The two
-/// sides of a row take turns within one run; every figure is a median.
+/// Measures what the library costs beside the least that the same work could cost, and prints one table. The
+/// two sides of a row take turns within one run; every figure is a median.
 #include <sys/resource.h>
 #include <unistd.h>
 

@@ -106,7 +106,7 @@ class Service {
 
   private:
     const int m_type;
-    net::NetworkServer* const m_server;  // its thread's
+    net::NetworkServer* const m_server;  // its thread owns it
     int m_port;
 };
 
@@ -145,7 +145,7 @@ Drain::Sockets Open(size_t count, const Connect& connect)
     return sockets;
 }
 
-/// Clients that are given back with the scope.
+/// Clients that are disconnected with the scope.
 class Clients {
   public:
     Clients(const Service& service, size_t count)
@@ -237,7 +237,8 @@ void CompareListeners(const Service& service, Config& store, size_t listeners)
                  floor, library, 1.5);
 }
 
-/// Messages until all subscribers have them: each for itself, and in bursts whose sender does not wait in between.
+/// Messages until all subscribers have them: each for itself, and in bursts whose sender does not wait in
+/// between.
 void CompareSubscribers(const Service& service, Config& client, Redis& redis, size_t subscribers)
 {
     Drain theirs(Open(subscribers, [&] { return redis.Subscribe(); }));
@@ -271,7 +272,7 @@ void CompareWithRedis(Config& tcp, Config& udp)
     CompareRates("UDP Set (answered), against SET of Redis", 5000, set, setOver(udp), {});
 }
 
-/// What takes turns anyway.
+/// Exchanges, in which client and server take turns anyway: on one processor.
 void CompareOneByOne(Config& store)
 {
     const OneProcessor one;

@@ -1,4 +1,4 @@
-/// What a larger or smaller catalogue costs.
+/// The cost of a larger or smaller catalogue.
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -20,8 +20,8 @@ class Process {
     pid_t m_id;
 };
 
-/// Keeps this thread, and whatever it starts meanwhile, on one processor. Two threads that take turns cost three
-/// times as much on two of them, and it is the scheduler's mood whether they are.
+/// Keeps this thread, and the threads that it starts meanwhile, on one processor. Two threads that take turns
+/// cost three times as much on two processors, and the scheduler's choice between the two varies.
 class OneProcessor {
   public:
     OneProcessor();

@@ -120,11 +120,11 @@ struct Session {
 
     vexa::config::access::QueueService service;
     const bool isServing = service.Start();
-    mq::PosixMQFactory factory;  // which ends a process that finds no daemon
+    mq::PosixMQFactory factory;  // ends the process if it finds no daemon
     mq::PosixMQClient* const client = isServing ? factory.Connect("") : nullptr;
 };
 
-/// What takes turns anyway.
+/// Exchanges, in which client and server take turns anyway: on one processor.
 void CompareOneByOne()
 {
     Session session;

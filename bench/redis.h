@@ -7,7 +7,7 @@
 #include "config/access/io/socket.h"
 #include "process.h"
 
-/// On a free port, without persistence; gone with the scope. Absent when it is not installed.
+/// On a free port, without persistence; ended with the scope. Absent when it is not installed.
 class Redis {
   public:
     using Socket = vexa::corvalis::config::access::Socket;

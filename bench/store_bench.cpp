@@ -140,7 +140,7 @@ void MeasureStore()
     for (const size_t count : {1u, 10u, 100u, 1000u})
         PrintTimes("Set with " + std::to_string(count) + " listeners, against none", times["set 0"],
                    times["set " + std::to_string(count)], std::nullopt);
-    // Linear: each of many more listeners costs what each of the first hundred does.
+    // Linear: each of many more listeners costs as much as each of the first hundred.
     PrintTimes("each of the listeners 101 to 1000, against 11 to 100",
                (times["set 100"] - times["set 10"]) / 90, (times["set 1000"] - times["set 100"]) / 900, 1.5);
     for (const size_t length : kLengths) {

@@ -26,7 +26,7 @@ struct Medians {
     double floor, library, ratio;
 };
 
-/// Of what `measure` gives for each side, turn by turn.
+/// Of the results of `measure` for each side, turn by turn.
 Medians Compare(const Work& floor, const Work& library, const std::function<double(const Work&)>& measure)
 {
     std::vector<double> floors, libraries, ratios;

@@ -1,4 +1,5 @@
-/// The one table of the benchmarks: two kinds of work that take turns within one run, and the median of their ratios.
+/// The one table of the benchmarks: two kinds of work that take turns within one run, and the median of their
+/// ratios.
 #pragma once
 
 #include <functional>
@@ -6,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// Does something so many times.
+/// Does its work so many times.
 using Work = std::function<void(int count)>;
 
 template <class Operation>
@@ -22,10 +23,10 @@ double SecondsOf(const std::function<void()>& work);
 std::string Format(double value, int decimals, const char* unit = "");
 
 void PrintHead();
-/// A line of its own for what follows.
+/// A heading for the rows that follow.
 void PrintPart(const char* name);
 
-/// What a ratio has to be; none: it is only shown.
+/// The bound of a ratio; without one it is only shown.
 struct Target {
     enum Relation { kAtMost, kAtLeast } relation;
     double ratio;

@@ -1,4 +1,5 @@
-/// Alarms: messages that others have stored, as displays read them and as the tool shows them, and texts for new ones.
+/// Alarms: messages from other programs, as displays read them and as the tool shows them, and texts for new
+/// alarms.
 #include "config/config_event_listener.h"
 #include "fuzz/harness.h"
 #include "services/alarms/alarm_consumer.h"
@@ -25,7 +26,7 @@ class Display : public ConfigEventListener {
     AlarmConsumer consumer;
 };
 
-/// What was stored is what the display has.
+/// The display has the alarm that was stored.
 void TestDisplay(AlarmConsumer& consumer, const std::string& bytes)
 {
     Alarm alarm;

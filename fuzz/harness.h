@@ -1,5 +1,5 @@
-/// What the harnesses share. Each one is a function that gets bytes as a peer or a user could send them: libFuzzer
-/// makes them up (scripts/fuzz), replay.cpp reads those that were worth keeping.
+/// The common part of the harnesses. Each harness is a function that gets bytes as a peer or a user could
+/// send them: libFuzzer makes them up (scripts/fuzz), replay.cpp reads the inputs that were kept.
 #pragma once
 
 #include <unistd.h>
@@ -17,7 +17,7 @@
 /// One input. @return 0.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-/// Ends the process when something does not hold that holds whatever the bytes are.
+/// Ends the process when a condition fails that has to hold for any bytes.
 inline void Require(bool holds, const char* what)
 {
     if (holds) return;
@@ -25,8 +25,8 @@ inline void Require(bool holds, const char* what)
     abort();
 }
 
-/// The library has a line for everything that is wrong with a message, which is most of what it gets here. Sanitizers
-/// and the fuzzer write past the stream.
+/// Hides the library's lines about bad messages, since most messages here are bad. Sanitizers and the fuzzer
+/// write past the stream.
 inline void SilenceLibrary()
 {
     stderr = fopen("/dev/null", "w");
@@ -43,7 +43,7 @@ inline Config& OpenStore(eConfigID_t id = 0)
     return *store;
 }
 
-/// Whatever was sent: the next client is served.
+/// After any input the next client is served.
 inline void RequireService(Config& store)
 {
     constexpr unsigned int kNumber = 7;
@@ -51,8 +51,8 @@ inline void RequireService(Config& store)
     Require(store.Get(eParamID_RegisterSave) == kNumber, "the store has the number");
 }
 
-/// An input as a list of pieces. Each has its length in front: two bytes, the high one first. The last one may be
-/// shorter.
+/// An input as a list of pieces. Each has its length in front: two bytes, the high one first. The last piece
+/// may be shorter.
 class Pieces {
   public:
     Pieces(const uint8_t* data, size_t size) : m_rest(reinterpret_cast<const char*>(data), size) {}

@@ -1,4 +1,4 @@
-/// A listener that uses what it hears.
+/// A listener that uses the events it gets.
 #pragma once
 
 #include <chrono>
@@ -21,7 +21,7 @@ class Listener : public ConfigEventListener {
     bool ParamChanged(eParam_t, std::string text, timeval) override { return Use(std::move(text)); }
     bool DataChanged(eParam_t, std::string& data, timeval) override { return Use(data); }
 
-    /// Whether the event that the system shuts down comes soon.
+    /// Whether the event of the system's shutdown comes soon.
     bool HeardLast()
     {
         std::unique_lock hold(m_lock);

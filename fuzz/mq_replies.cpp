@@ -24,7 +24,7 @@ struct Daemon {
     mq::PosixMQFactory* factory;
 };
 
-/// Answers every request with the next piece, and then rightly, up to an empty one.
+/// Answers every request with the next piece, and then rightly, up to an empty request.
 void Serve(mqd_t requests, mqd_t answers, Pieces pieces)
 {
     for (;;) {

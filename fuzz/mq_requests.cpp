@@ -1,4 +1,5 @@
-/// Messages to the daemon, one a piece, at most 32: it keeps more replies than that for a client that does not read.
+/// Messages to the daemon, one a piece, at most 32: it keeps more replies than that for a client that does
+/// not read.
 #include <poll.h>
 
 #include "config/access/server/queues/queue_service.h"

@@ -11,7 +11,7 @@
 
 namespace mq = vexa::config::access;
 
-/// Of process 1, which always lives: the daemon removes the queues of those that do not.
+/// Of process 1, which always lives: the daemon removes the queues of ended processes.
 constexpr uint32_t kConnection = 1 << 16 | 1;
 
 inline std::string ClientQueueName()
@@ -28,7 +28,7 @@ inline mqd_t MakeClientQueue()
     return queue;
 }
 
-/// What a queue takes of a message, if it takes one now.
+/// Sends as much of a message as the queue takes, if it has room now.
 inline void SendNow(mqd_t queue, const std::string& message)
 {
     mq_attr attributes{};

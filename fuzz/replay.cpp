@@ -19,7 +19,7 @@ void Replay(const std::filesystem::path& path)
     std::ifstream file(path, std::ios::binary);
     Require(file.good(), "the input can be read");
     const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-    dprintf(STDOUT_FILENO, "%s\n", path.c_str());  // the last one is the one that fails
+    dprintf(STDOUT_FILENO, "%s\n", path.c_str());  // the last path is that of the input that fails
     LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     ++inputs;
 }

@@ -1,4 +1,5 @@
-/// A TCP client whose server sends anything. Each piece is what one read of the client's gets; then the server closes.
+/// A TCP client whose server sends anything. Each piece is the result of one read of the client; then the
+/// server closes.
 #include <sys/socket.h>
 
 #include "config/access/client/network/network_tcp_client.h"

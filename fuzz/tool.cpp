@@ -1,4 +1,4 @@
-/// vexactl on a local store. The first line has the words of the command line; what follows is standard input.
+/// vexactl on a local store. The first line has the words of the command line; the rest is standard input.
 #include <fcntl.h>
 
 #include <algorithm>
@@ -22,13 +22,13 @@ void Prepare()
 {
     OpenStore();
     setenv("VEXACTL_URI", "local:", 1);
-    setenv("VEXA_LOG", "", 1);  // or the tool turns standard error off, which is the sanitizers' here
+    setenv("VEXA_LOG", "", 1);  // keeps standard error on, which the sanitizers need
     dup2(open("/dev/null", O_RDWR | O_CLOEXEC), STDIN_FILENO);  // no terminal
     stdout = fopen("/dev/null", "w");
     std::cout.rdbuf(nullptr);
 }
 
-/// What leads elsewhere or takes its time: other devices, waiting for changes, making another store.
+/// Input that reaches other devices or takes long: waiting for changes, making another store.
 bool Leaves(const std::string& text)
 {
     const auto contains = [&](const char* word) { return text.find(word) != std::string::npos; };

@@ -1,5 +1,5 @@
-/// A UDP client whose server answers anything, and events that come from anywhere. Each piece is a datagram: one before
-/// the right answer to each request, the others as events.
+/// A UDP client whose server answers anything, and events that come from anywhere. Each piece is a datagram:
+/// one before the right answer to each request, the others as events.
 #include <sys/socket.h>
 
 #include <thread>
@@ -74,7 +74,8 @@ void TestReplies(Pieces& pieces)
     close(ends[0]);
 }
 
-/// The client listens on a port of its own instead of the group's, which every server of this machine sends to.
+/// The client listens on a port of its own instead of the group's, which every server of this machine sends
+/// to.
 void TestEvents(Pieces& pieces)
 {
     auto* const socket = new net::Socket(AF_INET, SOCK_DGRAM);

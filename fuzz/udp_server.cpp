@@ -9,8 +9,8 @@ namespace net = vexa::corvalis::config::access;
 
 namespace {
 
-/// Four configurations: others would have to be made first, and the events of the usual ones are for everybody on
-/// this machine.
+/// Four configurations: others would have to be made first, and the events of the usual ones reach all
+/// programs of this machine.
 constexpr eConfigID_t kFirstConfig = 4096;
 constexpr size_t kConfigs = 4;
 
@@ -23,7 +23,7 @@ void ChooseConfig(std::string& datagram)
     memcpy(datagram.data() + kConfigWord, &word, sizeof word);
 }
 
-/// Replies go to the server's own socket, where nobody reads them.
+/// Replies go to the server's own socket, where they stay unread.
 struct Server {
     Server()
     {

@@ -1,4 +1,4 @@
-/// Addresses of configurations, taken apart by everybody who connects.
+/// Addresses of configurations, which every connection takes apart.
 #include "config/access/protocol/uri.h"
 
 #include "config/access/client/network/network_client.h"

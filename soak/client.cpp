@@ -1,11 +1,11 @@
-/// One application of the soak test: reads, writes and listens at random over one transport. soak/driver.py starts
-/// and kills many of them and compares what they see.
+/// One application of the soak test: reads, writes and listens at random over one transport. soak/driver.py
+/// starts and kills many of them and compares the values that they see.
 ///
 /// vexa_soak_client list
 /// vexa_soak_client URI|queue BOARD SLOT SEED SYNC_NUMBER SYNC_TEXT OWN SHARED ALL
 ///
-/// The last three are lists of parameters; nobody else writes the own ones. Without own ones it only does what it is
-/// told on standard input: a line at a time, each answered by its first word.
+/// The last three are lists of parameters; no other process writes the own ones. Without own ones it only
+/// carries out the commands on standard input: a line at a time, each answered by its first word.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
@@ -35,17 +35,19 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Never 0 and read through every cache, so it tells whether the daemon answers.
+/// Never 0 and read through every cache, so it shows whether the daemon answers.
 constexpr eParam_t kProbe = eParamID_RegisterRecall;
 constexpr unsigned int kQueueTimeoutMs = 20'000;
 
-/// What a client shares with the driver, in a file: it outlives a client that is killed. Slot 0 is the daemon's.
+/// The part of a file that a client shares with the driver: it outlives a killed client. Slot 0 is the
+/// daemon's.
 struct Slot {
     std::atomic<uint64_t> operations;
     std::atomic<uint64_t>
         generation;  ///< of the daemon that it is connected to; slot 0: odd while there is none
-    /// The numbers of the last write that was begun and the last that was read back. Those after lateAfter until
-    /// lateUntil were on their way when the predecessor of this client was killed, and may still arrive.
+    /// The numbers of the last write that was begun and the last that was read back. Those after lateAfter
+    /// until lateUntil were on their way when the predecessor of this client was killed, and may still
+    /// arrive.
     struct Own {
         std::atomic<uint64_t> begun, stored, lateAfter, lateUntil;
     } own[4];
@@ -64,7 +66,7 @@ Slot* MapBoard(const char* path)
     exit(1);
 }
 
-/// What a listener heard last of each parameter.
+/// The last value of each parameter that a listener heard.
 class Recorder : public ConfigEventListener {
   public:
     using ConfigEventListener::ParamChanged;
@@ -148,7 +150,7 @@ class Client {
     bool IsCurrent() const { return m_daemon.generation == m_generation; }
     bool Answers() { return m_config && m_config->Get(kProbe) != 0; }
 
-    /// A failure is one only while the daemon stays.
+    /// Reports a failure, which counts only while the daemon stays.
     void Check(bool good, const std::string& what)
     {
         if (!good && IsCurrent()) printf("differs: %s\n", what.c_str());
@@ -186,7 +188,7 @@ class Client {
         return m_queueClient;
     }
 
-    /// A cache stays until the process ends: nobody can give it back.
+    /// A cache stays until the process ends: the connector does not take it back.
     void Disconnect()
     {
         if (!m_config) return;
@@ -273,8 +275,8 @@ class Client {
         const uint64_t last = own.begun + count;
         while (own.begun < last) Check(Write(parameter, ++own.begun), "own: refused");
 
-        // A cache may still show one of the writes before, until the last one's event. That the daemon answers on the
-        // same connection is proof as well.
+        // A cache may still show one of the writes before, until the last one's event. That the daemon
+        // answers on the same connection is proof as well.
         const std::string now = m_isCached ? parameter.Printed(last) : Read(parameter);
         if (m_isCached) Check(Answers(), "own: no answer");
         if (!IsCurrent()) return;
@@ -287,8 +289,8 @@ class Client {
         Check(false, "own: wrote " + parameter.Printed(last) + ", reads " + now);
     }
 
-    /// Also beyond the range, which the store corrects. Not through a cache: it does not tell its listeners what it
-    /// wrote itself, so they would not have heard the last value.
+    /// Also beyond the range, which the store corrects. Not through a cache: it does not call its listeners
+    /// for its own writes, so they would not have heard the last value.
     void WriteShared(const Parameter& parameter)
     {
         if (m_isCached) return;
@@ -298,9 +300,9 @@ class Client {
             Check(Write(parameter, Random(1'000'000)), "shared: refused");
     }
 
-    // --- what the driver tells ---
+    // --- the driver's commands ---
 
-    /// What it tells before the next operation is due. @return false at the end.
+    /// Carries a command out that comes before the next operation is due. @return false at the end.
     bool DoAsTold()
     {
         pollfd input{STDIN_FILENO, POLLIN, 0};
@@ -328,7 +330,7 @@ class Client {
         if (verb == "show") Show();
     }
 
-    /// Sets what everybody writes to what it is.
+    /// Sets the shared parameters to their current values.
     void Announce()
     {
         for (const Parameter& parameter : m_shared) {
@@ -340,7 +342,8 @@ class Client {
         }
     }
 
-    /// The last change of all: who heard it heard everything before. Over UDP numbers and texts have a thread each.
+    /// Waits for the last change of all: a listener that heard it heard everything before. Over UDP numbers
+    /// and texts have a thread each.
     void Await(uint64_t write)
     {
         const auto end = Clock::now() + std::chrono::seconds(10);
@@ -367,7 +370,7 @@ class Client {
     Slot& m_slot;
     std::mt19937 m_random;
     const Parameter m_syncNumber, m_syncText;
-    const std::vector<Parameter> m_own, m_shared, m_all;  // to write alone, with everybody; to read
+    const std::vector<Parameter> m_own, m_shared, m_all;  // written alone; with all clients; read
     bool m_isPaused;
     uint64_t m_generation = 0;
     Config* m_config = nullptr;

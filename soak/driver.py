@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""Runs a daemon and fifty clients against it, ends, stops and restarts what it can, and checks what they all see.
+"""Runs a daemon and fifty clients; ends, stops and restarts them, and checks that they all see the same.
 
 Usage: driver.py BUILD_DIRECTORY MINUTES [SEED]         scripts/soak builds first
 
-Each client owns a few parameters that nobody else writes. At every check point all clients pause; then the store must
-hold each owned parameter's last write that was read back (or a later one that was on its way when its writer was
-killed), and every client's reads, cache and listeners must agree with a fresh client's reads. At the end, with all
-clients gone, the daemon must hold no more descriptors and threads than before the first, and hardly more memory than
-at its first check point."""
+Each client owns a few parameters that no other client writes. At every check point all clients pause; then
+the store must hold each owned parameter's last write that was read back (or a later one that was on its way
+when its writer was killed), and every client's reads, cache and listeners must agree with a fresh client's
+reads. At the end, with all clients gone, the daemon must hold no more descriptors and threads than before the
+first, and hardly more memory than at its first check point."""
 import collections
 import os
 import pathlib
@@ -24,8 +24,8 @@ import system
 from players import BOUND, Board, Client, Daemon, Failure, Parameter
 
 TRANSPORTS = ["tcp"] * 16 + ["tcp cached"] * 8 + ["udp"] * 10 + ["udp cached"] * 6 + ["queue"] * 10
-MORE_MEMORY = 8192  # kilobytes: fragments, and what stays with the C library for threads that ended
-PROBE, SYSTEM_STATE = 0x5B010000, 0x7D02010A  # what clients ask to see the daemon is there; 9 sends them away
+MORE_MEMORY = 8192  # kilobytes: fragments, and memory that the C library keeps of ended threads
+PROBE, SYSTEM_STATE = 0x5B010000, 0x7D02010A  # read to see if the daemon is there; at 9 clients leave
 
 
 class Soak:
@@ -43,7 +43,7 @@ class Soak:
         self.share_out()
         taken = [int(parameter.id, 16) for parameter in self.play + self.sync]
         self.garbage = garbage.Garbage(self.random, taken + [PROBE, SYSTEM_STATE])
-        self.writes = 0  # of the parameters that tell the listeners that all is said
+        self.writes = 0  # of the parameters whose event is the last one of a check point
 
     def share_out(self):
         listed = subprocess.run([self.programs / "vexa_soak_client", "list"], stdout=subprocess.PIPE, check=True,
@@ -70,14 +70,14 @@ class Soak:
     # --- clients ---
 
     def fresh(self, transport):
-        """A client that only does what it is told."""
+        """A client that only carries out commands."""
         return Client(self, len(TRANSPORTS), transport)
 
     def spawn(self, slot):
         return Client(self, slot, TRANSPORTS[slot], self.owned[slot])
 
     def kill(self, client):
-        """And starts another in its place."""
+        """Kills a client and starts another in its place."""
         client.kill()
         self.counts["kills"] += 1
         self.differences += [f"{client.name()} {line}" for line in client.differences]
@@ -87,14 +87,14 @@ class Soak:
         return client
 
     def tidy(self):
-        """What an operator does about the queues of killed clients, unless the daemon has done it."""
+        """Removes the queues of killed clients, as an operator would, unless the daemon has done it."""
         living = {client.pid & 0xFFFF for client in self.clients}
         self.counts["queues that killed clients left"] += sum(
             system.unlink_queues(pid) for pid in self.crashed if pid & 0xFFFF not in living)
         self.crashed.clear()
 
     def look_for_ended(self):
-        """Without an answer for long, over UDP and queues, a client ends itself: only if the daemon was restarted."""
+        """A client over UDP or queues that gets no answer ends itself: allowed only after a restart."""
         self.daemon.require()
         for client in self.clients:
             status = client.process.poll()
@@ -150,7 +150,7 @@ class Soak:
         self.look_for_ended()
         for client in self.clients:
             client.tell("pause")
-        # A request may have gone down with a daemon, and its client waits for the answer for a minute.
+        # A request may be lost with a daemon, and its client waits for the answer for a minute.
         system.wait_until(lambda: not self.left_behind(), 5)
         for client in self.left_behind():
             self.counts["ended without an answer"] += 1
@@ -165,15 +165,15 @@ class Soak:
                 if client.generation < now and self.board.generation(client.slot) < now]
 
     def settle(self):
-        """Lets all listeners hear one last change, and so everything before. Returns the clients that may have missed
-        some of it all the same."""
+        """Lets all listeners hear one last change, and so all changes before it. Returns the clients that may
+        have missed some of them."""
         def is_quiet():
             return not any(system.waiting_datagrams(client.pid) for client in self.clients)
 
         if not system.wait_until(is_quiet, BOUND):
             raise Failure("events wait in a client's socket for ever")
         self.hear("sync")
-        # Those that missed something in the storm have to hear what is announced now.
+        # The clients that missed events in the storm have to hear the announcement that follows.
         for client in self.missed():
             self.counts[f"views over {client.transport} that missed events"] += 1
             client.ask("clear")
@@ -195,7 +195,7 @@ class Soak:
         self.differences += [f"{client.name()} differs: its listeners are deaf" for client in deaf]
 
     def missed(self):
-        """Clients for whose events the system had no room since the last call, which nobody promises to keep."""
+        """Clients for whose events the system had no room since the last call: such events may be lost."""
         forgetful = self.daemon.forgetful_queues()
         missed = []
         for client in self.clients:
@@ -244,7 +244,7 @@ class Soak:
                 continue
             if missed and verb == "heard":
                 continue
-            # A cache tells its listeners nothing that was written through it.
+            # A cache does not call its listeners for writes through it.
             if "cached" in client.transport and (client.stale == self.board.generation() or
                                                  (verb == "heard" and number in own)):
                 continue
@@ -313,7 +313,7 @@ class Soak:
             raise Failure(f"memory: {self.memory} kB at the first check point, {after[2]} kB afterwards")
 
     def rest(self, expected=None):
-        """The daemon's resources when they do not change any more, or are what is expected."""
+        """The daemon's resources when they do not change any more, or are as expected."""
         last = []
 
         def rests():

@@ -1,4 +1,4 @@
-"""What no honest client sends: random bytes, and real records that were cut or had bits turned over."""
+"""Messages that no correct client sends: random bytes, and real records that were cut or had bits flipped."""
 import socket
 import struct
 
@@ -9,7 +9,7 @@ NUMBER, TEXT = 0x5C010000, 0x1302000A  # parameters that the test does not look 
 
 class Garbage:
     def __init__(self, random, forbidden):
-        """forbidden: parameters that must not be hit, whatever becomes of a record."""
+        """forbidden: parameters that no message may name, however a record was changed."""
         self.random = random
         self.forbidden = [struct.pack(order + "I", number) for number in forbidden for order in "<>"]
         self.sent = 0
@@ -52,7 +52,7 @@ class Garbage:
         return self._message(">", (self.random.getrandbits(32), 0, 0, 0, 4096))
 
     def tcp(self, port):
-        """A connection that sends a few messages, mostly after an honest beginning, and then ends or stays."""
+        """A connection that sends a few messages, mostly after a correct start, and then ends or stays."""
         peer = socket.create_connection(("127.0.0.1", port), timeout=5)
         peer.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
         try:
@@ -76,7 +76,7 @@ class Garbage:
             peer.connect(("127.0.0.1", port))
             for _ in range(self.random.randrange(10)):
                 message = self._network()
-                # Nobody disconnects what it connects, so it is to be the configuration that is open anyway.
+                # No Disconnect follows, so it has to be the configuration that is open anyway.
                 if message[12:16] in (b"", bytes(4)):
                     try:
                         peer.send(message)
@@ -84,7 +84,7 @@ class Garbage:
                         pass
 
     def queue(self, processes):
-        """processes: whose names must not be taken."""
+        """processes: those whose queue names must not be used."""
         with system.RequestQueue() as queue:
             for _ in range(self.random.randrange(10)):
                 message = self._message("=", (self.random.getrandbits(32), 0, 0, 0))

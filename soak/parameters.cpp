@@ -25,7 +25,7 @@ bool StandsAlone(ParamDescriptor& descriptor)
            !descriptor.FindNumber("dependent_minimum");
 }
 
-/// Whether all values of the range are stored as they are.
+/// Whether every value of the range is stored unchanged.
 bool HasNoGaps(const Parameter& parameter, ParamDescriptor& descriptor)
 {
     if (parameter.kind != Parameter::kNumber) return true;

@@ -12,7 +12,8 @@ struct Parameter {
 
     explicit Parameter(const std::string& hexadecimal);
 
-    /// The value of a write: numbers in turn, texts that tell their number. The driver knows the same rule.
+    /// The value of a write: numbers in turn, texts that contain their number. The driver knows the same
+    /// rule.
     unsigned int Number(uint64_t write) const;
     std::string Text(uint64_t write) const;
     std::string Printed(uint64_t write) const;
@@ -26,5 +27,6 @@ struct Parameter {
 std::vector<Parameter> ReadList(const std::string& text);
 /// Without spaces and the like, for one word of a line.
 std::string Printable(std::string text);
-/// Those whose values change only when they are written, and change no other: "number|text|data ID LOWEST HIGHEST".
+/// Prints the parameters whose values change only when they are written, and change no other:
+/// "number|text|data ID LOWEST HIGHEST".
 void PrintParameters();

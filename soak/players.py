@@ -1,4 +1,4 @@
-"""Who takes part in the soak test: the daemon, its clients, and what they share with the driver."""
+"""The programs of the soak test: the daemon, its clients, and the memory that they share with the driver."""
 import mmap
 import os
 import select
@@ -9,7 +9,7 @@ import time
 
 import system
 
-BOUND = 30  # seconds for whatever somebody waits for
+BOUND = 30  # seconds, for every wait
 
 
 class Failure(Exception):
@@ -41,14 +41,14 @@ class Board:
         struct.pack_into("=Q", self.memory, self._place(-1, 1), self.generation() + 1)
 
     def own(self, slot, own):
-        """Of an owned parameter: the last write begun, the last read back, and the ends of what may come late."""
+        """Of an owned parameter: the last write begun, the last read back, and the bounds of late writes."""
         return [self.word(slot, 2 + 4 * own + word) for word in range(4)]
 
 
 class Parameter:
     def __init__(self, kind, number, lowest, highest):
         self.kind, self.id, self.lowest = kind, number, int(lowest)
-        # How many values it has, or how much one tells of its write.
+        # The number of its values, or of the writes that a text can tell apart.
         self.values = int(highest) - int(lowest) + 1 if kind == "number" else 2 ** 32
 
     def printed(self, write):
@@ -62,7 +62,7 @@ class Client:
         self.slot, self.transport, self.own = slot, transport, own
         self.generation = soak.board.generation()
         self.stopped_until = None
-        self.lost = {}  # datagrams, at the last look
+        self.lost = {}  # datagrams, at the last check
         self.stale = None  # the generation in which its cache missed events, which leaves it wrong
         uri = soak.uri(transport)
         self.log = soak.work / f"client-{slot}.log"
@@ -86,7 +86,7 @@ class Client:
             pass
 
     def lines(self, last):
-        """What it writes, up to a line; None when that does not come."""
+        """Its output up to a line; None when that does not come."""
         lines, end = [], time.monotonic() + BOUND
         while True:
             while b"\n" in self.input:
@@ -115,7 +115,7 @@ class Client:
         return self.answer(line.split()[0])
 
     def end(self):
-        """Told to quit, it does."""
+        """Tells it to quit, and requires that it does."""
         if self.process.poll() is None:
             self.tell("quit")
         try:
@@ -139,7 +139,7 @@ class Client:
 class Daemon:
     def __init__(self, programs, log):
         self.programs, self.log, self.ports = programs, log, [0, 0]
-        self.read = 0  # up to there the log was looked through
+        self.read = 0  # up to here the log has been read
         self.process = None
 
     def start(self):

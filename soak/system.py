@@ -1,4 +1,4 @@
-"""What the system tells of processes, sockets and message queues."""
+"""The system's figures of processes, sockets and message queues."""
 import ctypes
 import os
 import time
@@ -34,7 +34,7 @@ def resources(process):
 
 
 def _udp_sockets(process):
-    """inode, bytes that wait, datagrams lost for want of room: of each UDP socket of a process."""
+    """Of each UDP socket of a process: inode, bytes that wait, datagrams lost for want of room."""
     with open("/proc/net/udp") as table:
         rows = {row[9]: row for row in (line.split() for line in table)}
     base = f"/proc/{process}/fd"

@@ -19,7 +19,7 @@ namespace net = vexa::corvalis::config::access;
 
 namespace {
 
-/// Whether a server can have the port. A UDP server would share it silently with another daemon, and the
+/// Whether a server can bind the port. A UDP server would share it silently with another daemon, and the
 /// library reports a failure in several lines, so this asks first.
 bool IsFree(int socketType, int port)
 {
@@ -62,13 +62,14 @@ bool Daemon::Start(const Options& options)
         (!options.noUdp && !CheckPort(SOCK_DGRAM, options.udpPort, "UDP")))
         return false;
     CreateDescriptors();
-    // As a peer's, so that peers who open other stores cannot keep everybody from this one.
+    // Opened as a peer's store, so that peers that open other stores cannot use the limit up and make this
+    // one unreachable.
     m_store = net::OpenPeerStore(0);
     if (!m_store) {
         fputs("mainstay: cannot open the store\n", stderr);
         return false;
     }
-    // The queues first: they tell a second daemon before anything else has started.
+    // The queues first: they detect another daemon before anything else has started.
     return (options.noQueues || StartQueues()) &&
            (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, options.payloadOrder, "TCP")) &&
            (options.noUdp || StartServer(SOCK_DGRAM, options.udpPort, options.payloadOrder, "UDP"));
@@ -80,7 +81,7 @@ bool Daemon::StartServer(int socketType, int port, std::endian payloadOrder, con
     if (!server->Init()) return false;
     AddEndpoint(std::string(name) + " port " + std::to_string(server->Port()));
     server->SetPayloadOrder(payloadOrder);
-    if (socketType == SOCK_DGRAM) server->Announce(0);  // to those who only listen, too
+    if (socketType == SOCK_DGRAM) server->Announce(0);  // clients may listen without a connection
     if (!server->Start()) return false;
     m_servers.push_back(server.release());
     return true;

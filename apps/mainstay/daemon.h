@@ -14,6 +14,7 @@ namespace vexa::config::access {
 class QueueService;
 }
 
+/// Where and how the daemon serves.
 struct Options {
     int tcpPort = 0, udpPort = 0;                    ///< 0: a free one
     std::endian payloadOrder = std::endian::native;  ///< of texts on the network
@@ -27,7 +28,7 @@ class Daemon {
     ~Daemon();
 
     /// Opens the store and starts the servers.
-    /// @return false after one line of what is wrong.
+    /// @return false after one line with the reason.
     bool Start(const Options& options);
     /// "queue /mainstay, TCP port 43110, UDP port 43110".
     std::string Endpoints() const { return m_endpoints; }

@@ -71,7 +71,7 @@ int main(int argc, char** argv)
         return 2;
     }
 
-    // Before any thread exists, so that all of them leave these signals to this one.
+    // Before any other thread exists, so that all of them leave these signals to the main thread.
     sigset_t stops;
     sigemptyset(&stops);
     sigaddset(&stops, SIGTERM);

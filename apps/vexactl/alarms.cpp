@@ -61,7 +61,7 @@ void PrintAlarm(Session& session, const Parameter& parameter, const Value& value
         session.Print(parameter.Name() + " = " + parameter.Text(value));
 }
 
-/// Reads back what was written and shows it.
+/// Reads the written alarm back and shows it.
 ExitStatus Finish(Session& session, const Parameter& parameter, bool written)
 {
     const auto value = session.Read(parameter);

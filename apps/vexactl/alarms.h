@@ -1,4 +1,4 @@
-/// The verb alarms: what is raised, and raising and clearing it.
+/// The verb alarms: lists, raises and clears alarms. Thread: the main thread.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 /// The symbolic names of all alarms of the model; empty when there is no connection.
 std::vector<std::string> AlarmNames(Session& session);
-/// One line per alarm: name, state, severity, errors. @param raisedOnly  leaves out what is clear.
+/// One line per alarm: name, state, severity, errors. @param raisedOnly  leaves out clear alarms.
 ExitStatus ListAlarms(Session& session, bool raisedOnly);
 /// @param severity  by name; empty: that of the alarm at rest. @param text  of its error; empty: none.
 ExitStatus RaiseAlarm(Session& session, const std::string& name, const std::string& severity,

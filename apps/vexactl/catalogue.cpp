@@ -10,7 +10,7 @@ Made by `vexactl catalogue --markdown`; do not edit. A group is the high byte of
 stored numbers; `V / 1000` means stored in thousandths of a volt. Data and alarms are bytes in hexadecimal. Other models
 have other parameters, values and defaults: `docs/models.md`.)";
 
-/// A text inside a table: what Markdown would take for its own is escaped.
+/// A text inside a table: the characters that Markdown would interpret are escaped.
 std::string Escaped(const std::string& text)
 {
     std::string result;
@@ -45,7 +45,7 @@ std::string RangeOf(const Json& facts)
     return "";
 }
 
-/// As stored, like the range beside it; an address with its dots, since as a number nobody knows it.
+/// As stored, like the range beside it; an address with its dots, since its number is not recognisable.
 std::string DefaultOf(const Json& facts, const Parameter& parameter)
 {
     const Json fact = facts.value("default", Json(""));

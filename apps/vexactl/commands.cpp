@@ -28,7 +28,7 @@ ExitStatus ForEachNamed(Session& session, const Names& names, Step step)
 
 // --- list, info ---
 
-/// Which parameters are listed: those that meet every condition given.
+/// Selects the parameters that meet every condition given.
 struct Filter {
     Names patterns;
     std::optional<unsigned int> group;  ///< the high byte of the identifier
@@ -156,8 +156,8 @@ std::string Obstacle(const Session& session, const Parameter& parameter, const s
     return "";
 }
 
-/// Where the device does not say what it did, a value that stayed as it was has been refused, unless it is
-/// what the wanted number is corrected to.
+/// Where the device does not report the result, an unchanged value means that the wanted one was refused,
+/// unless it is the value to which the wanted number is corrected.
 bool IsCorrection(const Parameter& parameter, const std::optional<Value>& before, const Value& wanted,
                   const Value& stored)
 {
@@ -225,7 +225,7 @@ ExitStatus Watch(Session& session, const Names& names, WatchLimits limits, bool 
     return ExitStatus::kDone;
 }
 
-/// @param names  of the parameters to tell of when the command runs.
+/// @param names  of the parameters to watch; called when the command runs.
 template <class GetNames>
 void AddWatchLimits(CLI::App& watch, Session& session, ExitStatus& status, bool inShell, GetNames names)
 {

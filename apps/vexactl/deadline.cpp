@@ -11,14 +11,14 @@
 
 namespace {
 
-// What the signal handler needs, laid down before the timer starts.
+// The data of the signal handler, set before the timer starts.
 char line[512];
 size_t lineLength;
 int lineDescriptor;
 
 void End(int)
 {
-    if (write(lineDescriptor, line, lineLength) == -1) lineLength = 0;  // nobody to tell
+    if (write(lineDescriptor, line, lineLength) == -1) lineLength = 0;  // no way to report it
     _exit(static_cast<int>(ExitStatus::kTimedOut));
 }
 

@@ -64,7 +64,7 @@ std::string Readable(const Json& fact)
     return list;
 }
 
-/// All but those that stand for themselves.
+/// All but those that are facts of their own.
 Json AttributesOf(Config& config, ParamDescriptor& descriptor)
 {
     std::map<std::string, unsigned int> numbers;

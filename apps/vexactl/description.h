@@ -1,9 +1,9 @@
-/// What there is to know about a parameter besides its value.
+/// The facts about a parameter besides its value. Thread: the main thread.
 #pragma once
 
 #include "vexactl/parameter.h"
 
-/// Every fact, for programs. The same for the same model: no values, and always in one order.
+/// Every fact, for programs. Always the same for one model: without values, and in one order.
 Json Describe(Config& config, const Parameter& parameter);
 /// The facts of Describe for people: one a line, the values of an enumeration one below the other.
 std::string DescriptionText(Config& config, const Parameter& parameter);

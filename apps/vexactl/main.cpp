@@ -55,7 +55,7 @@ ExitStatus Run(int argc, char** argv)
     } catch (const ConnectionError& error) {
         session.Complain(error.what());
         return error.status;
-    } catch (const std::exception& error) {  // no memory: what was asked for is not known
+    } catch (const std::exception& error) {  // no memory: the result is not known
         session.Complain(error.what());
         return ExitStatus::kCannotConnect;
     }

@@ -15,7 +15,7 @@ using Json = nlohmann::ordered_json;
 /// A number, or a text (of a string, data or alarm parameter).
 using Value = std::variant<unsigned int, std::string>;
 
-/// A parameter of one configuration. Borrows its descriptor.
+/// A parameter of one configuration. Borrows its descriptor. Thread: any.
 class Parameter {
   public:
     explicit Parameter(ParamDescriptor* descriptor) : m_descriptor(descriptor) {}
@@ -32,19 +32,19 @@ class Parameter {
     ParamDescriptor& Descriptor() const { return *m_descriptor; }
     bool HoldsText() const { return m_descriptor->GetParamType() == eCParam_StringValue; }
 
-    /// Bytes, of a data or alarm parameter, and no text to be read.
+    /// Whether the value is bytes, of a data or alarm parameter, and no readable text.
     bool HoldsBytes() const;
 
     /// @return nothing when the configuration has no value for it.
     std::optional<Value> Read(Config& config) const;
-    /// What a user typed: a number, the name of an enumerated value, an address, or a text.
+    /// The value that a user typed: a number, the name of an enumerated value, an address, or a text.
     /// @return nothing when it is no value of this kind of parameter.
     std::optional<Value> Parse(const std::string& typed) const;
     /// For people: "4 eSystemStateRunning", "12.50 V", "\"Scene 12\"".
     std::string Text(const Value& value) const;
     /// For programs: "id", "param", "value", and "name", "text" or "units" where they say more.
     Json ToJson(const Value& value) const;
-    /// Whether the parameter takes the value as it is; else why not.
+    /// @return why the parameter does not take the value as it is; nothing when it does.
     std::optional<std::string> Objection(const Value& value) const;
 
   private:

@@ -33,7 +33,7 @@ int interrupted = -1;
 /// The session, while there is one.
 Session* running = nullptr;
 
-/// On whatever thread the signal arrives: those that the C library starts take all of them.
+/// Runs on any thread: the threads that the C library starts take all signals.
 void NoteInterrupt(int)
 {
     const int error = errno;
@@ -55,7 +55,7 @@ std::string TimeText(timeval time)
 
 }  // namespace
 
-/// Prints the changes that it hears of.
+/// Prints the changes that it receives.
 class Watcher : public ConfigEventListener {
   public:
     Watcher(Session& session, Config& config, std::vector<eParam_t> only)
@@ -127,7 +127,7 @@ Session::~Session()
 {
     try {
         Disconnect();
-    } catch (const std::exception&) {  // not even memory for what a time-out would say
+    } catch (const std::exception&) {  // not even memory for the message of a time-out
         m_watcher.reset();
         if (m_config) m_disconnect();
     }
@@ -205,12 +205,14 @@ void Session::Disconnect()
     if (!m_config) return;
     StopWatch();
     if (m_isReachable && !m_isReachable()) {
-        // The user knows already. The library waits for a goodbye all the same, and then tidies up.
+        // The loss has been reported. The library still waits for the answer to its Disconnect, and then
+        // releases everything.
         constexpr double kTidySeconds = 2;
         const Deadline silent(kTidySeconds, "", fileno(m_messages));
         m_disconnect();
     } else {
-        // The library waits a second for the goodbye, and would then write statistics to standard output.
+        // The library waits a second for the answer to its Disconnect, and would then write statistics to
+        // standard output.
         const Deadline limit = Limit(kGoodbyeSeconds);
         m_disconnect();
     }
@@ -218,7 +220,7 @@ void Session::Disconnect()
     m_isReachable = nullptr;
 }
 
-/// The library reports to developers what the tool tells its user in its own words.
+/// The library's messages are for developers: the tool reports the same to its user in its own words.
 void Session::HideLibraryMessages()
 {
     if (m_messages != stderr || getenv("VEXA_LOG")) return;
@@ -242,7 +244,7 @@ Deadline Session::Limit(double atMost) const
 void Session::CheckConnection() const
 {
     if (!m_isReachable || m_isReachable()) return;
-    // A queue does not tell when its daemon goes away.
+    // A queue does not show that its daemon is gone.
     if (queues) throw ConnectionError(NoAnswer(), ExitStatus::kTimedOut);
     throw ConnectionError("lost the connection to " + Place());
 }

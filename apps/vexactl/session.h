@@ -20,7 +20,7 @@ namespace vexa::config::access {
 class PosixMQFactory;
 }
 
-/// What was asked of the device cannot be had over this connection, or not any more.
+/// The connection cannot carry a request out, or was lost.
 struct ConnectionError : std::runtime_error {
     explicit ConnectionError(const std::string& message, ExitStatus exitStatus = ExitStatus::kCannotConnect)
         : std::runtime_error(message), status(exitStatus)
@@ -30,7 +30,7 @@ struct ConnectionError : std::runtime_error {
 };
 
 /// Connects when the first command needs it and keeps the connection for all further ones. Thread: the main
-/// thread, but for the printing operations, which the watch uses from wherever a change is delivered.
+/// thread, but for the printing operations, which the watch uses on the threads that deliver changes.
 class Session {
   public:
     Session();
@@ -42,7 +42,7 @@ class Session {
     bool queues = false;  ///< the daemon of this device, through its message queues, instead of the URI
     bool json = false;
     bool verbose = false;  ///< show the library's messages
-    double timeout = 5;    ///< seconds, for whatever is asked of the device
+    double timeout = 5;    ///< seconds, for each request to the device
     int scriptLine = 0;    ///< of the script that is being read; 0: not reading one
 
     /// The configuration, or null after a message. @see ExitStatus::kCannotConnect
@@ -58,9 +58,10 @@ class Session {
     // The device's answers. A lost connection throws ConnectionError; no answer in time ends the tool.
     /// Nothing when there is no value, or none that this connection carries.
     std::optional<Value> Read(const Parameter& parameter);
-    /// @return false when the device said that it does not accept the value. It need not say so.
+    /// @return false when the device reported that it does not accept the value. Not every connection reports
+    /// it.
     bool Write(const Parameter& parameter, const Value& value);
-    /// Throws ConnectionError for a connection that only tells of changes.
+    /// Throws ConnectionError for a connection that only delivers changes.
     void RequireAnswers() const;
     /// Any other use of the configuration.
     template <class Use>
@@ -73,9 +74,9 @@ class Session {
     }
     /// Whether bytes can be read and written: not over TCP, nor the queues.
     bool CarriesData() const { return !queues && !IsOver("tcp:"); }
-    /// In bytes, there and back.
+    /// In bytes, for writing and for reading back.
     size_t LongestText() const;
-    /// Whether the device says what it did with a value; otherwise only reading it back tells.
+    /// Whether the device reports what it did with a value; otherwise only reading it back shows it.
     bool ConfirmsWrites(const Parameter& parameter) const;
 
     /// A line of data, on standard output.
@@ -84,13 +85,13 @@ class Session {
     /// A message for people, on standard error, as "vexactl: ..." or "vexactl: line 3: ...".
     void Complain(const std::string& message);
 
-    /// Tells of every change from now on, of these parameters or, with none named, of all.
+    /// Prints every change from now on, of these parameters or, with none named, of all.
     void StartWatch(std::vector<eParam_t> only);
     void StopWatch();
     /// Leaves interrupts to WaitForWatch, from now on: before StartWatch.
     void HoldInterrupts();
-    /// Waits for the watch: until interrupted, until so many changes were told, or for so many seconds (0: no
-    /// limit).
+    /// Waits for the watch: until interrupted, until so many changes were printed, or for so many seconds (0:
+    /// no limit).
     void WaitForWatch(unsigned int changes, double seconds);
 
   private:

@@ -1,4 +1,4 @@
-/// The tool's shell: many commands over one connection, typed or from a script.
+/// The tool's shell: many commands over one connection, typed or from a script. Thread: the main thread.
 #pragma once
 
 #include <optional>
@@ -13,6 +13,6 @@
 ExitStatus RunShell(Session& session);
 
 /// The words of a line, at blanks; "..." and '...' keep blanks, and a backslash inside them keeps the next
-/// character. What follows a word that starts with # is a comment.
+/// character. A word that starts with # begins a comment.
 /// @return nothing when a quote is not closed.
 std::optional<std::vector<std::string>> SplitWords(const std::string& line);

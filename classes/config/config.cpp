@@ -1,6 +1,6 @@
 #include "config/config.h"
 
-#undef NDEBUG  // release builds, too, need what stands behind assert()
+#undef NDEBUG  // __assert_fail has to be declared in release builds, too
 #include <cassert>
 #include <cstdio>
 

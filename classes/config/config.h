@@ -1,8 +1,8 @@
 /// Config: the interface to a set of parameters, wherever they live. Start reading here.
 ///
-/// A caller gets a Config from the connector (config/access/connector/config_factory_impl.h) for a URI, works only
-/// through this interface, and gives it back there. Descriptors (config/descriptors/param_descriptor.h) say
-/// what each parameter is.
+/// A caller gets a Config from the connector (config/access/connector/config_factory_impl.h) for a URI, works
+/// only through this interface, and gives it back there. Descriptors (config/descriptors/param_descriptor.h)
+/// describe the parameters.
 #pragma once
 
 #include <sys/time.h>
@@ -30,7 +30,7 @@ class UpdatePrecondition;
 /// The order of the virtual operations is part of the contract: append only.
 class VEXA_EXPORT Config {
   public:
-    /// What Lock asks for. No implementation gives it a meaning.
+    /// The kind of lock for Lock. No implementation gives it a meaning.
     enum eParamLock_t : uint32_t { eParamLock_Shared, eParamLock_Exclusive };
 
     virtual ~Config() = default;
@@ -42,7 +42,7 @@ class VEXA_EXPORT Config {
     virtual unsigned int Get(eParam_t id) = 0;
     /// The configuration instance, the number behind "configid=" in its URI.
     virtual eConfigID_t GetConfigID() = 0;
-    /// When a value last changed; zero where that is not told.
+    /// When a value last changed; zero where the implementation does not report it.
     virtual timeval GetLastConfigUpdate() = 0;
     /// Borrowed from the registry; null for a parameter that does not exist.
     virtual ParamDescriptor* GetParamDescriptor(eParam_t id) = 0;
@@ -62,20 +62,20 @@ class VEXA_EXPORT Config {
     virtual Serializable* GetSerializable(eParam_t) { return nullptr; }
     /// Refused by every implementation.
     virtual bool SetSerializable(eParam_t, Serializable*) { return false; }
-    /// Bytes of a data parameter. Only for implementations that carry data values: the default is a
+    /// Bytes of a data parameter. Only for implementations that carry data values: calling the default is a
     /// programming error and ends the process, in release builds as well.
     virtual bool GetData(eParam_t id, std::string& data);
     virtual bool SetData(eParam_t id, std::string& data, timeval time);
     virtual bool SetData(eParam_t id, std::string& data);
 
-    /// Tells the listener of every change from now on. The forms for some parameters are a wish: a store
-    /// tells of every parameter all the same, and refuses the list.
+    /// Calls the listener at every change from now on. The forms with parameters ask for a filter: an
+    /// implementation may ignore it and report every parameter, as a store does, which refuses the list.
     /// @param listener  borrowed until it is removed.
     virtual bool AddConfigEventListener(ConfigEventListener*) { return false; }
     virtual bool AddConfigEventListener(eParam_t, ConfigEventListener*) { return false; }
     virtual bool AddConfigEventListener(std::list<eParam_t>, ConfigEventListener*) { return false; }
-    /// After this returned on another thread than the callback's, the listener is not running and not called
-    /// again. So it waits for a running callback: hold no lock that the callback takes.
+    /// Waits for a running callback of another thread: when it has returned, the listener is not called again
+    /// and may be deleted. Hold no lock that the callback takes.
     virtual bool RemoveConfigEventListener(ConfigEventListener*) { return false; }
     /// Waits for the next change; the two numbers bound the wait (seconds, microseconds).
     virtual bool WaitForConfigEvent(ConfigEvent&, long, long) { return false; }
@@ -92,7 +92,7 @@ class VEXA_EXPORT Config {
     /// @param precondition  asked before every change; the store owns it from now on. Add before concurrent
     /// writes.
     virtual bool AddUpdatePrecondition(vexa::config::UpdatePrecondition*) { return false; }
-    /// It is the caller's again.
+    /// The precondition belongs to the caller again.
     virtual bool RemoveUpdatePrecondition(vexa::config::UpdatePrecondition*) { return false; }
 };
 

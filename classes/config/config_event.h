@@ -8,7 +8,7 @@
 #include "config/param_ids.h"
 #include "config/param_types.h"
 
-/// A plain value. A producer fills the fields of its kind and leaves the others empty.
+/// A plain value. A producer fills the fields of its kind and leaves the others empty. Thread: one at a time.
 struct ConfigEvent {
     eParam_t paramID{};
     /// eCParam_EnumValue (3): an integer change. eCParam_StringValue (12): a string or a data change.
@@ -16,5 +16,5 @@ struct ConfigEvent {
     unsigned int value = 0;
     std::string text;
     std::string data;
-    timeval time{};  ///< of the change, from whoever made it
+    timeval time{};  ///< of the change
 };

@@ -1,4 +1,4 @@
-/// ConfigEventListener: told of every change of the configurations it is registered with.
+/// ConfigEventListener: called at every change of the configurations it is registered with.
 #pragma once
 
 #include <sys/time.h>
@@ -8,10 +8,11 @@
 #include "config/base/export.h"
 #include "config/config_event.h"
 
-/// Callbacks run on the thread that made the change and should be quick. The results are ignored. A callback
-/// may read and write the same configuration: what it writes is announced after the current change has
-/// reached everyone. Callbacks that write to each other's configuration, from two threads, wait for ever.
-/// One that writes at every change, its own included, keeps its writer busy for ever.
+/// Thread: a store calls on the thread that made the change, a client of another process on threads of its
+/// own. Callbacks should be quick; their results are ignored. A callback may read and write the same
+/// configuration: its change is announced after the current one has reached every listener. Two callbacks
+/// that write to each other's configuration, from two threads, wait for ever. A callback that writes at every
+/// change, its own included, never lets the writer return.
 /// The order of the virtual operations is part of the contract: append only.
 class VEXA_EXPORT ConfigEventListener {
   public:

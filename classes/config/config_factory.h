@@ -1,4 +1,4 @@
-/// ConfigFactory: what connects a URI to a Config.
+/// ConfigFactory: connects a URI to a Config.
 #pragma once
 
 #include <string>
@@ -7,6 +7,7 @@
 
 class Config;
 
+/// A base of the connector and of queue clients, whose Run does nothing.
 class VEXA_EXPORT Runnable {
   public:
     virtual ~Runnable() = default;
@@ -16,8 +17,9 @@ class VEXA_EXPORT Runnable {
 /// Thread: any. The order of the virtual operations is part of the contract: append only.
 class VEXA_EXPORT ConfigFactory : public Runnable {
   public:
-    /// @return null on failure. Not the caller's to delete: give it back with Disconnect.
+    /// @return null on failure. The caller does not delete it, but gives it back with Disconnect.
     virtual Config* Connect(std::string uri) = 0;
-    /// The Config must not be used any more. Null, and what this factory did not hand out, is left alone.
+    /// The Config must not be used any more. Null, and a store that this factory did not hand out, is
+    /// ignored.
     virtual void Disconnect(Config* config) = 0;
 };

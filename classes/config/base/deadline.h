@@ -7,7 +7,7 @@
 
 namespace vexa {
 
-/// A point on the monotonic clock, or never.
+/// A point on the monotonic clock, or never. Immutable. Thread: any.
 class Deadline {
   public:
     /// Milliseconds of a wait that has no limit.
@@ -21,7 +21,8 @@ class Deadline {
 
     bool IsLimited() const { return m_limited; }
     std::chrono::steady_clock::time_point End() const { return m_end; }
-    /// What is left, rounded up: -1 without a limit, 0 when it is over; as poll takes it.
+    /// The remaining milliseconds, rounded up, as poll takes them: -1 without a limit, 0 when the time is
+    /// over.
     int PollTimeout() const
     {
         if (!m_limited) return -1;
@@ -29,7 +30,7 @@ class Deadline {
             std::chrono::ceil<std::chrono::milliseconds>(m_end - std::chrono::steady_clock::now());
         return static_cast<int>(std::clamp<long long>(left.count(), 0, INT_MAX));
     }
-    /// The same for waits that count in unsigned numbers: kNever without a limit.
+    /// The same as an unsigned number: kNever without a limit.
     unsigned int Left() const { return static_cast<unsigned int>(PollTimeout()); }
     bool IsOver() const { return PollTimeout() == 0; }
 

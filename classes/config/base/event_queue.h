@@ -7,8 +7,8 @@
 
 namespace vexa {
 
-/// Bounded: the oldest events are dropped, which one line on standard error tells once until the queue was empty
-/// again. Thread: one at a time; the owner's lock guards it.
+/// Bounded: a full queue drops its oldest event. The first drop prints one line on standard error; further
+/// drops print none until the queue has been empty. Thread: one at a time; the owner's lock guards it.
 template <class Event>
 class EventQueue {
   public:

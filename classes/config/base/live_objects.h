@@ -9,8 +9,8 @@
 
 namespace vexa {
 
-/// The system starts threads for objects that may be gone by then: such a thread finds nothing here. An object goes
-/// away when its last use has ended. Objects are told apart by their address. Thread: any.
+/// The system starts threads for objects that may be gone by then: such a thread finds nothing here. An
+/// object is deleted only after its last use has ended. Objects are told apart by their address. Thread: any.
 template <class Object>
 class LiveObjects {
   public:
@@ -37,11 +37,12 @@ class LiveObjects {
     };
 
     static void Add(Object* object) { Registry().AddEntry(object); }
-    /// No use begins any more. @return false when the object is gone, or ends already.
+    /// No further use begins. @return false when the object is gone, or ends already.
     static bool Close(Object* object) { return Registry().CloseEntry(object); }
-    /// Waits until a closed object has no users. Not for one of them.
+    /// Waits until a closed object has no users. Must not be called by one of them, which would wait for
+    /// itself.
     static void WaitUntilUnused(Object* object) { Registry().WaitForUsers(object); }
-    /// The last user deletes the closed object.
+    /// Leaves the deletion of the closed object to its last user.
     static void LeaveToUsers(Object* object) { Registry().LeaveEntry(object); }
     /// For the object's destructor.
     static void Remove(Object* object) { Registry().RemoveEntry(object); }

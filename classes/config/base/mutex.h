@@ -1,4 +1,5 @@
-/// Mutex, RecursiveMutex and CondVar: those of the standard library in a form that the thread-safety analysis knows.
+/// Mutex, RecursiveMutex and CondVar: those of the standard library in a form that the thread-safety analysis
+/// knows.
 ///
 /// Locks that live in the contract's classes are semaphores instead (semaphore_helper.h).
 #pragma once
@@ -42,7 +43,7 @@ class VEXA_CAPABILITY("mutex") RecursiveMutex {
     std::recursive_mutex m_mutex;
 };
 
-/// Holds a lock for the life of a scope.
+/// Holds a lock for the life of a scope. Thread: made and destroyed on one thread.
 template <class Lockable>
 class VEXA_SCOPED_CAPABILITY ScopedLock {
   public:
@@ -57,7 +58,7 @@ class VEXA_SCOPED_CAPABILITY ScopedLock {
 using MutexLock = ScopedLock<Mutex>;
 using RecursiveMutexLock = ScopedLock<RecursiveMutex>;
 
-/// Releases a lock that is held for the life of a scope, for work under which it must not be held.
+/// Releases a held lock for the life of a scope, for work that must not run under it. Thread: the holder's.
 class VEXA_SCOPED_CAPABILITY MutexUnlock {
   public:
     explicit MutexUnlock(Mutex& lock) VEXA_RELEASE(lock) : m_lock(lock) { m_lock.Unlock(); }
@@ -69,8 +70,8 @@ class VEXA_SCOPED_CAPABILITY MutexUnlock {
     Mutex& m_lock;
 };
 
-/// Lets threads wait for a change of what a Mutex guards. Waits end without a change at times, so they stand in a
-/// loop that looks at the guarded state: the analysis cannot see into a predicate.
+/// Lets threads wait for a change of the state that a Mutex guards. A wait may end without a change, so it
+/// stands in a loop that tests the guarded state: the analysis could not see into a predicate. Thread: any.
 class CondVar {
   public:
     void Wait(Mutex& lock) VEXA_REQUIRES(lock)

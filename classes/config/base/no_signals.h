@@ -7,6 +7,7 @@
 namespace vexa {
 
 /// Blocks all signals of this thread, and so those of the threads that it starts, for a scope.
+/// Thread: made and destroyed on one thread.
 class NoSignals {
   public:
     NoSignals()

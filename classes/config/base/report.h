@@ -1,9 +1,9 @@
-/// Report: how the library says why an operation failed.
+/// Report: prints why an operation failed.
 #pragma once
 
 namespace vexa {
 
-/// Prints to standard error, as printf: for operations that answer false after one line.
+/// Prints to standard error, as printf; for operations that return false after one line.
 /// @return false. Thread: any.
 [[gnu::format(printf, 1, 2)]] bool Report(const char* format, ...);
 

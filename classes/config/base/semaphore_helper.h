@@ -28,7 +28,7 @@ class VEXA_SCOPED_CAPABILITY VEXA_EXPORT SemaphoreHelper {
     /// Makes the semaphore: shared between the threads of this process, free. A failure prints one line.
     static bool Init(sem_t* semaphore);
     static bool Init(LockSemaphore& lock) { return Init(&lock.raw); }
-    /// Destroys a semaphore that nobody waits for. A failure prints one line.
+    /// Destroys a semaphore for which no thread waits. A failure prints one line.
     static bool Destroy(sem_t* semaphore);
     static bool Destroy(LockSemaphore& lock) { return Destroy(&lock.raw); }
 
@@ -37,8 +37,8 @@ class VEXA_SCOPED_CAPABILITY VEXA_EXPORT SemaphoreHelper {
     bool m_owesPost;
 };
 
-/// A lock that is made with its object and never destroyed: for what threads may still use while the process, or
-/// its owner, ends. Otherwise a plain `LockSemaphore`.
+/// A `LockSemaphore` that is initialised with its object and never destroyed, because threads may still use
+/// it while the process, or its owner, ends.
 struct VEXA_CAPABILITY("semaphore") VEXA_EXPORT StaticLock : LockSemaphore {
     StaticLock() { SemaphoreHelper::Init(*this); }
 };

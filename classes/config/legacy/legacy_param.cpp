@@ -20,7 +20,7 @@ struct ClassOfType {
 };
 
 constexpr uint32_t kTypes = 12;
-/// The last row is not searched: it answers for type 12, see GetClassID.
+/// The search leaves out the last row, which is the answer for type 12: see GetClassID.
 constexpr ClassOfType kClassOfType[kTypes + 1] = {{0, 0}, {1, 0},  {3, 0},  {4, 0},  {5, 0}, {6, 0}, {7, 0},
                                                   {8, 0}, {10, 0}, {11, 0}, {12, 1}, {0, 0}, {0, 0}};
 
@@ -49,7 +49,7 @@ CParam_ZK9::CParam_ZK9(eParam_t id, eParamType_t type, Config* config) : CParam(
     _pConfigAccess = config;
 }
 
-/// @return whether there is a shared connection; first objects on two threads make one.
+/// @return whether there is a shared connection; first objects on two threads make a single one.
 bool CParam_ZK9::ConnectOnce(const std::string& transport)
 {
     SemaphoreHelper hold(connectLock);
@@ -90,8 +90,8 @@ unsigned int CParam_ZK9::GetFactoryValue(eParam_t id)
 }
 
 // The answer comes from the row at the position of the type's number, not from the row of the type: 10 gives
-// the class of texts, and 12, the texts themselves, that of numbers. Applications store what they read by
-// these answers, so they stay.
+// the class of texts, and 12, the texts themselves, that of numbers. Applications store values by these
+// answers, so they stay.
 int CParam_ZK9::GetClassID(eParamType_t type)
 {
     const auto* const end = kClassOfType + kTypes;

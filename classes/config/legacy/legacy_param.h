@@ -30,7 +30,7 @@ class VEXA_EXPORT CParam {
     CParam& operator=(const CParam&) = default;
     virtual ~CParam() = default;
 
-    /// Holds a place in the order; nobody calls it.
+    /// Holds a place in the order; never called.
     virtual unsigned int Reserved() = 0;
     /// The number; 0 when there is none.
     virtual unsigned int GetParamValue() = 0;
@@ -72,7 +72,7 @@ class VEXA_EXPORT CParam_ZK9 : public CParam {
     /// Always false.
     bool IsDirty() override { return false; }
     ParamDescriptor* GetParamDescriptor(eParam_t id) override;
-    /// Holds a place in the order; nobody calls it.
+    /// Holds a place in the order; never called.
     virtual unsigned int ReservedToo() { return 0; }
     virtual ParamDescriptor* GetParamDescriptor() { return GetParamDescriptor(GetParamID()); }
 

@@ -53,7 +53,7 @@ bool ListenerList::IsEmpty() const
 
 // --- delivery ---
 
-/// @param call  owns what it tells the listeners: it may run after this returned.
+/// @param call  owns the content of the event: it may run after this returned.
 template <class Call>
 void ListenerList::Deliver(const Call& call)
 {

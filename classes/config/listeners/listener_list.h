@@ -15,12 +15,13 @@
 
 namespace vexa {
 
-/// Deliveries take turns: one thread at a time calls listeners, in the order of registration. A delivery that a
-/// callback causes waits until the running one has reached every listener, so all hear the changes in one order.
+/// Deliveries take turns: one thread at a time calls listeners, in the order of registration. A delivery that
+/// a callback causes waits until the running one has reached every listener, so that all listeners hear the
+/// changes in one order.
 ///
-/// The list has a lock of its own, which is never held during a callback: a callback may add and remove listeners.
-/// One that is removed is not called any more, not even for the event that is being delivered; one that is added
-/// hears the next event. Thread: any.
+/// The list has a lock of its own, which is never held during a callback: a callback may add and remove
+/// listeners. A removed listener is not called any more, not even for the event that is being delivered; a
+/// new listener hears the next event. Thread: any.
 class VEXA_EXPORT ListenerList {
   public:
     /// @param reportException  prints one line about a listener that threw.
@@ -33,18 +34,18 @@ class VEXA_EXPORT ListenerList {
     /// One more registration: a listener that is added twice is called twice.
     /// @param listener  borrowed until it is removed.
     void Add(ConfigEventListener* listener);
-    /// Takes the oldest registration of the listener away. A callback may still run: see WaitForDelivery.
+    /// Removes the oldest registration of the listener. A callback may still run: see WaitForDelivery.
     /// @return whether there was one.
     bool RemoveOne(ConfigEventListener* listener);
-    /// Takes all of its registrations away. @return whether there was one.
+    /// Removes all registrations of the listener. @return whether there was one.
     bool RemoveAll(ConfigEventListener* listener);
     void Clear();
     bool Contains(ConfigEventListener* listener) const;
     bool IsEmpty() const;
 
     /// Blocks other deliveries for the life of a scope; nested scopes of one thread hold the turn together. A
-    /// change is made, or an event taken from its queue, under the turn in which it is delivered: so nothing
-    /// overtakes it, and it cannot outlast WaitForDelivery and reach a listener that came later.
+    /// change is made, or an event taken from its queue, under the turn in which it is delivered: so no other
+    /// change overtakes it, and it cannot outlast WaitForDelivery and reach a listener that was added later.
     class VEXA_SCOPED_CAPABILITY Turn {
       public:
         explicit Turn(ListenerList& list) VEXA_ACQUIRE(list.m_turn) : m_hold(list.m_turn) {}
@@ -54,12 +55,12 @@ class VEXA_EXPORT ListenerList {
         ListenerLock::Guard m_hold;
     };
 
-    /// Returns when no other thread is inside a callback: a listener that was removed before is not called again.
-    /// Hold no lock that a callback takes.
+    /// Waits until no other thread is inside a callback: a listener that was removed before is not called
+    /// again. Hold no lock that a callback takes.
     void WaitForDelivery() { const Turn turn(*this); }
 
-    /// Tell every listener of a change, now or, in a callback of this list, after the running delivery. A listener
-    /// that throws is reported and the others are still told.
+    /// Calls every listener: now or, from a callback of this list, after the running delivery. An exception
+    /// of one listener is reported, and the others are still called.
     void TellNumber(eParam_t id, unsigned int value, timeval time);
     void TellText(eParam_t id, std::string text, timeval time);
     /// Each listener gets a copy of its own.
@@ -69,7 +70,7 @@ class VEXA_EXPORT ListenerList {
     using Delivery = std::function<void(ConfigEventListener&)>;
     struct Registration {
         ConfigEventListener* listener;
-        uint32_t number;  // tells a registration from a later one of the same listener
+        uint32_t number;  // distinguishes registrations of one listener
     };
 
     template <class Call>

@@ -9,8 +9,8 @@
 
 namespace vexa {
 
-/// A semaphore that knows the thread that holds it: a listener that writes to its configuration from a callback
-/// comes back to the lock that its own thread holds, and passes.
+/// A semaphore that knows the thread that holds it: a listener that writes to its configuration from a
+/// callback finds the lock held by its own thread, and passes. Thread: any.
 class VEXA_CAPABILITY("semaphore") ListenerLock {
   public:
     ListenerLock() { SemaphoreHelper::Init(m_semaphore); }

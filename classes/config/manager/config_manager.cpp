@@ -18,7 +18,7 @@ using vexa::config::UpdatePrecondition;
 
 namespace {
 
-/// Log readers know the three places by these numbers, wherever the code stands.
+/// Readers of the log know the three places by these numbers, which stay when the code moves.
 enum DescriptorErrorLine { kSetInteger = 109, kSetString = 206, kSetData = 266 };
 
 void PrintDescriptorError(DescriptorErrorLine line)
@@ -120,14 +120,14 @@ bool ConfigManager::RemoveUpdatePrecondition(UpdatePrecondition* precondition)
 
 bool ConfigManager::DeleteAllUpdatePreconditions()
 {
-    // One that was added twice is deleted once.
+    // A precondition that was added twice is deleted once.
     const std::set<UpdatePrecondition*> distinct(m_preconditions.begin(), m_preconditions.end());
     m_preconditions.clear();
     for (UpdatePrecondition* const precondition : distinct) delete precondition;
     return true;
 }
 
-/// One that fails with an exception vetoes: the writer expects none.
+/// An exception counts as a veto: the writer expects none.
 template <class Queue>
 bool ConfigManager::PassesPrecondition(UpdatePrecondition& precondition, Queue& queue)
 {
@@ -144,7 +144,7 @@ bool ConfigManager::PassesPreconditions(ParamDescriptor* descriptor, Queue& queu
     static vexa::NoDestructor<const std::string> kDoNotValidate("do_not_validate");
     if (descriptor->HasClassName(*kDoNotValidate)) return true;
     for (UpdatePrecondition* const precondition : m_preconditions) {
-        if (queue.empty()) return true;  // dropped by an earlier one: there is nothing left to ask about
+        if (queue.empty()) return true;  // an earlier one dropped the change: nothing is left to test
         if (PassesPrecondition(*precondition, queue)) continue;
         return vexa::Report("ConfigManager::Set(%s) - update precondition failed, returning false\n",
                             NameOf(queue));
@@ -297,12 +297,12 @@ bool ConfigManager::SetFront(IntegerQueue& queue, timeval time)
     if (!PassesPreconditions(descriptor, queue)) return false;
     if (queue.empty()) return false;
 
-    // The range rules run for what they do to other parameters; stored is what the preconditions left in the
-    // queue.
+    // The range rules run for their effect on other parameters: the value that is stored is the one that the
+    // preconditions left in the queue.
     EnforceRangeLimits(id, value);
     std::tie(id, value) = queue.front();
 
-    // From the store to the last event: otherwise two writers could announce in another order than they
+    // Held from storing to the last event: otherwise two writers could announce in another order than they
     // stored.
     const vexa::ListenerList::Turn turn(m_listeners);
     if (!SetConfigParam(id, value)) return false;  // stamps the update
@@ -321,8 +321,7 @@ bool ConfigManager::Set(eParam_t id, std::string value, timeval time)
     return true;
 }
 
-// What a precondition does to the string in the queue has no effect, and neither has taking it out: they may
-// only veto.
+// A precondition may only veto a string: changing it in the queue, or removing it, has no effect.
 bool ConfigManager::SetFront(StringQueue& queue, timeval time)
 {
     const auto [id, value] = queue.front();
@@ -425,7 +424,7 @@ bool ConfigManager::FireParamsChangedEvents(std::vector<eParam_t> ids, timeval t
     for (const eParam_t id : ids) {
         ParamDescriptor* const descriptor = GetParamDescriptor(id);
         if (!descriptor) continue;
-        const vexa::ListenerList::Turn turn(m_listeners);  // nothing is stored between reading and telling
+        const vexa::ListenerList::Turn turn(m_listeners);  // nothing is stored between reading and announcing
         if (descriptor->GetParamType() == eCParam_StringValue) {
             std::string text;
             Get(id, text);

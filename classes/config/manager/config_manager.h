@@ -15,18 +15,19 @@
 
 /// One configuration instance: every registered parameter with its value.
 ///
-/// A write asks the update preconditions, stores, runs the range rules and post-triggers, and tells all
-/// listeners, then one level of dependent parameters. Listeners hear changes of one store one after the
-/// other; what they hear last is what the store holds, but for the takes that new clip naming resets without
-/// an event. A listener may write to the store from its callback: its change is stored at once and announced
-/// after the current one has reached everyone. It may also remove itself or others.
+/// A write asks the update preconditions, runs the range rules, stores, runs the post-triggers, and announces
+/// the change to all listeners, then one level of dependent parameters. Listeners hear the changes of one
+/// store one after the other. The last event of a parameter tells the stored value, except for the takes that
+/// new clip naming resets without an event. A listener may write to the store from its callback: its change
+/// is stored at once and announced after the current one has reached every listener. It may also remove
+/// itself or others.
 ///
 /// Thread: any, for every operation; preconditions are added and removed before concurrent writes begin.
 /// Lock order: listener lock, value lock, the lock of one value.
 class ConfigManager : public vexa::CatalogueConfig {
   public:
     explicit ConfigManager(eConfigID_t configID);
-    /// Nobody may use the store any more. The value objects live on: somebody may hold one from
+    /// The store must be out of use. The value objects live on: a caller may still hold one from
     /// GetSerializable.
     ~ConfigManager() override;
 
@@ -45,16 +46,17 @@ class ConfigManager : public vexa::CatalogueConfig {
     Serializable* GetSerializable(eParam_t id) override;
     bool SetSerializable(eParam_t id, Serializable* value) override;
     bool GetData(eParam_t id, std::string& data) override;
-    /// No precondition, range rule or trigger. The listeners are told even when the parameter holds no text.
+    /// No precondition, range rule or trigger. The listeners are called even when the parameter holds no
+    /// text.
     bool SetData(eParam_t id, std::string& data, timeval time) override;
     /// A listener that is added twice hears each change twice; each removal takes one registration away.
     bool AddConfigEventListener(ConfigEventListener* listener) override;
-    /// A listener always hears every parameter, this one or not.
+    /// The parameter is ignored: the listener hears all of them.
     bool AddConfigEventListener(eParam_t id, ConfigEventListener* listener) override;
     bool RemoveConfigEventListener(ConfigEventListener* listener) override;
     /// Null is refused.
     bool AddUpdatePrecondition(vexa::config::UpdatePrecondition* precondition) override;
-    /// The precondition is the caller's again.
+    /// The precondition belongs to the caller again.
     bool RemoveUpdatePrecondition(vexa::config::UpdatePrecondition* precondition) override;
 
     /// Called once by the creator: default preconditions, then every parameter's factory default.
@@ -63,13 +65,13 @@ class ConfigManager : public vexa::CatalogueConfig {
     bool AddDefaultPreconditions();
     bool DeleteAllUpdatePreconditions();
 
-    /// Clients that share this store; the store itself never acts on the count. @return the new, or current,
-    /// count.
+    /// The number of clients that share this store; the store itself never acts on it. @return the new, or
+    /// current, count.
     int32_t IncrementUseCount();
     int32_t DecrementUseCount();
     int32_t GetUseCount();
 
-    /// The stored object, which stays the store's; null when there is none.
+    /// The stored object, which belongs to the store; null when there is none.
     Serializable* GetConfigValue(eParam_t id);
     /// The same, made from the descriptor's factory default when it is missing.
     bool GetConfigValue(eParam_t id, Serializable*& value);
@@ -82,7 +84,8 @@ class ConfigManager : public vexa::CatalogueConfig {
     bool EnforceRangeLimits(eParam_t id, unsigned int& value);
     /// Raises a take number above the takes on the media, at most to 999.
     bool EnforceTakeLimits(unsigned int& value);
-    /// What a change sets off: new clip naming resets the take, without an event. The value plays no part.
+    /// The effects of a change on other parameters: new clip naming resets the take, without an event. The
+    /// value is ignored.
     bool ExecutePostTriggers(eParam_t id, unsigned int& value);
     bool ExecutePostTriggers(eParam_t id, std::string value);
     bool FireParamChangedEvent(eParam_t id, unsigned int value, timeval time);
@@ -104,8 +107,8 @@ class ConfigManager : public vexa::CatalogueConfig {
     void FireDependents(eParam_t id, timeval time);
     const eConfigID_t m_configID;
 
-    // Locks in the order in which they are made. The value lock is left alone at the end, like the values: a late
-    // reader may be on its way out of it.
+    // Initialised in this order. The value lock is not destroyed, like the values: a late reader may still be
+    // leaving it.
     StaticLock m_useCountLock;
     vexa::ListenerList m_listeners;
     StaticLock m_valueLock;
@@ -113,7 +116,7 @@ class ConfigManager : public vexa::CatalogueConfig {
     int32_t m_useCount VEXA_GUARDED_BY(m_useCountLock) = 0;
     std::map<eParam_t, Serializable*> m_values VEXA_GUARDED_BY(m_valueLock);  // owned; only ever grows
 
-    // Two words that nobody reads together; the newest store wins.
+    // Never read together, so two words; the newest update wins.
     std::atomic<uint32_t> m_lastUpdateSeconds = 0, m_lastUpdateMicroseconds = 0;
 
     std::vector<vexa::config::UpdatePrecondition*> m_preconditions;  // owned; set up before concurrent writes

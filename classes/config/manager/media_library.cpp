@@ -5,7 +5,7 @@
 
 namespace {
 
-/// Of a device without media: no clip, so every take number is free.
+/// For a device without media: no clips, so every take number is free.
 class NoClips : public ClipFinder {
   public:
     std::list<Clip> findClips(bool, bool, bool) override { return {}; }

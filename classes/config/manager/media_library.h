@@ -1,4 +1,4 @@
-/// What the store asks of the product's media library: which takes exist already.
+/// The store's view of the product's media library: which takes exist already.
 #pragma once
 
 #include <list>
@@ -16,7 +16,7 @@ struct VEXA_EXPORT Clip {
 };
 
 /// Finds clips. It reads the clip-naming parameters through the Config it was made for and must not write to
-/// it: the store holds locks while it asks.
+/// it: the store holds locks while it asks. Thread: the one that asked for the finder.
 class VEXA_EXPORT ClipFinder {
   public:
     virtual ~ClipFinder() = default;
@@ -47,4 +47,5 @@ class VEXA_EXPORT MediaLibrary {
 /// Plugs a product's library in; null brings back the default one, which reports no clips. Borrowed for the
 /// life of the process. Call it before the first Connect.
 VEXA_EXPORT void SetMediaLibrary(MediaLibrary* library);
+/// The library that is plugged in, or the default one. Thread: any.
 VEXA_EXPORT MediaLibrary& GetMediaLibrary();

@@ -23,7 +23,7 @@ unsigned int AskMedia(Config& config)
     return finder->getLastMatchingTakeInList(clips, custom, "");
 }
 
-/// A product's library that fails counts as one without clips.
+/// A media library that fails counts as one without clips.
 unsigned int LastTakeOnMedia(Config& config)
 {
     try {
@@ -63,7 +63,7 @@ void RangeRules::LimitCustomTake(unsigned int& value)
     PutBack(eParamID_GangEnable, 0, gang);
 }
 
-/// Leaves alone what a user has changed meanwhile.
+/// Restores a forced value, unless a user has changed it meanwhile.
 void RangeRules::PutBack(eParam_t id, unsigned int forced, unsigned int saved)
 {
     if (m_store.Get(id) == forced) m_setSilently(id, saved);

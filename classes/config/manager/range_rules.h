@@ -10,12 +10,12 @@ class Config;
 
 namespace vexa {
 
-/// Works on one store: reads its clip-naming parameters, asks the product's media library which takes exist, and
-/// writes takes without an event. Thread: any.
+/// Works on one store: reads its clip-naming parameters, asks the product's media library which takes exist,
+/// and writes takes without an event. Thread: any.
 class RangeRules {
   public:
     /// @param store        borrowed.
-    /// @param listeners    of the store: a search for custom takes lets no other change in between.
+    /// @param listeners    of the store: a search for custom takes blocks other changes.
     /// @param setSilently  stores a number without preconditions and events.
     RangeRules(Config& store, ListenerList& listeners,
                std::function<void(eParam_t, unsigned int)> setSilently)
@@ -27,7 +27,7 @@ class RangeRules {
     void Limit(eParam_t id, unsigned int& value);
     /// Raises a take number above the takes on the media, at most to 999.
     void LimitTake(unsigned int& value);
-    /// What a stored change sets off: new clip naming resets the take.
+    /// The effects of a stored change: new clip naming resets the take.
     void AfterNumber(eParam_t id);
     void AfterText(eParam_t id);
 

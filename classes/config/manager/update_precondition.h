@@ -16,7 +16,7 @@ class IntegerDescriptor;
 namespace vexa::config {
 
 /// The pending changes of one write. The front entry is the one under test; a precondition may change, add or
-/// remove entries, and what stands at the front afterwards is stored.
+/// remove entries, and the entry at the front afterwards is stored. So a write is a queue.
 using IntegerQueue = std::deque<std::pair<eParam_t, unsigned int>>;
 using StringQueue = std::deque<std::pair<eParam_t, std::string>>;
 

@@ -8,7 +8,7 @@ namespace value_pool {
 
 namespace {
 
-using Pool = std::multimap<eParam_t, ConfigValue*>;  // as many of one parameter as stores lived at once
+using Pool = std::multimap<eParam_t, ConfigValue*>;  // several of one parameter if stores lived at once
 
 StaticLock poolLock;
 vexa::NoDestructor<Pool> pool VEXA_GUARDED_BY(poolLock);
@@ -33,7 +33,7 @@ void Give(const std::map<eParam_t, Serializable*>& values)
         if (dynamic_cast<StringValue*>(value))
             value->ResetToFactory();  // do not keep the memory of a long text
         SemaphoreHelper hold(poolLock);
-        pool->insert(pool->lower_bound(id), {id, value});  // the first to be taken
+        pool->insert(pool->lower_bound(id), {id, value});  // in front: taken first
     }
 }
 

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// A peer names the class, so look-ups of unknown classes leave no more entries than this.
+/// The peer chooses the class, so look-ups of unknown classes leave no more entries than this.
 constexpr size_t kMaxEntries = 1024;
 
 using Registry = std::map<eClassID_t, ClassFactory*>;

@@ -6,7 +6,7 @@
 #include "config/streams/class_id.h"
 #include "config/streams/serializable.h"
 
-/// What precedes an object in a stream: its class identifier.
+/// The header of an object in a stream: its class identifier.
 struct VEXA_EXPORT ClassFactoryHeader {
     eClassID_t classID{};
 };
@@ -15,7 +15,7 @@ struct VEXA_EXPORT ClassFactoryHeader {
 /// factories.
 ///
 /// Classes 0, 1, 6 and 7 are handed out shared: every Create of that class answers with the same object,
-/// which stays its factory's and holds what the last reader read into it. Hold PrototypeMutex() from Create
+/// which its factory owns and which holds the content that was read last. Hold PrototypeMutex() from Create
 /// until the content is copied. Objects of other classes belong to the caller. Thread: the registry may be
 /// used from any thread.
 class VEXA_EXPORT ClassFactory {
@@ -26,8 +26,8 @@ class VEXA_EXPORT ClassFactory {
     /// @return null when it cannot be made.
     virtual Serializable* Create() = 0;
 
-    /// Registers the standard factories, unless any factory is registered already: so call it before
-    /// registering factories of your own.
+    /// Registers the standard factories, unless any factory is registered already. So call it before you
+    /// register other factories.
     static void InitFactories();
     /// Registers a factory in place of an earlier one for its class. The factory must have been made with new
     /// and belongs to the registry from now on; the one that it replaces is kept, since its object may be in
@@ -39,7 +39,7 @@ class VEXA_EXPORT ClassFactory {
     /// and the standard factories are not registered again.
     static void DestroyFactories();
 
-    /// Whether objects of this class stay their factory's.
+    /// Whether objects of this class belong to their factory.
     static bool IsShared(eClassID_t id);
     /// Gives an object of Create back: deletes it unless it is shared. Null is allowed.
     static void Release(Serializable* object);
@@ -48,8 +48,8 @@ class VEXA_EXPORT ClassFactory {
     static vexa::RecursiveMutex& PrototypeMutex();
 
   private:
-    /// Runs `registerAll` unless a factory is registered. All of its factories are registered or none: without
-    /// memory for one, the next call tries again.
+    /// Runs `registerAll` unless a factory is registered. All of its factories are registered or none:
+    /// without memory for one, the next call tries again.
     static void RegisterIfEmpty(void (*registerAll)());
 
     const eClassID_t m_classID;

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-/// What precedes an object in a stream. Values from a peer may be any 32-bit number.
+/// Precedes an object in a stream. A peer may send any 32-bit number.
 enum eClassID_t : uint32_t {
     eClassID_IntegerValue = 0,
     eClassID_StringValue = 1,

@@ -36,7 +36,7 @@ class VEXA_EXPORT DeSerializer {
 
     eSerializationFormat GetFormat() const { return m_format; }
     bool Failed() const { return m_failed; }
-    /// Marks what was read as unusable; for objects that find nonsense in their fields.
+    /// Marks the stream as unusable; for objects whose fields make no sense together.
     void Fail() { m_failed = true; }
 
   private:

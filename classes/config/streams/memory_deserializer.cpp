@@ -136,7 +136,7 @@ bool MemoryDeSerializer::Read(const char* name, char*& buffer, unsigned int& len
     length = 0;
     if (!Read(name, n)) return false;
     if (n == 0) return true;
-    // The peer's length word decides an allocation only after the bytes are known to be here.
+    // The peer's length word is used for an allocation only if the sector holds that many bytes.
     if (!Holds(n)) return FailAtEnd();
     char* const bytes = new (std::nothrow) char[n];
     if (!bytes) return FailAtEnd();

@@ -8,6 +8,7 @@
 
 /// Reads from a caller's byte range (the sector), which is never freed here. Byte layout: MemorySerializer.
 /// A failed read leaves the position at the sector end.
+/// Thread: one at a time.
 class VEXA_EXPORT MemoryDeSerializer : public DeSerializer {
   public:
     /// @param start, end  the sector, end one past its last byte; borrowed. The flag is kept and has no
@@ -30,7 +31,7 @@ class VEXA_EXPORT MemoryDeSerializer : public DeSerializer {
     bool Read(const char* name, char*& buffer, unsigned int& length) override;
     /// Reads nothing: an object is always read as a named field.
     bool Read(Serializable*& object) override;
-    /// Always true: a sector is all there is.
+    /// Always true: the sector is the whole stream.
     bool IsEndOfStream() override { return true; }
 
     bool GetFlag() const { return m_flag; }

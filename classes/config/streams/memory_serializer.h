@@ -16,7 +16,8 @@
 ///     buffer          4 bytes of length, then the bytes
 ///     object          4 bytes of class identifier, then its fields
 ///
-/// A write that does not fit writes nothing and fails. Measure with MemorySerializerSizer first.
+/// A write that does not fit writes nothing and fails. Measure with MemorySerializerSizer first. Thread: one
+/// at a time.
 class VEXA_EXPORT MemorySerializer : public Serializer {
   public:
     /// @param start, end  the range, end one past its last byte; borrowed. The flag is kept and has no
@@ -56,7 +57,7 @@ class VEXA_EXPORT MemorySerializer : public Serializer {
     bool m_flag;
 };
 
-/// Writes nothing and counts what a MemorySerializer would write.
+/// Writes nothing and counts the bytes that a MemorySerializer would write. Thread: one at a time.
 class VEXA_EXPORT MemorySerializerSizer : public Serializer {
   public:
     explicit MemorySerializerSizer(eSerializationFormat format) : Serializer(format) {}
@@ -72,7 +73,7 @@ class VEXA_EXPORT MemorySerializerSizer : public Serializer {
     void Write(std::string name, char* buffer, unsigned int length) override;
     void Write(ClassFactoryHeader& header) override;
 
-    /// Bytes that the object takes as a field: class identifier and fields. 0 for what cannot be written.
+    /// Bytes that the object takes as a field: class identifier and fields. 0 when it cannot be written.
     /// @param serializer  gives the format; may be null.
     static unsigned int GetSize(Serializable* object, MemorySerializer* serializer);
 

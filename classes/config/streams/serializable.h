@@ -1,4 +1,4 @@
-/// Serializable: the base of everything that travels through a stream.
+/// Serializable: the base of all objects that travel through a stream.
 #pragma once
 
 #include <atomic>

@@ -7,7 +7,7 @@
 #include "config/base/export.h"
 #include "config/streams/class_factory.h"
 
-/// Kept by every serializer; only the binary memory format exists.
+/// The format of a stream; only the binary memory format exists.
 enum eSerializationFormat : uint32_t { eSerializationFormat_Memory = 0 };
 
 /// Objects may stand inside objects (a vector in a vector) this deep. A peer could otherwise exhaust the
@@ -40,7 +40,7 @@ class VEXA_EXPORT Serializer {
 
     eSerializationFormat GetFormat() const { return m_format; }
     unsigned int GetBytesWritten() const { return m_bytesWritten; }
-    /// Something could not be written; stays set. A sender treats what was written as no message at all.
+    /// Whether a write failed; stays set. A sender then drops the whole message.
     bool Failed() const { return m_failed; }
 
   protected:

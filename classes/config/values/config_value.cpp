@@ -70,8 +70,7 @@ std::string ConfigValue::ToString()
     return text;
 }
 
-// --- TypedValue: the lock is not recursive, so nothing here calls another value or an override while it is
-// held ---
+// --- TypedValue: the lock is not recursive, so nothing here calls another value or an override under it ---
 
 template <class T>
 TypedValue<T>::TypedValue(const char* fieldName) : m_fieldName(fieldName)

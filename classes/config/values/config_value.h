@@ -17,7 +17,7 @@
 class VEXA_EXPORT ConfigValue : public Serializable {
   public:
     /// Same class, identity, dirty flag and value. The dirty flag takes part deliberately: a value that still
-    /// has to be saved differs from one that was.
+    /// has to be saved differs from a saved one.
     bool IsEqual(Serializable* other) override;
     bool Serialize(Serializer* serializer) override;
     /// Sets the fields as read; the dirty flag stays.
@@ -34,7 +34,7 @@ class VEXA_EXPORT ConfigValue : public Serializable {
     virtual ConfigValue* Clone() = 0;
     /// Takes over the configuration ID and the value, not the parameter nor its type.
     virtual void Copy(ConfigValue& other);
-    /// Takes over the value. Another class than this one's changes nothing.
+    /// Takes over the value. An object of another class changes nothing.
     virtual void CopyValue(ConfigValue& other) = 0;
     /// Sets the parameter's factory default. A descriptor of another kind changes nothing.
     virtual void ResetToFactory() {}
@@ -55,7 +55,7 @@ class VEXA_EXPORT ConfigValue : public Serializable {
     eParamType_t m_paramType = eCParam_Unset;
 };
 
-/// What the two kinds of values share: one T behind a lock.
+/// The common part of the two kinds of values: one T behind a lock.
 /// Thread: Get, Set, comparing, copying and streaming may run on several threads at once.
 template <class T>
 class VEXA_EXPORT TypedValue : public ConfigValue {
@@ -101,7 +101,7 @@ class VEXA_EXPORT IntegerValue : public TypedValue<unsigned int> {
 };
 
 /// A text, or any bytes: data and alarm parameters use it too. A stream ends texts with a NUL, so the reader
-/// of a value with an embedded NUL gets what stands before it.
+/// of a value with an embedded NUL gets the part before it.
 class VEXA_EXPORT StringValue : public TypedValue<std::string> {
   public:
     /// For the class factory; filled by Deserialize.

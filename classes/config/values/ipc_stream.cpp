@@ -141,8 +141,8 @@ Serializable* IPCDeSerializer::Read(CONFIGMGR_STREAM_HEADER_T& header, bool wait
     while ((received = data.Receive(m_queue, dataType)) < 0)
         if (!dataBackoff.Sleep()) return nullptr;
 
-    // Two senders that use the same type, or neighbouring ones, interleave: what does not belong together is
-    // dropped.
+    // Two senders that use the same type, or neighbouring ones, interleave: messages that do not belong
+    // together are dropped.
     const bool sameSender = memcmp(data.Text(), &header.id, sizeof header.id) == 0;
     if (static_cast<size_t>(received) != textSize || !sameSender) return nullptr;
 

@@ -20,7 +20,7 @@ struct VEXA_EXPORT CONFIGMGR_STREAM_HEADER_T {
 };
 static_assert(sizeof(CONFIGMGR_STREAM_HEADER_T) == 28);
 
-/// Sends objects. The buffer exists only during Write.
+/// Sends objects. The buffer exists only during Write. Thread: one at a time.
 class VEXA_EXPORT IPCSerializer : public MemorySerializer {
   public:
     /// @param queue  identifier of the System V queue; borrowed.
@@ -37,7 +37,7 @@ class VEXA_EXPORT IPCSerializer : public MemorySerializer {
     int m_queue;
 };
 
-/// Receives objects.
+/// Receives objects. Thread: one at a time.
 class VEXA_EXPORT IPCDeSerializer : public MemoryDeSerializer {
   public:
     /// @param limit  how long to wait for the header, and again for the data.
@@ -53,7 +53,7 @@ class VEXA_EXPORT IPCDeSerializer : public MemoryDeSerializer {
     /// @param wait  false: answer null at once when no header is there.
     /// @return an object of ClassFactory::Create (shared for some classes: hold
     /// ClassFactory::PrototypeMutex() until
-    ///     it is copied), or null: nothing came in time, or what came does not fit together.
+    /// it is copied), or null: no message came in time, or the two messages do not fit together.
     virtual Serializable* Read(CONFIGMGR_STREAM_HEADER_T& header, bool wait);
 
   private:

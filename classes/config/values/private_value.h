@@ -1,4 +1,4 @@
-/// Private copies of values: what one thread sends or has received, while other threads change the original.
+/// Private copies of values, to send or to keep while other threads change the original.
 #pragma once
 
 #include <memory>
@@ -7,8 +7,8 @@
 
 class DeSerializer;
 
-/// What a sender measures and then writes. A stored value may change between the two, so a value is cloned
-/// first; other objects have no clone and are used as they are.
+/// The object that a sender measures and then writes. A stored value may change between the two steps, so it
+/// is cloned first; other objects have no clone and are used as they are. Thread: one at a time.
 class PrivateCopy {
   public:
     /// @param object  borrowed; may be null.
@@ -20,7 +20,8 @@ class PrivateCopy {
     Serializable* m_object;
 };
 
-/// Reads the next object and gives the caller an own one: the class factory hands some classes out shared, so
-/// the content is copied before another thread can read into it.
+/// Reads the next object, which the caller owns. The class factory shares the objects of some classes, so
+/// their content is copied before another thread can read into them. Thread: any, one at a time for one
+/// stream.
 /// @return null when the stream holds no whole object of a known class.
 std::unique_ptr<Serializable> ReadPrivate(DeSerializer& stream);

@@ -70,7 +70,7 @@ void RegisterStandardFactories()
     new vexa::config::values::PackageHeaderFactory;
 }
 
-/// Here, because a factory's room does not know the classes that it makes.
+/// Defined here because the class factory's directory must not depend on the classes that it makes.
 void ClassFactory::InitFactories()
 {
     RegisterIfEmpty(&RegisterStandardFactories);

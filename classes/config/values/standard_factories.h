@@ -1,5 +1,5 @@
 /// The factories that every process has. Each registers itself when it is made, with new, and then belongs to
-/// the registry of ClassFactory.
+/// the registry of ClassFactory. Thread: any, as ClassFactory.
 #pragma once
 
 #include <cstdint>
@@ -40,7 +40,7 @@ class VectorFactory : public ClassFactory {
     Serializable* Create() override;
 };
 
-/// What PresetsFactory makes.
+/// The class of the objects that PresetsFactory makes.
 enum ePresetsPolicy : uint32_t { ePresetsPolicy_ParamVector = 1 };
 
 /// New PresetsParamVector objects with policy 1, null with any other.

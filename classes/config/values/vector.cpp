@@ -35,8 +35,8 @@ bool Vector::Deserialize(DeSerializer* deserializer)
     m_elements.clear();
     unsigned int count = 0;
     if (!deserializer->Read("Count", count)) return false;
-    // Nothing is reserved for the count, which the peer chose: a wrong one ends at the first element that is
-    // not there.
+    // No memory is reserved for the count, which the peer chose: one that is too large fails at the first
+    // missing element.
     for (; count > 0; --count) {
         if (Add(ReadPrivate(*deserializer))) continue;
         deserializer->Fail();

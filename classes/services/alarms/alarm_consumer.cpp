@@ -18,7 +18,8 @@ AlarmConsumer::~AlarmConsumer()
     SemaphoreHelper::Destroy(m_waitingLock);
 }
 
-/// Takes the lock if it is free. A real failure is reported and the work goes on, like with every lock here.
+/// Takes the lock if it is free. A real failure is reported and the work goes on, as with every lock of this
+/// library.
 bool AlarmConsumer::TryTake()
 {
     if (sem_trywait(&m_semaphore.raw) == 0) return true;
@@ -27,7 +28,8 @@ bool AlarmConsumer::TryTake()
     return true;
 }
 
-/// The writers of the store are behind this call: it must not wait for the display, which may be waiting for them.
+/// Runs on a thread that writes to the store: it must not wait for the display, which may be waiting for that
+/// write.
 void AlarmConsumer::AlarmChanged(eParam_t id, std::string data)
 {
     {
@@ -48,7 +50,7 @@ void AlarmConsumer::ApplyWaiting()
     m_waiting.reset();
 }
 
-/// Gives the lock back, with nothing left waiting: whoever came too late to find it free left a change behind.
+/// Releases the lock with no change left waiting: a change that found the lock taken is applied now.
 void AlarmConsumer::Post()
 {
     for (;;) {

@@ -13,12 +13,12 @@
 
 class Config;
 
-/// The component that displays alarms hands changes in from its DataChanged, for parameters that isAlarm accepts; its
-/// display thread takes the last one:
+/// The component that displays alarms passes on its DataChanged, for parameters that isAlarm accepts; its
+/// display thread shows the last change:
 ///
 ///     if (consumer.LockIfChanged()) { Show(consumer.GetParamID(), consumer.GetError()); consumer.Unlock(); }
 ///
-/// A change never waits for the display: one that comes while it has the lock is kept and shown next.
+/// A change never waits for the display: a change that finds the lock taken is kept and shown next.
 /// Thread: AlarmChanged on any; the getters between LockIfChanged (or Lock) and Unlock.
 class VEXA_EXPORT AlarmConsumer {
   public:
@@ -42,7 +42,7 @@ class VEXA_EXPORT AlarmConsumer {
     void Lock();
     /// Without a lock it does nothing.
     void Unlock();
-    /// Locks when something changed since the last time; else leaves the lock free and answers false.
+    /// Takes the lock when something changed since the last time; else leaves it free and returns false.
     bool LockIfChanged();
 
   private:

@@ -11,7 +11,7 @@ using vexa::alarms::Alarm_State;
 
 namespace {
 
-/// A value that the message does not know is reported and stored all the same: a newer producer may know more.
+/// A value that the message does not know is reported and stored anyway: a newer producer may know more.
 void SetState(Alarm& alarm, Alarm_State state)
 {
     if (!vexa::alarms::Alarm_State_IsValid(state))
@@ -26,7 +26,7 @@ void SetSeverity(Alarm& alarm, Alarm_Severity severity)
     alarm.set_severity(severity);
 }
 
-/// The alarm at rest, which the factory default holds. One that does not parse gives an empty alarm.
+/// The alarm at rest, which the factory default holds. A default that does not parse gives an empty alarm.
 Alarm AtRest(StringDescriptor& descriptor)
 {
     Alarm alarm;

@@ -10,8 +10,8 @@
 class Config;
 class ParamDescriptor;
 
-/// For the component that owns a condition. Its alarm keeps what was added to it until ClearErrors, and is published
-/// only when its state or severity changes.
+/// For the component that detects a condition. Added errors stay in the alarm until ClearErrors; it is
+/// published only when its state or severity changes.
 /// Thread: one object belongs to one thread. The order of the virtual operations is part of the contract.
 class VEXA_EXPORT AlarmProducer {
   public:
@@ -21,12 +21,12 @@ class VEXA_EXPORT AlarmProducer {
     AlarmProducer(const AlarmProducer&) = delete;
     AlarmProducer& operator=(const AlarmProducer&) = delete;
 
-    /// Raises the alarm. @return true as well when it is raised like that already.
+    /// Raises the alarm. @return whether it was published, or was raised like that already.
     virtual bool Set(vexa::alarms::Alarm_Severity severity);
     virtual bool Set();
-    /// Clears it. What was added stays in the published alarm until ClearErrors.
+    /// Clears it. Added errors stay in the published alarm until ClearErrors.
     virtual bool Clear();
-    /// Added to the alarm, published by the next change of it.
+    /// Adds an error, which is published with the next change of the alarm.
     virtual bool AddError(std::string text);
     virtual void ClearErrors();
 

@@ -25,7 +25,7 @@ bool IsNetworkUri(const std::string& uri)
            vexa::uri::Contains(uri, "multicast:");
 }
 
-/// Caches live as long as the process; the list keeps them from looking lost.
+/// Caches live as long as the process; the list keeps them reachable, so that no tool reports them as leaked.
 struct KeptCaches {
     StaticLock lock;
     std::vector<ConfigCache*> caches VEXA_GUARDED_BY(lock);

@@ -20,12 +20,13 @@ namespace vexa::corvalis::config::access {
 class NetworkFactory;
 }
 
+/// Thread: any, unless an operation says otherwise.
 class VEXA_EXPORT ConfigFactoryImpl : public ConfigFactory {
   public:
     /// The one connector, made on the first call. Thread: any.
     static ConfigFactory* GetInstance();
     /// Deletes the connector; the next GetInstance makes a new one. Stores that still have users live on,
-    /// unknown to it. Thread: any, when nobody uses the connector any more.
+    /// unknown to it. Thread: any, once no other thread uses the connector.
     static void DestroyInstance();
 
     ~ConfigFactoryImpl() override;

@@ -24,7 +24,7 @@ class LocalConfigFactory {
     eConfigID_t GetConfigID(std::string uri);
     /// The store of the URI's configuration ID, made and filled with factory defaults for its first user.
     Config* Connect(std::string uri);
-    /// Gives one use back; the store goes with its last user.
+    /// Gives one use back; the store is deleted with its last user.
     /// @return false for null and for anything that this factory did not hand out.
     bool Disconnect(Config* config);
 

@@ -36,7 +36,7 @@ class VEXA_EXPORT NetworkEventListener : public ConfigEventListener {
     /// @return false for null and when it is open.
     bool Open(Config* config);
     /// Stops listening, gives the configuration back to the connector and returns when every waiting thread
-    /// has left. Events that nobody has taken stay. Does nothing when it is closed.
+    /// has left. Events that were not taken stay. Does nothing when it is closed.
     void Close();
 
     /// From the next wait on; kNoTimeout: no limit. A wait may end up to a second early, see Deadline.
@@ -74,7 +74,7 @@ class VEXA_EXPORT NetworkEventListener : public ConfigEventListener {
     unsigned int m_timeoutInMS VEXA_GUARDED_BY(m_mutex) = kNoTimeout;
     unsigned int m_maximumQueueSize VEXA_GUARDED_BY(m_mutex) = 100;
     std::deque<ConfigEvent> m_queue VEXA_GUARDED_BY(m_mutex);  // oldest first
-    // Threads inside a wait, which use all of this until they have left.
+    // The threads inside a wait. Close returns when they have left, because they use this object until then.
     unsigned int m_waiters VEXA_GUARDED_BY(m_mutex) = 0;
     CondVar m_waiterLeft;
 };

@@ -65,7 +65,7 @@ std::string ConnectionUtilities::GetPIDName(unsigned int pid)
     SemaphoreHelper hold(known.lock);
     const auto found = known.names.find(pid);
     if (found != known.names.end()) return found->second;
-    // The first answer stays empty, as callers know it: what they log of a process begins without its name.
+    // The first answer stays empty, as callers know it: the first log line about a process has no name.
     if (known.names.size() < kMaxNames) known.names[pid] = AskForName(pid);
     return "";
 }

@@ -1,4 +1,4 @@
-/// What both ends of the message queues share beside the records.
+/// Helpers for both ends of the message queues: queue names and the check of responses.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@ namespace vexa::config::access {
 /// Thread: any.
 class ConnectionUtilities {
   public:
-    /// Of a connection's response queue: "/mqd_4464_3".
+    /// The name of a connection's response queue: "/mqd_4464_3".
     static std::string GetQueueName(unsigned int connectionID);
     /// Whether a response belongs to a request, but for its type and priority. A difference prints one line.
     static bool IsValidResponse(MQMessageInfo_t request, MQMessageInfo_t response);
@@ -19,7 +19,7 @@ class ConnectionUtilities {
     static std::string GetPIDName(unsigned int pid);
 };
 
-/// @return whether the response says success.
+/// @return whether the response reports success. Thread: any.
 bool HandleErrorResponse(const XCONFIGMGR_RESPONSE_T* response);
 
 }  // namespace vexa::config::access

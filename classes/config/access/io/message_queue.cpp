@@ -34,7 +34,7 @@ long Limit(const char* name, long wanted)
     return std::min(limit, wanted);
 }
 
-/// Doubles what this user's queues may take together, as far as the process is allowed to.
+/// Doubles the limit of this user's queues, as far as the process is allowed to.
 void RaiseQueueLimit()
 {
     rlimit limit{};
@@ -50,7 +50,8 @@ void RaiseQueueLimit()
 
 mqd_t CreateQueue(const std::string& name, int flags, mq_attr* asked)
 {
-    // One after the other goes what may be too much: the depth and the message size, the limit of this user.
+    // Each attempt avoids one obstacle more: first the system's limits of depth and message size, then the
+    // limit of this user.
     mq_attr attributes{};
     attributes.mq_maxmsg = kQueueDepth;
     attributes.mq_msgsize = kQueueMessageBytes;
@@ -91,7 +92,7 @@ bool WaitForQueue(mqd_t queue, short events, const Deadline& deadline, int wake)
         else if (deadline.IsOver())
             errno = ETIMEDOUT;
         else
-            continue;  // more than poll can wait at once
+            continue;  // the deadline is beyond the longest wait of poll
         return false;
     }
 }
@@ -107,7 +108,7 @@ bool SendMessage(mqd_t queue, const void* data, size_t length, unsigned int prio
     return result == 0;
 }
 
-/// Mostly there is room, so it is asked for only after it was missing.
+/// Mostly there is room, so poll is called only when there was none.
 bool SendMessage(mqd_t queue, const void* data, size_t length, unsigned int priority,
                  const Deadline& deadline, int wake)
 {
@@ -143,12 +144,12 @@ bool ReceiveMessage(mqd_t queue, std::vector<char>& message, size_t& length)
 
 void DrainQueue(mqd_t queue)
 try {
-    constexpr int kEnough = 1000;  // a peer that floods must not hold the caller up
+    constexpr int kEnough = 1000;  // a peer that floods must not delay the caller
     std::vector<char> message;
     size_t length = 0;
     for (int i = 0; i < kEnough && ReceiveMessage(queue, message, length); ++i) {
     }
-} catch (const std::bad_alloc&) {  // old messages are told from answers by their requests
+} catch (const std::bad_alloc&) {  // old messages differ from answers by their request identifiers
 }
 
 }  // namespace vexa::config::access

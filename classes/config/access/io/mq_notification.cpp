@@ -32,8 +32,8 @@ int NotifyOnThread(mqd_t queue, void (*function)(sigval), void* value)
 
 #else
 
-// The thread sanitizer cannot bear threads that the C library starts by itself. So its builds do what the
-// library does: the kernel sends a cookie of 32 bytes to a socket when it is time.
+// The thread sanitizer does not support threads that the C library starts by itself. So its builds do the
+// library's work: the kernel sends a cookie of 32 bytes to a socket when a message has arrived.
 
 namespace {
 

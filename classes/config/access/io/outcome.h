@@ -4,10 +4,10 @@
 namespace vexa {
 
 enum class Outcome {
-    kReceived,  ///< what was waited for is there
+    kReceived,  ///< the awaited message has come
     kNotSent,   ///< the request did not leave
     kTimedOut,
-    kStopped,  ///< the client ends
+    kStopped,  ///< the client is ending
     kFailed,   ///< errno may say why
 };
 

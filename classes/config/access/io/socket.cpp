@@ -27,7 +27,7 @@ auto Repeat(const Call& call)
     return result;
 }
 
-/// perror that leaves errno to the caller.
+/// perror that keeps errno for the caller.
 void ReportErrno(const char* message)
 {
     const int error = errno;
@@ -59,8 +59,8 @@ int SetOption(int descriptor, int level, int option, int value)
     return setsockopt(descriptor, level, option, &value, sizeof value);
 }
 
-/// For calls that let the system choose a port. Of the datagram sockets that allow reuse it gives several the
-/// same one, and what is meant for one of them reaches another.
+/// For calls that let the system choose a port. It gives the same port to several datagram sockets that allow
+/// reuse, and a datagram for one of them reaches another.
 template <class Call>
 int WithPortOfItsOwn(int descriptor, const Call& call)
 {
@@ -257,7 +257,8 @@ int Socket::connect_inet(const std::string& to, int number)
         inet_pton(AF_INET, to.c_str(), &inet_address.sin_addr);
     else
         errno = EAFNOSUPPORT;
-    // Only the error number counts: text that is no address leaves the address alone, which is this host's.
+    // Only the error number counts: text that is no address leaves the address unchanged, which is this
+    // host's.
     if (errno == EAFNOSUPPORT) {
         ReportErrno("Socket::connect_inet - inet_pton() failed");
         return 0;

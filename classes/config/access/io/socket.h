@@ -12,13 +12,13 @@
 
 namespace vexa::corvalis::config::access {
 
-/// Without free descriptors or memory every call fails at once: servers do not repeat it before that.
+/// Without free descriptors or memory every call fails at once: servers wait this long before they repeat it.
 inline constexpr unsigned int kPauseWhenExhaustedMs = 100;
 
 /// Operations answer 1 for success and 0 for a failure, which they report on standard error, unless they say
 /// otherwise. Interrupted calls are repeated. Nothing throws.
 ///
-/// Thread: the one that owns the socket. Another one may only `close()` it, to wake the owner, and send.
+/// Thread: the one that owns the socket. Another thread may only `close()` it, to wake the owner, and send.
 class Socket {
   public:
     /// @param domain  AF_UNIX or AF_INET.
@@ -38,10 +38,11 @@ class Socket {
 
     int create();
     /// Shuts the socket down at once, which wakes a thread that is inside an operation. The descriptor number
-    /// stays taken until that operation has returned, so that it never works on somebody else's descriptor.
+    /// stays taken until that operation has returned, so that it never works on a descriptor that another
+    /// open has got.
     void close();
 
-    /// The file of a local socket: its number names it, the name does not matter.
+    /// The file of a local socket: named by its number; the name is ignored.
     std::string build_local_path(const std::string& name, int port) const;
     int bind(int port);
     /// @param address  dotted; empty: any.
@@ -73,7 +74,7 @@ class Socket {
     /// Stream: waits for all of `length`. @return `length`; less when the peer closed; -1 on failure.
     /// Datagram: one datagram. @return its size; 0 on failure, too.
     int recv(char* buffer, unsigned int length);
-    /// Waits for something. @return its size; 0 when the peer closed; -1 on failure, silently.
+    /// Waits for bytes. @return their number; 0 when the peer closed; -1 on failure, silently.
     int recv_some(char* buffer, unsigned int length);
     /// One datagram that is already there. @return its size; -1 when there is none, silently.
     int recv_now(char* buffer, unsigned int length);
@@ -84,7 +85,7 @@ class Socket {
     /// Whether the socket becomes readable in time. A time-out writes a stack trace and system statistics,
     /// so this is for replies that must come, not for polling.
     int read_select(unsigned int timeout_ms);
-    /// What a time-out writes. `errno` stays.
+    /// Writes the report of a time-out. `errno` stays.
     static void report_timeout(unsigned int timeout_ms);
     /// Waits, for polling. @return the events of poll that are ready; 0 after the time, or when interrupted.
     int wait_ready(short events, unsigned int timeout_ms);
@@ -107,7 +108,7 @@ class Socket {
     mutable std::vector<int> m_closing VEXA_GUARDED_BY(m_useLock);  // shut down, closed by the last user
 };
 
-/// Writes the stack of the caller and the system's statistics to standard error; `errno` stays.
+/// Writes the stack of the caller and the system's statistics to standard error; `errno` stays. Thread: any.
 void dump_context();
 
 }  // namespace vexa::corvalis::config::access

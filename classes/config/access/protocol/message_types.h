@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-/// Word 0 of every message. What a peer sends may be any 32-bit number.
+/// Word 0 of every message. A peer may send any 32-bit number.
 enum eMessageType_t : uint32_t {
 #define MESSAGE(code, symbol, name) symbol = code,
 #include "config/access/protocol/message_types.inc"
@@ -26,12 +26,12 @@ static_assert(ResponseTo(XCFG_GET_STREAM_PARAM_REQUEST) == XCFG_GET_STREAM_PARAM
 static_assert(ResponseTo(XCFG_SET_STREAM_PARAM_REQUEST) == XCFG_SET_STREAM_PARAM_RESPONSE);
 static_assert(ResponseTo(XCFG_POPULATE_PARAM_REQUEST) == XCFG_POPULATE_PARAM_RESPONSE);
 
-/// Whether the message tells of a change: it comes unasked.
+/// Whether the message is an event: it reports a change and answers no request.
 constexpr bool IsEvent(uint32_t code)
 {
     return code == XCFG_PARAM_CHANGED_EVENT || code == XCFG_PARAM_STRING_CHANGED_EVENT ||
            code == XCFG_PARAM_DATA_CHANGED_EVENT;
 }
 
-/// For logs: "Get Request". Empty for a code that is in no table.
+/// For logs: "Get Request". Empty for an unknown code. Thread: any.
 const char* GetMessageName(uint32_t code);

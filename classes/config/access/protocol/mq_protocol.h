@@ -1,8 +1,9 @@
 /// The messages of the queues between applications and the daemon of one device: records and names.
 /// Types: config/access/protocol/message_types.h.
 ///
-/// Every word has the byte order of the host, which both sides share. The records have names of the network's
-/// (network_protocol.h) and other layouts.
+/// Every word has the byte order of the host, which both sides share. The records have the names of those of
+/// the network (network_protocol.h), but other layouts. They are plain values. Thread: any, for the
+/// functions.
 #pragma once
 
 #include <mqueue.h>
@@ -19,7 +20,7 @@ inline constexpr char kRequestQueue[] = "/mainstay";
 inline constexpr mode_t kQueueMode = 0770;
 inline constexpr long kQueueDepth = 128;         ///< messages, where the system allows it
 inline constexpr long kQueueMessageBytes = 512;  ///< at most, likewise
-/// Of the stream in a message.
+/// The format of the stream in a message.
 inline constexpr uint32_t kQueueStreamFormat = 0xA00;
 
 // Error codes of responses; 0 is success.
@@ -27,7 +28,7 @@ inline constexpr uint32_t kQueueErrorRefused = 53;  ///< by the store, or an unk
 inline constexpr uint32_t kQueueErrorNoValue = 60;  ///< none, or one that no message can hold
 inline constexpr uint32_t kQueueErrorNotServed = 0xFFFFFFFF;
 
-/// What ties a response to its request.
+/// The words that tie a response to its request.
 struct MQMessageInfo_t {
     uint32_t connectionID = 0;  ///< low half of the process identifier, then the connection's number
     uint32_t requestID = 0;

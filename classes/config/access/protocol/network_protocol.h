@@ -2,7 +2,8 @@
 ///
 /// Every word travels big-endian. Payloads follow their record as they are: a value object in the stream
 /// format, in the byte order of the host that wrote it, or the bytes of a data value. So two hosts of
-/// different byte order understand each other's numbers and data, not their strings.
+/// different byte order understand each other's numbers and data, not their strings. The records are plain
+/// values. Thread: any, for the functions.
 #pragma once
 
 #include <sys/time.h>
@@ -18,15 +19,15 @@ inline constexpr int kMulticastPort = 63110;  ///< events over UDP
 inline constexpr char kMulticastGroup[] = "239.71.18.33";
 inline constexpr char kMulticastInterface[] = "127.0.0.1";  ///< events stay on the device
 
-inline constexpr uint32_t kCapacity = 4096;      ///< what every record carries; never interpreted
+inline constexpr uint32_t kCapacity = 4096;      ///< in every record; never interpreted
 inline constexpr uint32_t kStreamFormat = 3072;  ///< of a payload
 inline constexpr uint32_t kEventRequestID = 0xFFFFFFFF;
 
 /// A whole request, or a whole datagram, has at most this many bytes; receive buffers have this size.
 inline constexpr uint32_t kMaxMessageBytes = 24 * 1024;
-/// What a client believes of a reply's announced length over TCP. Values have no limit of their own.
+/// The longest payload that a client accepts in a reply over TCP. Values have no limit of their own.
 inline constexpr uint32_t kMaxReplyPayload = 1024 * 1024;
-/// How long a client waits for a reply, and for the reply to its goodbye.
+/// How long a client waits for a reply, and for the one to its Disconnect request.
 inline constexpr unsigned int kReplyTimeoutMs = 60'000;
 inline constexpr unsigned int kDisconnectTimeoutMs = 1'000;
 
@@ -35,7 +36,7 @@ inline constexpr uint32_t kErrorSetRejected = 53;
 inline constexpr uint32_t kErrorNoValue = 60;
 inline constexpr uint32_t kErrorRefused = 0xFFFFFFFF;
 
-/// What every record starts with: six words (24 bytes).
+/// The start of every record: six words (24 bytes).
 struct MessagePrefix {
     uint32_t msgtype = 0;
     uint32_t connectionID = 0;

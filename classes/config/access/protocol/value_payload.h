@@ -10,7 +10,7 @@
 
 namespace vexa::corvalis::config::access {
 
-/// What a text has around it in a stream: class, identifiers, length, end.
+/// The bytes around a text in a stream: class, configuration, parameter, type, and the NUL at the end.
 inline constexpr size_t kTextObjectBytes = 17;
 /// The longest text that travels in both directions, in bytes.
 inline constexpr size_t kLongestText = 24'000;
@@ -22,14 +22,16 @@ std::string MessageBytes(const Record& record, const std::string& payload = {})
     return wire::Bytes<wire::NetworkOrder>(record, payload);
 }
 
-// Streams carry no mark of their byte order: by default it is the host's own, and who writes to a host of the
-// other order has to know.
+// Streams carry no mark of their byte order: by default it is the host's own; for a host of the other order
+// it has to be given.
 
 /// The object in the stream format; empty for null. The object may change meanwhile: a copy is written.
+/// Thread: any.
 /// @param order  of its words.
 std::string WritePayload(Serializable* object, std::endian order = std::endian::native);
 
-/// The object that a payload holds, the caller's own; null when it holds no whole object of a known class.
+/// The object that a payload holds, which the caller owns; null when it holds no whole object of a known
+/// class. Thread: any.
 std::unique_ptr<Serializable> ReadPayload(const char* payload, size_t length,
                                           std::endian order = std::endian::native);
 /// The same, only for a text.

@@ -8,6 +8,7 @@
 ///     };
 ///
 /// Size, encoding and decoding follow from the list. Words are int32_t, uint32_t or 32-bit enumerations.
+/// Thread: any.
 #pragma once
 
 #include <array>

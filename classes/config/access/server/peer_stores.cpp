@@ -48,7 +48,8 @@ Config* OpenPeerStore(eConfigID_t configID)
     if (!Reserve(configID)) return nullptr;
     Config* config = nullptr;
     try {
-        // As a signed number: the connector limits what is larger, and -1 would become another configuration.
+        // As a signed number: the connector limits larger ones, and an unsigned -1 would become another
+        // configuration.
         config = ConfigFactoryImpl::GetInstance()->Connect("local:configid=" + std::to_string(configID));
     } catch (...) {
         fputs("OpenPeerStore - no memory for another store\n", stderr);

@@ -10,14 +10,14 @@ class Config;
 
 namespace vexa::corvalis::config::access {
 
-/// A peer may name any configuration, and each one costs a whole store. So this many different ones are open
-/// at a time, for all servers of the process together; applications in the process have no such limit.
+/// A peer may name any configuration, and each costs a whole store. So this many different stores are open at
+/// a time, for all servers of the process together; applications in the process have no such limit.
 inline constexpr size_t kMaxPeerStores = 64;
 
-/// The store of a configuration. Close each one that was opened. Thread: any; hold no lock.
+/// The store of a configuration. Close each store that was opened. Thread: any; hold no lock.
 /// @return null when too many others are open or the connector has none.
 VEXA_EXPORT Config* OpenPeerStore(eConfigID_t configID);
-/// The store must not be used any more. Null is left alone.
+/// The store must not be used any more. Null is ignored. Thread: any; hold no lock.
 VEXA_EXPORT void ClosePeerStore(Config* config);
 
 }  // namespace vexa::corvalis::config::access

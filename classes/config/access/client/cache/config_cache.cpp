@@ -34,7 +34,7 @@ ConfigCache::Volatility ConfigCache::KnownVolatility(eParam_t id) const
     return found == m_volatility.end() ? Volatility::Unknown : found->second;
 }
 
-/// @return whether it is news.
+/// @return whether it was not known before.
 bool ConfigCache::LearnVolatility(eParam_t id, Volatility volatility)
 {
     SemaphoreHelper hold(m_lock);

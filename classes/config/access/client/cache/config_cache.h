@@ -18,7 +18,7 @@
 #include "config/listeners/listener_list.h"
 
 /// The last known values of one kind. Never evicted. Thread: any; every operation takes the owner's lock for
-/// one look-up, and nothing is asked while it is held.
+/// one look-up, and calls nothing under it.
 template <class Value>
 class VEXA_EXPORT CachedValues {
   public:
@@ -40,27 +40,27 @@ class VEXA_EXPORT CachedValues {
         const auto found = m_entries.find(id);
         return found != m_entries.end() && found->second.value == value;
     }
-    /// Whether something else was written last: the event that told of this value may be older than that write.
+    /// Whether another value was written last: the event that brought this one may be older than that write.
     bool MayBeOvertaken(eParam_t id, const Value& value) const
     {
         SemaphoreHelper hold(m_lock);
         const auto found = m_entries.find(id);
         return found != m_entries.end() && found->second.written.value_or(value) != value;
     }
-    /// Keeps what a read brought back, unless a write or an event has brought a newer value meanwhile.
+    /// Keeps the result of a read, unless a write or an event has brought a newer value meanwhile.
     void StoreFetched(eParam_t id, const Value& value)
     {
         SemaphoreHelper hold(m_lock);
         m_entries.try_emplace(id, Entry{value, {}, 0});
     }
-    /// Events so far: asked before a write, told after it.
+    /// The number of events so far: taken before a write, for StoreWritten after it.
     uint32_t CountEvents(eParam_t id) const
     {
         SemaphoreHelper hold(m_lock);
         const auto found = m_entries.find(id);
         return found == m_entries.end() ? 0 : found->second.events;
     }
-    /// Keeps what was written, unless an event came since: it may tell that the store corrected the value.
+    /// Keeps a written value, unless an event came since: the store may have corrected the value.
     void StoreWritten(eParam_t id, Value value, uint32_t events)
     {
         SemaphoreHelper hold(m_lock);
@@ -89,8 +89,8 @@ class VEXA_EXPORT CachedValues {
 };
 
 /// Wraps another Config, normally a remote one, of which it must be a listener: its events keep the copies
-/// current. Own listeners hear only of what changes something, so rarely of a change that was made through
-/// this cache: it knows the value by then.
+/// current. Own listeners hear only events that change the cached value, so rarely a change that was made
+/// through this cache: it knows the value by then.
 ///
 /// Parameters with the class name "volatile" are always read and written through. The operations that are not
 /// named here keep the defaults of Config.
@@ -101,8 +101,8 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener {
   public:
     /// @param config  borrowed; it has to outlive the cache.
     explicit ConfigCache(Config* config);
-    /// Remove the cache from the wrapped configuration's listeners first: that one may be gone by now, so the
-    /// cache does not.
+    /// Remove the cache from the wrapped configuration's listeners first: the cache does not do it, because
+    /// that configuration may be gone by now.
     ~ConfigCache() override;
     ConfigCache(const ConfigCache&) = delete;
     ConfigCache& operator=(const ConfigCache&) = delete;
@@ -116,8 +116,8 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener {
     ParamDescriptor* GetParamDescriptor(eParam_t id) override { return m_config->GetParamDescriptor(id); }
     ParamDescriptor* GetParamDescriptor(std::string paramIDName) override;
     std::list<eParam_t> GetParamIDs() override { return m_config->GetParamIDs(); }
-    /// A value that the parameter has already is not sent; one line says so. Where only an event says that it has,
-    /// and another value was written last, the wrapped configuration is asked first.
+    /// A value that the parameter has already is not sent; one line says so. If the cache knows it from an
+    /// event only, and another value was written last, it asks the wrapped configuration first.
     bool Set(eParam_t id, unsigned int value, timeval time) override;
     /// @return the value once more: false says that it is 0.
     bool Get(eParam_t id, unsigned int& value) override;
@@ -127,12 +127,12 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener {
     bool GetData(eParam_t id, std::string& data) override;
     /// Bytes that the parameter is known to have are not sent.
     bool SetData(eParam_t id, std::string& data, timeval time) override;
-    /// Hears what the cache passes on. Null is refused.
+    /// The listener hears the events that the cache passes on. Null is refused.
     bool AddConfigEventListener(ConfigEventListener* listener) override;
     /// Passed to the wrapped configuration: the listener hears every event of it.
     bool AddConfigEventListener(eParam_t id, ConfigEventListener* listener) override;
     bool AddConfigEventListener(std::list<eParam_t> ids, ConfigEventListener* listener) override;
-    /// Takes back every registration, those with the wrapped configuration as well. @return true.
+    /// Removes every registration, those with the wrapped configuration as well. @return true.
     bool RemoveConfigEventListener(ConfigEventListener* listener) override;
     bool WaitForConfigEvent(ConfigEvent& event, long seconds, long microseconds) override;
     std::vector<ParamDescriptor*> GetDescriptorsByClassName(std::string name) override;
@@ -143,7 +143,7 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener {
     bool DataChanged(eParam_t id, std::string& data, timeval time) override;
     void ParamChanged(ConfigEvent) override {}
 
-    /// Tell the own listeners, in the order of registration.
+    /// Call the own listeners, in the order of registration.
     void fireParamChangedEvent(eParam_t id, unsigned int value, timeval time);
     void fireParamChangedEvent(eParam_t id, std::string value, timeval time);
     void fireDataChangedEvent(eParam_t id, std::string& data, timeval time);
@@ -154,8 +154,8 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener {
     /// Takes the other's key over. @return whether that is a key, not {0, 0}.
     bool bind(const ConfigCache& other);
 
-    /// Asked of the wrapped configuration once per parameter. One without a descriptor is not volatile; one
-    /// line says so, once.
+    /// Asked of the wrapped configuration once per parameter. A parameter without a descriptor is not
+    /// volatile; one line says so, once.
     bool IsVolatile(eParam_t id);
 
   private:

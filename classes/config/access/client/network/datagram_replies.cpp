@@ -7,13 +7,13 @@
 
 namespace vexa::corvalis::config::access {
 
-/// A pending failure goes with them: it belongs to an earlier request.
+/// A pending failure is dropped as well: it belongs to an earlier request.
 void DatagramReplies::DropLateReplies()
 {
-    constexpr int kEnough = 1000;  // a peer that floods must not hold the request back
+    constexpr int kEnough = 1000;  // a peer that floods must not delay the request
     const int error = errno;
     char datagram[kMaxMessageBytes];
-    // A multicast client has no server, so what waits on its socket are events.
+    // A multicast client has no server, so the datagrams that wait on its socket are events.
     if (m_socket.is_connected())
         for (int i = 0; i < kEnough; ++i)
             if (m_socket.recv_now(datagram, sizeof datagram) == -1 && errno != ECONNREFUSED) break;
@@ -40,7 +40,7 @@ Outcome DatagramReplies::Await(unsigned int timeoutMs, Message& reply)
     const Deadline deadline(timeoutMs);
     char datagram[kMaxMessageBytes];
     for (unsigned int left = timeoutMs;; left = deadline.Left()) {
-        if (left == 0 && timeoutMs > 0) {  // there was something all the time, but no reply
+        if (left == 0 && timeoutMs > 0) {  // datagrams came all the time, but no reply
             Socket::report_timeout(timeoutMs);
             return Outcome::kTimedOut;
         }

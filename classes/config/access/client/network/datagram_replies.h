@@ -21,7 +21,7 @@ class DatagramReplies : public ReplySource {
     Outcome AwaitFirst(char* bytes, unsigned int length, unsigned int timeoutMs) override;
     void Stop() override;
 
-    /// Makes the socket for events of a client that has a server, once. @return false when that fails.
+    /// Opens the socket for events of a client that has a server, once. @return false when that fails.
     bool OpenEventSocket(int port);
     Socket& EventSocket() { return m_eventSocket ? *m_eventSocket : m_socket; }
 
@@ -34,7 +34,7 @@ class DatagramReplies : public ReplySource {
     ReplyMatch m_match;
 };
 
-/// The message that a datagram holds, its payload limited to what was received; nothing when the datagram is
+/// The message that a datagram holds, its payload limited to the received bytes; nothing when the datagram is
 /// shorter than its record.
 std::optional<Message> ReadDatagram(const char* data, size_t length);
 

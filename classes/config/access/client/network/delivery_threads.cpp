@@ -11,7 +11,7 @@ namespace vexa::corvalis::config::access {
 
 namespace {
 
-/// Those to which this thread belongs.
+/// The object to which this thread belongs.
 thread_local const DeliveryThreads* current = nullptr;
 
 }  // namespace

@@ -9,8 +9,8 @@
 
 namespace vexa::corvalis::config::access {
 
-/// A listener may end its client, which cannot go while the listener's call is still running: then the thread of that
-/// call deletes it. Thread: any.
+/// A listener may disconnect its client from a callback. The client has to live until the callback has
+/// returned: then the thread of the callback deletes it. Thread: any.
 class DeliveryThreads {
   public:
     /// @param deleteClient  deletes the client, and this object with it.
@@ -21,7 +21,8 @@ class DeliveryThreads {
     /// Starts a thread, which takes no signals: they are left to the application's own threads.
     /// @param name  at most 15 characters. @return the thread, to be joined. Throws std::system_error.
     std::thread Start(const char* name, std::function<void()> body);
-    /// Waits for the end of a thread of this object; one that joins itself is on its way out of its last callback.
+    /// Waits for the end of a thread of this object; a thread that joins itself is on its way out of its last
+    /// callback, and is detached.
     static void Join(std::thread& thread);
     /// Whether the calling thread is one of these.
     bool IsCurrent() const;
@@ -33,7 +34,7 @@ class DeliveryThreads {
     std::atomic<std::thread::id> m_deletingThread;
 };
 
-/// The one of these threads that receives events: it may end by itself and be started again. Thread: any.
+/// The delivery thread that receives events: it may end by itself and be started again. Thread: any.
 class EventsThread {
   public:
     explicit EventsThread(DeliveryThreads& threads) : m_threads(threads) {}
@@ -41,7 +42,7 @@ class EventsThread {
     EventsThread& operator=(const EventsThread&) = delete;
 
     /// Does nothing while the thread runs. @param body  returns when there is nothing more to come.
-    /// @return false, after one line, when there is no thread to be had.
+    /// @return false, after one line, when no thread can be started.
     bool Start(const char* name, const std::function<void()>& body);
     /// Waits for its end. The body must be on its way out.
     void Join();

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#undef NDEBUG  // release builds, too, need what stands behind assert()
+#undef NDEBUG  // assert() stays in release builds
 #include <cassert>
 
 #include "config/access/protocol/value_payload.h"
@@ -253,7 +253,7 @@ bool NetworkClient::AddConfigEventListener(ConfigEventListener* listener)
     const MutexLock hold(m_registrationLock);
     if (m_listeners.Contains(listener)) return true;
     if (m_listeners.IsEmpty() && !m_registered) {
-        // A client has one of the two.
+        // A class of clients implements one of the two.
         m_registered = RegisterForEvents(eParam_t{}) || RegisterForEvents();
         if (!m_registered) return false;
     }
@@ -298,7 +298,8 @@ void NetworkClient::StopEventsThread()
     m_stopEvents = true;
     m_replies->Stop();
     m_socket->close();
-    // From a callback: the other threads may be waiting for their turn to deliver. The destructor joins them.
+    // Not from a callback: the events thread is this one, or may be waiting for the turn to deliver, which
+    // this one has. The destructor joins it.
     if (!m_threads.IsCurrent()) m_eventsThread.Join();
 }
 
@@ -321,7 +322,7 @@ void NetworkClient::Release(NetworkClient* client)
         delete client;
         return;
     }
-    client->m_listeners.Clear();  // none is called any more, though the callback is not over
+    client->m_listeners.Clear();  // no further calls, although the callback is not over
     client->m_threads.DeleteClientAtEnd();
 }
 

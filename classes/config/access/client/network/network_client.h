@@ -16,17 +16,17 @@
 
 namespace vexa::corvalis::config::access {
 
-/// What TCP and UDP clients share: requests and their replies, the listeners and the thread that calls them.
-/// NetworkFactory makes clients and takes them back.
+/// The common part of TCP and UDP clients: requests and their replies, the listeners and the thread that
+/// calls them. NetworkFactory makes clients and takes them back.
 ///
 /// A Get whose reply does not come within a minute ends the process, deliberately: an application of the
 /// device cannot go on without its configuration server. A reply that cannot come any more, because the
-/// connection is gone, only fails. Numbers, parameters and descriptors are this process's own catalogue's.
-/// Nothing is thrown at the caller of a request: without memory it fails, after one line.
+/// connection is gone, only fails. Parameters and descriptors come from this process's own catalogue. A
+/// request lets no exception out: without memory it fails, after one line.
 /// Thread: any. Listeners are called on the client's own threads, one at a time, and may use the client.
 class NetworkClient : public vexa::CatalogueConfig {
   public:
-    /// Derived classes end their threads before.
+    /// The destructors of derived classes end the threads before.
     ~NetworkClient() override;
     NetworkClient(const NetworkClient&) = delete;
     NetworkClient& operator=(const NetworkClient&) = delete;
@@ -36,7 +36,7 @@ class NetworkClient : public vexa::CatalogueConfig {
     /// @return the value as a bool, so a stored 0 looks like a failure; old callers depend on it.
     bool Get(eParam_t id, unsigned int& value) override;
     bool Get(eParam_t id, std::string& value) override;
-    /// Over TCP nothing is answered: true says that the request was sent.
+    /// Over TCP the server sends no answer: true says that the request was sent.
     bool Set(eParam_t id, unsigned int value, timeval time) override;
     /// True says that the request was sent. More than a request can hold is a programming error and ends the
     /// process, in release builds as well.
@@ -61,14 +61,15 @@ class NetworkClient : public vexa::CatalogueConfig {
 
     /// Ends the events thread; the client is of no further use. From a callback, the thread ends after it.
     void StopEventsThread();
-    /// Deletes a client, which may be in a callback of its own: then it goes after the callback.
+    /// Deletes a client, which may be in a callback of its own: then it is deleted after the callback.
     static void Release(NetworkClient* client);
 
     /// False after an exchange failed or the connection was lost, until an exchange succeeds.
     bool IsReachable() const { return m_reachable; }
     /// In milliseconds. Default a minute.
     void SetReplyTimeout(unsigned int timeout) { m_replyTimeout = timeout; }
-    /// Of texts as the server reads and writes them. Default the host's own. Before the first use of the client.
+    /// The byte order of texts as the server reads and writes them. Default the host's own. Before the first
+    /// use of the client.
     void SetPayloadOrder(std::endian order) { m_payloadOrder = order; }
 
   protected:
@@ -82,13 +83,14 @@ class NetworkClient : public vexa::CatalogueConfig {
     Socket& GetSocket() const { return *m_socket; }
     ListenerList& Listeners() { return m_listeners; }
     DeliveryThreads& Threads() { return m_threads; }
-    /// Whether the client ends: no event is delivered any more.
+    /// Whether the client is ending: no further event is delivered.
     bool IsStopping() const { return m_stopEvents; }
     void SetUnreachable() { m_reachable = false; }
 
     XCONFIGMGR_CONNECTION_REQUEST_T Prefix(eMessageType_t type) const;
     XCONFIGMGR_REQUEST_T Request(eMessageType_t type, eParam_t id) const;
-    /// Sends a request and waits for its reply. @param otherType  of a reply that will do as well; 0: none.
+    /// Sends a request and waits for its reply. @param otherType  of a reply that is accepted as well; 0:
+    /// none.
     Outcome Exchange(const XCONFIGMGR_REQUEST_T& request, uint32_t replyType, Message& reply,
                      uint32_t otherType = 0);
     Outcome Exchange(const std::string& request, const ReplyMatch& match, unsigned int timeout,
@@ -96,9 +98,9 @@ class NetworkClient : public vexa::CatalogueConfig {
     bool SendOnly(const std::string& request);
     unsigned int ReplyTimeout() const { return m_replyTimeout; }
     /// Whether a Get was answered; if not, prints one line. Without an answer in time it ends the process.
-    /// @param operation, fatal  what the lines begin with.
+    /// @param operation, fatal  the beginnings of the lines.
     bool HasReply(Outcome outcome, const char* operation, const char* fatal);
-    /// For an operation that ends by an exception, for want of memory: prints one line. @return false.
+    /// For an operation that an exception has ended: prints one line. @return false.
     bool Failed(const char* operation);
     /// Whether the parameter exists; if not, prints one line that names the operation.
     bool Knows(eParam_t id, const char* operation);
@@ -106,7 +108,7 @@ class NetworkClient : public vexa::CatalogueConfig {
     /// @return false, with the text untouched, when the message holds none.
     bool ReadText(const Message& message, std::string& text) const;
 
-    /// Tell the listeners.
+    /// Call the listeners.
     void Deliver(const XCONFIGMGR_RESPONSE_T& event);
     void Deliver(const XCONFIGMGR_RESPONSE_T& event, std::string text);
 

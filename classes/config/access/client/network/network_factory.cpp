@@ -91,7 +91,7 @@ try {
     const unsigned int connectionID =
         s_connection_counter++ << 16 | (static_cast<unsigned>(getpid()) & 0xFFFF);
     url parts;
-    parts.parse(uri);  // what cannot be parsed leads to no host
+    parts.parse(uri);  // a URI that cannot be parsed leads to no host
     const eConfigID_t configID = ReadConfigID(uri);
     const auto transport = ChooseTransport(uri);
     const auto byteOrder = ReadByteOrder(uri);

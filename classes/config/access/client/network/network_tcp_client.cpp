@@ -60,7 +60,7 @@ try {
     return Failed("UnregisterForEvents");
 }
 
-/// The next event, unless it was taken away. Without memory it alone is lost.
+/// Delivers the next event, unless it has been dropped. Without memory only this event is lost.
 void NetworkTCPClient::ProcessEvent()
 try {
     const ListenerList::Turn turn(Listeners());
@@ -94,7 +94,7 @@ void NetworkTCPClient::ProcessEvents()
                 static_cast<int>(m_stream.EndCode()));
         fputs("NetworkTCPClient::ProcessEvents - Exiting\n", stderr);
     }
-    SetUnreachable();  // last, so that the reason is on standard error when this shows
+    SetUnreachable();  // last: by then the reason is on standard error
 }
 
 }  // namespace vexa::corvalis::config::access

@@ -8,6 +8,7 @@ namespace vexa::corvalis::config::access {
 class StreamReplies;
 
 /// Data values do not travel over TCP: GetData and SetData are those of Config, which end the process.
+/// Thread: any, as NetworkClient.
 class NetworkTCPClient final : public NetworkClient {
   public:
     /// @param socket  owned from now on; connected.

@@ -13,7 +13,7 @@ namespace vexa::corvalis::config::access {
 
 namespace {
 
-/// The event that the system shuts down: nothing comes after it.
+/// Whether the event announces the system's shutdown: nothing comes after it.
 bool IsShutdown(const XCONFIGMGR_RESPONSE_T& event)
 {
     constexpr unsigned int kShuttingDown = 9;
@@ -88,7 +88,7 @@ bool NetworkUDPClient::Get(eParam_t id, std::string& value)
 try {
     if (!Knows(id, "NetworkClient::Get(eParam_t, std::string)")) return false;
     Message reply;
-    // The server answers with the request's own type; the regular one is as good.
+    // The server answers with the request's own type; the regular response type is accepted as well.
     const Outcome outcome = Exchange(Request(XCFG_GET_STREAM_PARAM_REQUEST, id),
                                      XCFG_GET_STREAM_PARAM_RESPONSE, reply, XCFG_GET_STREAM_PARAM_REQUEST);
     if (!HasReply(outcome, "NetworkUDPClient::Get", "NetworkClient::Get [Stream]")) return false;
@@ -141,8 +141,8 @@ try {
     return Failed("RegisterForEvents");
 }
 
-/// What is waiting was meant for earlier listeners: one that comes now must not hear old values after reading the
-/// current ones.
+/// The events that wait were meant for earlier listeners: a new listener must not hear old values after it
+/// has read the current ones.
 void NetworkUDPClient::DropEvents()
 {
     char old[kMaxMessageBytes];
@@ -169,7 +169,7 @@ void NetworkUDPClient::ProcessEvents()
         if (count > 0) {
             if (!ProcessEvent(datagram, static_cast<size_t>(count))) break;
         } else if (count == 0) {
-            // Anybody can send an empty datagram: only a closed socket is an end.
+            // Any sender can send an empty datagram: only a closed socket is an end.
             DiagnosticLog("NetworkUDPClient::ProcessEvents - ret == 0\n");
             if (socket.fd == -1) break;
         } else {
@@ -181,7 +181,7 @@ void NetworkUDPClient::ProcessEvents()
     DiagnosticLog("NetworkUDPClient::ProcessEvents exit\n");
 }
 
-/// Without memory this event alone is lost. @return false after the last event.
+/// Without memory only this event is lost. @return false after the last event.
 bool NetworkUDPClient::ProcessEvent(const char* data, size_t length)
 try {
     const auto message = ReadDatagram(data, length);
@@ -239,7 +239,7 @@ bool NetworkUDPClient::AwaitQueuedEvent()
     return !m_stopQueue && !IsStopping();
 }
 
-/// @return false when a later registration has dropped what was there.
+/// @return false when a later registration has dropped the event.
 bool NetworkUDPClient::TakeQueuedEvent(XCONFIGMGR_RESPONSE_T& event)
 {
     const MutexLock hold(m_queueLock);
@@ -254,7 +254,7 @@ void NetworkUDPClient::ResponseQueueHandler()
         if (!TakeQueuedEvent(event)) continue;
         try {
             Deliver(event);
-        } catch (...) {  // it alone is lost
+        } catch (...) {  // only this event is lost
             fputs("NetworkUDPClient::ResponseQueueHandler - an event was lost by an exception\n", stderr);
         }
         if (IsShutdown(event)) {

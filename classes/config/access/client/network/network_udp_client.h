@@ -8,11 +8,12 @@
 namespace vexa::corvalis::config::access {
 
 /// A client on a connected socket asks its server and listens on a socket of its own for events; a client on
-/// a socket bound for multicast only listens: everything else fails there.
+/// a socket bound for multicast only listens: every request fails there.
 ///
 /// Integer events go through a queue with a thread of its own, so that the receiving thread is back at its
-/// socket at once. Between integers, and between strings and data, the order stays; between the two it does
-/// not. Both threads end at the event that the system shuts down.
+/// socket at once. The order of integer events stays, and that of string and data events; the order between
+/// the two groups does not. Both threads end at the event that announces the system's shutdown. Thread: any,
+/// as NetworkClient.
 class NetworkUDPClient final : public NetworkClient {
   public:
     /// @param socket  owned from now on; connected, or bound for multicast.
@@ -22,7 +23,7 @@ class NetworkUDPClient final : public NetworkClient {
     using NetworkClient::Get;
     using NetworkClient::Set;
     bool Get(eParam_t id, std::string& value) override;
-    /// @return whether the store accepted the value; false after a minute without an answer, too.
+    /// @return whether the store accepted the value; false after a minute without an answer as well.
     bool Set(eParam_t id, unsigned int value, timeval time) override;
     bool GetData(eParam_t id, std::string& data) override;
     /// True says that the request was sent. False for more than a request can hold.
@@ -34,7 +35,7 @@ class NetworkUDPClient final : public NetworkClient {
     bool RegisterForEvents() override;
     bool UnregisterForEvents() override;
     void ProcessEvents() override;
-    /// Keeps its place in the order of operations; nothing is ever dirty here.
+    /// Keeps its place in the order of operations; no value is ever dirty here.
     virtual bool IsDirty(eParam_t, eConfigID_t) { return false; }
 
   private:

@@ -16,11 +16,12 @@ Outcome StreamReplies::Await(unsigned int timeoutMs, Message& reply)
     const Deadline deadline(timeoutMs);
     const auto replyIsThere = [&] {
         if (m_socket.read_select(deadline.Left())) return true;
-        // A wait that fails before its time would only fail again, and the next request must not get this reply.
+        // A wait that fails before its time would only fail again, and the next request must not get this
+        // reply.
         if (!deadline.IsOver()) throw std::system_error(errno, std::generic_category());
         return false;
     };
-    bool reported = false;  // a reader's time-out reports itself
+    bool reported = false;  // the reading thread's own wait reports its time-out
     {
         const MutexLock hold(m_lock);
         while (!m_reply && m_end == End::kNone && !deadline.IsOver()) {
@@ -107,7 +108,7 @@ bool StreamReplies::Send(const std::string& request, const ReplyMatch& match, un
     return false;
 }
 
-/// @return false when waiting longer is of no use.
+/// @return false when the connection or the time has ended.
 bool StreamReplies::WaitForRoom(const Deadline& deadline)
 {
     constexpr unsigned int kTurn = 20;  // milliseconds, after which the reading thread may have left
@@ -131,7 +132,7 @@ void StreamReplies::Received::FailForWantOfMemory()
     code = ENOMEM;
 }
 
-/// One reading for all threads, if the wait says that there is something, without holding the lock meanwhile.
+/// Reads once for all threads, without the lock, if the wait says that there is something.
 template <class Wait>
 void StreamReplies::Read(const Wait& wait)
 {
@@ -163,7 +164,7 @@ void StreamReplies::RouteAll(Received& received)
     m_endCode = received.code;
 }
 
-/// What the socket gives at once, in whole messages.
+/// Takes the bytes that the socket has, and splits them into whole messages.
 void StreamReplies::Receive(Received& received)
 {
     char piece[16 * 1024];
@@ -212,7 +213,8 @@ void StreamReplies::Route(Message message)
     if (IsEvent(message.type)) {
         m_events.Push(std::move(message));
     } else if (message.type == m_match.type) {
-        // No event follows until a listener is added again, which must not hear old values after the current ones.
+        // No event follows until the next listener is added, which must not hear old values after the current
+        // ones.
         if (message.type == XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE) m_events.Clear();
         m_reply = std::move(message);
     } else if (message.type == XCFG_SET_STREAM_PARAM_RESPONSE) {

@@ -11,10 +11,11 @@
 
 namespace vexa::corvalis::config::access {
 
-/// One of the waiting threads reads for all: an exchange keeps an event that it meets for the events thread, the
-/// events thread hands a reply to the exchange. So no thread waits for what is already there, and a callback on the
-/// events thread can exchange messages itself. A thread that sends and finds no room reads as well: the server may
-/// be waiting for room, too. Thread: any, as each operation says.
+/// One of the waiting threads reads for all: an exchange keeps an event that it reads for the events thread,
+/// the events thread passes a reply on to the exchange. So no thread waits for a message that has already
+/// been read, and a callback on the events thread can exchange messages itself. A thread that sends and finds
+/// no room reads as well: the server may be waiting for room, too.
+/// Thread: exchanges as in ReplySource; AwaitEvent on one thread; TakeEvent, EndCode and Stop on any.
 class StreamReplies : public ReplySource {
   public:
     enum class End { kNone, kStopped, kClosed, kFailed, kUnknownType };
@@ -30,13 +31,13 @@ class StreamReplies : public ReplySource {
     /// Waits until there is an event. One thread at a time.
     /// @return kNone when there is; else why none will come.
     End AwaitEvent();
-    /// @return false when a removal of the last listener has taken it away meanwhile.
+    /// @return false when the removal of the last listener has dropped it meanwhile.
     bool TakeEvent(Message& event);
     /// The type for End::kUnknownType, the error number for End::kFailed.
     uint32_t EndCode() const;
 
   private:
-    /// What one reading of the socket brought.
+    /// The result of one read of the socket.
     struct Received {
         std::vector<Message> messages;
         End end = End::kNone;
@@ -63,9 +64,9 @@ class StreamReplies : public ReplySource {
     std::optional<Message> m_reply VEXA_GUARDED_BY(m_lock);  // for it
     EventQueue<Message> m_events VEXA_GUARDED_BY(m_lock){"NetworkTCPClient"};
 
-    // Of the thread that reads.
+    // Of the reading thread.
     std::string m_input;
-    size_t m_skip = 0;  // bytes of an unbelievable payload that are still to come
+    size_t m_skip = 0;  // bytes of a payload that is too large, still to come
 };
 
 }  // namespace vexa::corvalis::config::access

@@ -7,7 +7,7 @@ namespace vexa::config::access {
 
 namespace {
 
-/// Few enough that the others hardly notice.
+/// Few enough for the delay of the waiting threads to be small.
 constexpr unsigned int kMaxInARow = 64;
 /// How long the lock may be free at most when its holder does not return.
 constexpr unsigned int kLookAgainMs = 2;
@@ -25,8 +25,8 @@ ExchangeLock::Turn::~Turn()
     if (m_holds) m_lock.Release(m_owner);
 }
 
-/// @return whether the semaphore was free. A real failure counts as such: better two exchanges at once than none
-/// any more.
+/// @return whether the semaphore was free. A real failure counts as free: two exchanges at once are better
+/// than none any more.
 bool ExchangeLock::Take()
 {
     if (sem_trywait(&m_semaphore.raw) == 0) return true;
@@ -67,7 +67,7 @@ void ExchangeLock::WaitAWhile()
 {
     if (!m_holderReturns) {
         m_changed.Wait(m_lock);
-        m_holderReturns = true;  // unless it is free now
+        m_holderReturns = true;  // unless the lock is free now
         return;
     }
     const unsigned int before = m_inARow;
@@ -82,7 +82,8 @@ void ExchangeLock::End(const void* owner)
     m_changed.NotifyAll();
 }
 
-/// Only one of the two, the turn and the end of its connection, finds the owner.
+/// A turn and the end of its connection may both come here: the first one finds the owner and releases the
+/// lock.
 void ExchangeLock::Release(const void* owner)
 {
     if (!m_holder.compare_exchange_strong(owner, nullptr) || HandOver()) return;

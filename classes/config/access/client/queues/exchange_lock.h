@@ -8,11 +8,11 @@
 
 namespace vexa::config::access {
 
-/// A semaphore whose holder is known: a connection that ends while it waits for an answer gives the lock back
-/// at once, and only then.
+/// A semaphore that knows its holder: a connection that ends while it waits for an answer releases the lock
+/// at once, and only if it holds it.
 ///
-/// A thread that asks again and again keeps the lock for some requests in a row: waking another one for each
-/// request takes longer than a request. Then it is the turn of one that waits.
+/// A thread that sends one request after the other keeps the lock for some of them: waking another thread for
+/// each request takes longer than a request. Then a waiting thread gets its turn. Thread: any.
 class ExchangeLock {
   public:
     /// Free. A failure prints one line.
@@ -41,8 +41,8 @@ class ExchangeLock {
         const bool m_holds;
     };
 
-    /// Frees the lock if the owner holds it, whose turn does not free it again, and has those who wait look
-    /// whether they have ended. Thread: any.
+    /// Releases the lock if the owner holds it; the owner's turn does not release it again. Wakes the waiting
+    /// threads, each of which then tests whether its owner has ended. Thread: any.
     void End(const void* owner);
 
   private:
@@ -56,7 +56,7 @@ class ExchangeLock {
     LockSemaphore m_semaphore;
     std::atomic<const void*> m_holder = nullptr;
     std::atomic<unsigned int> m_waiting = 0;  // threads
-    std::atomic<unsigned int> m_inARow = 0;   // requests that went before those who wait
+    std::atomic<unsigned int> m_inARow = 0;   // requests served while others wait
 
     Mutex m_lock;
     CondVar m_changed;
@@ -65,7 +65,7 @@ class ExchangeLock {
         false;  // within kLookAgainMs, so do not wake a waiting thread
 };
 
-/// What the connections of one factory share. They keep it alive.
+/// Shared by the connections of one factory, which keep it alive. Thread: any.
 struct SharedExchanges {
     ExchangeLock lock;
     std::atomic<uint32_t> nextRequestID = 0;

@@ -50,7 +50,7 @@ Outcome MQConnection::ExchangeBytes(uint32_t requestID, const std::string& bytes
     const Deadline deadline(m_replyTimeout);
     MQReader::Exchange exchange(m_reader, requestID);
     Outcome outcome = Outcome::kReceived;
-    if (m_reader.IsStopped()) {  // nothing may follow the goodbye
+    if (m_reader.IsStopped()) {  // nothing may follow the Disconnect request
         errno = ECANCELED;
         exchange.Cancel();
         outcome = Outcome::kNotSent;

@@ -30,21 +30,23 @@ class MQConnection {
     const mqd_t requestQueue;
     const mqd_t responseQueue;
 
-    /// What ties a request of this connection to its answer, but for the request's number.
+    /// The words that tie a request of this connection to its answer, without the request's number.
     MQMessageInfo_t Info(eConfigID_t configID) const { return {connectionID, 0, configID, priority}; }
-    /// Gives a request its number and waits for its answer. @return kReceived; else kNotSent or kFailed, with errno.
+    /// Numbers and sends a request and waits for its answer. @return kReceived; else kNotSent or kFailed,
+    /// with errno.
     template <class Record>
     Outcome Exchange(Record& request, MQMessage& answer)
     {
         return Exchange(request, "", answer);
     }
-    /// The same for a value, one at a time over all connections of the factory. @param stream  follows the record.
+    /// The same for a value, one at a time over all connections of the factory. @param stream  follows the
+    /// record.
     Outcome ExchangeValue(XCONFIGMGR_REQUEST_T& request, const std::string& stream, MQMessage& answer);
     MQReader& Reader() { return m_reader; }
     /// Ends all waits, now and later.
     void Stop();
 
-    /// False after an exchange got no answer, until one does.
+    /// False after an exchange without an answer, until one is answered.
     bool IsReachable() const { return m_reachable; }
     void SetUnreachable() { m_reachable = false; }
     /// In milliseconds. Default no limit.

@@ -13,7 +13,8 @@
 
 namespace vexa::config::access {
 
-/// Marks this thread as one that calls the listeners of a connection, perhaps inside a callback of another one.
+/// Marks this thread as calling the listeners of a connection, perhaps inside a callback of another
+/// connection.
 class MQEvents::CallbackScope {
   public:
     explicit CallbackScope(const MQEvents* events) : m_events(events), m_outer(s_innermost)
@@ -64,7 +65,7 @@ XCONFIGMGR_EVENT_HANDLER_REQUEST_T MQEvents::ListenerRequest(eMessageType_t type
     return request;
 }
 
-/// Registers or unregisters the connection. Failures print what the operation is called.
+/// Registers or unregisters the connection. A failure prints the operation's name.
 bool MQEvents::TellDaemon(eMessageType_t type, const char* operation)
 {
     auto request = ListenerRequest(type);
@@ -99,7 +100,7 @@ bool MQEvents::AddListener(ConfigEventListener* listener)
     m_reader.SetDelivering(true);
     Enable(true);
     m_listeners.Add(listener);
-    // What came before the notification was on is not told by it.
+    // The notification does not report the messages that came before it was on.
     m_reader.Drain();
     m_reader.DeliverKept();
     return true;
@@ -113,8 +114,8 @@ bool MQEvents::RemoveListener(ConfigEventListener* listener)
     if (!TellDaemon(XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, "RemoveConfigEventListener")) return false;
     Enable(false);
     m_reader.SetDelivering(false);
-    // A WaitForEvent caller stays registered, and the events kept so far belong to it. A listener that is added later
-    // must not hear old values.
+    // A WaitForEvent caller stays registered, and the events kept so far belong to it. Without one they are
+    // dropped: a listener that is added later must not hear old values.
     if (m_waitRegistered)
         TellDaemon(XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, "RemoveConfigEventListener");
     else
@@ -134,7 +135,7 @@ bool MQEvents::Enable(bool on)
     return false;
 }
 
-/// A notification fires once. One that fires late may find that the next one is on already: that is success.
+/// A notification fires once. When it fires late, the next one may be on already: that is success.
 bool MQEvents::Arm()
 {
     mq_attr nonBlocking{};
@@ -161,12 +162,13 @@ void MQEvents::Stop()
 
 bool MQEvents::HandleNotification()
 {
-    // An answer that is faster than the wait for it fires as well. One thread per request would cost too much.
+    // An answer that comes before its exchange reads the queue fires as well. Turned on again at once, the
+    // notification would start a thread for each request, which costs too much.
     m_reader.AwaitQuiet();
     {
         const MutexLock hold(m_notifyLock);
         if (!m_notifyWanted) return true;
-        // Before the queue is read: a message that comes in between is told of.
+        // Before the queue is read, so that no message in between is missed.
         if (!Arm()) return false;
     }
     ProcessEvents();
@@ -252,7 +254,7 @@ bool MQEvents::ProcessText(const MQMessage& message, ConfigEvent* event)
 
 // --- waiting for events ---
 
-/// The daemon tells of an error at two places; listeners look at one, waits at the other.
+/// The daemon reports an error in two fields; listeners read one, waits the other.
 bool MQEvents::RegisterWait()
 {
     auto request = ListenerRequest(XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST);

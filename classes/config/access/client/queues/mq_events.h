@@ -10,12 +10,13 @@
 
 namespace vexa::config::access {
 
-/// Listeners are called on threads that the system starts for a message in the empty queue, on one that a request has
-/// started for the events that it met, or on one that waits for an event. Thread: any.
+/// Listeners are called on a thread that the system starts for a message in the empty queue, on one that a
+/// request starts for the events that it has read, or on one that waits for an event.
+/// Thread: any.
 class MQEvents {
   public:
     /// @param connection  borrowed.
-    /// @param onMessage, value  what the system calls, on a thread of its own, for a message in the empty queue.
+    /// @param onMessage, value  called by the system, on a new thread, for a message in the empty queue.
     MQEvents(MQConnection& connection, void (*onMessage)(sigval), void* value);
     MQEvents(const MQEvents&) = delete;
     MQEvents& operator=(const MQEvents&) = delete;
@@ -24,20 +25,21 @@ class MQEvents {
     /// Registers the connection with the daemon for its first listener.
     bool AddListener(ConfigEventListener* listener);
     bool RemoveListener(ConfigEventListener* listener);
-    /// Waits without a limit for an event, tells the listeners and fills the record. @return false when stopped.
+    /// Waits without a limit for an event, calls the listeners and fills the record. @return false when
+    /// stopped.
     bool WaitForEvent(ConfigEvent& event);
 
     /// Whether this thread is in a callback of this object.
     bool IsInCallback() const;
-    /// Has the system tell of messages, or not. @return false after one line.
+    /// Turns the system's notification of messages on or off. @return false after one line.
     bool Enable(bool on);
-    /// Turns the system's notification off, if it is on. No callback begins any more.
+    /// Turns the system's notification off, if it is on. No further callback begins.
     void Stop();
-    /// For the notification. @return false when the next one cannot be turned on.
+    /// Handles a notification. @return false when the next one cannot be turned on.
     bool HandleNotification();
-    /// Delivers what is in the queue. @return false after one line or more when it cannot be read.
+    /// Delivers the events in the queue. @return false after one line or more when it cannot be read.
     bool ProcessEvents();
-    /// Delivers the events that are kept, for the thread that a BeginDelivery has chosen.
+    /// Delivers the events that the reader has kept. Only for the thread that the reader has chosen for it.
     void DeliverEvents();
     /// One line that begins with the process's name.
     static void ReportOfProcess(const char* what);
@@ -60,8 +62,8 @@ class MQEvents {
     void* const m_value;
     std::atomic<bool> m_waitRegistered = false;  // the daemon knows that a caller waits for events
 
-    // The list's turn comes before the exchange lock and the reader's. It is held over the exchanges that register,
-    // too, so no exchange waits for it.
+    // Taken before the exchange lock and the reader's lock. The turn is held over the exchanges that register
+    // as well, so no exchange may wait for it.
     ListenerList m_listeners{&ReportException};
     Mutex m_notifyLock;
     bool m_notifyWanted VEXA_GUARDED_BY(m_notifyLock) = false;

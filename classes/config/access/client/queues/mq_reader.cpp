@@ -15,9 +15,9 @@ namespace vexa::config::access {
 
 namespace {
 
-/// Normally there are none; a daemon that answers wrongly makes them.
+/// Normally there are none; a daemon that answers late, wrongly or not at all causes them.
 constexpr size_t kMaxAbandoned = 64;
-/// More than the longest message.
+/// Beyond the longest message.
 constexpr size_t kSpareBytes = 64;
 /// How long events wait at most when an exchange ends and no other one begins.
 constexpr unsigned int kQuietMs = 5;
@@ -32,7 +32,7 @@ MQReader::MQReader(mqd_t queue, const std::string& name, size_t messageBytes, st
       m_buffer(messageBytes + kSpareBytes)
 {
     if (m_wake != -1) return;
-    const int error = errno;  // a wait could not be ended
+    const int error = errno;  // without it no wait could be ended
     if (m_blockingQueue != -1) mq_close(m_blockingQueue);
     throw std::system_error(error, std::generic_category(), "eventfd");
 }
@@ -61,7 +61,7 @@ MQReader::Exchange::~Exchange()
     if (abandoned.size() == kMaxAbandoned) abandoned.pop_front();
     try {
         abandoned.push_back(m_requestID);
-    } catch (const std::bad_alloc&) {  // a late answer will be taken for somebody else's
+    } catch (const std::bad_alloc&) {  // a late answer will go to another exchange
     }
 }
 
@@ -153,7 +153,7 @@ void MQReader::StartDelivery()
 
 // --- waiting ---
 
-/// @param exchange  null: an event will do.
+/// @param exchange  null: any event.
 bool MQReader::IsDone(const Exchange* exchange) const
 {
     return exchange ? exchange->m_answer.has_value() : !m_events.IsEmpty();
@@ -189,7 +189,7 @@ Outcome MQReader::WaitOnce(const Deadline& deadline)
     return Outcome::kTimedOut;
 }
 
-/// For the end of a reading: no notification tells of what stands behind another message.
+/// At the end of a thread's reading: no notification reports a message that stands behind another one.
 void MQReader::ReadAll()
 {
     if (m_deliveryWanted || m_readAgain) DrainAll();
@@ -253,7 +253,7 @@ void MQReader::Stop()
 
 // --- reading ---
 
-/// One message, without holding the lock meanwhile. @param deadline  null: do not wait.
+/// Reads one message, without the lock. @param deadline  null: do not wait.
 Outcome MQReader::Read(const Deadline* deadline)
 {
     const bool blocked = deadline && !deadline->IsLimited() && m_blockingQueue != -1;
@@ -280,8 +280,8 @@ Outcome MQReader::Read(const Deadline* deadline)
     return errno == ECANCELED ? Outcome::kStopped : Outcome::kFailed;
 }
 
-/// The blocking descriptor saves the question whether there is a message, and while it is waited for, no
-/// notification starts a thread.
+/// A blocking read needs no poll before it, and while a thread blocks in it, no notification starts another
+/// one.
 ssize_t MQReader::Receive(bool blocked, const Deadline* deadline)
 {
     if (!deadline) return ReceiveNow(m_queue, m_buffer.data(), m_buffer.size());

@@ -1,4 +1,4 @@
-/// MQReader: who reads from the response queue of a message-queue connection, and what becomes of it.
+/// MQReader: reads the response queue of a message-queue connection and passes its messages on.
 #pragma once
 
 #include <mqueue.h>
@@ -17,11 +17,12 @@
 
 namespace vexa::config::access {
 
-/// Answers and events come through one queue, so whoever waits for something reads for all: a message that
-/// carries the identifier of a request goes to the exchange that waits for it, an event is kept for delivery.
-/// Nobody waits for what is already there, and a callback can exchange messages itself.
+/// Answers and events come through one queue, so one of the waiting threads reads for all: an answer goes to
+/// the exchange whose request identifier it carries, an event is kept for delivery. So no thread waits for a
+/// message that has already been read, and a callback can exchange messages itself.
 ///
-/// A message that is neither fails the exchange that waits longest: the daemon has answered wrongly.
+/// A message that is neither goes to the exchange that waits longest, which fails: the daemon has answered
+/// wrongly.
 /// Thread: any.
 class MQReader {
   public:
@@ -29,7 +30,7 @@ class MQReader {
     class Exchange {
       public:
         Exchange(MQReader& reader, uint32_t requestID);
-        /// An answer that comes later is dropped.
+        /// A later answer is dropped.
         ~Exchange();
         Exchange(const Exchange&) = delete;
         Exchange& operator=(const Exchange&) = delete;
@@ -47,7 +48,7 @@ class MQReader {
         std::optional<MQMessage> m_answer;
     };
 
-    /// A wait for events. Meanwhile it has them before anybody else.
+    /// A wait for events. While it exists, no delivery takes an event: the waiting thread gets them all.
     class EventWait {
       public:
         explicit EventWait(MQReader& reader);
@@ -62,11 +63,11 @@ class MQReader {
         MQReader& m_reader;
     };
 
-    /// @param queue  borrowed; for sending, too.
+    /// @param queue  borrowed; Stop also sends to it.
     /// @param name  of the queue.
     /// @param messageBytes  no message is longer.
-    /// @param deliver  has the events delivered soon, on another thread, up to a NextToDeliver that says false
-    /// or to EndDelivery.
+    /// @param deliver  starts a delivery of the kept events on another thread. The delivery ends when
+    /// NextToDeliver returns false, or with EndDelivery.
     MQReader(mqd_t queue, const std::string& name, size_t messageBytes, std::function<void()> deliver);
     ~MQReader();
     MQReader(const MQReader&) = delete;
@@ -74,18 +75,18 @@ class MQReader {
 
     /// Whether events are to be delivered as they come.
     void SetDelivering(bool wanted);
-    /// Returns at once unless an exchange is going on; else after a while without any. Until then exchanges
-    /// find the events.
+    /// Returns at once if no exchange is going on, else after a while without one. Until then the exchanges
+    /// read the events.
     void AwaitQuiet();
-    /// Keeps what is in the queue, or has it kept by the one who reads. @return false, with errno.
+    /// Reads all messages that are in the queue, or has the reading thread do so. @return false, with errno.
     bool Drain();
-    /// @return whether there is something to deliver and no thread at it: the caller is, now.
+    /// @return true when there are events that no thread delivers: the caller has to deliver them now.
     bool BeginDelivery();
-    /// Has the events that are kept delivered, as if an exchange had met them.
+    /// Starts a delivery of the kept events, as if an exchange had read them.
     void DeliverKept();
-    /// The next message for the one who delivers. @return false when there is none: the delivery has ended.
+    /// The next message for the delivering thread. @return false when there is none: the delivery has ended.
     bool NextToDeliver(MQMessage& message);
-    /// Gives the delivery up; the next event starts another one.
+    /// Ends the delivery early; the next event starts another one.
     void EndDelivery();
     /// The next message for an EventWait. @return false when there is none.
     bool TakeEvent(MQMessage& message);
@@ -94,7 +95,7 @@ class MQReader {
     /// Ends all waits, now and later.
     void Stop();
     const std::atomic<bool>& IsStopped() const { return m_stopped; }
-    /// Becomes readable with Stop, for waits elsewhere.
+    /// Becomes readable at Stop, to end waits elsewhere.
     int WakeDescriptor() const { return m_wake; }
 
   private:
@@ -119,7 +120,7 @@ class MQReader {
     Mutex m_lock;
     CondVar m_changed;
     bool m_reading VEXA_GUARDED_BY(m_lock) = false;    // a thread reads from the queue
-    bool m_blocked VEXA_GUARDED_BY(m_lock) = false;    // and does not hear m_wake
+    bool m_blocked VEXA_GUARDED_BY(m_lock) = false;    // in a call that m_wake does not end
     bool m_readAgain VEXA_GUARDED_BY(m_lock) = false;  // the reading thread is to read all that is there
     CondVar m_stopChanged;
     uint32_t m_exchangesBegun VEXA_GUARDED_BY(m_lock) = 0;
@@ -132,7 +133,7 @@ class MQReader {
     bool m_delivering VEXA_GUARDED_BY(m_lock) = false;
     unsigned int m_eventWaits VEXA_GUARDED_BY(m_lock) = 0;
 
-    std::vector<char> m_buffer;  // of the thread that reads
+    std::vector<char> m_buffer;  // of the reading thread
 };
 
 }  // namespace vexa::config::access

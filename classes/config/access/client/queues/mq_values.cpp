@@ -11,7 +11,7 @@ namespace vexa::config::access {
 
 namespace {
 
-/// With errno's meaning, and without.
+/// Once with the meaning of errno, and once without.
 void PrintTwice(const char* text)
 {
     perror(text);
@@ -58,7 +58,8 @@ unsigned int MQValues::GetNumber(eParam_t id)
         case Outcome::kReceived:
             break;
     }
-    // A Get looks at the error first, a Set at the identifiers: an error is no update, whoever it is for.
+    // A Get tests the error first, a Set the identifiers: an error is no update, whichever request it
+    // answers.
     if (answer.error != 0) {
         fputs("PosixMQClient::Get(): response message indicated an error\n", stderr);
         return 0;
@@ -139,11 +140,11 @@ bool MQValues::SetText(eParam_t id, const std::string& value)
     }
     if (answer.error != 0) return HandleErrorResponse(&answer);
     if (!ConnectionUtilities::IsValidResponse(request.info, answer.info)) {
-        // The words of a Get, on purpose: tools that watch for them count both.
+        // The text of a Get, on purpose: tools that watch the log count both.
         return Report("PosixMQClient::Get - response does not match request\n");
     }
     StoreLastUpdate(answer);
-    if (answer.HasStream()) answer.ReadObject();  // what was stored; nobody asks for it
+    if (answer.HasStream()) answer.ReadObject();  // the stored value, which is not needed
     return true;
 }
 

@@ -25,7 +25,7 @@ class MQValues {
     /// @param value  untouched on failure.
     bool GetText(eParam_t id, std::string& value);
     bool SetText(eParam_t id, const std::string& value);
-    /// As the last answer told it.
+    /// The time that the last answer carried.
     timeval LastUpdate();
 
   private:

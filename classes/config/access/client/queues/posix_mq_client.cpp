@@ -49,7 +49,7 @@ void PosixMQClient::Stop()
     m_parts->events.Stop();
 }
 
-/// What every operation does around its work: the client stays, and nothing is thrown at the caller.
+/// Runs the work of an operation: keeps the client alive meanwhile, and lets no exception out.
 template <class Work>
 auto PosixMQClient::Do(const char* operation, const Work& work)
 {
@@ -173,7 +173,8 @@ void PosixMQClient::MQNotifyHandler(sigval value)
     exit(-1);
 }
 
-/// For events that a request has met. Its thread may hold locks that a callback takes.
+/// Delivers the events that a request has read on a thread of their own: the request's thread may hold locks
+/// that a callback takes.
 void PosixMQClient::StartDelivery()
 {
     LiveClients::Use use(this);

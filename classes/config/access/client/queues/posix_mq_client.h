@@ -17,11 +17,11 @@ struct SharedExchanges;
 
 /// PosixMQFactory makes clients and takes them back.
 ///
-/// Numbers and texts are the daemon's; parameters and descriptors are this process's own catalogue's. A
+/// Numbers and texts come from the daemon; parameters and descriptors from this process's own catalogue. A
 /// number or text must fit into one message of the queue.
-/// Thread: any. Listeners are called one at a time, on threads that the system starts or on one that waits for
-/// events. They may use the client and disconnect it; adding and removing listeners of the same client, and
-/// waiting for its events, is refused to them.
+/// Thread: any. Listeners are called one at a time, on threads that the system starts or on one that waits
+/// for events. They may use the client and disconnect it; adding and removing listeners of the same client,
+/// and waiting for its events, is refused in a callback.
 class VEXA_EXPORT PosixMQClient : public vexa::CatalogueConfig, public Runnable {
   public:
     /// @param requestQueue  borrowed. @param responseQueue  owned from now on.
@@ -36,7 +36,7 @@ class VEXA_EXPORT PosixMQClient : public vexa::CatalogueConfig, public Runnable 
     /// A stored 0 and a failure look alike.
     unsigned int Get(eParam_t id) override;
     eConfigID_t GetConfigID() override;
-    /// As the last answer told it.
+    /// The time that the last answer carried.
     timeval GetLastConfigUpdate() override;
     /// The daemon stamps the change; the time is not sent.
     bool Set(eParam_t id, unsigned int value, timeval time) override;
@@ -52,28 +52,28 @@ class VEXA_EXPORT PosixMQClient : public vexa::CatalogueConfig, public Runnable 
     /// Removes one entry. True also for a listener that was not there.
     bool RemoveConfigEventListener(ConfigEventListener* listener) override;
     /// Waits without a limit; the two numbers are ignored. Listeners are called on this thread meanwhile.
-    /// @return false when the client is disconnected, among others; true with the event untouched after a
-    /// message that is no number nor text.
+    /// @return false on failure and when the client is disconnected; true with the event untouched after a
+    /// message that is neither a number nor a text.
     bool WaitForConfigEvent(ConfigEvent& event, long, long) override;
 
     virtual bool ResetToFactory(eParam_t) { return false; }
     void Run() override {}
     virtual bool IsDirty(eParam_t, eConfigID_t) { return false; }
 
-    /// Has the system tell of messages, or not. @return false after one line.
+    /// Turns the system's notification of messages on or off. @return false after one line.
     bool EnableMQEvents(bool on);
-    /// For the system. @param value  a client, which may be gone.
+    /// Called by the system. @param value  a client, which may be gone.
     static void MQNotifyHandler(sigval value);
-    /// Delivers what is in the queue. @return false after one line or more when it cannot be read.
+    /// Delivers the events in the queue. @return false after one line or more when it cannot be read.
     bool ProcessEvents();
 
-    /// False after an exchange got no answer, until one does.
+    /// False after an exchange without an answer, until one is answered.
     bool IsReachable() const;
     /// In milliseconds. Default no limit.
     void SetReplyTimeout(unsigned int timeout);
 
     // For the factory, which disconnects.
-    /// Ends all waits. No callback begins any more.
+    /// Ends all waits. No further callback begins.
     void Stop();
     /// Whether this thread is in a callback of this client.
     bool IsInCallback() const;

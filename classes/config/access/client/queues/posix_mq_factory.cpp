@@ -20,7 +20,7 @@ namespace vexa::config::access {
 
 namespace {
 
-/// A daemon that is gone must not hold up the end of its clients.
+/// A daemon that is gone must not delay the end of its clients.
 constexpr unsigned int kDisconnectTimeoutMs = 1000;
 
 XCONFIGMGR_CONNECTION_REQUEST_T HandshakeRequest(eMessageType_t type, unsigned int connectionID,
@@ -67,11 +67,12 @@ mqd_t OpenResponseQueue(const std::string& name)
     return queue;
 }
 
-/// The daemon may run as another user: it gets in as the group of its own queue, whatever this process's umask.
+/// The daemon may run as another user: the group of its own queue gives it access, whatever this process's
+/// umask.
 void ShareWithDaemon(mqd_t requestQueue, mqd_t responseQueue)
 {
     struct stat daemon {};
-    // What is not permitted is left as it is: the Connect shows whether it was needed.
+    // A refusal is ignored: the Connect shows whether the permission was needed.
     if (fstat(requestQueue, &daemon) == 0 &&
         fchown(responseQueue, static_cast<uid_t>(-1), daemon.st_gid) == 0)
         static_cast<void>(fchmod(responseQueue, kQueueMode));
@@ -122,7 +123,7 @@ PosixMQClient* PosixMQFactory::Connect(std::string uri)
         fputs("PosixMQFactory::Connect: _request_queue not valid\n", stderr);
         return nullptr;
     }
-    // Process identifiers are longer than the half that is left of them here, so names may meet.
+    // Only the low half of a process identifier fits here, so two processes may get the same name.
     const unsigned int connectionID =
         (static_cast<unsigned int>(getpid()) << 16) + (m_connections++ & 0xFFFF);
     const std::string name = ConnectionUtilities::GetQueueName(connectionID);
@@ -181,7 +182,7 @@ bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, 
                       static_cast<int>(answer.msgtype));
     if (!ConnectionUtilities::IsValidResponse(request.info, answer.info))
         return Report("PosixMQFactory::ConfirmConnection: mismatched msgInfo\n");
-    if (answer.listenerError == 0) return true;  // its place is that of a connection's error
+    if (answer.listenerError == 0) return true;  // a connection response has its error there
     return Report("PosixMQFactory::ConfirmConnection: server responded with error %d\n",
                   static_cast<int>(answer.listenerError));
 }
@@ -189,7 +190,7 @@ bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, 
 void PosixMQFactory::Disconnect(PosixMQClient* client)
 {
     if (!LiveClients::Close(client)) return;
-    // First of all, the waits of this connection and those for it end.
+    // First, end the waits of this connection and the waits for it.
     client->Stop();
     const bool fromCallback = client->IsInCallback();
     if (!fromCallback) LiveClients::WaitUntilUnused(client);

@@ -22,7 +22,7 @@ class VEXA_EXPORT PosixMQFactory {
     /// Opens the daemon's queue. Without a daemon it ends the process, deliberately: an application of the
     /// device cannot go on without it.
     PosixMQFactory();
-    /// Releases nothing: the daemon's queue stays open until the process ends, for clients that are left.
+    /// Releases nothing: the daemon's queue stays open until the process ends, for the clients that remain.
     virtual ~PosixMQFactory();
     PosixMQFactory(const PosixMQFactory&) = delete;
     PosixMQFactory& operator=(const PosixMQFactory&) = delete;
@@ -30,11 +30,11 @@ class VEXA_EXPORT PosixMQFactory {
     /// A connected client. @param uri  only its priority counts.
     /// @return null after one line or more; give a client back with Disconnect.
     PosixMQClient* Connect(std::string uri);
-    /// @param client  must not be used any more; null is left alone. A callback that still runs is waited for,
-    /// unless it is this one: then the client is deleted after it.
+    /// @param client  must not be used any more; null is ignored. Waits for a running callback; called from a
+    /// callback of the client, it has the client deleted after that.
     void Disconnect(PosixMQClient* client);
 
-    /// The handshakes. Failures of the first print one line or more, the second's only differences of
+    /// The handshakes. A failure of the first prints one line or more; the second prints only a difference of
     /// identifiers.
     bool ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, unsigned int connectionID,
                            unsigned int priority);

@@ -12,12 +12,13 @@ class Config;
 
 namespace vexa::corvalis::config::access {
 
-/// Announces the changes of one store by multicast, but those that the UDP server is just making: it announces
-/// them itself. Registered with the store from construction to destruction.
+/// Announces the changes of one store by multicast, except those that the UDP server is just making, which it
+/// announces itself. Registered with the store from construction to destruction. Thread: any that changes the
+/// store.
 class ChangeAnnouncer : public ConfigEventListener {
   public:
-    /// A change that this thread makes and announces: the announcer is silent about its parameters, on this
-    /// thread, while the object lives.
+    /// A change that this thread makes and announces: while the object lives, the announcer holds back the
+    /// events of its parameters on this thread.
     class OwnChange {
       public:
         OwnChange(ChangeAnnouncer& announcer, std::vector<eParam_t> ids);
@@ -25,7 +26,7 @@ class ChangeAnnouncer : public ConfigEventListener {
         OwnChange(const OwnChange&) = delete;
         OwnChange& operator=(const OwnChange&) = delete;
 
-        /// Announces after all what the store told its listeners, but for one parameter (0: none).
+        /// Sends the announcements that were held back, except those of one parameter (0: none).
         void AnnounceKept(eParam_t except = {});
         /// Whether another thread has announced one of the parameters meanwhile. Needs the sender's lock.
         bool IsOvertaken() const { return m_isOvertaken; }
@@ -64,7 +65,8 @@ class ChangeAnnouncer : public ConfigEventListener {
 
 /// The events of a change, not yet sent.
 MulticastSender::Event NumberEvent(Config& config, eParam_t id, unsigned int value, timeval time);
-/// The text that the store holds now, whatever the change was. Without one the payload is empty, after a line.
+/// The text that the store holds now, whatever the change was. Without a text the payload is empty, after a
+/// line.
 MulticastSender::Event TextEvent(Config& config, eParam_t id, timeval time, std::endian payloadOrder);
 MulticastSender::Event DataEvent(Config& config, eParam_t id, std::string data, timeval time);
 

@@ -32,7 +32,7 @@ MulticastSender::MulticastSender() : m_socket(AF_INET, SOCK_DGRAM)
         return;
     }
     m_socket.set_buffer_size(SO_SNDBUF, kSendBufferBytes);
-    m_socket.set_non_blocking(false);  // non-blocking: whoever changes a store does not wait for the network
+    m_socket.set_non_blocking(false);  // non-blocking: no change of a store waits for the network
 }
 
 MulticastSender::~MulticastSender()

@@ -9,7 +9,7 @@
 
 namespace vexa::corvalis::config::access {
 
-/// Sends events to the multicast group, on the loopback interface only.
+/// Sends events to the multicast group, on the loopback interface only. Thread: any, under the lock.
 class MulticastSender {
   public:
     /// An event and its payload: nothing for a number, else a value object or data.
@@ -28,8 +28,8 @@ class MulticastSender {
     /// datagram, is one line.
     void Send(Event event) VEXA_REQUIRES(lock);
 
-    /// Hold it from reading a value to sending it, so that the last event of a parameter tells its last value.
-    /// The locks of values may be taken inside.
+    /// Hold it from reading a value to sending it, so that the last event of a parameter tells its last
+    /// value. The locks of values may be taken inside.
     LockSemaphore lock;
 
   private:

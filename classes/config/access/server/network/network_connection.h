@@ -1,4 +1,4 @@
-/// NetworkConnection: what TCP and UDP connections of the server have in common.
+/// NetworkConnection: the common part of the server's TCP and UDP connections.
 #pragma once
 
 #include <sys/time.h>
@@ -10,6 +10,7 @@ class ConfigValue;
 
 namespace vexa::corvalis::config::access {
 
+/// Thread: the connection's.
 class NetworkConnection {
   public:
     virtual ~NetworkConnection() = default;

@@ -96,7 +96,8 @@ class NetworkServer::Running {
 
     NetworkServer* const m_server;
     const int m_domain, m_type, m_port;
-    const std::shared_ptr<Ending> m_ending = std::make_shared<Ending>();  // shared with a Stop that is running
+    const std::shared_ptr<Ending> m_ending =
+        std::make_shared<Ending>();  // shared with a Stop that is running
     std::unique_ptr<Socket> m_socket;
     std::unique_ptr<NetworkUDPConnection> m_udpConnection;  // of the server's thread
     std::vector<eConfigID_t> m_announced;
@@ -199,7 +200,7 @@ void* NetworkServer::Running::pthread_start(void* argument)
     return nullptr;
 }
 
-/// A server that ended by itself waits for its Stop, which would find it deleted.
+/// A server that ended by itself waits for its Stop, which would otherwise find it deleted.
 void NetworkServer::Running::Finish(NetworkServer* server)
 {
     Running& running = *server->m_running;
@@ -236,7 +237,7 @@ void NetworkServer::Running::PauseIfExhausted(int error)
     m_ending->WaitUntilStopped(Deadline(kPauseWhenExhaustedMs));
 }
 
-/// A client or datagram that there is no memory for is lost; the next one may find some.
+/// Without memory a client or datagram is lost; there may be memory for the next one.
 template <class Step>
 void NetworkServer::Running::RepeatUntilStopped(const Step& step)
 {
@@ -261,7 +262,7 @@ void NetworkServer::Running::ServeConnection()
     auto connection = WaitForConnection();
     if (!connection) return;
     if (connection->Start())
-        static_cast<void>(connection.release());  // its thread's
+        static_cast<void>(connection.release());  // its thread owns it
     else
         fputs("NetworkServer::Run - unable to start connection\n", stderr);
 }
@@ -276,7 +277,7 @@ std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::WaitForConnection(
         PauseIfExhausted(error);
         return nullptr;
     }
-    // A client whose host is gone would keep its thread and its store for ever.
+    // Otherwise a client whose host is gone would keep its thread and its store for ever.
     constexpr int kOn = 1;
     setsockopt(client->fd, SOL_SOCKET, SO_KEEPALIVE, &kOn, sizeof kOn);
     return std::make_unique<NetworkTCPConnection>(std::move(client), m_payloadOrder);
@@ -300,7 +301,7 @@ void NetworkServer::Running::WaitForDatagram()
 {
     std::array<char, kMaxMessageBytes> datagram;
     sockaddr_in from{};
-    errno = 0;  // tells an empty datagram, or the end, from a failure
+    errno = 0;  // distinguishes an empty datagram, or the end, from a failure
     const int length = m_socket->recvfrom(datagram.data(), static_cast<unsigned int>(datagram.size()), from);
     if (length > 0) {
         m_udpConnection->ProcessMessages(datagram.data(), length, from);

@@ -6,8 +6,8 @@
 ///     server->Stop();                                   // its thread deletes it
 ///     NetworkServer::WaitUntilStopped(std::chrono::seconds(2));
 ///
-/// The server listens on every address of the host. Who reaches the port may read and write every parameter,
-/// restart and password included: the port belongs behind a firewall.
+/// The server listens on every address of the host. A program that reaches the port may read and write every
+/// parameter, restart and password included: the port belongs behind a firewall.
 #pragma once
 
 #include <sys/socket.h>
@@ -21,8 +21,9 @@
 
 namespace vexa::corvalis::config::access {
 
-/// Made with new: from a successful Start on it belongs to its thread, which deletes it after Stop, also when
-/// it ended by itself earlier.
+/// Made with new. Once Start succeeded, the server's thread owns it and deletes it after Stop, even if the
+/// server ended by itself before.
+/// Thread: one; Stop and WaitUntilStopped on any.
 class VEXA_EXPORT NetworkServer {
   public:
     /// @param domain  AF_INET or AF_UNIX.
@@ -36,16 +37,16 @@ class VEXA_EXPORT NetworkServer {
     /// Makes the socket, in place of an earlier one. Before Start. @return false after one line and the
     /// socket's own.
     bool Init();
-    /// The port that it serves; valid from Init until Start.
+    /// The port of the server; valid from Init until Start.
     int Port() const;
-    /// Of texts as the clients read and write them. Default the host's own. Before Start.
+    /// The byte order of texts as the clients read and write them. Default the host's own. Before Start.
     void SetPayloadOrder(std::endian order);
     /// Changes of this configuration are multicast from the start of the server, whether or not a client
     /// connected to it. UDP only; before Start.
     void Announce(eConfigID_t configID);
-    /// @return false, after its lines, without thread or Init: the server is still the caller's.
+    /// @return false, after its lines, without thread or Init: the caller still owns the server.
     bool Start();
-    /// Ends the server, soon; connections that TCP clients have go on. Once, on any thread; after a
+    /// Ends the server, soon; open connections of TCP clients go on. Call it once, on any thread; after a
     /// successful Start the server must not be used any more.
     void Stop();
 

@@ -17,7 +17,7 @@
 
 namespace vexa::corvalis::config::access {
 
-/// A request of the protocol: the bytes of its record, its name in messages, and who handles it.
+/// A request of the protocol: the bytes of its record, its name in messages, and its handler.
 struct NetworkTCPConnection::RequestHandler {
     uint32_t type;
     uint32_t length;
@@ -222,7 +222,7 @@ bool NetworkTCPConnection::ProcessGetStreamRequest(const XCONFIGMGR_REQUEST_T& r
 
 bool NetworkTCPConnection::ReadStream(uint32_t length, std::string& payload)
 {
-    // A length beyond the protocol's cannot be believed, so where the next message begins is unknown.
+    // A length beyond the protocol's limit cannot be right, so the start of the next message is unknown.
     errno = EMSGSIZE;
     if (length <= kMaxRequestPayload) {
         payload.resize(length);
@@ -291,7 +291,7 @@ bool NetworkTCPConnection::ProcessRemoveConfigEventListenerRequest(
 {
     const auto response = Encode(Confirmation(request, XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE));
     {
-        SemaphoreHelper hold(m_stream.lock);  // once: no event follows the response
+        SemaphoreHelper hold(m_stream.lock);  // held for both: no event follows the response
         m_isRegistered = false;
         if (m_stream.Send(response.data(), response.size())) return true;
     }
@@ -343,7 +343,7 @@ try {
     Stop();
     return false;
 } catch (...) {
-    // Without the event the client would keep an old text; the end of the connection tells it to read anew.
+    // Without the event the client would keep an old text; the end of the connection makes it read anew.
     SemaphoreHelper hold(m_stream.lock);
     fputs("NetworkTCPConnection::ParamChanged - an event was lost by an exception\n", stderr);
     return m_stream.Fail();

@@ -17,10 +17,10 @@ namespace vexa::corvalis::config::access {
 
 /// Answers the client's requests on a thread of its own and sends it the changes of its store, on the threads
 /// that make them. It ends with the client, after a message that it cannot read, and when the client does not
-/// take what it is sent; no other connection notices.
+/// read its messages; no other connection is affected.
 ///
-/// Locks: the stream's lock orders what is sent and guards what events read. It is never held over a call into
-/// a store: a store calls ParamChanged with its listener lock held.
+/// Locks: the stream's lock orders the messages that are sent and guards the members that events read. It is
+/// never held over a call into a store: a store calls ParamChanged with its listener lock held.
 class NetworkTCPConnection : public NetworkConnection, public ConfigEventListener {
   public:
     /// @param payloadOrder  of texts as the client reads and writes them.
@@ -31,11 +31,11 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     /// Events; they are sent while the client is registered, whatever parameters it asked for.
     using ConfigEventListener::ParamChanged;
     bool ParamChanged(eParam_t id, unsigned int value, timeval time) override;
-    /// Sends what the store holds now.
+    /// Sends the text that the store holds now.
     bool ParamChanged(eParam_t id, std::string value, timeval time) override;
 
     /// Starts the connection's thread, which deletes the connection at its end.
-    /// @return false, after its lines, when there is no thread: the connection is still the caller's.
+    /// @return false, after its lines, when there is no thread: the caller still owns the connection.
     bool Start();
     /// The thread ends before its next message; a wait for one goes on. Thread: any, while the connection
     /// lives.
@@ -80,11 +80,12 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     uint32_t m_connectionID VEXA_GUARDED_BY(m_stream.lock) = 0;  // of the last Connect Request
     bool m_isRegistered VEXA_GUARDED_BY(m_stream.lock) = false;  // whether the client wants events
 
-    // Of the connection's thread. Events read the first two, which change only outside the store's list.
+    // Of the connection's thread. Events read the first two, which change only while the connection is not in
+    // the store's list.
     Config* m_config = nullptr;  // from OpenPeerStore; null before Connect
     eConfigID_t m_configID = 0;
     bool m_isInStoreList = false;  // stays when the client unregisters: once per opened store is enough
-    std::list<eParam_t> m_params;  // what the client asked to hear of; filters nothing
+    std::list<eParam_t> m_params;  // the parameters that the client asked for; filters nothing
     std::string m_name;            // of the client, for the diagnostic log
 };
 

@@ -38,7 +38,7 @@ std::string NameOf(Config& config, eParam_t id)
     return "Invalid";
 }
 
-/// What the store announces when a parameter changes.
+/// The parameters that the store announces when one changes.
 std::vector<eParam_t> WithDependents(Config& config, eParam_t id)
 {
     std::vector<eParam_t> ids{id};
@@ -266,7 +266,7 @@ void NetworkUDPConnection::FireDependentParamsChangedEvents(const XCONFIGMGR_REQ
     }
 }
 
-/// What the store holds now, as the event of the parameter's kind.
+/// Sends the stored value, as the event of the parameter's kind.
 void NetworkUDPConnection::SendCurrent(Config& config, eParam_t id, timeval time)
 {
     ParamDescriptor* const descriptor = config.GetParamDescriptor(id);
@@ -292,7 +292,8 @@ void NetworkUDPConnection::SendCurrent(Config& config, eParam_t id, timeval time
 
 // --- texts and data ---
 
-/// Announces what a client stored, as it sent it, and the value that another thread has stored since.
+/// Announces a value as the client sent it, and then the current one if another thread has stored a value
+/// since.
 void NetworkUDPConnection::AnnounceStream(Entry& entry, const Datagram& datagram, eMessageType_t type,
                                           const ChangeAnnouncer::OwnChange& change)
 {
@@ -348,7 +349,7 @@ void NetworkUDPConnection::ProcessSetDataRequest(Entry& entry, const Datagram& d
     const XCONFIGMGR_REQUEST_T& request = datagram.request;
     std::string data(datagram.payload, request.streamLength);
     ChangeAnnouncer::OwnChange change(*entry.announcer, WithDependents(*entry.config, request.paramID));
-    // The store tells its listeners even of data that it refused, which is no change.
+    // The store calls its listeners even for data that it refused, which is no change.
     if (!entry.config->SetData(request.paramID, data)) return;
     AnnounceStream(entry, datagram, XCFG_PARAM_DATA_CHANGED_EVENT, change);
     change.AnnounceKept(request.paramID);

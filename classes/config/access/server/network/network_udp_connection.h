@@ -13,13 +13,13 @@
 namespace vexa::corvalis::config::access {
 
 /// Answers datagrams on the server's thread, and multicasts the changes of every store that is open for its
-/// clients, whoever makes them.
+/// clients, on whichever thread they are made.
 ///
 /// A store is open from the first Connect Request for its configuration until all clients that connected have
 /// disconnected. Thread: one; announcements come on the threads that change the stores.
 class NetworkUDPConnection : public NetworkConnection {
   public:
-    /// Clients that a configuration remembers. Those that crash never disconnect, so beyond this number it
+    /// Clients that a configuration remembers. Crashed clients never disconnect, so beyond this number it
     /// stays open for good.
     static constexpr size_t kMaxClients = 4096;
 
@@ -28,13 +28,13 @@ class NetworkUDPConnection : public NetworkConnection {
     explicit NetworkUDPConnection(Socket& socket, std::endian payloadOrder = std::endian::native);
     ~NetworkUDPConnection() override;
 
-    /// Multicasts the changes of a configuration even when no client has connected to it, which does not count
-    /// as connected. A failure prints one line.
+    /// Multicasts the changes of a configuration even when no client has connected to it, which does not
+    /// count as connected. A failure prints one line.
     void Announce(eConfigID_t configID);
-    /// Handles one datagram; what is too short or unknown is dropped after one line.
-    /// @param data  as much as was received; @param from  gets the reply.
+    /// Handles one datagram; drops a datagram that is too short or of an unknown type, after one line.
+    /// @param data  the received bytes. @param from  gets the reply.
     void ProcessMessages(const char* data, int length, const sockaddr_in& from);
-    /// The store of a configuration that a client connected to; null after one line.
+    /// The store of a configuration to which a client is connected; null after one line.
     Config* GetConfig(uint32_t configID);
 
   private:
@@ -54,7 +54,7 @@ class NetworkUDPConnection : public NetworkConnection {
 
         bool IsConnected() const { return isPermanent || !clients.empty(); }
     };
-    /// A datagram: the request, what follows it, and who sent it.
+    /// A datagram: the request, its payload and its sender.
     struct Datagram {
         XCONFIGMGR_REQUEST_T request;
         const char* payload;

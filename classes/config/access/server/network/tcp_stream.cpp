@@ -99,7 +99,7 @@ bool TcpStream::WaitAndSend(bool forInput, bool forOutput)
     const auto wanted = static_cast<short>((forInput ? POLLIN : 0) | (forOutput ? POLLOUT : 0));
     pollfd descriptors[] = {{m_socket->fd, wanted, 0}, {m_wake, POLLIN, 0}};
     if (poll(descriptors, 2, -1) == -1) {
-        // What the system lacks may come back; asking for it at once would keep a processor busy.
+        // The system may have memory again later; repeating the call at once would keep a processor busy.
         if (errno != EINTR) std::this_thread::sleep_for(std::chrono::milliseconds(kPauseWhenExhaustedMs));
         return false;
     }
@@ -110,7 +110,8 @@ bool TcpStream::WaitAndSend(bool forInput, bool forOutput)
     return ready & (POLLIN | POLLERR | POLLHUP);
 }
 
-/// Something; 0 at the end. Without a queue and without other senders it takes a single system call.
+/// @return the number of bytes; 0 at the end; -1 on failure. Without a queue and without other senders it
+/// takes a single system call.
 int TcpStream::Receive(char* data, unsigned int length)
 {
     for (;;) {

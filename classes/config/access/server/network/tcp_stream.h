@@ -10,13 +10,13 @@
 
 namespace vexa::corvalis::config::access {
 
-/// One thread, the owner, reads. What is sent leaves at once if the system takes it; otherwise it waits in a
+/// One thread, the owner, reads. A message leaves at once if the system takes it; otherwise it waits in a
 /// bounded queue, which the owner sends on while it waits for input. A send that fails, or finds the queue
 /// full, shuts the connection down: the owner's next read sees the end of the input.
 class TcpStream {
   public:
     /// Bytes that wait for a peer that does not read. A first message is queued whatever its size: the limit
-    /// is for what piles up.
+    /// is for messages that pile up.
     static constexpr size_t kQueueLimit = size_t{1024} * 1024;
 
     explicit TcpStream(std::unique_ptr<Socket> socket);
@@ -36,11 +36,12 @@ class TcpStream {
     /// Whole messages only: a header with its payload. Thread: the owner; any, once shared.
     /// @return false, with errno, when the stream has failed.
     bool Send(const char* data, size_t length) VEXA_REQUIRES(lock);
-    /// Ends the connection; the descriptor stays until the owner has left. @return false, with errno as it was.
+    /// Ends the connection; the descriptor stays until the owner has left. @return false, with errno as it
+    /// was.
     bool Fail() VEXA_REQUIRES(lock);
     bool HasFailed() const VEXA_REQUIRES(lock) { return m_failed; }
 
-    /// Orders what is sent. It is free during reads, and must be during calls into a store.
+    /// Orders the messages that are sent. It is free during reads, and must be during calls into a store.
     LockSemaphore lock;
 
   private:
@@ -52,7 +53,7 @@ class TcpStream {
     bool IsShared() const { return m_wake != -1; }
 
     const std::unique_ptr<Socket> m_socket;
-    int m_wake = -1;  // an eventfd: a queue was begun. Set by the owner before others send
+    int m_wake = -1;  // an eventfd, readable when a queue began. Set by the owner before others send
 
     std::array<char, 4096> m_input;  // of the owner, like its positions
     size_t m_inputBegin = 0, m_inputEnd = 0;

@@ -18,8 +18,8 @@ namespace vexa::config::access {
 
 namespace {
 
-/// Whether a process lives whose identifier ends in these 16 bits: more of it is not known. Where processes
-/// are hidden, all may live.
+/// Whether there is a process whose identifier ends in these 16 bits, which is all that is known of it. Where
+/// processes are hidden, there may be one.
 bool MayProcessLive(uint32_t lowHalf)
 {
     DIR* const processes = opendir("/proc");
@@ -170,7 +170,7 @@ void QueueClients::SendWaitingReplies()
     }
 }
 
-/// What cannot be sent for another reason than want of room is lost: it would never leave.
+/// A reply that fails for another reason than want of room is dropped: it could never be sent.
 void QueueClients::SendWaitingReplies(Client& client)
 {
     while (!client.replies.empty() && (Send(client.queue, client.replies.front()) || errno != EAGAIN)) {
@@ -195,7 +195,7 @@ void QueueClients::SendEvent(XCONFIGMGR_RESPONSE_T event, const std::string& str
         Client& client = entry->second;
         if (!client.wantsEvents) continue;
         event.info.connectionID = entry->first;
-        // A reply that waits goes first: its client is waiting, too.
+        // A reply that waits goes first: the client needs it to go on.
         if (client.replies.empty() && Send(client.queue, wire::Bytes<wire::HostOrder>(event, stream)))
             client.lostEvents = 0;
         else if (!CountLost(*entry, client))
@@ -203,8 +203,8 @@ void QueueClients::SendEvent(XCONFIGMGR_RESPONSE_T event, const std::string& str
     }
 }
 
-/// One line at the first event and at every tenfold.
-/// @return false when nobody is there to lose them. The queue of a process that ended is removed.
+/// Prints one line at the first lost event and at every tenfold.
+/// @return false when the client is gone. The queue of a process that ended is removed.
 bool QueueClients::CountLost(const Clients::value_type& entry, Client& client)
 {
     unsigned int step = ++client.lostEvents;

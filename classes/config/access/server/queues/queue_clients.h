@@ -1,4 +1,4 @@
-/// The clients of the message queues: their response queues and what is sent to them.
+/// The clients of the message queues: their response queues and the messages to them.
 #pragma once
 
 #include <mqueue.h>
@@ -14,13 +14,14 @@
 
 namespace vexa::config::access {
 
-/// Nobody ever waits for a client: replies to one whose queue is full are kept until there is room, events are
-/// lost. Thread: any.
+/// No operation waits for a client: replies to a client whose queue is full are kept until there is room,
+/// events are lost. Thread: any.
 class QueueClients {
   public:
     /// Connections at a time; each one has a descriptor.
     static constexpr size_t kMaxClients = 1024;
-    /// Replies that are kept for a client. A client waits for each of its replies, so further ones have no receiver.
+    /// Replies that are kept for a client. A client waits for each of its replies, so further ones have no
+    /// receiver.
     static constexpr size_t kMaxReplies = 64;
 
     QueueClients();
@@ -32,22 +33,23 @@ class QueueClients {
     bool Connect(uint32_t connectionID);
     /// Forgets a connection, after the replies that wait.
     void Disconnect(uint32_t connectionID);
-    /// @param wanted  whether it gets events from now on. @return false when the connection is not known.
+    /// @param wanted  whether the connection gets events from now on. @return false when it cannot be opened.
     bool SetEvents(uint32_t connectionID, bool wanted);
 
-    /// Sends a reply, or the bytes of one. A connection that is not known is connected first: its client has
-    /// outlived another daemon.
+    /// Sends the bytes of a reply. A connection that is not known is connected first: its client has outlived
+    /// an earlier daemon.
     void Reply(uint32_t connectionID, const std::string& reply);
     /// Sends an event to every client that wants it. @param event  with any connection identifier.
     void SendEvent(XCONFIGMGR_RESPONSE_T event, const std::string& stream);
-    /// What fits into the queue of a connection beside the record; 0 when it is not known.
+    /// The longest stream that fits beside the record into a message for a connection; 0 when it is not
+    /// known.
     size_t MaxStream(uint32_t connectionID) const;
 
     /// Whether replies wait for room.
     bool HasWaitingReplies() const;
-    /// Sends them.
+    /// Sends them, as far as there is room.
     void SendWaitingReplies();
-    /// What to poll for: the queues that replies wait for.
+    /// Appends the queues for whose room replies wait.
     void AppendPollEntries(std::vector<pollfd>& descriptors) const;
 
   private:
@@ -57,7 +59,7 @@ class QueueClients {
         bool wantsEvents = false;
         unsigned int lostEvents = 0;  // since the last one that was sent
         std::deque<std::string> replies;
-        bool isLeaving = false;  // goes with the last reply
+        bool isLeaving = false;  // is dropped after the last reply
     };
     using Clients = std::map<uint32_t, Client>;
 

@@ -106,7 +106,7 @@ QueueService::Service::~Service()
 {
     if (m_thread.joinable()) {
         m_stop = true;
-        // Wakes the thread; a queue that is full does not let it sleep anyway.
+        // Wakes the thread; a full queue keeps it awake anyway.
         SendMessage(m_queue, "", 0, 0, Deadline(0));
         m_thread.join();
     }
@@ -117,8 +117,8 @@ QueueService::Service::~Service()
     mq_close(m_queue);
 }
 
-/// The queue of a daemon that crashed is taken over, with its clients and the requests that they wait for. A
-/// lock on it, which ends with its process, tells it from the queue of a daemon that runs.
+/// The queue of a crashed daemon is taken over, with its clients and their pending requests. A file lock,
+/// which ends with its process, marks the queue of a running daemon.
 bool QueueService::Service::OpenQueue()
 {
     const mqd_t queue = CreateQueue(kRequestQueue, O_RDWR);
@@ -133,13 +133,14 @@ bool QueueService::Service::OpenQueue()
         if (queue != -1) mq_close(queue);
         return false;
     }
-    // Without a name it was removed meanwhile, by a daemon that ended.
+    // A queue without a name was removed meanwhile, by a daemon that ended.
     if (status.st_nlink > 0 && attributes.mq_msgsize >= static_cast<long>(kQueueRequestBytes)) {
         m_queue = queue;
         m_message.resize(static_cast<size_t>(attributes.mq_msgsize));
         return true;
     }
-    if (status.st_nlink > 0) mq_unlink(kRequestQueue);  // somebody made it for messages that are too small
+    if (status.st_nlink > 0)
+        mq_unlink(kRequestQueue);  // made by another program, for messages that are too small
     mq_close(queue);
     return OpenQueue();
 }
@@ -169,7 +170,7 @@ void QueueService::Service::Run()
     }
 }
 
-/// The size of the next request; -1 when there is none yet.
+/// @return the size of the next request; -1 when there is none yet.
 ssize_t QueueService::Service::ReceiveNext()
 {
     if (!m_clients.HasWaitingReplies())
@@ -254,7 +255,7 @@ void QueueService::Service::HandleParameter(const char* data, size_t length)
     response.info = request.info;
     response.paramID = request.paramID;
     std::string stream;
-    // Clients of the queues have configuration 0; others would be opened for good at anybody's word.
+    // Clients of the queues have configuration 0; others would be opened for good at the word of any client.
     if (request.info.configID == 0 && m_store->GetParamDescriptor(request.paramID)) {
         stream = Answer(*m_store, request, data + kQueueRequestBytes, response);
     } else {
@@ -266,7 +267,7 @@ void QueueService::Service::HandleParameter(const char* data, size_t length)
     m_clients.Reply(request.info.connectionID, wire::Bytes<wire::HostOrder>(response, stream));
 }
 
-/// Does what is asked. @return the stream of the response.
+/// Carries the request out. @return the stream of the response.
 std::string QueueService::Service::Answer(Config& config, const Request& request, const char* stream,
                                           Response& response)
 {
@@ -288,7 +289,7 @@ std::string QueueService::Service::Answer(Config& config, const Request& request
     }
     std::string text = net::WritePayload(config.GetSerializable(request.paramID));
     if (!text.empty() && text.size() <= m_clients.MaxStream(request.info.connectionID)) return text;
-    // A text that was stored and does not fit the way back was stored all the same.
+    // A text that was stored counts as stored even if it does not fit into the response.
     if (request.msgtype == XCFG_GET_STREAM_PARAM_REQUEST) response.error = kQueueErrorNoValue;
     return "";
 }
@@ -305,7 +306,7 @@ bool QueueService::Service::SetText(Config& config, const Request& request, cons
 
 // --- events ---
 
-/// The store does not tell when it last changed; its events do.
+/// The store does not report when it last changed; its events do.
 void QueueService::Service::StampLastUpdate(Response& response) const
 {
     const uint64_t time = m_lastUpdate;
@@ -341,7 +342,7 @@ bool QueueService::Service::DataChanged(eParam_t id, std::string&, timeval time)
     return SendStream(XCFG_PARAM_DATA_CHANGED_EVENT, id, time);
 }
 
-/// What the store holds now, so that the last event tells the last value.
+/// Sends the stored value, so that the last event tells the last value.
 bool QueueService::Service::SendStream(eMessageType_t type, eParam_t id, timeval time)
 {
     const std::string stream = net::WritePayload(m_store->GetSerializable(id));

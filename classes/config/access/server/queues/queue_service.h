@@ -7,8 +7,9 @@
 
 namespace vexa::config::access {
 
-/// Answers requests on a thread of its own and sends the changes of configuration 0, which is what clients of
-/// the queues connect to, on the threads that make them.
+/// Answers requests on a thread of its own and sends the changes of configuration 0, the one of all clients
+/// of the queues, on the threads that make them.
+/// Thread: one makes, starts and deletes it; changes come on any.
 class VEXA_EXPORT QueueService {
   public:
     QueueService();
