@@ -31,7 +31,7 @@ void Serve(mqd_t requests, mqd_t answers, Pieces pieces)
         char bytes[mq::kQueueMessageBytes + 1] = {};
         if (mq_receive(requests, bytes, sizeof bytes, nullptr) <= 0) return;
         mq::XCONFIGMGR_CONNECTION_REQUEST_T request;
-        wire::Decode<wire::HostOrder>(bytes, sizeof bytes, request);
+        vexa::wire::Decode<vexa::wire::HostOrder>(bytes, sizeof bytes, request);
         mq::XCONFIGMGR_RESPONSE_T answer;
         answer.msgtype = ResponseTo(eMessageType_t{request.msgtype});
         answer.info = request.info;

@@ -33,7 +33,7 @@ mq::XCONFIGMGR_RESPONSE_T Ask(mqd_t daemon, mqd_t answers)
         std::vector<char> message;
         size_t length = 0;
         if (mq::WaitForQueue(answers, POLLIN, never) && mq::ReceiveMessage(answers, message, length))
-            wire::Decode<wire::HostOrder>(message.data(), length, answer);
+            vexa::wire::Decode<vexa::wire::HostOrder>(message.data(), length, answer);
     }
     return answer;
 }

@@ -40,5 +40,5 @@ inline void SendNow(mqd_t queue, const std::string& message)
 template <class Record>
 std::string RecordBytes(const Record& record)
 {
-    return wire::Bytes<wire::HostOrder>(record);
+    return vexa::wire::Bytes<vexa::wire::HostOrder>(record);
 }

@@ -19,7 +19,7 @@ void ChooseConfig(std::string& datagram)
     constexpr size_t kConfigWord = 12;
     if (datagram.size() < kConfigWord + sizeof(uint32_t)) return;
     const auto chosen = static_cast<unsigned char>(datagram[kConfigWord + 3]) % kConfigs;
-    const uint32_t word = wire::NetworkOrder::Convert(static_cast<uint32_t>(kFirstConfig + chosen));
+    const uint32_t word = vexa::wire::NetworkOrder::Convert(static_cast<uint32_t>(kFirstConfig + chosen));
     memcpy(datagram.data() + kConfigWord, &word, sizeof word);
 }
 

@@ -63,7 +63,7 @@ class RawClient {
         EXPECT_EQ(poll(&readable, 1, 10'000), 1) << "no message came";
         EXPECT_TRUE(mq::ReceiveMessage(m_responses, message, length));
         mq::XCONFIGMGR_RESPONSE_T response;
-        wire::Decode<wire::HostOrder>(message.data(), message.size(), response);
+        vexa::wire::Decode<vexa::wire::HostOrder>(message.data(), message.size(), response);
         stream.assign(message.data() + mq::kQueueResponseBytes,
                       length > mq::kQueueResponseBytes ? length - mq::kQueueResponseBytes : 0);
         return response;

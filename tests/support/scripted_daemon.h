@@ -51,7 +51,7 @@ inline mq::XCONFIGMGR_RESPONSE_T AnswerTo(const MQRequest& request)
 
 inline std::string Bytes(const mq::XCONFIGMGR_RESPONSE_T& answer, const std::string& stream = "")
 {
-    const auto bytes = wire::Encode<wire::HostOrder>(answer);
+    const auto bytes = vexa::wire::Encode<vexa::wire::HostOrder>(answer);
     return std::string(bytes.data(), bytes.size()) + stream;
 }
 
@@ -162,7 +162,7 @@ class ScriptedDaemon {
         while (mq::WaitForQueue(m_queue, POLLIN, vexa::Deadline(vexa::Deadline::kNever), m_stop)) {
             if (!mq::ReceiveMessage(m_queue, message, length)) continue;
             MQRequest request;  // ReceiveMessage adds zeros to short ones
-            wire::Decode<wire::HostOrder>(message.data(), message.size(),
+            vexa::wire::Decode<vexa::wire::HostOrder>(message.data(), message.size(),
                                           static_cast<mq::XCONFIGMGR_REQUEST_T&>(request));
             request.bytes.assign(message.data(), length);
             Handle(request);

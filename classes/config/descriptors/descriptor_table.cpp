@@ -2,16 +2,17 @@
 
 #include <atomic>
 
+#include "config/base/no_destructor.h"
 #include "config/descriptors/placeholder.h"
-
-// Not destroyed with the process: a worker thread may still look a descriptor up while it ends.
-DescriptorTable& g_paramDescriptors = *new DescriptorTable;
 
 namespace {
 
+vexa::NoDestructor<DescriptorTable> table;  // a worker thread may still look a descriptor up while the process ends
 std::atomic<bool> encodeDescriptors = false;
 
 }  // namespace
+
+DescriptorTable& g_paramDescriptors = *table;
 
 ParamDescriptor* FindDescriptor(eParam_t id)
 {

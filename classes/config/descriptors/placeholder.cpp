@@ -3,12 +3,13 @@
 #include <cstdio>
 #include <list>
 
+#include "config/base/no_destructor.h"
 #include "config/base/semaphore_helper.h"
 
 namespace {
 
 StaticLock keptLock;
-std::list<ParamDescriptor*>& kept VEXA_GUARDED_BY(keptLock) = *new std::list<ParamDescriptor*>;
+vexa::NoDestructor<std::list<ParamDescriptor*>> kept VEXA_GUARDED_BY(keptLock);
 
 }  // namespace
 
@@ -27,11 +28,11 @@ ParamDescriptor* CreatePlaceholderDescriptor(eParam_t id)
 void RetainDescriptor(ParamDescriptor* descriptor)
 {
     SemaphoreHelper hold(keptLock);
-    kept.push_back(descriptor);
+    kept->push_back(descriptor);
 }
 
 size_t CountRetainedDescriptors()
 {
     SemaphoreHelper hold(keptLock);
-    return kept.size();
+    return kept->size();
 }

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "config/base/no_destructor.h"
 #include "services/product/read_file.h"
 
 namespace {
@@ -18,9 +19,9 @@ std::string FindProductID()
 
 std::string CProductID::getProductID()
 {
-    // Never destroyed: a worker thread may still ask while the process ends.
-    static const std::string& name = *new std::string(FindProductID());
-    return name;
+    // A worker thread may still ask while the process ends.
+    static vexa::NoDestructor<const std::string> name(FindProductID());
+    return *name;
 }
 
 bool CProductID::isRelease()

@@ -18,7 +18,7 @@
 #include <string>
 #include <string_view>
 
-namespace wire {
+namespace vexa::wire {
 
 constexpr uint32_t SwapBytes(uint32_t word)
 {
@@ -85,4 +85,4 @@ bool Decode(const char* data, size_t length, Record& record)
     return true;
 }
 
-}  // namespace wire
+}  // namespace vexa::wire

@@ -1,14 +1,14 @@
 #include "config/descriptors/generic/generic_descriptors.h"
 
+#include "config/base/no_destructor.h"
 #include "config/descriptors/catalogue/entry.h"
 #include "config/descriptors/placeholder.h"
 
 namespace vexa::config::generic {
 
-DescriptorTable& g_paramDescriptors = *new DescriptorTable;
-
 namespace {
 
+NoDestructor<DescriptorTable> table;
 using catalogue::Enum;
 using catalogue::String;
 
@@ -23,6 +23,8 @@ void Register(Entry& entry)
 }
 
 }  // namespace
+
+DescriptorTable& g_paramDescriptors = *table;
 
 void CreateGroup_0()
 {

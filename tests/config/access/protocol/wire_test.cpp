@@ -21,24 +21,24 @@ void ExpectGolden(const char* name, const Record& record)
 {
     SCOPED_TRACE(name);
     const auto bytesOf = [](const Record& any) {
-        const auto bytes = wire::Encode<Order>(any);
+        const auto bytes = vexa::wire::Encode<Order>(any);
         return std::string(bytes.data(), bytes.size());
     };
     const std::string golden = Golden(name);
     EXPECT_EQ(bytesOf(record), golden);
     for (size_t length = 0; length < golden.size(); ++length) {
         Record untouched;
-        EXPECT_FALSE(wire::Decode<Order>(golden.data(), length, untouched)) << length;
+        EXPECT_FALSE(vexa::wire::Decode<Order>(golden.data(), length, untouched)) << length;
         EXPECT_EQ(bytesOf(untouched), bytesOf({})) << length;
     }
     Record decoded;
-    ASSERT_TRUE(wire::Decode<Order>(golden.data(), golden.size(), decoded));
+    ASSERT_TRUE(vexa::wire::Decode<Order>(golden.data(), golden.size(), decoded));
     EXPECT_EQ(bytesOf(decoded), golden);
 }
 
 TEST(Wire, NetworkRecordsHaveTheirBytes)
 {
-    using wire::NetworkOrder;
+    using vexa::wire::NetworkOrder;
     ExpectGolden<NetworkOrder>("network.connection_request",
                                net::XCONFIGMGR_CONNECTION_REQUEST_T{{16, 0x11234, 0, 3, 0, 4096}});
     ExpectGolden<NetworkOrder>("network.connection_response",
@@ -58,7 +58,7 @@ TEST(Wire, NetworkRecordsHaveTheirBytes)
 
 TEST(Wire, QueueRecordsHaveTheirBytes)
 {
-    using wire::HostOrder;
+    using vexa::wire::HostOrder;
     const mq::MQMessageInfo_t info{0x12340001, 2, 3, 10};
     ExpectGolden<HostOrder>("queue.connection_request", mq::XCONFIGMGR_CONNECTION_REQUEST_T{16, info});
     ExpectGolden<HostOrder>("queue.connection_response",

@@ -17,10 +17,12 @@
 #include "config/config.h"
 #include "config/listeners/listener_list.h"
 
+namespace vexa {
+
 /// The last known values of one kind. Never evicted. Thread: any; every operation takes the owner's lock for
 /// one look-up, and calls nothing under it.
 template <class Value>
-class VEXA_EXPORT CachedValues {
+class CachedValues {
   public:
     /// @param lock  borrowed; several kinds share it.
     explicit CachedValues(LockSemaphore& lock) : m_lock(lock) {}
@@ -87,6 +89,8 @@ class VEXA_EXPORT CachedValues {
     LockSemaphore& m_lock;
     std::map<eParam_t, Entry> m_entries VEXA_GUARDED_BY(m_lock);
 };
+
+}  // namespace vexa
 
 /// Wraps another Config, normally a remote one, of which it must be a listener: its events keep the copies
 /// current. Own listeners hear only events that change the cached value, so rarely a change that was made
@@ -171,10 +175,10 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener {
     Config* const m_config;
     vexa::ListenerList m_listeners;
     std::vector<ConfigEventListener*> m_passedOn VEXA_GUARDED_BY(m_lock);  // one entry per registration
-    CachedValues<unsigned int> m_numbers{m_lock};
+    vexa::CachedValues<unsigned int> m_numbers{m_lock};
     std::map<eParam_t, Volatility> m_volatility VEXA_GUARDED_BY(m_lock);
-    CachedValues<std::string> m_texts{m_lock};
-    CachedValues<std::string> m_data{m_lock};
+    vexa::CachedValues<std::string> m_texts{m_lock};
+    vexa::CachedValues<std::string> m_data{m_lock};
     timeval m_bindingKey VEXA_GUARDED_BY(m_lock) = {};
     mutable LockSemaphore m_lock;
 };
