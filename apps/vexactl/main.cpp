@@ -10,9 +10,9 @@ namespace {
 constexpr const char* kFooter =
     "Parameters are named with or without eParamID_, or by identifier (0x5c010000).\n"
     "The model comes from the environment variable PRODUCT_ID or the file /etc/product_id.\n"
-    "Exit status: 0 done, 1 nothing matched, 2 usage, 3 unknown parameter, 4 refused,\n"
-    "5 stored but corrected, 6 cannot connect, 7 no answer in time. The shell ends with that of its first "
-    "failing command.";
+    "Exit status: 0 done, 1 nothing matched or unknown result, 2 usage, 3 unknown parameter,\n"
+    "4 refused, 5 stored but corrected, 6 cannot connect, 7 no answer in time. The shell ends\n"
+    "with that of its first failing command.";
 
 ExitStatus Parse(Session& session, int argc, char** argv)
 {
