@@ -7,6 +7,22 @@
 
 namespace {
 
+/// How a number is shown and stepped, where that is not the ordinary way, and the values of an enumeration.
+Json FormOf(IntegerDescriptor& integer)
+{
+    Json json = Json::object();
+    if (!integer.GetUnits().empty()) json["units"] = integer.GetUnits();
+    if (integer.GetAdjustBy() != 1) json["step"] = integer.GetAdjustBy();
+    if (integer.GetScaleBy() != 1) json["scale"] = integer.GetScaleBy();
+    if (integer.GetOffsetBy() != 0) json["offset"] = integer.GetOffsetBy();
+    if (integer.GetDisplayPrecision() != 0) json["precision"] = integer.GetDisplayPrecision();
+    if (auto* const enumeration = dynamic_cast<EnumDescriptor*>(&integer))
+        for (const EnumValueDescriptor& entry : enumeration->GetOrderedEnumValueDescriptors())
+            json["values"].push_back(
+                {{"value", entry.value}, {"name", entry.name}, {"shortName", entry.shortName}});
+    return json;
+}
+
 Json LimitsOf(const Parameter& parameter)
 {
     Json json;
@@ -25,15 +41,7 @@ Json LimitsOf(const Parameter& parameter)
         const Json shown = parameter.ToJson(*value);
         json["default"] = shown.contains("hex") ? shown["hex"] : shown["value"];
     }
-    if (integer && !integer->GetUnits().empty()) json["units"] = integer->GetUnits();
-    if (integer && integer->GetAdjustBy() != 1) json["step"] = integer->GetAdjustBy();
-    if (integer && integer->GetScaleBy() != 1) json["scale"] = integer->GetScaleBy();
-    if (integer && integer->GetOffsetBy() != 0) json["offset"] = integer->GetOffsetBy();
-    if (integer && integer->GetDisplayPrecision() != 0) json["precision"] = integer->GetDisplayPrecision();
-    if (auto* const enumeration = dynamic_cast<EnumDescriptor*>(integer))
-        for (const EnumValueDescriptor& entry : enumeration->GetOrderedEnumValueDescriptors())
-            json["values"].push_back(
-                {{"value", entry.value}, {"name", entry.name}, {"shortName", entry.shortName}});
+    if (integer) json.update(FormOf(*integer));
     return json;
 }
 

@@ -288,18 +288,23 @@ std::optional<Parameter> Session::Find(const std::string& name)
     return parameter;
 }
 
+void Session::WriteLine(FILE* stream, const std::string& line)
+{
+    fwrite(line.data(), 1, line.size(), stream);
+    fputc('\n', stream);
+}
+
 void Session::Print(const std::string& line)
 {
     const vexa::MutexLock hold(m_output);
-    fwrite(line.data(), 1, line.size(), stdout);
-    fputc('\n', stdout);
+    WriteLine(stdout, line);
 }
 
 void Session::Complain(const std::string& message)
 {
     const std::string place = scriptLine ? "line " + std::to_string(scriptLine) + ": " : "";
     const vexa::MutexLock hold(m_output);
-    fprintf(m_messages, "vexactl: %s%s\n", place.c_str(), message.c_str());
+    WriteLine(m_messages, "vexactl: " + place + message);
 }
 
 void Session::StartWatch(std::vector<eParam_t> only)

@@ -105,6 +105,8 @@ class Session {
     Deadline Limit(double atMost = 1e9) const;
     void CheckConnection() const;
     void HideLibraryMessages();
+    /// The watch prints from other threads.
+    void WriteLine(FILE* stream, const std::string& line) VEXA_REQUIRES(m_output);
 
     Config* m_config = nullptr;
     Config* m_catalogue = nullptr;        // a local store, where there was no other configuration

@@ -7,8 +7,6 @@
 namespace {
 
 /// One lock for the relations of all descriptors: look-ups are rare and short.
-StaticLock relationsLock;
-
 template <class T>
 bool RemoveFirst(std::vector<T>& list, const T& item)
 {
@@ -19,6 +17,8 @@ bool RemoveFirst(std::vector<T>& list, const T& item)
 }
 
 }  // namespace
+
+StaticLock ParamDescriptor::s_relationsLock;
 
 void ParamDescriptor::AddDependentParamID(eParam_t id)
 {
@@ -44,20 +44,19 @@ bool ParamDescriptor::RemoveDependsOnParamID(eParam_t id)
 
 ParamDescriptor::Relations ParamDescriptor::GetRelations()
 {
-    SemaphoreHelper hold(relationsLock);
+    SemaphoreHelper hold(s_relationsLock);
     return m_relations;
 }
 
-// A look-up of an unknown name adds an entry, and front ends look relations up at the same time: hence the lock.
 std::vector<ParamDescriptor::Relation> ParamDescriptor::GetRelation(std::string name)
 {
-    SemaphoreHelper hold(relationsLock);
+    SemaphoreHelper hold(s_relationsLock);
     return m_relations[name];
 }
 
 void ParamDescriptor::AddRelation(std::string name, eParam_t id, unsigned int value)
 {
-    SemaphoreHelper hold(relationsLock);
+    SemaphoreHelper hold(s_relationsLock);
     m_relations[name].push_back({id, value});
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "config/base/export.h"
+#include "config/base/semaphore_helper.h"
 #include "config/param_ids.h"
 #include "config/param_types.h"
 
@@ -126,7 +127,8 @@ class VEXA_EXPORT ParamDescriptor {
     eAccess_t m_accessType = eAccess_Default;
     std::string m_name, m_shortName, m_regEx;
     std::vector<eParam_t> m_dependentParamIDs, m_dependsOnParamIDs;
-    Relations m_relations;  // changed by look-ups, so guarded by a lock of its own in the .cpp
+    static StaticLock s_relationsLock;  // a look-up of an unknown name adds an entry
+    Relations m_relations VEXA_GUARDED_BY(s_relationsLock);
     std::vector<std::string> m_classNames;
     std::map<std::string, unsigned int, std::less<>> m_numericAttributes;
     std::map<std::string, std::string> m_stringAttributes;

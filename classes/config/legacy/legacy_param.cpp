@@ -49,12 +49,21 @@ CParam_ZK9::CParam_ZK9(eParam_t id, eParamType_t type, Config* config) : CParam(
     _pConfigAccess = config;
 }
 
+namespace {
+
+bool MakeConnection(std::atomic<Config*>& shared, const std::string& transport) VEXA_REQUIRES(connectLock)
+{
+    if (!shared) shared = GetMappingConfig(transport);
+    return shared != nullptr;
+}
+
+}  // namespace
+
 /// @return whether there is a shared connection; first objects on two threads make a single one.
 bool CParam_ZK9::ConnectOnce(const std::string& transport)
 {
     SemaphoreHelper hold(connectLock);
-    if (!_pConfigAccess) _pConfigAccess = GetMappingConfig(transport);
-    return _pConfigAccess != nullptr;
+    return MakeConnection(_pConfigAccess, transport);
 }
 
 unsigned int CParam_ZK9::GetParamValue()

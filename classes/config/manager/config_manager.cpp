@@ -50,6 +50,11 @@ ConfigManager::~ConfigManager()
 {
     DeleteAllUpdatePreconditions();
     SemaphoreHelper::Destroy(m_useCountLock);
+    LeaveValues();
+}
+
+void ConfigManager::LeaveValues()
+{
     SemaphoreHelper hold(m_valueLock);
     value_pool::Give(m_values);
 }
@@ -278,6 +283,16 @@ bool ConfigManager::GetData(eParam_t id, std::string& data)
 
 // --- writing ---
 
+template <class Value>
+bool ConfigManager::StoreAndAnnounce(const vexa::ListenerList::Turn&, eParam_t id, Value value, timeval time)
+{
+    if (!SetConfigParam(id, value)) return false;  // stamps the update
+    ExecutePostTriggers(id, value);
+    FireParamChangedEvent(id, value, time);
+    FireDependents(id, time);
+    return true;
+}
+
 bool ConfigManager::Set(eParam_t id, unsigned int value, timeval time)
 {
     IntegerQueue queue{{id, value}};
@@ -302,13 +317,8 @@ bool ConfigManager::SetFront(IntegerQueue& queue, timeval time)
     EnforceRangeLimits(id, value);
     std::tie(id, value) = queue.front();
 
-    // Held from storing to the last event: otherwise two writers could announce in another order than they
-    // stored.
     const vexa::ListenerList::Turn turn(m_listeners);
-    if (!SetConfigParam(id, value)) return false;  // stamps the update
-    ExecutePostTriggers(id, value);
-    FireParamChangedEvent(id, value, time);
-    FireDependents(id, time);
+    if (!StoreAndAnnounce(turn, id, value, time)) return false;
     queue.pop_front();
     return true;
 }
@@ -333,10 +343,7 @@ bool ConfigManager::SetFront(StringQueue& queue, timeval time)
     if (!PassesPreconditions(descriptor, queue)) return false;
 
     const vexa::ListenerList::Turn turn(m_listeners);
-    if (!SetConfigParam(id, value)) return false;  // stamps the update
-    ExecutePostTriggers(id, value);
-    FireParamChangedEvent(id, value, time);
-    FireDependents(id, time);
+    if (!StoreAndAnnounce(turn, id, value, time)) return false;
     if (!queue.empty()) queue.pop_front();
     return true;
 }
@@ -349,10 +356,16 @@ bool ConfigManager::SetData(eParam_t id, std::string& data, timeval time)
         return false;
     }
     const vexa::ListenerList::Turn turn(m_listeners);
-    const bool stored = SetConfigParam(id, data);
+    return StoreAndAnnounceData(turn, *descriptor, data, time);
+}
+
+bool ConfigManager::StoreAndAnnounceData(const vexa::ListenerList::Turn&, ParamDescriptor& descriptor,
+                                         std::string& data, timeval time)
+{
+    const bool stored = SetConfigParam(descriptor.GetParamID(), data);
     StampUpdate();
-    FireDataChangedEvent(id, data, time);
-    FireDataChangedEvents(descriptor->GetDependentParamIDs(), time);
+    FireDataChangedEvent(descriptor.GetParamID(), data, time);
+    FireDataChangedEvents(descriptor.GetDependentParamIDs(), time);
     return stored;
 }
 
@@ -424,18 +437,26 @@ bool ConfigManager::FireParamsChangedEvents(std::vector<eParam_t> ids, timeval t
     for (const eParam_t id : ids) {
         ParamDescriptor* const descriptor = GetParamDescriptor(id);
         if (!descriptor) continue;
-        const vexa::ListenerList::Turn turn(m_listeners);  // nothing is stored between reading and announcing
-        if (descriptor->GetParamType() == eCParam_StringValue) {
-            std::string text;
-            Get(id, text);
-            FireParamChangedEvent(id, text, time);
-        } else {
-            unsigned int value = 0;
-            Get(id, value);
-            FireParamChangedEvent(id, value, time);
-        }
+        const vexa::ListenerList::Turn turn(m_listeners);
+        AnnounceCurrent(turn, *descriptor, time);
     }
     return true;
+}
+
+/// Nothing is stored between reading and announcing.
+void ConfigManager::AnnounceCurrent(const vexa::ListenerList::Turn&, ParamDescriptor& descriptor,
+                                    timeval time)
+{
+    const eParam_t id = descriptor.GetParamID();
+    if (descriptor.GetParamType() == eCParam_StringValue) {
+        std::string text;
+        Get(id, text);
+        FireParamChangedEvent(id, text, time);
+    } else {
+        unsigned int value = 0;
+        Get(id, value);
+        FireParamChangedEvent(id, value, time);
+    }
 }
 
 bool ConfigManager::FireDataChangedEvents(std::vector<eParam_t> ids, timeval time)
@@ -443,11 +464,16 @@ bool ConfigManager::FireDataChangedEvents(std::vector<eParam_t> ids, timeval tim
     for (const eParam_t id : ids) {
         if (!GetParamDescriptor(id)) continue;
         const vexa::ListenerList::Turn turn(m_listeners);
-        std::string data;
-        GetData(id, data);
-        FireDataChangedEvent(id, data, time);
+        AnnounceCurrentData(turn, id, time);
     }
     return true;
+}
+
+void ConfigManager::AnnounceCurrentData(const vexa::ListenerList::Turn&, eParam_t id, timeval time)
+{
+    std::string data;
+    GetData(id, data);
+    FireDataChangedEvent(id, data, time);
 }
 
 void ConfigManager::FireDependents(eParam_t id, timeval time)

@@ -104,7 +104,16 @@ class ConfigManager : public vexa::CatalogueConfig {
     bool SetFront(vexa::config::StringQueue& queue, timeval time);
     Serializable* CreateValue(ParamDescriptor* descriptor);
     void StampUpdate();
+    /// The turn is held from storing to the last event: otherwise two writers could announce in another order than
+    /// they stored.
+    template <class Value>
+    bool StoreAndAnnounce(const vexa::ListenerList::Turn& turn, eParam_t id, Value value, timeval time);
+    bool StoreAndAnnounceData(const vexa::ListenerList::Turn& turn, ParamDescriptor& descriptor,
+                              std::string& data, timeval time);
+    void AnnounceCurrent(const vexa::ListenerList::Turn& turn, ParamDescriptor& descriptor, timeval time);
+    void AnnounceCurrentData(const vexa::ListenerList::Turn& turn, eParam_t id, timeval time);
     void FireDependents(eParam_t id, timeval time);
+    void LeaveValues() VEXA_EXCLUDES(m_valueLock);
     const eConfigID_t m_configID;
 
     // Initialised in this order. The value lock is not destroyed, like the values: a late reader may still be

@@ -34,20 +34,30 @@ bool IsRegistryEmpty()
     return registry->empty();
 }
 
+void Empty()
+{
+    SemaphoreHelper hold(registryLock);
+    for (const auto& [id, factory] : *registry) delete factory;
+    registry->clear();
+}
+
+void RegisterAllOrNone(void (*registerAll)()) VEXA_REQUIRES(initLock)
+{
+    if (!IsRegistryEmpty()) return;
+    try {
+        registerAll();
+    } catch (...) {
+        Empty();
+        throw;
+    }
+}
+
 }  // namespace
 
 void ClassFactory::RegisterIfEmpty(void (*registerAll)())
 {
     SemaphoreHelper hold(initLock);
-    if (!IsRegistryEmpty()) return;
-    try {
-        registerAll();
-    } catch (...) {
-        SemaphoreHelper holdRegistry(registryLock);
-        for (const auto& [id, factory] : *registry) delete factory;
-        registry->clear();
-        throw;
-    }
+    RegisterAllOrNone(registerAll);
 }
 
 void ClassFactory::Register(ClassFactory* factory)

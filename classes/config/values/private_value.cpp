@@ -17,6 +17,14 @@ std::unique_ptr<Serializable> CopyShared(Serializable* object)
     return nullptr;
 }
 
+std::unique_ptr<Serializable> ReadLocked(DeSerializer& stream) VEXA_REQUIRES(ClassFactory::PrototypeMutex())
+{
+    Serializable* object = nullptr;
+    if (!stream.Read("Serializable", object) || !object) return nullptr;
+    if (ClassFactory::IsShared(object->GetClassID())) return CopyShared(object);
+    return std::unique_ptr<Serializable>(object);
+}
+
 }  // namespace
 
 PrivateCopy::PrivateCopy(Serializable* object) : m_object(object)
@@ -30,8 +38,5 @@ PrivateCopy::PrivateCopy(Serializable* object) : m_object(object)
 std::unique_ptr<Serializable> ReadPrivate(DeSerializer& stream)
 {
     const vexa::RecursiveMutexLock hold(ClassFactory::PrototypeMutex());
-    Serializable* object = nullptr;
-    if (!stream.Read("Serializable", object) || !object) return nullptr;
-    if (ClassFactory::IsShared(object->GetClassID())) return CopyShared(object);
-    return std::unique_ptr<Serializable>(object);
+    return ReadLocked(stream);
 }

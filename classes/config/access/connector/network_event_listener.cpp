@@ -111,7 +111,7 @@ bool NetworkEventListener::WaitForConfigEvent(ConfigEvent& event)
 void NetworkEventListener::Signal()
 {
     const MutexLock hold(m_mutex);
-    const int error = pthread_cond_signal(&m_changed);
+    const int error = SignalOne();
     if (error != 0) fprintf(stderr, "NetworkEventListener::Signal - Error %d\n", error);
 }
 
@@ -122,7 +122,7 @@ void NetworkEventListener::AddEvent(ConfigEvent& event)
     const MutexLock hold(m_mutex);
     m_queue.push_back(event);
     while (m_queue.size() > m_maximumQueueSize) m_queue.pop_front();
-    pthread_cond_signal(&m_changed);
+    SignalOne();
 }
 
 bool NetworkEventListener::ParamChanged(eParam_t id, unsigned int value, timeval time)

@@ -67,6 +67,7 @@ class VEXA_EXPORT NetworkEventListener : public ConfigEventListener {
     Config* Current();
     bool TakeOldest(ConfigEvent& event) VEXA_REQUIRES(m_mutex);
     int WaitForSignal() VEXA_REQUIRES(m_mutex);
+    int SignalOne() VEXA_REQUIRES(m_mutex) { return pthread_cond_signal(&m_changed); }
 
     Mutex m_mutex;
     pthread_cond_t m_changed = PTHREAD_COND_INITIALIZER;

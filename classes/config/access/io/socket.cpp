@@ -79,29 +79,33 @@ static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_un) == 110);
 /// One running operation: the descriptor that it works on stays open until it ends.
 class Socket::Operation {
   public:
-    explicit Operation(const Socket& socket) : m_socket(socket)
-    {
-        const MutexLock hold(m_socket.m_useLock);
-        ++m_socket.m_users;
-        fd = m_socket.fd;
-    }
-    ~Operation()
-    {
-        const MutexLock hold(m_socket.m_useLock);
-        if (--m_socket.m_users > 0) return;
-        const int error = errno;
-        for (const int descriptor : m_socket.m_closing) ::close(descriptor);
-        m_socket.m_closing.clear();
-        errno = error;
-    }
+    explicit Operation(const Socket& socket) : fd(socket.Enter()), m_socket(socket) {}
+    ~Operation() { m_socket.Leave(); }
     Operation(const Operation&) = delete;
     Operation& operator=(const Operation&) = delete;
 
-    int fd;
+    const int fd;
 
   private:
     const Socket& m_socket;
 };
+
+int Socket::Enter() const
+{
+    const MutexLock hold(m_useLock);
+    ++m_users;
+    return fd;
+}
+
+void Socket::Leave() const
+{
+    const MutexLock hold(m_useLock);
+    if (--m_users > 0) return;
+    const int error = errno;
+    for (const int descriptor : m_closing) ::close(descriptor);
+    m_closing.clear();
+    errno = error;
+}
 
 Socket::Socket(int domain_, int type_) : domain(domain_), type(type_) {}
 

@@ -101,6 +101,8 @@ class Socket {
 
   private:
     class Operation;
+    int Enter() const;
+    void Leave() const;
     int change_membership(int option, const std::string& group, const std::string& interface);
 
     mutable Mutex m_useLock;

@@ -21,13 +21,19 @@ constexpr const char* kLocaleFolder = "/usr/share/locale";
 
 StaticLock buildLock;
 
-void Build()
+void Build() VEXA_REQUIRES(buildLock)
 {
     ImportGenericDescriptors();
     for (const auto builder : vexa::config::catalogue::kBuilders) builder();
     if (!CProductID::isRelease()) vexa::config::catalogue::CreateParamDescriptor_EngineeringDebug();
     AddParamGroupAttribute();
     AddMenuNumberAttribute();
+}
+
+void DeleteAll() VEXA_REQUIRES(buildLock)
+{
+    DeleteAllIn(g_paramDescriptors);
+    vexa::config::generic::DestroyDescriptors();
 }
 
 }  // namespace
@@ -48,8 +54,7 @@ void CreateDescriptors(BDX4Device*)
 void DestroyDescriptors()
 {
     SemaphoreHelper hold(buildLock);
-    DeleteAllIn(g_paramDescriptors);
-    vexa::config::generic::DestroyDescriptors();
+    DeleteAll();
 }
 
 void AddMenuNumberAttribute()

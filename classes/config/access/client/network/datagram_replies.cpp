@@ -38,7 +38,6 @@ bool DatagramReplies::Accepts(const Message& message) const
 Outcome DatagramReplies::Await(unsigned int timeoutMs, Message& reply)
 {
     const Deadline deadline(timeoutMs);
-    char datagram[kMaxMessageBytes];
     for (unsigned int left = timeoutMs;; left = deadline.Left()) {
         if (left == 0 && timeoutMs > 0) {  // datagrams came all the time, but no reply
             Socket::report_timeout(timeoutMs);
@@ -46,15 +45,23 @@ Outcome DatagramReplies::Await(unsigned int timeoutMs, Message& reply)
         }
         if (!m_socket.read_select(left))
             return m_socket.fd == -1 || deadline.Left() > 0 ? Outcome::kFailed : Outcome::kTimedOut;
-        const int error = errno;
-        const int count = m_socket.recv_now(datagram, sizeof datagram);
-        if (count == -1 && errno != EAGAIN) return Outcome::kFailed;
-        errno = error;
-        auto message = ReadDatagram(datagram, static_cast<size_t>(std::max(count, 0)));
-        if (!message || !Accepts(*message)) continue;
-        reply = *std::move(message);
-        return Outcome::kReceived;
+        const std::optional<Outcome> outcome = ReceiveReply(reply);
+        if (outcome) return *outcome;
     }
+}
+
+/// The next datagram. @return nothing when it is not the awaited reply.
+std::optional<Outcome> DatagramReplies::ReceiveReply(Message& reply)
+{
+    char datagram[kMaxMessageBytes];
+    const int error = errno;
+    const int count = m_socket.recv_now(datagram, sizeof datagram);
+    if (count == -1 && errno != EAGAIN) return Outcome::kFailed;
+    errno = error;
+    auto message = ReadDatagram(datagram, static_cast<size_t>(std::max(count, 0)));
+    if (!message || !Accepts(*message)) return std::nullopt;
+    reply = *std::move(message);
+    return Outcome::kReceived;
 }
 
 /// One datagram, which holds all of it.

@@ -27,6 +27,7 @@ class DatagramReplies : public ReplySource {
 
   private:
     void DropLateReplies();
+    std::optional<Outcome> ReceiveReply(Message& reply);
     bool Accepts(const Message& message) const;
 
     Socket& m_socket;

@@ -51,12 +51,17 @@ XCONFIGMGR_REQUEST_T NetworkClient::Request(eMessageType_t type, eParam_t id) co
     return request;
 }
 
+bool NetworkClient::Send(const std::string& request, const ReplyMatch& match, unsigned int timeout)
+{
+    return m_replies->Send(request, match, timeout);
+}
+
 Outcome NetworkClient::Exchange(const std::string& request, const ReplyMatch& match, unsigned int timeout,
                                 Message& reply)
 {
     SemaphoreHelper hold(m_exchangeLock);
     Outcome outcome = Outcome::kNotSent;
-    if (m_replies->Send(request, match, timeout)) outcome = m_replies->Await(timeout, reply);
+    if (Send(request, match, timeout)) outcome = m_replies->Await(timeout, reply);
     m_reachable = outcome == Outcome::kReceived;
     return outcome;
 }
@@ -71,7 +76,7 @@ Outcome NetworkClient::Exchange(const XCONFIGMGR_REQUEST_T& request, uint32_t re
 bool NetworkClient::SendOnly(const std::string& request)
 {
     SemaphoreHelper hold(m_exchangeLock);
-    if (m_replies->Send(request, {}, m_replyTimeout)) return true;
+    if (Send(request, {}, m_replyTimeout)) return true;
     m_reachable = false;
     return false;
 }
@@ -139,7 +144,7 @@ try {
     SemaphoreHelper hold(m_exchangeLock);
     XCONFIGMGR_CONNECTION_RESPONSE_T response;
     Outcome outcome = Outcome::kNotSent;
-    if (m_replies->Send(MessageBytes(Prefix(XCFG_CONNECT_REQUEST)), {}, m_replyTimeout)) {
+    if (Send(MessageBytes(Prefix(XCFG_CONNECT_REQUEST)), {}, m_replyTimeout)) {
         char bytes[wire::Size<XCONFIGMGR_CONNECTION_RESPONSE_T>()] = {};
         outcome = m_replies->AwaitFirst(bytes, sizeof bytes, m_replyTimeout);
         Decode(bytes, sizeof bytes, response);

@@ -114,6 +114,8 @@ class NetworkClient : public vexa::CatalogueConfig {
 
   private:
     bool StartEventsThread();
+    bool Send(const std::string& request, const ReplyMatch& match, unsigned int timeout)
+        VEXA_REQUIRES(m_exchangeLock);
     [[noreturn]] void EndProcess(const char* operation);
     bool FinishHandshake(const char* operation, eMessageType_t request, Outcome outcome,
                          const XCONFIGMGR_CONNECTION_RESPONSE_T& response);

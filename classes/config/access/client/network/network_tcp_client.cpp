@@ -65,7 +65,7 @@ void NetworkTCPClient::ProcessEvent()
 try {
     const ListenerList::Turn turn(Listeners());
     Message message;
-    if (!m_stream.TakeEvent(message)) return;
+    if (!m_stream.TakeEvent(turn, message)) return;
     const auto event = message.As<XCONFIGMGR_RESPONSE_T>();
     std::string text;
     if (message.type == XCFG_PARAM_CHANGED_EVENT)

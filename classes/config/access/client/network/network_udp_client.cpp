@@ -42,12 +42,15 @@ NetworkUDPClient::NetworkUDPClient(unsigned int connectionID, std::unique_ptr<So
 NetworkUDPClient::~NetworkUDPClient()
 {
     StopEventsThread();
-    {
-        const MutexLock hold(m_queueLock);
-        m_stopQueue = true;
-    }
-    m_queueChanged.NotifyAll();
+    StopQueue();
     DeliveryThreads::Join(m_queueThread);
+}
+
+void NetworkUDPClient::StopQueue()
+{
+    const MutexLock hold(m_queueLock);
+    m_stopQueue = true;
+    m_queueChanged.NotifyAll();
 }
 
 bool NetworkUDPClient::ConfirmDisconnect()
@@ -240,7 +243,7 @@ bool NetworkUDPClient::AwaitQueuedEvent()
 }
 
 /// @return false when a later registration has dropped the event.
-bool NetworkUDPClient::TakeQueuedEvent(XCONFIGMGR_RESPONSE_T& event)
+bool NetworkUDPClient::TakeQueuedEvent(const ListenerList::Turn&, XCONFIGMGR_RESPONSE_T& event)
 {
     const MutexLock hold(m_queueLock);
     return m_queue.Pop(event);
@@ -251,7 +254,7 @@ void NetworkUDPClient::ResponseQueueHandler()
     while (AwaitQueuedEvent()) {
         const ListenerList::Turn turn(Listeners());
         XCONFIGMGR_RESPONSE_T event;
-        if (!TakeQueuedEvent(event)) continue;
+        if (!TakeQueuedEvent(turn, event)) continue;
         try {
             Deliver(event);
         } catch (...) {  // only this event is lost

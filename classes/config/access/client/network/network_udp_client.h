@@ -46,7 +46,8 @@ class NetworkUDPClient final : public NetworkClient {
     bool ProcessEvent(const char* data, size_t length);
     void Enqueue(const XCONFIGMGR_RESPONSE_T& event);
     bool AwaitQueuedEvent();
-    bool TakeQueuedEvent(XCONFIGMGR_RESPONSE_T& event);
+    bool TakeQueuedEvent(const ListenerList::Turn& turn, XCONFIGMGR_RESPONSE_T& event);
+    void StopQueue();
 
     DatagramReplies& m_datagrams;  // the base's replies
     Mutex m_queueLock;

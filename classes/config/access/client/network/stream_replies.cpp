@@ -66,7 +66,7 @@ StreamReplies::End StreamReplies::AwaitEvent()
     return m_events.IsEmpty() || m_end == End::kStopped ? m_end : End::kNone;
 }
 
-bool StreamReplies::TakeEvent(Message& event)
+bool StreamReplies::TakeEvent(const ListenerList::Turn&, Message& event)
 {
     const MutexLock hold(m_lock);
     return m_events.Pop(event);

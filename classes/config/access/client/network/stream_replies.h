@@ -8,6 +8,7 @@
 #include "config/access/io/socket.h"
 #include "config/base/event_queue.h"
 #include "config/base/mutex.h"
+#include "config/listeners/listener_list.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -32,7 +33,7 @@ class StreamReplies : public ReplySource {
     /// @return kNone when there is; else why none will come.
     End AwaitEvent();
     /// @return false when the removal of the last listener has dropped it meanwhile.
-    bool TakeEvent(Message& event);
+    bool TakeEvent(const ListenerList::Turn& turn, Message& event);
     /// The type for End::kUnknownType, the error number for End::kFailed.
     uint32_t EndCode() const;
 

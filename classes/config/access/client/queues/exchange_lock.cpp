@@ -79,7 +79,7 @@ void ExchangeLock::End(const void* owner)
 {
     Release(owner);
     const MutexLock hold(m_lock);
-    m_changed.NotifyAll();
+    WakeAll();
 }
 
 /// A turn and the end of its connection may both come here: the first one finds the owner and releases the

@@ -50,6 +50,8 @@ class ExchangeLock {
     bool Acquire(const std::atomic<bool>& ended);
     bool TakeWaiting() VEXA_REQUIRES(m_lock);
     void WaitAWhile() VEXA_REQUIRES(m_lock);
+    /// Under the lock: a thread that is about to wait must not miss it.
+    void WakeAll() VEXA_REQUIRES(m_lock) { m_changed.NotifyAll(); }
     void Release(const void* owner);
     bool HandOver();
 

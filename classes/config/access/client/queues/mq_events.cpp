@@ -66,7 +66,7 @@ XCONFIGMGR_EVENT_HANDLER_REQUEST_T MQEvents::ListenerRequest(eMessageType_t type
 }
 
 /// Registers or unregisters the connection. A failure prints the operation's name.
-bool MQEvents::TellDaemon(eMessageType_t type, const char* operation)
+bool MQEvents::TellDaemon(const ListenerList::Turn&, eMessageType_t type, const char* operation)
 {
     auto request = ListenerRequest(type);
     MQMessage answer;
@@ -96,7 +96,7 @@ bool MQEvents::AddListener(ConfigEventListener* listener)
         m_listeners.Add(listener);
         return true;
     }
-    if (!TellDaemon(XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, "AddConfigEventListener")) return false;
+    if (!TellDaemon(turn, XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, "AddConfigEventListener")) return false;
     m_reader.SetDelivering(true);
     Enable(true);
     m_listeners.Add(listener);
@@ -111,13 +111,14 @@ bool MQEvents::RemoveListener(ConfigEventListener* listener)
     const ListenerList::Turn turn(m_listeners);
     m_listeners.RemoveOne(listener);
     if (!m_listeners.IsEmpty()) return true;
-    if (!TellDaemon(XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, "RemoveConfigEventListener")) return false;
+    if (!TellDaemon(turn, XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, "RemoveConfigEventListener"))
+        return false;
     Enable(false);
     m_reader.SetDelivering(false);
     // A WaitForEvent caller stays registered, and the events kept so far belong to it. Without one they are
     // dropped: a listener that is added later must not hear old values.
     if (m_waitRegistered)
-        TellDaemon(XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, "RemoveConfigEventListener");
+        TellDaemon(turn, XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, "RemoveConfigEventListener");
     else
         m_reader.DropEvents();
     return true;
@@ -205,7 +206,7 @@ bool MQEvents::DeliverNext()
 {
     const ListenerList::Turn turn(m_listeners);
     MQMessage message;
-    if (!m_reader.NextToDeliver(message)) return false;
+    if (!m_reader.NextToDeliver(turn, message)) return false;
     if (message.msgtype == XCFG_PARAM_CHANGED_EVENT)
         ProcessNumber(message, nullptr);
     else if (message.msgtype == XCFG_PARAM_STRING_CHANGED_EVENT)
@@ -290,7 +291,7 @@ bool MQEvents::WaitForEvent(ConfigEvent& event)
         }
         const ListenerList::Turn turn(m_listeners);
         MQMessage message;
-        if (!m_reader.TakeEvent(message)) continue;  // another thread was faster
+        if (!m_reader.TakeEvent(turn, message)) continue;  // another thread was faster
         if (message.msgtype == XCFG_PARAM_CHANGED_EVENT) return ProcessNumber(message, &event);
         if (message.msgtype == XCFG_PARAM_STRING_CHANGED_EVENT) return ProcessText(message, &event);
         fprintf(stderr, "PosixMQClient::WaitForConfigEvent - Unknown message type %d\n",

@@ -49,7 +49,8 @@ class MQEvents {
     class CallbackScope;
 
     XCONFIGMGR_EVENT_HANDLER_REQUEST_T ListenerRequest(eMessageType_t type) const;
-    bool TellDaemon(eMessageType_t type, const char* operation);
+    /// Under the turn: no event is delivered meanwhile.
+    bool TellDaemon(const ListenerList::Turn& turn, eMessageType_t type, const char* operation);
     bool RegisterWait();
     bool Arm() VEXA_REQUIRES(m_notifyLock);
     bool DeliverNext();

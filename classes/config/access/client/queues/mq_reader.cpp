@@ -47,20 +47,29 @@ MQReader::~MQReader()
 
 MQReader::Exchange::Exchange(MQReader& reader, uint32_t requestID) : m_reader(reader), m_requestID(requestID)
 {
-    const MutexLock hold(m_reader.m_lock);
-    m_reader.m_exchanges.push_back(this);
-    ++m_reader.m_exchangesBegun;
+    m_reader.Begin(this);
 }
 
 MQReader::Exchange::~Exchange()
 {
-    const MutexLock hold(m_reader.m_lock);
-    std::erase(m_reader.m_exchanges, this);
-    if (!m_mayCome) return;
-    auto& abandoned = m_reader.m_abandoned;
-    if (abandoned.size() == kMaxAbandoned) abandoned.pop_front();
+    m_reader.End(this);
+}
+
+void MQReader::Begin(Exchange* exchange)
+{
+    const MutexLock hold(m_lock);
+    m_exchanges.push_back(exchange);
+    ++m_exchangesBegun;
+}
+
+void MQReader::End(const Exchange* exchange)
+{
+    const MutexLock hold(m_lock);
+    std::erase(m_exchanges, exchange);
+    if (!exchange->m_mayCome) return;
+    if (m_abandoned.size() == kMaxAbandoned) m_abandoned.pop_front();
     try {
-        abandoned.push_back(m_requestID);
+        m_abandoned.push_back(exchange->m_requestID);
     } catch (const std::bad_alloc&) {  // a late answer will go to another exchange
     }
 }
@@ -76,15 +85,25 @@ Outcome MQReader::Exchange::Await(const Deadline& deadline, MQMessage& answer)
 
 MQReader::EventWait::EventWait(MQReader& reader) : m_reader(reader)
 {
-    const MutexLock hold(m_reader.m_lock);
-    ++m_reader.m_eventWaits;
+    m_reader.BeginEventWait();
 }
 
 MQReader::EventWait::~EventWait()
 {
-    const MutexLock hold(m_reader.m_lock);
-    --m_reader.m_eventWaits;
-    m_reader.StartDelivery();
+    m_reader.EndEventWait();
+}
+
+void MQReader::BeginEventWait()
+{
+    const MutexLock hold(m_lock);
+    ++m_eventWaits;
+}
+
+void MQReader::EndEventWait()
+{
+    const MutexLock hold(m_lock);
+    --m_eventWaits;
+    StartDelivery();
 }
 
 Outcome MQReader::EventWait::Await()
@@ -112,7 +131,7 @@ void MQReader::DeliverKept()
     StartDelivery();
 }
 
-bool MQReader::NextToDeliver(MQMessage& message)
+bool MQReader::NextToDeliver(const ListenerList::Turn&, MQMessage& message)
 {
     const MutexLock hold(m_lock);
     m_delivering = !m_stopped && !m_events.IsEmpty() && m_eventWaits == 0;
@@ -126,7 +145,7 @@ void MQReader::EndDelivery()
     m_delivering = false;
 }
 
-bool MQReader::TakeEvent(MQMessage& message)
+bool MQReader::TakeEvent(const ListenerList::Turn&, MQMessage& message)
 {
     const MutexLock hold(m_lock);
     return !m_stopped && m_events.Pop(message);

@@ -14,6 +14,7 @@
 #include "config/access/io/outcome.h"
 #include "config/base/event_queue.h"
 #include "config/base/mutex.h"
+#include "config/listeners/listener_list.h"
 
 namespace vexa::config::access {
 
@@ -85,11 +86,11 @@ class MQReader {
     /// Starts a delivery of the kept events, as if an exchange had read them.
     void DeliverKept();
     /// The next message for the delivering thread. @return false when there is none: the delivery has ended.
-    bool NextToDeliver(MQMessage& message);
+    bool NextToDeliver(const ListenerList::Turn& turn, MQMessage& message);
     /// Ends the delivery early; the next event starts another one.
     void EndDelivery();
     /// The next message for an EventWait. @return false when there is none.
-    bool TakeEvent(MQMessage& message);
+    bool TakeEvent(const ListenerList::Turn& turn, MQMessage& message);
     void DropEvents();
 
     /// Ends all waits, now and later.
@@ -99,6 +100,10 @@ class MQReader {
     int WakeDescriptor() const { return m_wake; }
 
   private:
+    void Begin(Exchange* exchange);
+    void End(const Exchange* exchange);
+    void BeginEventWait();
+    void EndEventWait();
     bool IsDone(const Exchange* exchange) const VEXA_REQUIRES(m_lock);
     Outcome Wait(const Exchange* exchange, const Deadline& deadline);
     Outcome WaitOnce(const Deadline& deadline) VEXA_REQUIRES(m_lock);

@@ -52,15 +52,13 @@ ChangeAnnouncer::OwnChange::OwnChange(ChangeAnnouncer& announcer, std::vector<eP
     : m_announcer(announcer), m_ids(std::move(ids))
 {
     t_ownChange = this;
-    SemaphoreHelper hold(m_announcer.m_sender.lock);
-    m_announcer.m_ownChange = this;
+    m_announcer.SetOwnChange(this);
 }
 
 ChangeAnnouncer::OwnChange::~OwnChange()
 {
     t_ownChange = nullptr;
-    SemaphoreHelper hold(m_announcer.m_sender.lock);
-    m_announcer.m_ownChange = nullptr;
+    m_announcer.SetOwnChange(nullptr);
 }
 
 bool ChangeAnnouncer::OwnChange::Covers(const MulticastSender::Event& event) const
@@ -73,6 +71,12 @@ void ChangeAnnouncer::OwnChange::AnnounceKept(eParam_t except)
     SemaphoreHelper hold(m_announcer.m_sender.lock);
     for (MulticastSender::Event& event : m_kept)
         if (event.record.paramID != except) m_announcer.m_sender.Send(std::move(event));
+}
+
+void ChangeAnnouncer::SetOwnChange(OwnChange* change)
+{
+    SemaphoreHelper hold(m_sender.lock);
+    m_ownChange = change;
 }
 
 ChangeAnnouncer::ChangeAnnouncer(Config& config, MulticastSender& sender, std::endian payloadOrder)

@@ -55,6 +55,7 @@ class ChangeAnnouncer : public ConfigEventListener {
     bool DataChanged(eParam_t id, std::string& data, timeval time) override;
 
   private:
+    void SetOwnChange(OwnChange* change) VEXA_EXCLUDES(m_sender.lock);
     bool Announce(MulticastSender::Event event) VEXA_EXCLUDES(m_sender.lock);
 
     Config& m_config;
