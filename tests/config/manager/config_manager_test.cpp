@@ -337,7 +337,10 @@ TEST(ConfigManager, TheOthersHearWhenAListenerThrows)
 /// keep the older.
 TEST(ConfigManager, NothingIsStoredWhileTheListenersAreTold)
 {
-    using Way = std::pair<std::function<void(char)>, std::function<std::string()>>;
+    struct Way {
+        std::function<void(char)> write;
+        std::function<std::string()> read;
+    };
     TestStore store;
     const auto text = [&] {
         std::string value;
@@ -354,15 +357,15 @@ TEST(ConfigManager, NothingIsStoredWhileTheListenersAreTold)
          },
          text},
     };
-    for (const auto& [write, read] : kWays) {
+    for (const Way& way : kWays) {
         Gate gate;
         RecordingListener blocking([&] { gate.Pass(); });
         store->AddConfigEventListener(&blocking);
-        std::jthread first(write, '2');
+        std::jthread first(way.write, '2');
         gate.Await();
-        const WatchedThread second([&write] { write('3'); });
+        const WatchedThread second([&way] { way.write('3'); });
         EXPECT_TRUE(second.Waits());
-        EXPECT_EQ(read(), "2");
+        EXPECT_EQ(way.read(), "2");
         gate.Open();
         first.join();
         store->RemoveConfigEventListener(&blocking);
