@@ -52,11 +52,12 @@ bool DeliveryThreads::IsCurrent() const
     return current == this;
 }
 
-bool EventsThread::Start(const char* name, const std::function<void()>& body)
+bool EventsThread::Start(const char* name, std::atomic<bool>& stop, const std::function<void()>& body)
 {
     const MutexLock hold(m_lock);
     if (m_running) return true;
     DeliveryThreads::Join(m_thread);  // ended by itself
+    stop = false;
     try {
         m_thread = m_threads.Start(name, [this, body] { Run(body); });
         m_running = true;

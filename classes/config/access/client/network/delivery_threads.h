@@ -41,9 +41,10 @@ class EventsThread {
     EventsThread(const EventsThread&) = delete;
     EventsThread& operator=(const EventsThread&) = delete;
 
-    /// Does nothing while the thread runs. @param body  returns when there is nothing more to come.
+    /// Does nothing while the thread runs. @param stop  cleared for the new thread.
+    /// @param body  returns when there is nothing more to come.
     /// @return false, after one line, when no thread can be started.
-    bool Start(const char* name, const std::function<void()>& body);
+    bool Start(const char* name, std::atomic<bool>& stop, const std::function<void()>& body);
     /// Waits for its end. The body must be on its way out.
     void Join();
 

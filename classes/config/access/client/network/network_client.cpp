@@ -294,8 +294,7 @@ bool NetworkClient::RemoveConfigEventListener(ConfigEventListener* listener)
 
 bool NetworkClient::StartEventsThread()
 {
-    m_stopEvents = false;
-    return m_eventsThread.Start(m_eventsThreadName, [this] { ProcessEvents(); });
+    return m_eventsThread.Start(m_eventsThreadName, m_stopEvents, [this] { ProcessEvents(); });
 }
 
 void NetworkClient::StopEventsThread()
