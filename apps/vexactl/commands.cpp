@@ -165,6 +165,20 @@ bool IsCorrection(const Parameter& parameter, const std::optional<Value>& before
     return before && stored != *before;
 }
 
+/// @param reason  of a correction, for people.
+void PrintStored(Session& session, const Parameter& parameter, const Value& stored, bool corrected,
+                 const std::string& reason)
+{
+    if (session.json) {
+        Json json = parameter.ToJson(stored);
+        json["result"] = corrected ? "corrected" : "stored";
+        session.Print(json);
+    } else {
+        session.Print(parameter.Name() + (corrected ? " corrected to " : " stored ") +
+                      parameter.Text(stored) + reason);
+    }
+}
+
 ExitStatus Set(Session& session, const Parameter& parameter, const std::string& typed, bool force)
 {
     const auto wanted = parameter.Parse(typed);
@@ -187,15 +201,8 @@ ExitStatus Set(Session& session, const Parameter& parameter, const std::string& 
         return Unknown(session, parameter, typed,
                        "could not be read before, and is now " + parameter.Text(*stored));
     }
-    if (session.json) {
-        Json json = parameter.ToJson(*stored);
-        json["result"] = corrected ? "corrected" : "stored";
-        session.Print(json);
-    } else {
-        const std::string reason = objection.empty() ? "" : " (" + typed + " is " + objection + ")";
-        session.Print(parameter.Name() + (corrected ? " corrected to " : " stored ") +
-                      parameter.Text(*stored) + reason);
-    }
+    PrintStored(session, parameter, *stored, corrected,
+                objection.empty() ? "" : " (" + typed + " is " + objection + ")");
     return corrected ? ExitStatus::kCorrected : ExitStatus::kDone;
 }
 

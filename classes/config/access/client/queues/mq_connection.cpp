@@ -21,13 +21,12 @@ size_t MessageBytes(mqd_t queue)
 
 }  // namespace
 
-MQConnection::MQConnection(unsigned int connectionID_, unsigned int priority_, mqd_t requestQueue_,
-                           mqd_t responseQueue_, std::shared_ptr<SharedExchanges> shared,
-                           std::function<void()> deliver)
-    : connectionID(connectionID_),
-      priority(priority_),
-      requestQueue(requestQueue_),
-      responseQueue(responseQueue_),
+MQConnection::MQConnection(unsigned int id, unsigned int messagePriority, mqd_t requests, mqd_t responses,
+                           std::shared_ptr<SharedExchanges> shared, std::function<void()> deliver)
+    : connectionID(id),
+      priority(messagePriority),
+      requestQueue(requests),
+      responseQueue(responses),
       m_shared(std::move(shared)),
       m_reader(responseQueue, ConnectionUtilities::GetQueueName(connectionID), MessageBytes(responseQueue),
                std::move(deliver))

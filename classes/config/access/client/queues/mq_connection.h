@@ -16,10 +16,10 @@ namespace vexa::config::access {
 /// Thread: any.
 class MQConnection {
   public:
-    /// @param requestQueue  borrowed. @param responseQueue  owned from now on.
+    /// @param requests  the daemon's queue, borrowed. @param responses  the client's, owned from now on.
     /// @param deliver  starts a delivery of events, as MQReader says.
     /// A queue that cannot be asked for its message size ends the process.
-    MQConnection(unsigned int connectionID, unsigned int priority, mqd_t requestQueue, mqd_t responseQueue,
+    MQConnection(unsigned int id, unsigned int messagePriority, mqd_t requests, mqd_t responses,
                  std::shared_ptr<SharedExchanges> shared, std::function<void()> deliver);
     ~MQConnection();
     MQConnection(const MQConnection&) = delete;

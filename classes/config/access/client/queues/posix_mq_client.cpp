@@ -18,12 +18,12 @@ struct PosixMQClient::Parts {
     const eConfigID_t configID;
 
     Parts(PosixMQClient* client, unsigned int connectionID, unsigned int priority, mqd_t requestQueue,
-          mqd_t responseQueue, std::shared_ptr<SharedExchanges> shared, eConfigID_t configID_)
+          mqd_t responseQueue, std::shared_ptr<SharedExchanges> shared, eConfigID_t configuration)
         : connection(connectionID, priority, requestQueue, responseQueue, std::move(shared),
                      [client] { client->StartDelivery(); }),
           events(connection, MQNotifyHandler, client),
-          values(connection, configID_),
-          configID(configID_)
+          values(connection, configuration),
+          configID(configuration)
     {
     }
 };
