@@ -28,32 +28,14 @@ TEST(Config, ConvenienceSettersStampWithTheCurrentTime)
     EXPECT_EQ(store.listener.Heard().back(), "data 7d04000a=" + data);
 }
 
-/// Implements only what has no default.
-class BareConfig : public Config {
-  public:
-    using Config::Get;
-    using Config::Set;
-    using Config::SetData;
-    unsigned int Get(eParam_t) override { return 0; }
-    eConfigID_t GetConfigID() override { return 0; }
-    timeval GetLastConfigUpdate() override { return {}; }
-    ParamDescriptor* GetParamDescriptor(eParam_t) override { return nullptr; }
-    ParamDescriptor* GetParamDescriptor(std::string) override { return nullptr; }
-    std::list<eParam_t> GetParamIDs() override { return {}; }
-    bool Set(eParam_t, unsigned int, timeval) override { return false; }
-    bool Get(eParam_t, unsigned int&) override { return false; }
-    bool Set(eParam_t, std::string, timeval) override { return false; }
-    bool Get(eParam_t, std::string&) override { return false; }
-};
-
 TEST(ConfigDeathTest, DataOnAnImplementationWithoutItEndsTheProcessInEveryBuild)
 {
-    BareConfig config;
+    TestStore store;
     std::string data;
     EXPECT_DEATH(
-        config.GetData(eParamID_TestData, data),
+        store->Config::GetData(eParamID_TestData, data),
         "config.h:61: virtual bool Config::GetData\\(eParam_t, std::string&\\): Assertion `false' failed");
-    EXPECT_DEATH(config.SetData(eParamID_TestData, data),
+    EXPECT_DEATH(store->Config::SetData(eParamID_TestData, data, {}),
                  "config.h:62: virtual bool Config::SetData\\(eParam_t, std::string&, timeval\\): Assertion "
                  "`false' failed");
 }
