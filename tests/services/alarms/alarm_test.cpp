@@ -85,29 +85,22 @@ TEST(AlarmProducer, WhatIsNoAlarmIsRefused)
     EXPECT_THAT(store.listener.Heard(), SizeIs(0));
 }
 
-/// Hands the alarms of a store to a consumer.
-class Display : public RecordingListener {
-  public:
-    explicit Display(TestStore& store) : consumer(&*store), m_store(store)
-    {
-        store->AddConfigEventListener(this);
-    }
+/// Hands the alarms of its store to a consumer.
+class AlarmConsumerTest : public testing::Test, public RecordingListener {
+  protected:
+    AlarmConsumerTest() { store->AddConfigEventListener(this); }
     bool DataChanged(eParam_t id, std::string& data, timeval) override
     {
-        if (AlarmConsumer::isAlarm(&*m_store, id)) consumer.AlarmChanged(id, data);
+        if (AlarmConsumer::isAlarm(&*store, id)) consumer.AlarmChanged(id, data);
         return true;
     }
-    AlarmConsumer consumer;
 
-  private:
-    TestStore& m_store;
+    TestStore store;
+    AlarmConsumer consumer{&*store};
 };
 
-TEST(AlarmConsumer, ShowsTheLastChangeOnce)
+TEST_F(AlarmConsumerTest, ShowsTheLastChangeOnce)
 {
-    TestStore store;
-    Display display(store);
-    AlarmConsumer& consumer = display.consumer;
     EXPECT_FALSE(consumer.LockIfChanged());
     consumer.Unlock();  // nothing to give back
     AlarmProducer::raise(&*store, kAlarm, Alarm::WARNING, "first");
@@ -124,19 +117,17 @@ TEST(AlarmConsumer, ShowsTheLastChangeOnce)
     EXPECT_FALSE(consumer.LockIfChanged());
 }
 
-TEST(AlarmConsumer, ADisplayThatHoldsTheLockStopsNoWriterAndMayWriteItself)
+TEST_F(AlarmConsumerTest, ADisplayThatHoldsTheLockStopsNoWriterAndMayWriteItself)
 {
-    TestStore store;
-    Display display(store);
     AlarmProducer::raise(&*store, kAlarm, Alarm::WARNING, "shown");
-    ASSERT_TRUE(display.consumer.LockIfChanged());
+    ASSERT_TRUE(consumer.LockIfChanged());
     std::thread([&] { AlarmProducer::raise(&*store, kAlarm, Alarm::CRITICAL, "meanwhile"); }).join();
     EXPECT_TRUE(AlarmProducer::clear(&*store, kAlarm)) << "an operator acknowledges";
-    EXPECT_EQ(display.consumer.GetError(), "shown") << "what is being shown stays";
-    display.consumer.Unlock();
-    ASSERT_TRUE(display.consumer.LockIfChanged());
-    EXPECT_EQ(display.consumer.GetState(), Alarm::CLEAR);
-    display.consumer.Unlock();
+    EXPECT_EQ(consumer.GetError(), "shown") << "what is being shown stays";
+    consumer.Unlock();
+    ASSERT_TRUE(consumer.LockIfChanged());
+    EXPECT_EQ(consumer.GetState(), Alarm::CLEAR);
+    consumer.Unlock();
 }
 
 }  // namespace
