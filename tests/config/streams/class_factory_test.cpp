@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "config/values/package_header.h"
+#include "config/values/checkpoint.h"
 #include "config/values/standard_factories.h"
 #include "support/gate.h"
 #include "support/in_child.h"
@@ -146,16 +146,6 @@ TEST(ClassFactory, LookUpsOfUnknownClassesLeaveRoom)
             EXPECT_NE(Make(id), nullptr);
         }
     });
-}
-
-TEST(Serializable, ComparesTheClassOnly)
-{
-    PackageHeader a, b;
-    b.fileSize = 1;
-    EXPECT_TRUE(a.IsEqual(&b));
-    b.SetClassID(eClassID_Vector);
-    EXPECT_FALSE(a.IsEqual(&b));
-    EXPECT_FALSE(a.IsEqual(nullptr));
 }
 
 }  // namespace

@@ -15,18 +15,12 @@ namespace {
 
 constexpr auto kID = eParam_t{0x1302000a};
 
-unsigned int ValueOf(IntegerValue& value)
+template <class T>
+T ValueOf(TypedValue<T>& value)
 {
-    unsigned int number = 0;
-    value.Get(number);
-    return number;
-}
-
-std::string ValueOf(StringValue& value)
-{
-    std::string text;
-    value.Get(text);
-    return text;
+    T got{};
+    value.Get(got);
+    return got;
 }
 
 TEST(ConfigValue, OnlyARealChangeMarksItDirty)

