@@ -12,6 +12,7 @@
 #include <set>
 #include <sstream>
 
+#include "config/descriptors/catalogue/builders.h"
 #include "config/descriptors/enum_descriptor.h"
 #include "config/descriptors/placeholder.h"
 #include "config/descriptors/registry/registry.h"
@@ -23,6 +24,8 @@
 #include "support/store.h"
 
 namespace {
+
+using vexa::config::catalogue::kBuilders;
 
 constexpr const char* kUnknownModel = "YEW";
 
@@ -167,20 +170,13 @@ TEST(Catalogue, IsSoundOnEveryModel)
 
 // ---- Across the models ----
 
-const char* ClassOf(ParamDescriptor& descriptor)
-{
-    if (dynamic_cast<EnumDescriptor*>(&descriptor)) return "Enum";
-    if (dynamic_cast<IntegerDescriptor*>(&descriptor)) return "Integer";
-    if (dynamic_cast<AlarmDescriptor*>(&descriptor)) return "Alarm";
-    return dynamic_cast<DataDescriptor*>(&descriptor) ? "Data" : "String";
-}
-
-/// Each parameter of a model as a line of models.txt begins: identifier, symbolic name, class, class names,
-/// values.
+/// Each parameter of a model as a line of models.txt begins: identifier, symbolic name, class names, values.
 void PrintParameters()
 {
     for (const auto& [id, descriptor] : g_paramDescriptors) {
-        fprintf(stderr, "%08x %s %s", id, descriptor->GetParamIDName().c_str(), ClassOf(*descriptor));
+        char number[9];
+        snprintf(number, sizeof number, "%08x", id);
+        std::cerr << number << ' ' << descriptor->GetParamIDName();
         for (const std::string& name : descriptor->GetClassNames()) std::cerr << ' ' << name;
         if (auto* const enumeration = dynamic_cast<EnumDescriptor*>(descriptor))
             for (const auto& value : enumeration->GetOrderedEnumValueDescriptors())
@@ -189,16 +185,22 @@ void PrintParameters()
     }
 }
 
-TEST(Catalogue, EachModelHasItsParameters)
+/// The models that have each such line.
+std::map<std::string, std::vector<std::string>> ReadFamily()
 {
-    const std::string file = "tests/config/descriptors/catalogue/models.txt";
     std::map<std::string, std::vector<std::string>> family;
     for (const std::string& model : AllModels()) {
         std::istringstream lines(OnModel(model, PrintParameters));
         for (std::string line; std::getline(lines, line);) family[line].push_back(model);
     }
+    return family;
+}
+
+TEST(Catalogue, EachModelHasItsParameters)
+{
+    const std::string file = "tests/config/descriptors/catalogue/models.txt";
     std::ostringstream now;
-    for (const auto& [parameter, models] : family) {
+    for (const auto& [parameter, models] : ReadFamily()) {
         now << parameter << ':';
         if (models.size() == AllModels().size())
             now << " all";
@@ -216,6 +218,119 @@ TEST(Catalogue, EachModelHasItsParameters)
     EXPECT_EQ(now.str(), agreed.str()) << "if it is meant: cp " << copy << " " << file;
 }
 
+TEST(Catalogue, EachParameterIsOnSomeModelAndTheCommonOnesAreOnAll)
+{
+    std::map<unsigned int, size_t> models;
+    for (const auto& [parameter, names] : ReadFamily())
+        models[static_cast<unsigned int>(std::stoul(parameter, nullptr, 16))] += names.size();
+    for (const eParam_t id : kAllParamIDs) {
+        const bool generic = id >> 24 == 124;
+        if (!generic) {
+            EXPECT_TRUE(models.contains(id)) << "on no model: " << std::hex << id;
+        }
+    }
+    // What the store itself works with, and what every client may count on.
+    for (const eParam_t id :
+         {eParamID_ClipName, eParamID_ClipNumber, eParamID_ClipAppend, eParamID_AlphaAppend, eParamID_Take,
+          eParamID_UseCustomClipName, eParamID_CustomClipName, eParamID_UseCustomClipTake,
+          eParamID_CustomTake, eParamID_GangEnable, eParamID_CurrentMediaAvailable, eParamID_RegisterSave,
+          eParamID_SystemCommand, eParamID_SystemState, eParamID_MediaUpdated, eParamID_Locale,
+          eParamID_IPAddress, eParamID_Authentication})
+        EXPECT_EQ(models[id], AllModels().size()) << std::hex << id;
+}
+
+// ---- Rows: what the builders register, and how many forms of it the family knows ----
+
+const char* ClassOf(ParamDescriptor& descriptor)
+{
+    if (dynamic_cast<EnumDescriptor*>(&descriptor)) return "Enum";
+    if (dynamic_cast<IntegerDescriptor*>(&descriptor)) return "Integer";
+    if (dynamic_cast<AlarmDescriptor*>(&descriptor)) return "Alarm";
+    return dynamic_cast<DataDescriptor*>(&descriptor) ? "Data" : "String";
+}
+
+/// What the forms of an enumeration differ in: values, default and relations.
+size_t FormOf(ParamDescriptor& descriptor)
+{
+    auto* const enumeration = dynamic_cast<EnumDescriptor*>(&descriptor);
+    if (!enumeration) return 0;
+    std::ostringstream form;
+    form << enumeration->GetFactoryDefault();
+    for (const auto& value : enumeration->GetOrderedEnumValueDescriptors())
+        form << '|' << value.value << value.name;
+    for (const auto& [name, relations] : enumeration->GetRelations()) form << '|' << name << relations.size();
+    return std::hash<std::string>()(form.str());
+}
+
+/// One row of a builder: a parameter that it registers on some model.
+struct Row {
+    std::string className;
+    std::set<size_t> forms;
+};
+
+/// By builder and identifier. Each builder runs alone, on an empty registry.
+std::map<std::pair<size_t, unsigned int>, Row> ReadRows()
+{
+    const auto print = [] {
+        for (const bool encode : {false, true}) {
+            SetEncodeDescriptors(encode);
+            for (size_t builder = 0; builder < std::size(kBuilders); ++builder) {
+                DestroyDescriptors();
+                kBuilders[builder]();
+                for (const auto& [id, descriptor] : g_paramDescriptors)
+                    std::cerr << builder << ' ' << id << ' ' << ClassOf(*descriptor) << ' '
+                              << FormOf(*descriptor) << '\n';
+            }
+        }
+    };
+    std::map<std::pair<size_t, unsigned int>, Row> rows;
+    for (const std::string& model : AllModels()) {
+        std::istringstream words(OnModel(model, print));
+        size_t builder = 0, form = 0;
+        unsigned int id = 0;
+        for (std::string className; words >> builder >> id >> className >> form;) {
+            Row& row = rows[{builder, id}];
+            row.className = className;
+            row.forms.insert(form);
+        }
+    }
+    return rows;
+}
+
+/// Lists that follow the unit's hardware, or the family itself, value by value; they count as one form.
+constexpr eParam_t kOneForm[] = {
+    eParamID_VideoInSelect, eParamID_SDIIn_VideoInputRate, eParamID_AudioInSelect,
+    eParamID_TimecodeIn,    eParamID_LocalTimecodeIn,      eParamID_FileSystemFormat,
+    eParamID_LossOfVideo,   eParamID_StorageCommand,       eParamID_CurrentFileSystem,
+    eParamID_ProductID,     eParamID_VideoSGFormat_Single,
+};
+
+TEST(Catalogue, RowsOfEachBuilderAndClass)
+{
+    std::vector<size_t> perBuilder(std::size(kBuilders));
+    std::map<std::string, size_t> perClass;
+    std::vector<std::string> members(std::size(kBuilders));
+    for (const auto& [key, row] : ReadRows()) {
+        const auto& [builder, id] = key;
+        const size_t forms = std::ranges::count(kOneForm, id) ? 1 : row.forms.size();
+        perBuilder[builder] += forms;
+        perClass[row.className] += forms;
+        std::ostringstream member;
+        member << ' ' << std::hex << id << " x" << forms;
+        members[builder] += member.str();
+    }
+    // In the order of the builders, which is that of groups 0, 1, 2 and so on.
+    constexpr size_t kRows[] = {2, 41, 15, 1, 1, 9, 3, 7, 4, 29, 4,  4, 8, 9, 2, 1,  5, 5, 18, 4,  2, 9,
+                                4, 0,  0,  1, 1, 1, 1, 7, 2, 19, 25, 2, 8, 1, 2, 49, 4, 4, 2,  20, 1};
+    static_assert(std::size(kRows) == std::size(kBuilders));
+    for (size_t builder = 0; builder < std::size(kRows); ++builder)
+        EXPECT_EQ(perBuilder[builder], kRows[builder]) << "builder " << builder << ":" << members[builder];
+    // The 20 preset names are rows of their own here.
+    EXPECT_THAT(perClass, testing::ElementsAre(testing::Pair("Alarm", 49), testing::Pair("Data", 1),
+                                               testing::Pair("Enum", 184), testing::Pair("Integer", 49),
+                                               testing::Pair("String", 35 + 19)));
+}
+
 // ---- Entries that others rely on to the letter ----
 
 TEST(Catalogue, EntriesToTheLetter)
@@ -227,6 +342,12 @@ TEST(Catalogue, EntriesToTheLetter)
         EXPECT_EQ(command.GetRegisterType(), eRegister_Exclude);
         EXPECT_EQ(command.GetFactoryResetType(), eFactoryReset_Exclude);
 
+        for (const eParam_t id : {eParamID_RegisterExportResult, eParamID_RegisterImportResult}) {
+            std::string order;
+            for (const auto& value : Get<EnumDescriptor>(id).GetOrderedEnumValueDescriptors())
+                order += std::to_string(value.value);
+            EXPECT_EQ(order, "01243");
+        }
         unsigned int group = 0;
         EXPECT_TRUE(FindDescriptor(eParamID_RegisterSave)->GetAttribute("ParamGroup", group));
         EXPECT_EQ(group, 4u) << "given, where others have the high byte";
@@ -244,26 +365,37 @@ size_t CountTwoLineNames()
     return count;
 }
 
+std::vector<std::string> EncodeTypeShortNames()
+{
+    std::vector<std::string> names;
+    if (auto* const encodeType = dynamic_cast<EnumDescriptor*>(FindDescriptor(eParamID_EncodeType)))
+        for (const auto& value : encodeType->GetOrderedEnumValueDescriptors())
+            names.push_back(value.shortName);
+    return names;
+}
+
 TEST(Catalogue, TwoLineNamesOnlyOnTheTwoLinePanelAndOnlyWhenAsked)
 {
     for (const std::string& model : AllModels())
-        OnModel(model, [&] {
+        OnModel(model, [] {
             EXPECT_EQ(CountTwoLineNames(), 0u);
+            const auto shortNames = EncodeTypeShortNames();
             DestroyDescriptors();
             SetEncodeDescriptors(true);
             CreateDescriptors();
             EXPECT_EQ(CountTwoLineNames() > 0, CProductFeatures::hasTwoLinePanel());
-            if (model != "BIRCH") return;
-            for (const auto& [id, value, name] :
-                 {std::tuple{eParamID_EncodeType, 3u, "ProRes\n  422 Proxy"},
-                  {eParamID_FirmwareStatus, 1u, "Updating/\n  Do Not Turn Off"},
-                  {eParamID_SensorCommand, 0u, "Idle"},
-                  {eParamID_SensorCommand, 2u, "Shutdown:\n  2 seconds"}})
-                EXPECT_EQ(Get<EnumDescriptor>(id).GetEnumValue(value), name);
-            for (const auto& value :
-                 Get<EnumDescriptor>(eParamID_EncodeType).GetOrderedEnumValueDescriptors())
-                EXPECT_EQ(value.shortName.find('\n'), std::string::npos) << value.shortName;
+            EXPECT_EQ(EncodeTypeShortNames(), shortNames) << "a short name stays on one line";
         });
+    OnModel("BIRCH", [] {
+        SetEncodeDescriptors(true);
+        DestroyDescriptors();
+        CreateDescriptors();
+        for (const auto& [id, value, name] : {std::tuple{eParamID_EncodeType, 3u, "ProRes\n  422 Proxy"},
+                                              {eParamID_FirmwareStatus, 1u, "Updating/\n  Do Not Turn Off"},
+                                              {eParamID_SensorCommand, 0u, "Idle"},
+                                              {eParamID_SensorCommand, 2u, "Shutdown:\n  2 seconds"}})
+            EXPECT_EQ(Get<EnumDescriptor>(id).GetEnumValue(value), name);
+    });
 }
 
 // ---- The action of the factory settings ----
