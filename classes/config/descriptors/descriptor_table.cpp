@@ -7,7 +7,8 @@
 
 namespace {
 
-vexa::NoDestructor<DescriptorTable> table;  // a worker thread may still look a descriptor up while the process ends
+vexa::NoDestructor<DescriptorTable>
+    table;  // a worker thread may still look a descriptor up while the process ends
 std::atomic<bool> encodeDescriptors = false;
 
 }  // namespace
