@@ -41,7 +41,7 @@ class QueueTest : public testing::Test {
     static bool IsNameTaken()
     {
         const mqd_t queue = mq_open(vexa::config::access::kRequestQueue, O_RDONLY);
-        if (queue == -1) return false;
+        if (queue == -1) return errno == EACCES;  // of another user
         const bool taken = flock(queue, LOCK_EX | LOCK_NB) != 0;
         mq_close(queue);
         return taken;
