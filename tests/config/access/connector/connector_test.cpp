@@ -38,6 +38,11 @@ TEST(Connector, UrisThatItRefuses)
          {"tcp://127.0.0.1:1", "udp://127.0.0.1:1/caching=true", "tcp:local:", "local:multicast:"})
         EXPECT_THAT(StderrOf([&] { EXPECT_EQ(connector->Connect(uri), nullptr) << uri; }),
                     HasSubstr(kFailed));
+    for (const char* order : {"", "little", "bigger", "BIG"}) {
+        const std::string uri = std::string("udp://127.0.0.1:9/byteorder=") + order;
+        EXPECT_THAT(StderrOf([&] { EXPECT_EQ(connector->Connect(uri), nullptr); }),
+                    HasSubstr("NetworkFactory::Connect - byteorder is big or left out, uri = " + uri + "\n"));
+    }
     for (const char* uri : {"socket://127.0.0.1:43110/caching=true", "", "LOCAL:"})
         EXPECT_EQ(StderrOf([&] { EXPECT_EQ(connector->Connect(uri), nullptr) << uri; }), "");
     connector->Disconnect(nullptr);
