@@ -7,21 +7,14 @@
 
 #include <optional>
 
-#include "config/access/io/connection_utilities.h"
-#include "config/access/io/message_queue.h"
-#include "config/values/config_value.h"
 #include "support/program.h"
 #include "support/queue_test.h"
 #include "support/raw_peer.h"
-#include "support/stream_bytes.h"
+#include "support/scripted_daemon.h"
 
 using testing::HasSubstr;
 
 namespace {
-
-namespace mq = vexa::config::access;
-
-constexpr eParam_t kNumber = eParamID_RegisterSave, kText = eParamID_ReelName;
 
 /// A client that speaks in records. Every wait has an end.
 class RawClient {
@@ -96,12 +89,6 @@ class RawClient {
     uint32_t m_requestID = 0;
 };
 
-std::string TextStream(const std::string& text)
-{
-    StringValue value(0, kText, eCParam_StringValue, text);
-    return Streamed(value);
-}
-
 class MainstayQueue : public QueueTest {
   protected:
     void Start() override
@@ -127,10 +114,7 @@ class MainstayQueue : public QueueTest {
     }
     static std::vector<std::string> Command(const std::string& uri, std::vector<std::string> arguments)
     {
-        if (uri == "queue")
-            arguments.insert(arguments.begin(), {VEXACTL, "--mq"});
-        else
-            arguments.insert(arguments.begin(), {VEXACTL, "--uri", uri});
+        arguments.insert(arguments.begin(), {VEXACTL, uri == "queue" ? "--mq" : "--uri=" + uri});
         return arguments;
     }
     ProgramResult Tool(std::vector<std::string> arguments, const std::string& input = "") const
@@ -172,8 +156,7 @@ TEST_F(MainstayQueue, AnswersEveryRequest)
 
     for (const auto& [type, answer] : {std::pair{114u, 130u}, {256, 257}, {257, 257}, {258, 259}}) {
         response = client.Ask(type, kNumber);
-        EXPECT_EQ(response.msgtype, answer);
-        EXPECT_NE(response.error, 0u);
+        EXPECT_TRUE(response.msgtype == answer && response.error != 0) << type;
     }
     EXPECT_EQ(client.Ask(17).msgtype, 33u);
 }
@@ -282,9 +265,6 @@ TEST_F(MainstayQueueNotify, TheToolReachesTheDaemonThroughQueues)
     EXPECT_EQ(silent.err, "vexactl: no answer from the queue /mainstay in time\n");
     m_daemon->Signal(SIGCONT);
     EXPECT_EQ(EndDaemon(SIGTERM).status, 0);
-    const ProgramResult gone = RunProgram(Command("queue", {"get", "RegisterSave"}));
-    EXPECT_EQ(gone.status, 6);
-    EXPECT_EQ(gone.err, "vexactl: cannot connect to the queue /mainstay\n");
 }
 
 }  // namespace

@@ -23,7 +23,7 @@
 
 namespace mq = vexa::config::access;
 
-constexpr eParam_t kNumber = eParamID_RegisterSave, kText = eParamID_CustomClipName;
+constexpr eParam_t kNumber = eParamID_RegisterSave, kText = eParamID_ReelName;
 
 /// A request with all that follows it.
 struct MQRequest : mq::XCONFIGMGR_REQUEST_T {
@@ -49,37 +49,23 @@ inline mq::XCONFIGMGR_RESPONSE_T AnswerTo(const MQRequest& request)
     return answer;
 }
 
-inline std::string Bytes(const mq::XCONFIGMGR_RESPONSE_T& answer, const std::string& stream = "")
+inline std::string Bytes(mq::XCONFIGMGR_RESPONSE_T answer, const std::string& stream = "")
 {
-    const auto bytes = vexa::wire::Encode<vexa::wire::HostOrder>(answer);
-    return std::string(bytes.data(), bytes.size()) + stream;
-}
-
-inline std::string BytesWithStream(mq::XCONFIGMGR_RESPONSE_T answer, const std::string& stream)
-{
-    answer.streamLength = static_cast<uint32_t>(stream.size());
-    answer.streamFormat = mq::kQueueStreamFormat;
-    return Bytes(answer, stream);
+    if (!stream.empty()) {
+        answer.streamLength = static_cast<uint32_t>(stream.size());
+        answer.streamFormat = mq::kQueueStreamFormat;
+    }
+    return vexa::wire::Bytes<vexa::wire::HostOrder>(answer, stream);
 }
 
 inline std::string NumberEvent(uint32_t connectionID, uint32_t value)
 {
-    mq::XCONFIGMGR_RESPONSE_T event;
-    event.msgtype = XCFG_PARAM_CHANGED_EVENT;
-    event.info.connectionID = connectionID;
-    event.paramID = kNumber;
-    event.seconds = 11;
-    event.value = value;
-    return Bytes(event);
+    return Bytes({{XCFG_PARAM_CHANGED_EVENT, {connectionID}}, 0, kNumber, 11, 0, 0, value});
 }
 
 inline std::string TextEvent(uint32_t connectionID, const std::string& text)
 {
-    mq::XCONFIGMGR_RESPONSE_T event;
-    event.msgtype = XCFG_PARAM_STRING_CHANGED_EVENT;
-    event.info.connectionID = connectionID;
-    event.paramID = kText;
-    return BytesWithStream(event, TextStream(text));
+    return Bytes({{XCFG_PARAM_STRING_CHANGED_EVENT, {connectionID}}, 0, kText}, TextStream(text));
 }
 
 /// Owns the queue of the daemon. What the script does not handle is answered rightly, on the same thread.
@@ -121,7 +107,8 @@ class ScriptedDaemon {
     void Send(uint32_t connectionID, const std::string& bytes)
     {
         while (const auto queue = Client(connectionID)) {
-            if (mq::SendMessage(*queue, bytes.data(), bytes.size(), 0, vexa::Deadline(20), m_stop)) return;
+            if (mq::SendMessage(queue->descriptor, bytes.data(), bytes.size(), 0, vexa::Deadline(20), m_stop))
+                return;
             if (errno != ETIMEDOUT) return;
         }
     }
@@ -140,16 +127,14 @@ class ScriptedDaemon {
     }
 
   private:
-    using Queue = std::shared_ptr<const mqd_t>;
+    /// Open as long as its client is connected: closing it takes the client, in this process, its notification.
+    struct Queue {
+        explicit Queue(const std::string& name) : descriptor(mq_open(name.c_str(), O_WRONLY)) {}
+        ~Queue() { mq_close(descriptor); }
+        const mqd_t descriptor;
+    };
 
-    static Queue Open(const std::string& name)
-    {
-        return {new mqd_t(mq_open(name.c_str(), O_WRONLY)), [](const mqd_t* queue) {
-                    mq_close(*queue);
-                    delete queue;
-                }};
-    }
-    Queue Client(uint32_t connectionID) const
+    std::shared_ptr<Queue> Client(uint32_t connectionID) const
     {
         const std::lock_guard hold(m_lock);
         const auto client = m_clients.find(connectionID);
@@ -163,7 +148,7 @@ class ScriptedDaemon {
             if (!mq::ReceiveMessage(m_queue, message, length)) continue;
             MQRequest request;  // ReceiveMessage adds zeros to short ones
             vexa::wire::Decode<vexa::wire::HostOrder>(message.data(), message.size(),
-                                          static_cast<mq::XCONFIGMGR_REQUEST_T&>(request));
+                                                      static_cast<mq::XCONFIGMGR_REQUEST_T&>(request));
             request.bytes.assign(message.data(), length);
             Handle(request);
         }
@@ -175,7 +160,7 @@ class ScriptedDaemon {
             const std::lock_guard hold(m_lock);
             m_requests.push_back(request);
             if (request.msgtype == XCFG_CONNECT_REQUEST)
-                m_clients[id] = Open(mq::ConnectionUtilities::GetQueueName(id));
+                m_clients[id] = std::make_shared<Queue>(mq::ConnectionUtilities::GetQueueName(id));
         }
         {
             const std::lock_guard hold(m_scriptLock);
@@ -185,13 +170,11 @@ class ScriptedDaemon {
         if (type <= XCFG_DISCONNECT_REQUEST)
             Send(id, Bytes(AnswerTo(request)).substr(0, 24));
         else if (type == XCFG_GET_STREAM_PARAM_REQUEST || type == XCFG_SET_STREAM_PARAM_REQUEST)
-            Send(id, BytesWithStream(AnswerTo(request), TextStream("Scene")));
+            Send(id, Bytes(AnswerTo(request), TextStream("Scene")));
         else
             Send(id, Bytes(AnswerTo(request)));
-        if (type == XCFG_DISCONNECT_REQUEST) {
-            const std::lock_guard hold(m_lock);
-            m_clients.erase(id);
-        }
+        const std::lock_guard hold(m_lock);
+        if (type == XCFG_DISCONNECT_REQUEST) m_clients.erase(id);
     }
 
     const int m_stop;
@@ -199,7 +182,7 @@ class ScriptedDaemon {
     std::mutex m_scriptLock;
     Script m_script;            // guarded by m_scriptLock
     mutable std::mutex m_lock;  // guards what follows
-    std::map<uint32_t, Queue> m_clients;
+    std::map<uint32_t, std::shared_ptr<Queue>> m_clients;
     std::vector<MQRequest> m_requests;
     std::thread m_thread;
 };

@@ -73,47 +73,42 @@ TEST_F(MainstayQueueEvents, TheDaemonHearsOfTheFirstListenerAndOfTheLast)
 
 TEST_F(MainstayQueueEvents, ARefusedRegistrationSaysWhy)
 {
-    ConfigEvent event;
+    using Answer = mq::XCONFIGMGR_RESPONSE_T;
     const std::string add = "PosixMQClient::AddConfigEventListener - ";
     const std::string remove = "PosixMQClient::RemoveConfigEventListener - ";
     const std::string wait = "PosixMQClient::WaitForConfigEvent";
-    const auto answer = [&](uint32_t type, auto change) {
-        AnswerWith(type, [=](const MQRequest& request) {
-            auto response = AnswerTo(request);
-            change(response);
-            return Bytes(response);
-        });
-        return StderrOf([&] {
-            if (type == 49) {
-                EXPECT_FALSE(m_client->RemoveConfigEventListener(&m_listener));
-                return;
-            }
-            EXPECT_FALSE(m_client->AddConfigEventListener(&m_listener));
-            EXPECT_FALSE(m_client->WaitForConfigEvent(event, 0, 0));
-        });
+    const std::string otherID = "IsValidResponse returned false\n";
+    struct {
+        void (*change)(Answer&);
+        std::string added, waited, removed;
+    } const rows[] = {
+        {[](Answer& answer) { answer.msgtype = 96; },
+         add + "msgtype != XCFG_ADD_CONFIG_EVENT_LISTENER_RESPONSE\n",
+         wait + " - response is not a event listener response\n",
+         remove + "msgtype != XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE\n"},
+        {[](Answer& answer) { answer.listenerError = 5, answer.error = 9; }, add + "error = 5\n",
+         wait + " - error != 0\n", remove + "error = 5\n"},
+        {[](Answer& answer) { answer.info.configID = 1; }, add + otherID,
+         wait + "(): response message did not match response message info\n", remove + otherID},
+        // Each looks at its own place only.
+        {[](Answer& answer) { answer.error = 9; }, "", wait + " - error != 0\n", ""},
     };
-    const auto wrongType = [](auto& response) { response.msgtype = 96; };
-    EXPECT_EQ(answer(48, wrongType), add + "msgtype != XCFG_ADD_CONFIG_EVENT_LISTENER_RESPONSE\n" + wait +
-                                         " - response is not a event listener response\n");
-    EXPECT_EQ(answer(49, wrongType), remove + "msgtype != XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE\n");
-    const auto twoErrors = [](auto& response) {
-        response.listenerError = 5;
-        response.error = 9;
-    };
-    EXPECT_EQ(answer(48, twoErrors), add + "error = 5\n" + wait + " - error != 0\n");
-    EXPECT_EQ(answer(49, twoErrors), remove + "error = 5\n");
-    const auto otherID = [](auto& response) { response.info.configID = 1; };
-    EXPECT_THAT(answer(48, otherID), testing::AllOf(HasSubstr(add + "IsValidResponse returned false\n"),
-                                                    HasSubstr(wait + "(): response message did not match "
-                                                                     "response message info\n")));
-    EXPECT_THAT(answer(49, otherID), HasSubstr(remove + "IsValidResponse returned false\n"));
-    // Each looks at its own place only.
-    AnswerWith(48, [](const MQRequest& request) {
-        auto response = AnswerTo(request);
-        response.error = 9;
-        return Bytes(response);
-    });
-    EXPECT_TRUE(m_client->AddConfigEventListener(&m_listener));
+    for (const auto& [change, added, waited, removed] : rows) {
+        m_daemon->SetScript([change = change](ScriptedDaemon& self, const MQRequest& request) {
+            Answer answer = AnswerTo(request);
+            change(answer);
+            self.Send(request.info.connectionID, Bytes(answer));
+            return true;
+        });
+        ConfigEvent event;
+        const auto expect = [](const std::string& message, auto call) {
+            EXPECT_THAT(StderrOf([&] { EXPECT_EQ(call(), message.empty()); }), HasSubstr(message));
+        };
+        expect(waited, [&] { return m_client->WaitForConfigEvent(event, 0, 0); });
+        expect(added, [&] { return m_client->AddConfigEventListener(&m_listener); });
+        expect(removed, [&] { return m_client->RemoveConfigEventListener(&m_listener); });
+    }
+    m_daemon->SetScript(nullptr);
 }
 
 TEST_F(MainstayQueueEvents, MessagesThatAreNoEventsAreReported)
