@@ -4,8 +4,6 @@
 
 #include <functional>
 
-#include "config/access/protocol/value_payload.h"
-#include "config/values/config_value.h"
 #include "faults/faults.h"
 #include "support/program.h"
 
@@ -26,11 +24,7 @@ WordList Request(uint32_t type, uint32_t id = 0, uint32_t value = 0, size_t word
 
 std::string SetText()
 {
-    StringValue text(getpid(), eParam_t{kText}, eCParam_StringValue, "Scene");
-    const std::string payload = vexa::corvalis::config::access::WritePayload(&text);
-    WordList request = Request(113, kText);
-    request[10] = static_cast<uint32_t>(payload.size());
-    return NetworkBytes(request) + payload;
+    return RequestBytes(113, getpid(), kText, TextPayload("Scene", kText));
 }
 
 bool GetsNumber(RawPeer& peer)

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -15,6 +16,9 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "config/access/protocol/value_payload.h"
+#include "config/values/config_value.h"
 
 /// 32-bit words as they travel.
 using WordList = std::vector<uint32_t>;
@@ -27,23 +31,19 @@ inline std::string NetworkBytes(const WordList& words)
     return bytes;
 }
 
-inline WordList NetworkWords(const std::string& bytes)
+/// So many words; zeros for what is missing.
+inline WordList NetworkWords(const std::string& bytes, size_t count)
 {
-    WordList words;
-    for (size_t i = 0; i + 4 <= bytes.size(); i += 4) {
-        uint32_t word = 0;
-        memcpy(&word, bytes.data() + i, sizeof word);
-        words.push_back(ntohl(word));
-    }
+    WordList words(count);
+    memcpy(words.data(), bytes.data(), std::min(bytes.size(), 4 * count));
+    for (uint32_t& word : words) word = ntohl(word);
     return words;
 }
 
-/// What stands before the payload of a reply or event; zeros for what is missing.
+/// What stands before the payload of a reply or event.
 inline WordList RecordOf(const std::string& datagram)
 {
-    WordList words = NetworkWords(datagram.substr(0, 52));
-    words.resize(13);
-    return words;
+    return NetworkWords(datagram, 13);
 }
 
 /// A request of the client 0x21234, with a payload of so many bytes to come. Every word differs from what a
@@ -53,6 +53,19 @@ inline WordList RequestWords(uint32_t type, int32_t config, uint32_t id, uint32_
 {
     const auto configID = static_cast<uint32_t>(config);
     return {type, 0x21234, 7, configID, 5, 4097, id, value, 11, 22, length, length ? 3072u : 0u};
+}
+
+/// The same with its payload.
+inline std::string RequestBytes(uint32_t type, int32_t config, uint32_t id, const std::string& payload)
+{
+    return NetworkBytes(RequestWords(type, config, id, 0, static_cast<uint32_t>(payload.size()))) + payload;
+}
+
+/// A text as a payload.
+inline std::string TextPayload(const std::string& text, uint32_t id, int32_t config = 0)
+{
+    StringValue value(config, eParam_t{id}, eCParam_StringValue, text);
+    return vexa::corvalis::config::access::WritePayload(&value);
 }
 
 /// The reply to it.
@@ -70,36 +83,19 @@ class RawPeer {
 
     /// @param receiveBuffer  small: the server soon finds that the peer does not read. 0: the system's choice.
     explicit RawPeer(int port, int type = SOCK_STREAM, int receiveBuffer = 0)
-        : m_type(type), m_socket(socket(AF_INET, type | SOCK_CLOEXEC, 0))
+        : m_socket(MakeSocket(type, receiveBuffer))
     {
         const int yes = 1;
-        if (type == SOCK_STREAM) setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
-        if (receiveBuffer) setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<uint16_t>(port));
-        address.sin_addr.s_addr = inet_addr("127.0.0.1");
-        EXPECT_EQ(connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
+        const sockaddr_in address = Address("127.0.0.1", port);
+        EXPECT_EQ(connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     }
-    ~RawPeer() { Close(); }
+    ~RawPeer() { close(m_socket); }
     RawPeer(const RawPeer&) = delete;
     RawPeer& operator=(const RawPeer&) = delete;
 
-    void Close()
-    {
-        if (m_socket != -1) close(m_socket);
-        m_socket = -1;
-    }
     /// All of it, unless the server has closed. A datagram is sent as one.
-    void Send(const std::string& bytes)
-    {
-        size_t sent = 0;
-        do {
-            const ssize_t count = send(m_socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-            if (count < 0) return;
-            sent += static_cast<size_t>(count);
-        } while (sent < bytes.size());
-    }
+    void Send(const std::string& bytes) { send(m_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
     void Send(const WordList& words) { Send(NetworkBytes(words)); }
     /// No more requests; replies are still read.
     void EndRequests() { shutdown(m_socket, SHUT_WR); }
@@ -108,22 +104,12 @@ class RawPeer {
     std::string Receive(size_t length = 65536)
     {
         std::string bytes(length, '\0');
-        size_t received = 0;
-        while (received < length && IsReadable(kDeadlineMs)) {
-            const ssize_t count = recv(m_socket, bytes.data() + received, length - received, 0);
-            if (count > 0) received += static_cast<size_t>(count);
-            if (count <= 0 || m_type == SOCK_DGRAM) break;
-        }
-        bytes.resize(received);
+        const ssize_t count = recv(m_socket, bytes.data(), length, MSG_WAITALL);
+        bytes.resize(count > 0 ? static_cast<size_t>(count) : 0);
         return bytes;
     }
     /// So many words; zeros for what does not come.
-    WordList ReceiveWords(size_t count)
-    {
-        WordList words = NetworkWords(Receive(4 * count));
-        words.resize(count);
-        return words;
-    }
+    WordList ReceiveWords(size_t count) { return NetworkWords(Receive(4 * count), count); }
     /// A request and its answer.
     WordList Ask(const WordList& request, size_t count)
     {
@@ -143,28 +129,39 @@ class RawPeer {
     }
 
   protected:
-    /// A datagram socket that is not connected.
-    RawPeer() : m_type(SOCK_DGRAM), m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
+    static sockaddr_in Address(const char* host, int port)
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<uint16_t>(port));
+        address.sin_addr.s_addr = inet_addr(host);
+        return address;
+    }
+    static int MakeSocket(int type, int receiveBuffer)
+    {
+        const int made = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+        const timeval deadline{kDeadlineMs / 1000, 0};
+        setsockopt(made, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline);
+        if (receiveBuffer) setsockopt(made, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+        return made;
+    }
+    /// A datagram socket that is bound, not connected.
+    RawPeer(const sockaddr_in& address, int receiveBuffer) : m_socket(MakeSocket(SOCK_DGRAM, receiveBuffer))
+    {
+        const int yes = 1;
+        setsockopt(m_socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        EXPECT_EQ(bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    }
 
-    const int m_type;
-    int m_socket;
+    const int m_socket;
 };
 
 /// Hears the events of one configuration that are sent to the multicast group.
 class RawEvents : private RawPeer {
   public:
-    explicit RawEvents(int32_t configID) : m_configID(configID)
+    explicit RawEvents(int32_t configID) : RawPeer(Address("0.0.0.0", 63110), 8 << 20), m_configID(configID)
     {
-        const int yes = 1, size = 8 << 20;
-        setsockopt(m_socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-        setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(63110);
-        EXPECT_EQ(bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        ip_mreq group{};
-        group.imr_multiaddr.s_addr = inet_addr("239.71.18.33");
-        group.imr_interface.s_addr = inet_addr("127.0.0.1");
+        const ip_mreq group{{inet_addr("239.71.18.33")}, {inet_addr("127.0.0.1")}};
         EXPECT_EQ(setsockopt(m_socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group), 0);
     }
     /// The next datagram of the configuration; empty when none comes. Others, even empty ones, are passed over.
@@ -173,8 +170,7 @@ class RawEvents : private RawPeer {
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kDeadlineMs);
         do {
             std::string datagram = Receive();
-            const WordList words = NetworkWords(datagram);
-            if (words.size() > 3 && words[3] == static_cast<uint32_t>(m_configID)) return datagram;
+            if (RecordOf(datagram)[3] == static_cast<uint32_t>(m_configID)) return datagram;
         } while (std::chrono::steady_clock::now() < end);
         return "";
     }

@@ -43,13 +43,11 @@ struct LocalStore : Connected {
 class TestServer {
   public:
     /// @param announced  configurations whose changes a UDP server multicasts by itself.
-    explicit TestServer(int type = SOCK_STREAM, const std::vector<eConfigID_t>& announced = {},
-                        std::endian payloadOrder = std::endian::native)
+    explicit TestServer(int type = SOCK_STREAM, const std::vector<eConfigID_t>& announced = {})
         : m_server(new vexa::corvalis::config::access::NetworkServer(AF_INET, type, 0))
     {
         CreateDescriptors();
         for (const eConfigID_t id : announced) m_server->Announce(id);
-        m_server->SetPayloadOrder(payloadOrder);
         EXPECT_TRUE(m_server->Init());
         port = m_server->Port();
         EXPECT_TRUE(m_server->Start());

@@ -30,12 +30,6 @@ class NetworkClientTest : public testing::Test {
     net::NetworkFactory m_factory;
 };
 
-std::string TextPayload(const std::string& text)
-{
-    StringValue value(0, kText, eCParam_StringValue, text);
-    return net::WritePayload(&value);
-}
-
 /// A message to listeners, of the time 1000.000005.
 std::string Event(eMessageType_t type, eParam_t id, uint32_t value, const std::string& payload = "",
                   int32_t configID = 0)
@@ -85,12 +79,6 @@ TEST_F(NetworkClientTest, AHandshakeThatFailsGivesNoClient)
                   std::string("NetworkClient::") + row.message +
                       "NetworkFactory::Connect - failed to confirm connection with host 127.0.0.1\n");
     }
-    ScriptedServer closing(SOCK_STREAM, [](ScriptedPeer& peer) {
-        peer.Receive(24);
-        peer.Close();
-    });
-    EXPECT_THAT(StderrOf([&] { EXPECT_EQ(Connect(closing), nullptr); }),
-                HasSubstr("NetworkClient::ConfirmConnection - receive failed\n"));
     EXPECT_EQ(
         StderrOf([&] { EXPECT_EQ(m_factory.Connect("socket://127.0.0.1:1/configid="), nullptr); }),
         "NetworkFactory::Connect - unable to read configid, matches = -1, uri = "
@@ -107,11 +95,11 @@ TEST_F(NetworkClientTest, AReplyIsFoundAmongEventsLateRepliesAndPieces)
         EXPECT_EQ(get.paramID, kNumber);
         auto other = get;
         other.paramID = kText;
-        const std::string answer = ReplyTo(get, XCFG_SET_STREAM_PARAM_RESPONSE, 0, "", 53) +
-                                   ReplyTo(get, XCFG_PARAM_CHANGED_EVENT, 1) +
-                                   ReplyTo(other, XCFG_PARAM_STRING_CHANGED_EVENT, 0, TextPayload("event")) +
-                                   ReplyTo(other, XCFG_SET_PARAM_RESPONSE, 2) +
-                                   ReplyTo(get, XCFG_GET_PARAM_RESPONSE, 3);
+        const std::string answer =
+            ReplyTo(get, XCFG_SET_STREAM_PARAM_RESPONSE, 0, "", 53) +
+            ReplyTo(get, XCFG_PARAM_CHANGED_EVENT, 1) +
+            ReplyTo(other, XCFG_PARAM_STRING_CHANGED_EVENT, 0, TextPayload("event", kText)) +
+            ReplyTo(other, XCFG_SET_PARAM_RESPONSE, 2) + ReplyTo(get, XCFG_GET_PARAM_RESPONSE, 3);
         for (const char c : answer) peer.Send(std::string(1, c));
 
         get = peer.Receive();
@@ -119,7 +107,7 @@ TEST_F(NetworkClientTest, AReplyIsFoundAmongEventsLateRepliesAndPieces)
         auto response = net::ResponseFor(get, XCFG_GET_STREAM_PARAM_RESPONSE);
         response.streamLength = net::kMaxReplyPayload + 1;
         peer.Send(net::MessageBytes(response, std::string(response.streamLength, 'x')));
-        peer.Send(ReplyTo(peer.Receive(), XCFG_GET_STREAM_PARAM_RESPONSE, 0, TextPayload("Scene")));
+        peer.Send(ReplyTo(peer.Receive(), XCFG_GET_STREAM_PARAM_RESPONSE, 0, TextPayload("Scene", kText)));
         peer.Send(ReplyTo(peer.Receive(), XCFG_GET_STREAM_PARAM_RESPONSE, 0));
         peer.Send(ReplyTo(peer.Receive(), XCFG_GET_STREAM_PARAM_RESPONSE, 0, "", 60));
         peer.Close();
@@ -322,7 +310,7 @@ TEST_F(NetworkClientTest, EventsEndAsTheyShould)
                 ScriptedServer server(SOCK_STREAM, [&](ScriptedPeer& peer) {
                     peer.Connect();
                     peer.Receive(28);
-                    peer.Send(Event(XCFG_PARAM_STRING_CHANGED_EVENT, kText, 0, TextPayload("a")) +
+                    peer.Send(Event(XCFG_PARAM_STRING_CHANGED_EVENT, kText, 0, TextPayload("a", kText)) +
                               Event(XCFG_PARAM_STRING_CHANGED_EVENT, kText, 0, "cut") + row.last);
                 });
                 client = Connect(server);
@@ -359,7 +347,7 @@ TEST_F(NetworkClientTest, UdpTakesOnlyItsOwnReply)
         peer.Send(ReplyTo(get, XCFG_SET_PARAM_RESPONSE, 4));
         peer.Send(ReplyTo(get, XCFG_GET_PARAM_RESPONSE, 6));
         const auto string = peer.Receive();
-        peer.Send(ReplyTo(string, XCFG_GET_STREAM_PARAM_REQUEST, 0, TextPayload("Scene")));
+        peer.Send(ReplyTo(string, XCFG_GET_STREAM_PARAM_REQUEST, 0, TextPayload("Scene", kText)));
         auto cut = net::ResponseFor(peer.Receive(), XCFG_GET_DATA_RESPONSE);
         cut.streamLength = 30'000;  // more than arrives
         peer.Send(net::MessageBytes(cut, std::string("a\0b", 3)));
@@ -384,25 +372,17 @@ TEST_F(NetworkClientTest, UdpTakesOnlyItsOwnReply)
     EXPECT_EQ(StderrOf([&] { m_factory.Disconnect(client); }), "");
 }
 
-/// Sends to all listeners for events on this host.
-class EventSender {
-  public:
-    EventSender()
-    {
-        EXPECT_TRUE(m_socket.create() && m_socket.bind("127.0.0.1", 0));
-        m_group.sin_family = AF_INET;
-        m_group.sin_port = htons(net::kMulticastPort);
-        m_group.sin_addr.s_addr = inet_addr(net::kMulticastGroup);
-    }
-    void Send(const std::string& bytes)
-    {
-        EXPECT_TRUE(m_socket.sendto(bytes.data(), static_cast<unsigned int>(bytes.size()), m_group));
-    }
-
-  private:
-    net::Socket m_socket{AF_INET, SOCK_DGRAM};
-    sockaddr_in m_group{};
-};
+/// To all listeners for events on this host.
+void Multicast(const std::string& bytes)
+{
+    net::Socket socket(AF_INET, SOCK_DGRAM);
+    sockaddr_in group{};
+    group.sin_family = AF_INET;
+    group.sin_port = htons(net::kMulticastPort);
+    group.sin_addr.s_addr = inet_addr(net::kMulticastGroup);
+    EXPECT_TRUE(socket.create() && socket.bind("127.0.0.1", 0));
+    EXPECT_TRUE(socket.sendto(bytes.data(), static_cast<unsigned int>(bytes.size()), group));
+}
 
 TEST_F(NetworkClientTest, AMulticastClientMayBeReleasedFromItsCallbacks)
 {
@@ -413,10 +393,10 @@ TEST_F(NetworkClientTest, AMulticastClientMayBeReleasedFromItsCallbacks)
         ASSERT_NE(leaver.client, nullptr);
         ASSERT_TRUE(leaver.client->AddConfigEventListener(&leaver.listener));
         leaver.registered.set_value();
-        EventSender sender;
-        const std::string events[] = {Event(XCFG_PARAM_CHANGED_EVENT, kNumber, 3, "", -7),
-                                      Event(XCFG_PARAM_STRING_CHANGED_EVENT, kText, 0, TextPayload("t"), -7)};
-        for (int i = 0; i < 6; ++i) sender.Send(events[(i > 0) == number]);
+        const std::string events[] = {
+            Event(XCFG_PARAM_CHANGED_EVENT, kNumber, 3, "", -7),
+            Event(XCFG_PARAM_STRING_CHANGED_EVENT, kText, 0, TextPayload("t", kText), -7)};
+        for (int i = 0; i < 6; ++i) Multicast(events[(i > 0) == number]);
         EXPECT_TRUE(Comes(leaver.done));
         ExpectThreads(threads);
     }
@@ -435,14 +415,13 @@ TEST_F(NetworkClientTest, AMulticastClientOnlyListens)
     ASSERT_TRUE(client->AddConfigEventListener(&listener) && client->RemoveConfigEventListener(&listener) &&
                 client->AddConfigEventListener(&listener));
 
-    EventSender sender;
     for (const std::string& bytes :
          {std::string(), std::string("short"), Event(XCFG_PARAM_CHANGED_EVENT, kNumber, 3, "", -5),
           Event(XCFG_PARAM_CHANGED_EVENT, kNumber, 4, "", -6),
           Event(XCFG_PARAM_STRING_CHANGED_EVENT, kText, 0, "garbage", -5),
-          Event(XCFG_PARAM_STRING_CHANGED_EVENT, kText, 0, TextPayload("t"), -5),
+          Event(XCFG_PARAM_STRING_CHANGED_EVENT, kText, 0, TextPayload("t", kText), -5),
           Event(XCFG_PARAM_DATA_CHANGED_EVENT, eParamID_TestData, 0, std::string("d\0d", 3), -5)})
-        sender.Send(bytes);
+        Multicast(bytes);
     EXPECT_TRUE(Eventually([&] { return listener.Heard().size() >= 3; }));
     EXPECT_THAT(listener.Heard(), testing::UnorderedElementsAre("int 5c010000=3", "str 1302000a=t",
                                                                 testing::ContainsRegex("data [0-9a-f]+=d")));

@@ -6,8 +6,6 @@
 
 #include <thread>
 
-#include "config/access/protocol/value_payload.h"
-#include "config/values/config_value.h"
 #include "support/raw_peer.h"
 #include "support/recording_listener.h"
 #include "support/stderr_of.h"
@@ -24,9 +22,9 @@ const eConfigID_t kConfig = 0x10000000 + getpid() * 4;  // and the next ones
 const auto kConfigWord = static_cast<uint32_t>(kConfig);
 constexpr uint32_t kNumber = eParamID_RegisterSave, kText = eParamID_SysName, kData = eParamID_TestData;
 
-WordList Connection(uint32_t type, uint32_t client)
+WordList Connection(uint32_t type, uint32_t client, eConfigID_t config = kConfig)
 {
-    return {type, client, 0, kConfigWord, 0, 4096};
+    return {type, client, 0, static_cast<uint32_t>(config), 0, 4096};
 }
 
 WordList Request(uint32_t type, uint32_t id, uint32_t value = 0, uint32_t length = 0)
@@ -36,13 +34,7 @@ WordList Request(uint32_t type, uint32_t id, uint32_t value = 0, uint32_t length
 
 std::string WithPayload(uint32_t type, uint32_t id, const std::string& payload)
 {
-    return NetworkBytes(Request(type, id, 0, static_cast<uint32_t>(payload.size()))) + payload;
-}
-
-std::string TextPayload(const std::string& text, uint32_t id = kText)
-{
-    StringValue value(kConfig, eParam_t{id}, eCParam_StringValue, text);
-    return WritePayload(&value);
+    return RequestBytes(type, kConfig, id, payload);
 }
 
 /// A server with a connected client, the store and a receiver of its events.
@@ -91,7 +83,7 @@ TEST_F(NetworkUdpServer, RecordsOfEveryExchange)
     EXPECT_EQ(Ask(Request(81, kNumber, 500)), ReplyWords(97, kConfig, kNumber, 0, 20));
 
     store->Set(eParamID_SysName, "north");
-    const std::string north = TextPayload("north");
+    const std::string north = TextPayload("north", kText, kConfig);
     const auto size = static_cast<uint32_t>(north.size());
     EXPECT_EQ(Ask(Request(112, kText)), ReplyWords(112, kConfig, kText, 0, 0, size))
         << "the request's own code";
@@ -131,7 +123,7 @@ TEST_F(NetworkUdpServer, EventsOfItsOwnChanges)
     EXPECT_EQ(PayloadOf(dependent), combined);
 
     // Texts and data travel on as they came, under the identifier of the request.
-    const std::string south = TextPayload("south");
+    const std::string south = TextPayload("south", kText, kConfig);
     client.Send(WithPayload(113, kText, south));
     const std::string text = events.Next();
     EXPECT_THAT(RecordOf(text),
@@ -151,7 +143,7 @@ TEST_F(NetworkUdpServer, EventsOfOtherChanges)
     EXPECT_THAT(events.NextWords(),
                 ElementsAre(144, 0, 0, kConfigWord, 0, 4096, kNumber, 0, 5, 33, 44, 0, 3072));
     store->Set(eParamID_SysName, "east", timeval{33, 44});
-    const std::string text = events.Next(), east = TextPayload("east");
+    const std::string text = events.Next(), east = TextPayload("east", kText, kConfig);
     EXPECT_EQ(RecordOf(text)[0], 145u);
     EXPECT_EQ(PayloadOf(text), east);
     std::string bytes("\0x", 2);
@@ -182,7 +174,7 @@ TEST_F(NetworkUdpServer, RefusedChanges)
                     ElementsAre(0xFFFFFFFF, 1))
             << "with the value that stays";
         client.Send(WithPayload(113, kText, TextPayload("x", 0x99)));
-        client.Send(WithPayload(113, kText, TextPayload("x").substr(0, 9)));
+        client.Send(WithPayload(113, kText, TextPayload("x", kText, kConfig).substr(0, 9)));
         client.Send(WithPayload(113, kText, ""));
     });
     EXPECT_THAT(lines, HasSubstr("\tNetworkUDPConnection::ProcessSetRequest - Set failed for paramID "
@@ -260,7 +252,7 @@ TEST_F(NetworkUdpServer, AfterTooManyClientsAConfigurationStaysOpen)
 
 TEST_F(NetworkUdpServer, ValuesThatDoNotFitIntoADatagram)
 {
-    const size_t room = 24'524 - TextPayload("").size();
+    const size_t room = 24'524 - TextPayload("", kText, kConfig).size();
     store->Set(eParamID_SysName, std::string(room, 'a'));
     EXPECT_EQ(Ask(Request(112, kText))[7], 0u);
     EXPECT_EQ(reply.size(), 24'576u);
@@ -280,13 +272,12 @@ TEST_F(NetworkUdpServer, ValuesThatDoNotFitIntoADatagram)
 TEST(NetworkUdpAnnouncements, WithoutAClientTheyDoNotCountAsConnected)
 {
     const eConfigID_t kOther = kConfig + 1;
-    const auto kOtherWord = static_cast<uint32_t>(kOther);
     LocalStore store(kOther);
     RawEvents events(kOther);
     TestServer server(SOCK_DGRAM, {kOther});
     ASSERT_TRUE(Eventually([&] { return store.Manager()->GetUseCount() == 2; }));
     RawPeer client(server.port, SOCK_DGRAM);
-    const WordList connect = {16, 1, 0, kOtherWord, 0, 4096}, disconnect = {17, 1, 0, kOtherWord, 0, 4096};
+    const WordList connect = Connection(16, 1, kOther), disconnect = Connection(17, 1, kOther);
     const std::string lines = StderrOf([&] {
         client.Send(disconnect);
         EXPECT_EQ(client.Ask(connect, 13)[0], 32u) << "the first reply";
