@@ -218,27 +218,6 @@ TEST(Catalogue, EachModelHasItsParameters)
     EXPECT_EQ(now.str(), agreed.str()) << "if it is meant: cp " << copy << " " << file;
 }
 
-TEST(Catalogue, EachParameterIsOnSomeModelAndTheCommonOnesAreOnAll)
-{
-    std::map<unsigned int, size_t> models;
-    for (const auto& [parameter, names] : ReadFamily())
-        models[static_cast<unsigned int>(std::stoul(parameter, nullptr, 16))] += names.size();
-    for (const eParam_t id : kAllParamIDs) {
-        const bool generic = id >> 24 == 124;
-        if (!generic) {
-            EXPECT_TRUE(models.contains(id)) << "on no model: " << std::hex << id;
-        }
-    }
-    // What the store itself works with, and what every client may count on.
-    for (const eParam_t id :
-         {eParamID_ClipName, eParamID_ClipNumber, eParamID_ClipAppend, eParamID_AlphaAppend, eParamID_Take,
-          eParamID_UseCustomClipName, eParamID_CustomClipName, eParamID_UseCustomClipTake,
-          eParamID_CustomTake, eParamID_GangEnable, eParamID_CurrentMediaAvailable, eParamID_RegisterSave,
-          eParamID_SystemCommand, eParamID_SystemState, eParamID_MediaUpdated, eParamID_Locale,
-          eParamID_IPAddress, eParamID_Authentication})
-        EXPECT_EQ(models[id], AllModels().size()) << std::hex << id;
-}
-
 // ---- Rows: what the builders register, and how many forms of it the family knows ----
 
 const char* ClassOf(ParamDescriptor& descriptor)
