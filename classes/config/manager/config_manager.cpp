@@ -284,7 +284,7 @@ bool ConfigManager::GetData(eParam_t id, std::string& data)
 // --- writing ---
 
 template <class Value>
-bool ConfigManager::StoreAndAnnounce(const vexa::ListenerList::Turn&, eParam_t id, Value value, timeval time)
+bool ConfigManager::StoreAndAnnounce(const vexa::ListenerList::Turn&, eParam_t id, Value& value, timeval time)
 {
     if (!SetConfigParam(id, value)) return false;  // stamps the update
     ExecutePostTriggers(id, value);
@@ -334,7 +334,7 @@ bool ConfigManager::Set(eParam_t id, std::string value, timeval time)
 // A precondition may only veto a string: changing it in the queue, or removing it, has no effect.
 bool ConfigManager::SetFront(StringQueue& queue, timeval time)
 {
-    const auto [id, value] = queue.front();
+    auto [id, value] = queue.front();
     ParamDescriptor* const descriptor = GetParamDescriptor(id);
     if (!descriptor) {
         PrintDescriptorError(kSetString);

@@ -107,7 +107,7 @@ class ConfigManager : public vexa::CatalogueConfig {
     /// The turn is held from storing to the last event: otherwise two writers could announce in another order than
     /// they stored.
     template <class Value>
-    bool StoreAndAnnounce(const vexa::ListenerList::Turn& turn, eParam_t id, Value value, timeval time);
+    bool StoreAndAnnounce(const vexa::ListenerList::Turn& turn, eParam_t id, Value& value, timeval time);
     bool StoreAndAnnounceData(const vexa::ListenerList::Turn& turn, ParamDescriptor& descriptor,
                               std::string& data, timeval time);
     void AnnounceCurrent(const vexa::ListenerList::Turn& turn, ParamDescriptor& descriptor, timeval time);
