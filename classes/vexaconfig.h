@@ -13,6 +13,7 @@
 #include "config/access/server/peer_stores.h"
 #include "config/access/server/queues/queue_service.h"
 #include "config/base/deadline.h"
+#include "config/base/log.h"
 #include "config/base/mutex.h"
 #include "config/base/semaphore_helper.h"
 #include "config/base/thread_annotations.h"

@@ -2,7 +2,8 @@
 
 #undef NDEBUG  // __assert_fail has to be declared in release builds, too
 #include <cassert>
-#include <cstdio>
+
+#include "config/base/log.h"
 
 namespace {
 
@@ -11,7 +12,7 @@ namespace {
 timeval Now()
 {
     timeval now{};
-    if (gettimeofday(&now, nullptr) != 0) perror("Unable to get timeofday for Config");
+    if (gettimeofday(&now, nullptr) != 0) vexa::PrintError("Unable to get timeofday for Config");
     return now;
 }
 

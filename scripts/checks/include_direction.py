@@ -16,7 +16,7 @@ FLOORS = [
     ["config/descriptors/catalogue"],
     ["config/descriptors/generic"],
     ["config/descriptors/registry"],
-    ["config/values", "config/listeners"],
+    ["config/values", "config/listeners", "config/delivery"],
     ["config/manager", "services/alarms"],
     ["config/access/protocol"],
     ["config/access/io"],

@@ -1,9 +1,10 @@
 /// EventQueue: events that wait for a slow receiver.
 #pragma once
 
-#include <cstdio>
 #include <deque>
 #include <utility>
+
+#include "config/base/log.h"
 
 namespace vexa {
 
@@ -20,7 +21,7 @@ class EventQueue {
     {
         if (m_events.size() == kMaxEvents) {
             m_events.pop_front();
-            if (!m_dropped) fprintf(stderr, "%s - too many events, the oldest are lost\n", m_name);
+            if (!m_dropped) Print("%s - too many events, the oldest are lost\n", m_name);
             m_dropped = true;
         }
         m_events.push_back(std::move(event));

@@ -1,7 +1,8 @@
 #include "config/base/semaphore_helper.h"
 
 #include <cerrno>
-#include <cstdio>
+
+#include "config/base/log.h"
 
 namespace {
 
@@ -18,25 +19,26 @@ int WaitThroughSignals(sem_t* semaphore)
 SemaphoreHelper::SemaphoreHelper(LockSemaphore* lock)
     : m_semaphore(lock ? &lock->raw : nullptr), m_owesPost(lock != nullptr)
 {
-    if (m_owesPost && WaitThroughSignals(m_semaphore) != 0) perror("Semaphore(): call to sem_wait failed\n");
+    if (m_owesPost && WaitThroughSignals(m_semaphore) != 0)
+        vexa::PrintError("Semaphore(): call to sem_wait failed\n");
 }
 
 SemaphoreHelper::~SemaphoreHelper()
 {
     if (m_owesPost && sem_post(m_semaphore) != 0)
-        perror("SemaphoreHelper::~SemaphoreHelper failed to post\n");
+        vexa::PrintError("SemaphoreHelper::~SemaphoreHelper failed to post\n");
 }
 
 bool SemaphoreHelper::Init(sem_t* semaphore)
 {
     if (sem_init(semaphore, 0, 1) == 0) return true;
-    perror("SemaphoreHelper::Init - failed\n");
+    vexa::PrintError("SemaphoreHelper::Init - failed\n");
     return false;
 }
 
 bool SemaphoreHelper::Destroy(sem_t* semaphore)
 {
     if (sem_destroy(semaphore) == 0) return true;
-    perror("SemaphoreHelper::Destroy - failed\n");
+    vexa::PrintError("SemaphoreHelper::Destroy - failed\n");
     return false;
 }

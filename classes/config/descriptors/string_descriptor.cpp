@@ -1,13 +1,14 @@
 #include "config/descriptors/string_descriptor.h"
 
-#include <cstdio>
 #include <cstdlib>
+
+#include "config/base/log.h"
 
 void StringDescriptor::SetParamType(eParamType_t type)
 {
     if (type != eCParam_StringValue) {
-        fputs("StringDescriptor::SetParamType - ERROR: Invalid paramType - must be eCParam_StringValue",
-              stderr);
+        vexa::Print(
+            "StringDescriptor::SetParamType - ERROR: Invalid paramType - must be eCParam_StringValue");
         exit(-1);
     }
     ParamDescriptor::SetParamType(type);

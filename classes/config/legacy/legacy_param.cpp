@@ -1,11 +1,11 @@
 #include "config/legacy/legacy_param.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 
 #include "config/access/connector/config_factory_impl.h"
 #include "config/access/protocol/uri.h"
+#include "config/base/log.h"
 #include "config/base/semaphore_helper.h"
 #include "config/config.h"
 #include "config/descriptors/enum_descriptor.h"
@@ -38,7 +38,7 @@ CParam_ZK9::CParam_ZK9(eParam_t id, eParamType_t type) : CParam_ZK9(id, type, st
 CParam_ZK9::CParam_ZK9(eParam_t id, eParamType_t type, const std::string& transport) : CParam(id, type)
 {
     if (ConnectOnce(transport)) return;
-    fputs("CParam_ZK9::CParam_ZK9 Connect failed\n", stderr);
+    vexa::Print("CParam_ZK9::CParam_ZK9 Connect failed\n");
     ConfigFactoryImpl::GetInstance()->Disconnect(nullptr);
     exit(1);
 }
@@ -87,7 +87,7 @@ ParamDescriptor* CParam_ZK9::GetParamDescriptor(eParam_t id)
 eParamType_t CParam_ZK9::GetParamType(eParam_t id)
 {
     if (ParamDescriptor* const descriptor = GetParamDescriptor(id)) return descriptor->GetParamType();
-    fprintf(stderr, "Bogus descriptor for paramID %0X\n", id);
+    vexa::Print("Bogus descriptor for paramID %0X\n", id);
     return eCParam_Unset;
 }
 
@@ -106,7 +106,7 @@ int CParam_ZK9::GetClassID(eParamType_t type)
     const auto* const end = kClassOfType + kTypes;
     if (std::find_if(kClassOfType, end, [type](const ClassOfType& row) { return row.type == type; }) != end)
         return kClassOfType[type].classID;
-    fprintf(stderr, "Unable to find classID for paramType %d\n", static_cast<int>(type));
+    vexa::Print("Unable to find classID for paramType %d\n", static_cast<int>(type));
     return -1;
 }
 

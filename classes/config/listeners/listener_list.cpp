@@ -1,7 +1,8 @@
 #include "config/listeners/listener_list.h"
 
 #include <algorithm>
-#include <cstdio>
+
+#include "config/base/log.h"
 
 namespace vexa {
 
@@ -123,7 +124,7 @@ bool ListenerList::Has(const Registration& registration) const
 
 void ListenerList::ReportException()
 {
-    fputs("ListenerList::Deliver - a listener failed with an exception\n", stderr);
+    Print("ListenerList::Deliver - a listener failed with an exception\n");
 }
 
 }  // namespace vexa

@@ -1,11 +1,10 @@
 #include "config/manager/config_manager.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <set>
 
+#include "config/base/log.h"
 #include "config/base/no_destructor.h"
-#include "config/base/report.h"
 #include "config/descriptors/integer_descriptor.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/descriptors/string_descriptor.h"
@@ -23,7 +22,7 @@ enum DescriptorErrorLine { kSetInteger = 109, kSetString = 206, kSetData = 266 }
 
 void PrintDescriptorError(DescriptorErrorLine line)
 {
-    fprintf(stderr, "GetParamDescriptor Error in %s at line %d\n", "config_manager", line);
+    vexa::Print("GetParamDescriptor Error in %s at line %d\n", "config_manager", line);
 }
 
 const char* NameOf(const IntegerQueue&)
@@ -63,7 +62,7 @@ bool ConfigManager::Init()
 {
     m_lastUpdateSeconds = 0;
     m_lastUpdateMicroseconds = 0;
-    fputs("ConfigManager::Init - calling AddDefaultPreconditions!\n", stderr);
+    vexa::Print("ConfigManager::Init - calling AddDefaultPreconditions!\n");
     AddDefaultPreconditions();
     InitDefaultConfig();
     return true;
@@ -74,10 +73,10 @@ bool ConfigManager::InitDefaultConfig()
     for (const eParam_t id : ::GetParamIDs()) {
         Serializable* value = nullptr;
         if (!GetConfigValue(id, value))
-            fprintf(stderr, "ConfigManager::InitDefaultConfig - GetConfigValue failed for paramid %d!!!!\n",
-                    static_cast<int>(id));
+            vexa::Print("ConfigManager::InitDefaultConfig - GetConfigValue failed for paramid %d!!!!\n",
+                        static_cast<int>(id));
     }
-    fputs("ConfigManager::InitDefaultConfig() - end\n", stderr);
+    vexa::Print("ConfigManager::InitDefaultConfig() - end\n");
     return true;
 }
 
@@ -109,8 +108,7 @@ bool ConfigManager::AddDefaultPreconditions()
 bool ConfigManager::AddUpdatePrecondition(UpdatePrecondition* precondition)
 {
     if (!precondition) return false;
-    fprintf(stderr, "%s: adding precondition(%p)\n", "AddUpdatePrecondition",
-            static_cast<void*>(precondition));
+    vexa::Print("%s: adding precondition(%p)\n", "AddUpdatePrecondition", static_cast<void*>(precondition));
     m_preconditions.push_back(precondition);
     return true;
 }

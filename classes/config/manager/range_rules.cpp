@@ -1,8 +1,8 @@
 #include "config/manager/range_rules.h"
 
 #include <algorithm>
-#include <cstdio>
 
+#include "config/base/log.h"
 #include "config/config.h"
 #include "config/manager/media_library.h"
 
@@ -29,7 +29,7 @@ unsigned int LastTakeOnMedia(Config& config)
     try {
         return AskMedia(config);
     } catch (...) {
-        fputs("ConfigManager::EnforceTakeLimits - the media library failed with an exception\n", stderr);
+        Print("ConfigManager::EnforceTakeLimits - the media library failed with an exception\n");
         return 0;
     }
 }

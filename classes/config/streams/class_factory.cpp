@@ -1,9 +1,9 @@
 #include "config/streams/class_factory.h"
 
-#include <cstdio>
 #include <list>
 #include <map>
 
+#include "config/base/log.h"
 #include "config/base/no_destructor.h"
 #include "config/base/semaphore_helper.h"
 
@@ -73,7 +73,7 @@ Serializable* ClassFactory::Create(eClassID_t id)
     InitFactories();
     ClassFactory* const factory = Find(id);
     if (!factory) {
-        fprintf(stderr, "Unable to find class factory for classID = %d\n", static_cast<int>(id));
+        vexa::Print("Unable to find class factory for classID = %d\n", static_cast<int>(id));
         return nullptr;
     }
     Serializable* const object = factory->Create();

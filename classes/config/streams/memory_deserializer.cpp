@@ -1,10 +1,9 @@
 #include "config/streams/memory_deserializer.h"
 
-#include <cstdio>
 #include <cstring>
 #include <new>
 
-#include "config/base/report.h"
+#include "config/base/log.h"
 #include "config/streams/stream_words.h"
 
 MemoryDeSerializer::MemoryDeSerializer(eSerializationFormat format, char* start, char* end, bool flag)

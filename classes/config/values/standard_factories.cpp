@@ -1,7 +1,6 @@
 #include "config/values/standard_factories.h"
 
-#include <cstdio>
-
+#include "config/base/log.h"
 #include "config/base/no_destructor.h"
 #include "config/values/package_header.h"
 #include "config/values/sector_header.h"
@@ -27,7 +26,7 @@ VectorFactory::VectorFactory() : ClassFactory(eClassID_Vector)
 
 Serializable* VectorFactory::Create()
 {
-    fputs("VectorFactory::Create - return new Vector()\n", stderr);
+    Print("VectorFactory::Create - return new Vector()\n");
     return new Vector;
 }
 
@@ -40,8 +39,8 @@ PresetsFactory::PresetsFactory(ePresetsPolicy policy)
 Serializable* PresetsFactory::Create()
 {
     if (m_policy == ePresetsPolicy_ParamVector) return new PresetsParamVector;
-    fprintf(stderr, "PresetsFactory::Create - unknown policy %d, unable to create Presets instance\n",
-            static_cast<int>(m_policy));
+    Print("PresetsFactory::Create - unknown policy %d, unable to create Presets instance\n",
+          static_cast<int>(m_policy));
     return nullptr;
 }
 
@@ -53,7 +52,7 @@ PackageHeaderFactory::PackageHeaderFactory() : ClassFactory(eClassID_PackageHead
 // Log readers look for this text, so it keeps naming the vector.
 Serializable* PackageHeaderFactory::Create()
 {
-    fputs("PackageHeaderFactory::Create - return new Vector()\n", stderr);
+    Print("PackageHeaderFactory::Create - return new Vector()\n");
     return new PackageHeader;
 }
 

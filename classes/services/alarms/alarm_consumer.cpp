@@ -1,8 +1,8 @@
 #include "services/alarms/alarm_consumer.h"
 
 #include <cerrno>
-#include <cstdio>
 
+#include "config/base/log.h"
 #include "config/config.h"
 #include "config/descriptors/param_descriptor.h"
 
@@ -24,7 +24,7 @@ bool AlarmConsumer::TryTake()
 {
     if (sem_trywait(&m_semaphore.raw) == 0) return true;
     if (errno == EAGAIN || errno == EINTR) return false;
-    perror("Semaphore(): call to sem_wait failed\n");
+    vexa::PrintError("Semaphore(): call to sem_wait failed\n");
     return true;
 }
 
@@ -55,7 +55,8 @@ void AlarmConsumer::Post()
 {
     for (;;) {
         ApplyWaiting();
-        if (sem_post(&m_semaphore.raw) != 0) perror("SemaphoreHelper::~SemaphoreHelper failed to post\n");
+        if (sem_post(&m_semaphore.raw) != 0)
+            vexa::PrintError("SemaphoreHelper::~SemaphoreHelper failed to post\n");
         {
             SemaphoreHelper hold(m_waitingLock);
             if (!m_waiting) return;
@@ -85,7 +86,7 @@ void AlarmConsumer::Lock()
     int result;
     do result = sem_wait(&m_semaphore.raw);
     while (result != 0 && errno == EINTR);
-    if (result != 0) perror("Semaphore(): call to sem_wait failed\n");
+    if (result != 0) vexa::PrintError("Semaphore(): call to sem_wait failed\n");
     m_locked = true;
 }
 

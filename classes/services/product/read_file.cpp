@@ -5,8 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <new>
+
+#include "config/base/log.h"
 
 namespace {
 
@@ -27,18 +28,18 @@ std::string ReadOpenFile(int file)
 {
     struct stat status;
     if (fstat(file, &status) != 0) {
-        fputs("::read_file - fstat failed\n", stderr);
+        vexa::Print("::read_file - fstat failed\n");
         return "";
     }
     std::string text;
     try {
         text.resize(static_cast<size_t>(status.st_size));
     } catch (const std::exception&) {
-        fputs("::read_file - malloc failed\n", stderr);
+        vexa::Print("::read_file - malloc failed\n");
         return "";
     }
     if (!ReadFully(file, text)) {
-        fputs("::read_file - read failed to read enough data\n", stderr);
+        vexa::Print("::read_file - read failed to read enough data\n");
         return "";
     }
     return text;

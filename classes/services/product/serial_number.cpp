@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "config/base/log.h"
 #include "services/product/bdx4_device.h"
 #include "services/product/product_id.h"
 #include "services/product/product_models.h"
@@ -72,7 +73,7 @@ int SerialNumber::GetSerialNumber()
     const bool haveAddress = GetMacAddress(mac);
     const ProductModel* model = FindProductModel(CProductID::getProductID());
     if (!model) {
-        fprintf(stderr, "%s: ERROR  Unknown ProductID\n", "FormatSerialNumber");
+        vexa::Print("%s: ERROR  Unknown ProductID\n", "FormatSerialNumber");
         return 0;
     }
     if (!haveAddress) return 0;
@@ -94,7 +95,7 @@ std::string SerialNumber::FormatSerialNumber(int serial, const char* prefix, uns
 std::string SerialNumber::FormatSerialNumber(int serial)
 {
     const ProductModel* model = FindProductModel(CProductID::getProductID());
-    if (!model) fprintf(stderr, "%s: ERROR.  Unknown ProductID.\n", "FormatSerialNumber");
+    if (!model) vexa::Print("%s: ERROR.  Unknown ProductID.\n", "FormatSerialNumber");
     const SerialRow row = model ? model->serial : SerialRow{};
     return FormatSerialNumber(serial, row.prefix, row.offset);
 }

@@ -1,6 +1,5 @@
 #include "config/access/connector/config_factory_impl.h"
 
-#include <cstdio>
 #include <vector>
 
 #include "config/access/client/cache/config_cache.h"
@@ -8,6 +7,7 @@
 #include "config/access/client/network/network_factory.h"
 #include "config/access/connector/local_config_factory.h"
 #include "config/access/protocol/uri.h"
+#include "config/base/log.h"
 #include "config/base/no_destructor.h"
 #include "config/base/semaphore_helper.h"
 
@@ -68,8 +68,8 @@ Config* ConfigFactoryImpl::Connect(std::string uri)
     if (!vexa::uri::Contains(uri, "local:")) return nullptr;
     Config* const config = m_localFactory->Connect(uri);
     if (!config)
-        fprintf(stderr, "ConfigFactoryImpl::Connect - local factory return NULL Config* for uri = %s\n",
-                uri.c_str());
+        vexa::Print("ConfigFactoryImpl::Connect - local factory return NULL Config* for uri = %s\n",
+                    uri.c_str());
     return config;
 }
 
@@ -77,7 +77,7 @@ Config* ConfigFactoryImpl::ConnectNetwork(const std::string& uri)
 {
     NetworkClient* const client = m_networkFactory->Connect(uri);
     if (!client) {
-        fputs("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n", stderr);
+        vexa::Print("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n");
         return nullptr;
     }
     if (!vexa::uri::Contains(uri, "caching=true")) return client;

@@ -1,10 +1,9 @@
 #include "config/access/connector/local_config_factory.h"
 
-#include <cstdio>
 #include <memory>
 
 #include "config/access/protocol/uri.h"
-#include "config/base/report.h"
+#include "config/base/log.h"
 #include "config/manager/config_manager.h"
 
 namespace vexa::config::access {
@@ -36,7 +35,7 @@ Config* LocalConfigFactory::Connect(std::string uri)
     }
     auto store = std::make_unique<ConfigManager>(id);
     if (!store->Init()) {
-        fputs("LocalConfigFactory::Connect - Init() failed\n", stderr);
+        Print("LocalConfigFactory::Connect - Init() failed\n");
         return nullptr;
     }
     store->IncrementUseCount();

@@ -1,10 +1,9 @@
 #include "config/access/connector/network_event_listener.h"
 
 #include <cerrno>
-#include <cstdio>
 
 #include "config/access/connector/config_factory_impl.h"
-#include "config/base/report.h"
+#include "config/base/log.h"
 #include "config/config.h"
 
 namespace vexa::corvalis::config::access {
@@ -112,7 +111,7 @@ void NetworkEventListener::Signal()
 {
     const MutexLock hold(m_mutex);
     const int error = SignalOne();
-    if (error != 0) fprintf(stderr, "NetworkEventListener::Signal - Error %d\n", error);
+    if (error != 0) Print("NetworkEventListener::Signal - Error %d\n", error);
 }
 
 // --- events ---

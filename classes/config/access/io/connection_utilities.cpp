@@ -4,8 +4,8 @@
 #include <cstring>
 #include <map>
 
+#include "config/base/log.h"
 #include "config/base/no_destructor.h"
-#include "config/base/report.h"
 #include "config/base/semaphore_helper.h"
 
 namespace vexa::config::access {

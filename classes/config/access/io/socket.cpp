@@ -10,9 +10,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "config/base/log.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -31,14 +32,14 @@ auto Repeat(const Call& call)
 void ReportErrno(const char* message)
 {
     const int error = errno;
-    perror(message);
+    PrintError(message);
     errno = error;
 }
 
 void ReportText(const char* message)
 {
     const int error = errno;
-    fputs(message, stderr);
+    Print("%s", message);
     errno = error;
 }
 
@@ -148,7 +149,7 @@ void Socket::close()
 std::string Socket::build_local_path(const std::string&, int number) const
 {
     std::string path = "/tmp/vexa_" + std::to_string(number);
-    fprintf(stderr, "Local path = %s\n", path.c_str());
+    Print("Local path = %s\n", path.c_str());
     return path;
 }
 
@@ -156,7 +157,7 @@ int Socket::bind(int number)
 {
     if (fd == -1) {
         // The text is known to scripts that watch the log, its missing line end included.
-        fputs("Socket::bind: invalid socketn", stderr);
+        Print("Socket::bind: invalid socketn");
         return 0;
     }
     return domain == AF_UNIX ? bind_local(number) : bind_inet(number);
@@ -356,7 +357,7 @@ int Socket::recv(char* buffer, unsigned int length)
         const ssize_t count = Repeat([&] { return ::recv(operation.fd, buffer, length, MSG_NOSIGNAL); });
         if (count != -1) return static_cast<int>(count);
         ReportErrno("Socket::recv - failed");
-        fprintf(stderr, "Socket::recv - UDP version (this:%p)\n", static_cast<void*>(this));
+        Print("Socket::recv - UDP version (this:%p)\n", static_cast<void*>(this));
         return 0;
     }
     unsigned int received = 0;
@@ -365,7 +366,7 @@ int Socket::recv(char* buffer, unsigned int length)
             Repeat([&] { return ::recv(operation.fd, buffer + received, length - received, MSG_NOSIGNAL); });
         if (count == -1) {
             ReportErrno("Socket::recv - failed");
-            fprintf(stderr, "Socket::recv - TCP version (this:%p)\n", static_cast<void*>(this));
+            Print("Socket::recv - TCP version (this:%p)\n", static_cast<void*>(this));
             return -1;
         }
         if (count == 0) break;
@@ -414,7 +415,7 @@ int Socket::read_select(unsigned int timeout_ms)
     {
         const Operation operation(*this);
         if (operation.fd == -1) {
-            fputs("Socket::read_select - invalid socket\n", stderr);
+            Print("Socket::read_select - invalid socket\n");
             return 0;
         }
         pollfd readable{operation.fd, POLLIN, 0};
@@ -433,8 +434,8 @@ int Socket::read_select(unsigned int timeout_ms)
 void Socket::report_timeout(unsigned int timeout_ms)
 {
     const int error = errno;
-    fprintf(stderr, "Socket::read_select - readfds is not set (timeout secs:%ld usecs:%ld)\n",
-            static_cast<long>(timeout_ms / 1000), static_cast<long>(timeout_ms % 1000 * 1000));
+    Print("Socket::read_select - readfds is not set (timeout secs:%ld usecs:%ld)\n",
+          static_cast<long>(timeout_ms / 1000), static_cast<long>(timeout_ms % 1000 * 1000));
     errno = error;
     dump_context();
 }
@@ -459,7 +460,7 @@ int Socket::set_non_blocking(bool blocking)
 int Socket::get_buffer_size(int option)
 {
     if (option != SO_SNDBUF && option != SO_RCVBUF) {
-        fputs("Socket::get_buffer_size: The option must be one of SO_RCVBUF or SO_SNDBUF\n", stderr);
+        Print("Socket::get_buffer_size: The option must be one of SO_RCVBUF or SO_SNDBUF\n");
         return 0;
     }
     int size = 0;
@@ -473,7 +474,7 @@ int Socket::get_buffer_size(int option)
 int Socket::set_buffer_size(int option, int size)
 {
     if (option != SO_SNDBUF && option != SO_RCVBUF) {
-        fputs("Socket::set_buffer_size: The option must be one of SO_RCVBUF or SO_SNDBUF\n", stderr);
+        Print("Socket::set_buffer_size: The option must be one of SO_RCVBUF or SO_SNDBUF\n");
         return 0;
     }
     const Operation operation(*this);
@@ -508,7 +509,7 @@ void dump_context()
     void* frames[4096 / sizeof(void*)];
     const int count = backtrace(frames, std::size(frames));
     backtrace_symbols_fd(frames, count, STDERR_FILENO);
-    if (system("vmstat") == -1) perror("dump_context");
+    if (system("vmstat") == -1) PrintError("dump_context");
     errno = error;
 }
 

@@ -1,8 +1,7 @@
 #include "config/access/protocol/uri.h"
-#include "config/base/report.h"
+#include "config/base/log.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <sstream>

@@ -1,10 +1,10 @@
 #include "config/access/server/peer_stores.h"
 
-#include <cstdio>
 #include <map>
 #include <string>
 
 #include "config/access/connector/config_factory_impl.h"
+#include "config/base/log.h"
 #include "config/base/no_destructor.h"
 #include "config/base/semaphore_helper.h"
 #include "config/config.h"
@@ -52,7 +52,7 @@ Config* OpenPeerStore(eConfigID_t configID)
         // configuration.
         config = ConfigFactoryImpl::GetInstance()->Connect("local:configid=" + std::to_string(configID));
     } catch (...) {
-        fputs("OpenPeerStore - no memory for another store\n", stderr);
+        Print("OpenPeerStore - no memory for another store\n");
     }
     if (!config) Release(configID);
     return config;

@@ -3,8 +3,8 @@
 #include <libintl.h>
 
 #include <clocale>
-#include <cstdio>
 
+#include "config/base/log.h"
 #include "config/base/semaphore_helper.h"
 #include "config/descriptors/catalogue/builders.h"
 #include "config/descriptors/enum_descriptor.h"
@@ -92,14 +92,13 @@ bool SetLocaleDescriptors(unsigned int locale)
     if (!CProductFeatures::canDoi18n()) return false;
     ParamDescriptor* const descriptor = FindDescriptor(eParamID_Locale);
     if (!descriptor) {
-        fprintf(stderr, "SetLocaleDescriptors(%d) got nullptr for ::GetDescriptor(eParamID_Locale)\n",
-                locale);
+        vexa::Print("SetLocaleDescriptors(%d) got nullptr for ::GetDescriptor(eParamID_Locale)\n", locale);
         return false;
     }
     auto* const locales = dynamic_cast<EnumDescriptor*>(descriptor);
     if (!locales) {
-        fprintf(stderr, "SetLocaleDescriptors(%d) dynamic_cast of descriptor for eParamID_Locale failed\n",
-                locale);
+        vexa::Print("SetLocaleDescriptors(%d) dynamic_cast of descriptor for eParamID_Locale failed\n",
+                    locale);
         return false;
     }
     const std::string localeName = locales->GetEnumValueDescriptor(locale).shortName;

@@ -1,7 +1,6 @@
 #include "config/access/client/cache/config_cache.h"
+#include "config/base/log.h"
 #include "config/descriptors/param_descriptor.h"
-
-#include <cstdio>
 
 namespace {
 
@@ -9,7 +8,7 @@ timeval MakeBindingKey()
 {
     timeval now{};
     if (gettimeofday(&now, nullptr) == 0) return now;
-    perror("Unable to get bindingKey for ConfigCache");
+    vexa::PrintError("Unable to get bindingKey for ConfigCache");
     return {};
 }
 
@@ -49,7 +48,7 @@ bool ConfigCache::IsVolatile(eParam_t id)
     const bool isVolatile = descriptor && descriptor->HasClassName("volatile");
     const bool news = LearnVolatility(id, isVolatile ? Volatility::Volatile : Volatility::NotVolatile);
     if (!descriptor && news)
-        fprintf(stderr, "%s: paramID: %08X has a NULL descriptor, please fix.\n", "IsVolatile", id);
+        vexa::Print("%s: paramID: %08X has a NULL descriptor, please fix.\n", "IsVolatile", id);
     return isVolatile;
 }
 
@@ -86,10 +85,9 @@ bool ConfigCache::HasAlready(eParam_t id, const std::string& data)
 bool ConfigCache::Set(eParam_t id, unsigned int value, timeval time)
 {
     if (!IsVolatile(id) && HasAlready(id, value)) {
-        fputs(
+        vexa::Print(
             "ConfigCache::Set(uint32_t) - non-volatile param, new value is the same as the cached value, "
-            "suppressing Set operation\n",
-            stderr);
+            "suppressing Set operation\n");
         return true;
     }
     const uint32_t events = m_numbers.CountEvents(id);

@@ -2,9 +2,9 @@
 
 #include <pthread.h>
 
-#include <cstdio>
 #include <system_error>
 
+#include "config/base/log.h"
 #include "config/base/no_signals.h"
 
 namespace vexa::corvalis::config::access {
@@ -21,11 +21,12 @@ std::thread DeliveryThreads::Start(const char* name, std::function<void()> body)
     const NoSignals inherited;
     return std::thread([this, name, body = std::move(body)] {
         pthread_setname_np(pthread_self(), name);
+        const PeerLog limited;
         current = this;
         try {
             body();
         } catch (...) {
-            fprintf(stderr, "NetworkClient - thread %s ended by an exception\n", name);
+            Print("NetworkClient - thread %s ended by an exception\n", name);
         }
         current = nullptr;
         if (m_deletingThread != std::this_thread::get_id()) return;
@@ -43,7 +44,7 @@ void DeliveryThreads::Join(std::thread& thread)
         else
             thread.join();
     } catch (const std::system_error&) {
-        fputs("NetworkClient::StopEventsThread - thread join failed", stderr);
+        Print("NetworkClient::StopEventsThread - thread join failed");
     }
 }
 
@@ -62,7 +63,7 @@ bool EventsThread::Start(const char* name, std::atomic<bool>& stop, const std::f
         m_thread = m_threads.Start(name, [this, body] { Run(body); });
         m_running = true;
     } catch (const std::system_error&) {
-        fputs("NetworkClient::StartEventsThread - unable to start thread", stderr);
+        Print("NetworkClient::StartEventsThread - unable to start thread");
     }
     return m_running;
 }
@@ -72,7 +73,7 @@ void EventsThread::Run(const std::function<void()>& body)
     try {
         body();
     } catch (...) {
-        fputs("NetworkClient::ProcessEvents - ended by an exception\n", stderr);
+        Print("NetworkClient::ProcessEvents - ended by an exception\n");
     }
     const MutexLock hold(m_lock);
     m_running = false;

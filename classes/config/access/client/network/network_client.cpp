@@ -3,14 +3,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 
 #undef NDEBUG  // assert() stays in release builds
 #include <cassert>
 
 #include "config/access/protocol/value_payload.h"
-#include "config/base/report.h"
+#include "config/base/log.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/values/config_value.h"
 
@@ -83,7 +82,7 @@ bool NetworkClient::SendOnly(const std::string& request)
 
 bool NetworkClient::Failed(const char* operation)
 {
-    fprintf(stderr, "NetworkClient::%s - ended by an exception\n", operation);
+    Print("NetworkClient::%s - ended by an exception\n", operation);
     m_reachable = false;
     return false;
 }
@@ -91,7 +90,7 @@ bool NetworkClient::Failed(const char* operation)
 void NetworkClient::EndProcess(const char* operation)
 {
     const int error = errno;
-    fprintf(stderr, "%s - select failed on port %d (PID:%d)\n", operation, m_socket->port, getpid());
+    Print("%s - select failed on port %d (PID:%d)\n", operation, m_socket->port, getpid());
     exit(error == 0 ? -1 : error);
 }
 
@@ -176,7 +175,7 @@ try {
     if (!HasReply(outcome, "NetworkClient::Get", "NetworkClient::Get")) return 0;
     const auto response = reply.As<XCONFIGMGR_RESPONSE_T>();
     if (response.error == 0) return response.value;
-    fputs("NetworkClient::Get - response message indicated an error\n", stderr);
+    Print("NetworkClient::Get - response message indicated an error\n");
     return 0;
 } catch (...) {
     return Failed("Get");

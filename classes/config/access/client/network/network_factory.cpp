@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <bit>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -13,6 +12,7 @@
 #include "config/access/client/network/network_tcp_client.h"
 #include "config/access/client/network/network_udp_client.h"
 #include "config/access/protocol/uri.h"
+#include "config/base/log.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -24,8 +24,8 @@ eConfigID_t ReadConfigID(const std::string& uri)
     if (!text) return 0;
     if (const auto number = vexa::uri::ParseConfigID(*text)) return *number;
     const int matches = text->empty() ? EOF : 0;  // as scanf counts them
-    fprintf(stderr, "NetworkFactory::Connect - unable to read configid, matches = %d, uri = %s\n", matches,
-            uri.c_str());
+    Print("NetworkFactory::Connect - unable to read configid, matches = %d, uri = %s\n", matches,
+          uri.c_str());
     return 0;
 }
 
@@ -34,7 +34,7 @@ std::optional<std::endian> ReadByteOrder(const std::string& uri)
     const auto text = vexa::uri::Option(uri, "byteorder");
     if (!text) return std::endian::native;
     if (text->substr(0, text->find_first_of("/?&;, ")) == "big") return std::endian::big;
-    fprintf(stderr, "NetworkFactory::Connect - byteorder is big or left out, uri = %s\n", uri.c_str());
+    Print("NetworkFactory::Connect - byteorder is big or left out, uri = %s\n", uri.c_str());
     return std::nullopt;
 }
 
@@ -48,7 +48,7 @@ std::optional<Transport> ChooseTransport(const std::string& uri)
     if (vexa::uri::Contains(uri, "tcp")) return Transport{SOCK_STREAM, false};
     if (vexa::uri::Contains(uri, "udp")) return Transport{SOCK_DGRAM, false};
     if (vexa::uri::Contains(uri, "multicast")) return Transport{SOCK_DGRAM, true};
-    fprintf(stderr, "NetworkFactory::Connect - The transport for %s is not supported\n", uri.c_str());
+    Print("NetworkFactory::Connect - The transport for %s is not supported\n", uri.c_str());
     return std::nullopt;
 }
 
@@ -56,11 +56,11 @@ std::unique_ptr<Socket> OpenSocket(const Transport& transport, const url& parts)
 {
     std::unique_ptr<Socket> socket(new (std::nothrow) Socket(AF_INET, transport.socketType));
     if (!socket) {
-        fputs("NetworkFactory::Connect - failed to allocate a socket\n", stderr);
+        Print("NetworkFactory::Connect - failed to allocate a socket\n");
         return nullptr;
     }
     if (!socket->create()) {
-        fputs("NetworkFactory::Connect - failed to create socket\n", stderr);
+        Print("NetworkFactory::Connect - failed to create socket\n");
         return nullptr;
     }
     const long port = strtol(parts.port.c_str(), nullptr, 10);
@@ -68,8 +68,7 @@ std::unique_ptr<Socket> OpenSocket(const Transport& transport, const url& parts)
     if (transport.multicast ? number > 0 && socket->bind(number)
                             : number > 0 && socket->connect(parts.address, number))
         return socket;
-    fprintf(stderr, "NetworkFactory::Connect - failed to connect to host %s, port %ld\n",
-            parts.address.c_str(), port);
+    Print("NetworkFactory::Connect - failed to connect to host %s, port %ld\n", parts.address.c_str(), port);
     return nullptr;
 }
 
@@ -78,7 +77,7 @@ try {
     if (socket->type == SOCK_STREAM) return new NetworkTCPClient(connectionID, socket.release(), configID);
     return new NetworkUDPClient(connectionID, socket.release(), configID);
 } catch (const std::exception& error) {  // no memory, or no thread
-    fprintf(stderr, "NetworkFactory::Connect - failed to make a client: %s\n", error.what());
+    Print("NetworkFactory::Connect - failed to make a client: %s\n", error.what());
     return nullptr;
 }
 
@@ -103,12 +102,11 @@ try {
     if (!client) return nullptr;
     client->SetPayloadOrder(*byteOrder);
     if (transport->multicast || client->ConfirmConnection()) return client;
-    fprintf(stderr, "NetworkFactory::Connect - failed to confirm connection with host %s\n",
-            parts.address.c_str());
+    Print("NetworkFactory::Connect - failed to confirm connection with host %s\n", parts.address.c_str());
     delete client;
     return nullptr;
 } catch (const std::bad_alloc&) {
-    fputs("NetworkFactory::Connect - no memory\n", stderr);
+    Print("NetworkFactory::Connect - no memory\n");
     return nullptr;
 }
 

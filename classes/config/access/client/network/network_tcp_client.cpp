@@ -3,11 +3,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
 #include "config/access/client/network/stream_replies.h"
 #include "config/access/protocol/value_payload.h"
-#include "config/base/report.h"
+#include "config/base/log.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -73,9 +72,9 @@ try {
     else if (ReadText(message, text))
         Deliver(event, text);
     else
-        fprintf(stderr, "NetworkTCPClient::ProcessEvents - no text for paramid 0x%08X\n", event.paramID);
+        Print("NetworkTCPClient::ProcessEvents - no text for paramid 0x%08X\n", event.paramID);
 } catch (...) {
-    fputs("NetworkTCPClient::ProcessEvents - an event was lost by an exception\n", stderr);
+    Print("NetworkTCPClient::ProcessEvents - an event was lost by an exception\n");
 }
 
 void NetworkTCPClient::ProcessEvents()
@@ -83,16 +82,16 @@ void NetworkTCPClient::ProcessEvents()
     StreamReplies::End end;
     while ((end = m_stream.AwaitEvent()) == StreamReplies::End::kNone && !IsStopping()) ProcessEvent();
     if (IsStopping()) {
-        fputs("NetworkTCPClient::ProcessEvents - end\n", stderr);
+        Print("NetworkTCPClient::ProcessEvents - end\n");
     } else if (end == StreamReplies::End::kFailed) {
         errno = static_cast<int>(m_stream.EndCode());
-        perror("NetworkTCPClient::ProcessEvents");
-        fprintf(stderr, "NetworkTCPClient::ProcessEvents - recv error (%d) in process ID %d\n",
-                static_cast<int>(m_stream.EndCode()), getpid());
+        PrintError("NetworkTCPClient::ProcessEvents");
+        Print("NetworkTCPClient::ProcessEvents - recv error (%d) in process ID %d\n",
+              static_cast<int>(m_stream.EndCode()), getpid());
     } else if (end == StreamReplies::End::kUnknownType) {
-        fprintf(stderr, "NetworkTCPClient::ProcessEvents - Unknown message type %d\n",
-                static_cast<int>(m_stream.EndCode()));
-        fputs("NetworkTCPClient::ProcessEvents - Exiting\n", stderr);
+        Print("NetworkTCPClient::ProcessEvents - Unknown message type %d\n",
+              static_cast<int>(m_stream.EndCode()));
+        Print("NetworkTCPClient::ProcessEvents - Exiting\n");
     }
     SetUnreachable();  // last: by then the reason is on standard error
 }

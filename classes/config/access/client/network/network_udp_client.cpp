@@ -3,11 +3,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
 #include "config/access/protocol/value_payload.h"
 #include "config/base/diagnostic_log.h"
-#include "config/base/report.h"
+#include "config/base/log.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -81,7 +80,7 @@ try {
             break;
     }
     const auto error = static_cast<int>(reply.As<XCONFIGMGR_RESPONSE_T>().error);
-    if (error != 0) fprintf(stderr, "NetworkUDPClient::Set - response error:%d\n", error);
+    if (error != 0) Print("NetworkUDPClient::Set - response error:%d\n", error);
     return error == 0;
 } catch (...) {
     return Failed("Set");
@@ -223,7 +222,7 @@ try {
     }
     return true;
 } catch (...) {
-    fputs("NetworkUDPClient::ProcessEvents - an event was lost by an exception\n", stderr);
+    Print("NetworkUDPClient::ProcessEvents - an event was lost by an exception\n");
     return true;
 }
 
@@ -258,7 +257,7 @@ void NetworkUDPClient::ResponseQueueHandler()
         try {
             Deliver(event);
         } catch (...) {  // only this event is lost
-            fputs("NetworkUDPClient::ResponseQueueHandler - an event was lost by an exception\n", stderr);
+            Print("NetworkUDPClient::ResponseQueueHandler - an event was lost by an exception\n");
         }
         if (IsShutdown(event)) {
             DiagnosticLog(

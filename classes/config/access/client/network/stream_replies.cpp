@@ -4,8 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <system_error>
+
+#include "config/base/log.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -103,7 +104,7 @@ bool StreamReplies::Send(const std::string& request, const ReplyMatch& match, un
         if (sent == request.size()) return true;
         if (count < 0 || !WaitForRoom(deadline)) break;
     }
-    fputs("Socket::send - failed", stderr);
+    Print("Socket::send - failed");
     if (sent > 0) m_socket.close();  // the server would take the next request for the rest of this one
     return false;
 }
@@ -219,8 +220,8 @@ void StreamReplies::Route(Message message)
         m_reply = std::move(message);
     } else if (message.type == XCFG_SET_STREAM_PARAM_RESPONSE) {
         const auto response = message.As<XCONFIGMGR_RESPONSE_T>();
-        fprintf(stderr, "NetworkTCPClient - the string for paramid 0x%08X was refused, error %d\n",
-                response.paramID, static_cast<int>(response.error));
+        Print("NetworkTCPClient - the string for paramid 0x%08X was refused, error %d\n", response.paramID,
+              static_cast<int>(response.error));
     }
 }
 

@@ -1,7 +1,8 @@
 #include "config/access/client/queues/exchange_lock.h"
 
 #include <cerrno>
-#include <cstdio>
+
+#include "config/base/log.h"
 
 namespace vexa::config::access {
 
@@ -31,7 +32,7 @@ bool ExchangeLock::Take()
 {
     if (sem_trywait(&m_semaphore.raw) == 0) return true;
     if (errno == EAGAIN || errno == EINTR) return false;
-    perror("Semaphore(): call to sem_wait failed\n");
+    PrintError("Semaphore(): call to sem_wait failed\n");
     return true;
 }
 
@@ -87,7 +88,7 @@ void ExchangeLock::End(const void* owner)
 void ExchangeLock::Release(const void* owner)
 {
     if (!m_holder.compare_exchange_strong(owner, nullptr) || HandOver()) return;
-    if (sem_post(&m_semaphore.raw) != 0) perror("SemaphoreHelper::~SemaphoreHelper failed to post\n");
+    if (sem_post(&m_semaphore.raw) != 0) PrintError("SemaphoreHelper::~SemaphoreHelper failed to post\n");
     const MutexLock hold(m_lock);  // either this sees a waiting thread, or that thread sees the free lock
     if (m_waiting > 0 && !m_holderReturns) m_changed.NotifyOne();
 }

@@ -1,10 +1,10 @@
 #include "config/access/client/queues/mq_connection.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 
 #include "config/access/io/connection_utilities.h"
+#include "config/base/log.h"
 
 namespace vexa::config::access {
 
@@ -14,8 +14,8 @@ size_t MessageBytes(mqd_t queue)
 {
     mq_attr attributes{};
     if (mq_getattr(queue, &attributes) == 0) return static_cast<size_t>(attributes.mq_msgsize);
-    perror("PosixMQClient::PosixMQClient - mq_getattr failed");
-    fputs("PosixMQClient::PosixMQClient - mq_getattr failed", stderr);
+    PrintError("PosixMQClient::PosixMQClient - mq_getattr failed");
+    Print("PosixMQClient::PosixMQClient - mq_getattr failed");
     exit(1);
 }
 

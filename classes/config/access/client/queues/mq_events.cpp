@@ -4,11 +4,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
 #include "config/access/io/connection_utilities.h"
 #include "config/access/io/mq_notification.h"
-#include "config/base/report.h"
+#include "config/base/log.h"
 #include "config/descriptors/descriptor_table.h"
 
 namespace vexa::config::access {
@@ -42,7 +41,7 @@ class MQEvents::CallbackScope {
 void MQEvents::ReportOfProcess(const char* what)
 {
     const std::string name = ConnectionUtilities::GetPIDName(static_cast<unsigned int>(getpid()));
-    fprintf(stderr, "[%s] PosixMQClient::MQNotifyHandler - %s\n", name.c_str(), what);
+    Print("[%s] PosixMQClient::MQNotifyHandler - %s\n", name.c_str(), what);
 }
 
 MQEvents::MQEvents(MQConnection& connection, void (*onMessage)(sigval), void* value)
@@ -72,10 +71,10 @@ bool MQEvents::TellDaemon(const ListenerList::Turn&, eMessageType_t type, const 
     MQMessage answer;
     switch (m_connection.Exchange(request, answer)) {
         case Outcome::kNotSent:
-            perror((std::string("PosixMQClient::") + operation + " - mq_send failed").c_str());
+            PrintError((std::string("PosixMQClient::") + operation + " - mq_send failed").c_str());
             return Report("PosixMQClient::%s - mq_send failed\n", operation);
         default:
-            perror((std::string("PosixMQClient::") + operation + " - mq_receive failed").c_str());
+            PrintError((std::string("PosixMQClient::") + operation + " - mq_receive failed").c_str());
             return false;
         case Outcome::kReceived:
             break;
@@ -132,7 +131,7 @@ bool MQEvents::Enable(bool on)
     m_notifyWanted = on;
     if (on) return Arm();
     if (mq_notify(m_connection.responseQueue, nullptr) == 0) return true;
-    perror("PosixMQClient::EnableMQEvents - mq_notify (disable)");
+    PrintError("PosixMQClient::EnableMQEvents - mq_notify (disable)");
     return false;
 }
 
@@ -142,11 +141,11 @@ bool MQEvents::Arm()
     mq_attr nonBlocking{};
     nonBlocking.mq_flags = O_NONBLOCK;
     if (mq_setattr(m_connection.responseQueue, &nonBlocking, nullptr) != 0) {
-        perror("PosixMQClient::EnableMQEvents - mq_setattr failed to set O_NONBLOCK on response queue");
+        PrintError("PosixMQClient::EnableMQEvents - mq_setattr failed to set O_NONBLOCK on response queue");
         return false;
     }
     if (NotifyOnThread(m_connection.responseQueue, m_onMessage, m_value) == 0 || errno == EBUSY) return true;
-    perror("PosixMQClient::EnableMQEvents - mq_notify (enable)");
+    PrintError("PosixMQClient::EnableMQEvents - mq_notify (enable)");
     return false;
 }
 
@@ -181,9 +180,8 @@ bool MQEvents::HandleNotification()
 bool MQEvents::ProcessEvents()
 {
     if (!m_reader.Drain()) {
-        perror("PosixMQClient::ProcessMessages - mq_receive\n");
-        fputs("PosixMQClient::ProcessMessages - mq_receive ERROR\n", stderr);
-        fflush(stderr);
+        PrintError("PosixMQClient::ProcessMessages - mq_receive\n");
+        Print("PosixMQClient::ProcessMessages - mq_receive ERROR\n");
         return false;
     }
     if (m_reader.BeginDelivery()) DeliverEvents();
@@ -212,7 +210,7 @@ bool MQEvents::DeliverNext()
     else if (message.msgtype == XCFG_PARAM_STRING_CHANGED_EVENT)
         ProcessText(message, nullptr);
     else
-        fprintf(stderr, "Unknown message type %d\n", static_cast<int>(message.msgtype));
+        Print("Unknown message type %d\n", static_cast<int>(message.msgtype));
     return true;
 }
 
@@ -262,7 +260,7 @@ bool MQEvents::RegisterWait()
     MQMessage answer;
     const Outcome outcome = m_connection.Exchange(request, answer);
     if (outcome != Outcome::kReceived) {
-        perror("PosixMQClient::WaitForConfigEvent - mq_receive failed");
+        PrintError("PosixMQClient::WaitForConfigEvent - mq_receive failed");
         return Report("PosixMQClient::WaitForConfigEvent - %s failed\n",
                       outcome == Outcome::kNotSent ? "mq_send" : "mq_receive");
     }
@@ -284,9 +282,8 @@ bool MQEvents::WaitForEvent(ConfigEvent& event)
         const Outcome result = wait.Await();
         if (result == Outcome::kStopped) return false;
         if (result != Outcome::kReceived) {
-            perror("PosixMQClient::WaitForConfigEvent - mq_receive\n");
-            fputs("PosixMQClient::WaitForConfigEvent - mq_receive ERROR\n", stderr);
-            fflush(stderr);
+            PrintError("PosixMQClient::WaitForConfigEvent - mq_receive\n");
+            Print("PosixMQClient::WaitForConfigEvent - mq_receive ERROR\n");
             return false;
         }
         const ListenerList::Turn turn(m_listeners);
@@ -294,8 +291,8 @@ bool MQEvents::WaitForEvent(ConfigEvent& event)
         if (!m_reader.TakeEvent(turn, message)) continue;  // another thread was faster
         if (message.msgtype == XCFG_PARAM_CHANGED_EVENT) return ProcessNumber(message, &event);
         if (message.msgtype == XCFG_PARAM_STRING_CHANGED_EVENT) return ProcessText(message, &event);
-        fprintf(stderr, "PosixMQClient::WaitForConfigEvent - Unknown message type %d\n",
-                static_cast<int>(message.msgtype));
+        Print("PosixMQClient::WaitForConfigEvent - Unknown message type %d\n",
+              static_cast<int>(message.msgtype));
         return true;
     }
 }

@@ -7,9 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <new>
 #include <system_error>
+
+#include "config/base/log.h"
 
 namespace vexa::config::access {
 
@@ -290,7 +291,7 @@ Outcome MQReader::Read(const Deadline* deadline)
         try {
             if (!m_stopped) Route(MQMessage::Decode(m_buffer.data(), static_cast<size_t>(count)));
         } catch (const std::bad_alloc&) {
-            fputs("PosixMQClient - a message is lost for want of memory\n", stderr);
+            Print("PosixMQClient - a message is lost for want of memory\n");
         }
         return Outcome::kReceived;
     }

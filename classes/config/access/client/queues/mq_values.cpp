@@ -1,9 +1,7 @@
 #include "config/access/client/queues/mq_values.h"
 
-#include <cstdio>
-
 #include "config/access/io/connection_utilities.h"
-#include "config/base/report.h"
+#include "config/base/log.h"
 #include "config/streams/memory_serializer.h"
 #include "config/values/config_value.h"
 
@@ -14,8 +12,8 @@ namespace {
 /// Once with the meaning of errno, and once without.
 void PrintTwice(const char* text)
 {
-    perror(text);
-    fprintf(stderr, "%s\n", text);
+    PrintError(text);
+    Print("%s\n", text);
 }
 
 }  // namespace
@@ -52,8 +50,8 @@ unsigned int MQValues::GetNumber(eParam_t id)
             PrintTwice("PosixMQClient::Get - mq_send failed");
             return 0;
         default:
-            perror("PosixMQClient::Get - mq_receive failed");
-            fputs("PosixMQClient::Get(): mq_receive returned -1, FAILED", stderr);
+            PrintError("PosixMQClient::Get - mq_receive failed");
+            Print("PosixMQClient::Get(): mq_receive returned -1, FAILED");
             return 0;
         case Outcome::kReceived:
             break;
@@ -61,11 +59,11 @@ unsigned int MQValues::GetNumber(eParam_t id)
     // A Get tests the error first, a Set the identifiers: an error is no update, whichever request it
     // answers.
     if (answer.error != 0) {
-        fputs("PosixMQClient::Get(): response message indicated an error\n", stderr);
+        Print("PosixMQClient::Get(): response message indicated an error\n");
         return 0;
     }
     if (!ConnectionUtilities::IsValidResponse(request.info, answer.info)) {
-        fputs("PosixMQClient::Get(): response message did not match response message info\n", stderr);
+        Print("PosixMQClient::Get(): response message did not match response message info\n");
         return 0;
     }
     StoreLastUpdate(answer);
@@ -79,7 +77,7 @@ bool MQValues::SetNumber(eParam_t id, unsigned int value)
     MQMessage answer;
     switch (m_connection.ExchangeValue(request, "", answer)) {
         case Outcome::kNotSent:
-            perror("PosixMQClient::Set mq_send failed");
+            PrintError("PosixMQClient::Set mq_send failed");
             return Report("PosixMQClient::Set - mq_send failed\n");
         default:
             PrintTwice("PosixMQClient::Set - mq_receive failed");
@@ -104,7 +102,7 @@ bool MQValues::GetText(eParam_t id, std::string& value)
             PrintTwice("PosixMQClient::Get - mq_send failed");
             return false;
         default:
-            perror("PosixMQClient::Get - mq_receive failed");
+            PrintError("PosixMQClient::Get - mq_receive failed");
             return Report("PosixMQClient::Get(): mq_receive returned -1, FAILED");
         case Outcome::kReceived:
             break;
@@ -133,7 +131,7 @@ bool MQValues::SetText(eParam_t id, const std::string& value)
         case Outcome::kNotSent:
             return Report("PosixMQClient::Set: mq_send failed\n");
         default:
-            perror("PosixMQClient::Set - mq_receive failed");
+            PrintError("PosixMQClient::Set - mq_receive failed");
             return false;
         case Outcome::kReceived:
             break;

@@ -1,12 +1,12 @@
 #include "config/access/client/queues/posix_mq_client.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <thread>
 
 #include "config/access/client/queues/live_clients.h"
 #include "config/access/client/queues/mq_events.h"
 #include "config/access/client/queues/mq_values.h"
+#include "config/base/log.h"
 #include "config/base/no_signals.h"
 
 namespace vexa::config::access {
@@ -58,7 +58,7 @@ auto PosixMQClient::Do(const char* operation, const Work& work)
     try {
         return work();
     } catch (...) {
-        fprintf(stderr, "PosixMQClient::%s - ended by an exception\n", operation);
+        Print("PosixMQClient::%s - ended by an exception\n", operation);
         m_parts->connection.SetUnreachable();
         return decltype(work()){};
     }

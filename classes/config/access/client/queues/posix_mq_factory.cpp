@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <new>
 
@@ -14,7 +13,7 @@
 #include "config/access/client/queues/mq_connection.h"
 #include "config/access/io/connection_utilities.h"
 #include "config/access/protocol/uri.h"
-#include "config/base/report.h"
+#include "config/base/log.h"
 
 namespace vexa::config::access {
 
@@ -80,7 +79,7 @@ void ShareWithDaemon(mqd_t requestQueue, mqd_t responseQueue)
 
 void PrintHelp()
 {
-    fputs(
+    Print(
         "PosixMQFactory::Connect - If you are getting this error:\n"
         "PosixMQFactory::Connect - // You only need to do this once (per boot)\n"
         "PosixMQFactory::Connect - $ mkdir /dev/mqueue\n"
@@ -92,8 +91,7 @@ void PrintHelp()
         "PosixMQFactory::Connect - $ rm /dev/mqueue/*\n"
         "PosixMQFactory::Connect - // This last command deletes the queues and gives you a fresh start\n"
         "PosixMQFactory::Connect - // To be fixed in a future release...\n"
-        "PosixMQFactory::Connect - // see also: man 7 mq_overview\n",
-        stderr);
+        "PosixMQFactory::Connect - // see also: man 7 mq_overview\n");
 }
 
 }  // namespace
@@ -102,10 +100,9 @@ PosixMQFactory::PosixMQFactory() : m_shared(std::make_shared<SharedExchanges>())
 {
     m_requestQueue = mq_open(kRequestQueue, O_RDWR | O_CLOEXEC);
     if (m_requestQueue != -1) return;
-    perror("PosixMQFactory: mq_open failed");
-    fprintf(stderr, "PosixMQFactory: mq_open on request queue failed for %s\n", kRequestQueue);
-    fputs("PosixMQFactory: Are two copies of the mainstay running?\n", stderr);
-    fflush(stderr);
+    PrintError("PosixMQFactory: mq_open failed");
+    Print("PosixMQFactory: mq_open on request queue failed for %s\n", kRequestQueue);
+    Print("PosixMQFactory: Are two copies of the mainstay running?\n");
     exit(-1);
 }
 
@@ -120,7 +117,7 @@ unsigned int PosixMQFactory::GetPriority(const std::string& uri)
 PosixMQClient* PosixMQFactory::Connect(std::string uri)
 {
     if (m_requestQueue == -1) {
-        fputs("PosixMQFactory::Connect: _request_queue not valid\n", stderr);
+        Print("PosixMQFactory::Connect: _request_queue not valid\n");
         return nullptr;
     }
     // Only the low half of a process identifier fits here, so two processes may get the same name.
@@ -129,8 +126,8 @@ PosixMQClient* PosixMQFactory::Connect(std::string uri)
     const std::string name = ConnectionUtilities::GetQueueName(connectionID);
     const mqd_t responseQueue = OpenResponseQueue(name);
     if (responseQueue == -1) {
-        perror("PosixMQFactory::Connect - mq_open failed");
-        fprintf(stderr, "PosixMQFactory::Connect: mq_open on response queue %s failed\n", name.c_str());
+        PrintError("PosixMQFactory::Connect - mq_open failed");
+        Print("PosixMQFactory::Connect: mq_open on response queue %s failed\n", name.c_str());
         PrintHelp();
         return nullptr;
     }
@@ -140,9 +137,9 @@ PosixMQClient* PosixMQFactory::Connect(std::string uri)
         if (ConfirmConnection(m_requestQueue, responseQueue, connectionID, priority))
             return new PosixMQClient(connectionID, priority, m_requestQueue, responseQueue, m_shared, 0);
     } catch (const std::exception& error) {  // no memory
-        fprintf(stderr, "PosixMQFactory::Connect - failed to make a client: %s\n", error.what());
+        Print("PosixMQFactory::Connect - failed to make a client: %s\n", error.what());
     }
-    fprintf(stderr, "PosixMQFactory::Connect - failed to confirm connection %s with server\n", name.c_str());
+    Print("PosixMQFactory::Connect - failed to confirm connection %s with server\n", name.c_str());
     mq_close(responseQueue);
     mq_unlink(name.c_str());
     return nullptr;
@@ -154,12 +151,12 @@ bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, 
     const Deadline deadline(m_connectTimeout);
     const auto request = HandshakeRequest(XCFG_CONNECT_REQUEST, connectionID, priority, *m_shared);
     if (!Send(requestQueue, request, deadline)) {
-        perror("PosixMQFactory::ConfirmConnection");
+        PrintError("PosixMQFactory::ConfirmConnection");
         return Report("PosixMQFactory::ConfirmConnection: mq_send failed\n");
     }
     mq_attr attributes{};
     if (mq_getattr(responseQueue, &attributes) != 0) {
-        perror("PosixMQFactory::ConfirmConnection -  mq_getattr failed, unable to get mq_msgsize");
+        PrintError("PosixMQFactory::ConfirmConnection -  mq_getattr failed, unable to get mq_msgsize");
         return Report("PosixMQFactory::ConfirmConnection - mq_getattr failed, unable to get mq_msgsize\n");
     }
     std::vector<char> buffer;
@@ -167,13 +164,13 @@ bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, 
         buffer.resize(static_cast<size_t>(attributes.mq_msgsize));
     } catch (const std::bad_alloc&) {
         errno = ENOMEM;
-        perror("PosixMQFactory::ConfirmConnection - new failed\n");
+        PrintError("PosixMQFactory::ConfirmConnection - new failed\n");
         return Report("PosixMQFactory::ConfirmConnection - new of %ld bytes failed\n",
                       static_cast<long>(attributes.mq_msgsize));
     }
     MQMessage answer;
     if (!ReceiveAnswer(responseQueue, buffer, deadline, answer)) {
-        perror("PosixMQFactory::ConfirmConnection - mq_receive failed\n");
+        PrintError("PosixMQFactory::ConfirmConnection - mq_receive failed\n");
         return Report("PosixMQFactory::ConfirmConnection - mq_receive for connectionID %X failed\n",
                       connectionID);
     }

@@ -1,9 +1,9 @@
 #include "config/access/server/network/change_announcer.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "config/access/protocol/value_payload.h"
+#include "config/base/log.h"
 #include "config/config.h"
 
 namespace vexa::corvalis::config::access {
@@ -37,7 +37,7 @@ MulticastSender::Event NumberEvent(Config& config, eParam_t id, unsigned int val
 MulticastSender::Event TextEvent(Config& config, eParam_t id, timeval time, std::endian payloadOrder)
 {
     std::string payload = WritePayload(config.GetSerializable(id), payloadOrder);
-    if (payload.empty()) fprintf(stderr, "ParamChanged: Invalid serializable value (ParamID:0x%0x)\n", id);
+    if (payload.empty()) Print("ParamChanged: Invalid serializable value (ParamID:0x%0x)\n", id);
     return {EventRecord(XCFG_PARAM_STRING_CHANGED_EVENT, config, id, time), std::move(payload)};
 }
 

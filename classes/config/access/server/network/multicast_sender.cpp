@@ -3,9 +3,8 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
-#include <cstdio>
-
 #include "config/access/protocol/value_payload.h"
+#include "config/base/log.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -22,13 +21,13 @@ MulticastSender::MulticastSender() : m_socket(AF_INET, SOCK_DGRAM)
     m_group.sin_port = htons(kMulticastPort);
     m_group.sin_addr.s_addr = inet_addr(kMulticastGroup);
     if (!m_socket.create()) {
-        fputs("NetworkUDPConnection - failed to create multicast Socket\n", stderr);
+        Print("NetworkUDPConnection - failed to create multicast Socket\n");
         return;
     }
     // The address also chooses the interface.
     if (!m_socket.bind(kMulticastInterface, 0)) {
-        perror("SocketConnect multicast");
-        fputs("NetworkUDPConnection - failed to bind multicast Socket\n", stderr);
+        PrintError("SocketConnect multicast");
+        Print("NetworkUDPConnection - failed to bind multicast Socket\n");
         return;
     }
     m_socket.set_buffer_size(SO_SNDBUF, kSendBufferBytes);
@@ -44,8 +43,8 @@ void MulticastSender::Send(Event event)
 {
     const bool isData = event.record.msgtype == XCFG_PARAM_DATA_CHANGED_EVENT;
     if (event.payload.size() > kMaxDatagramPayload) {
-        fprintf(stderr, "NetworkUDPConnection::%s - the value is too large for an event (ParamID:0x%0x)\n",
-                isData ? "DataChanged" : "ParamChanged", event.record.paramID);
+        Print("NetworkUDPConnection::%s - the value is too large for an event (ParamID:0x%0x)\n",
+              isData ? "DataChanged" : "ParamChanged", event.record.paramID);
         return;
     }
     if (event.record.msgtype == XCFG_PARAM_CHANGED_EVENT) event.record.requestID = m_sequence++;
@@ -53,7 +52,7 @@ void MulticastSender::Send(Event event)
     event.record.streamFormat = kStreamFormat;
     const std::string datagram = MessageBytes(event.record, event.payload);
     if (m_socket.sendto(datagram.data(), static_cast<unsigned int>(datagram.size()), m_group)) return;
-    perror(isData ? "NetworkUDPConnection::DataChanged" : "NetworkUDPConnection::ParamChanged");
+    PrintError(isData ? "NetworkUDPConnection::DataChanged" : "NetworkUDPConnection::ParamChanged");
 }
 
 }  // namespace vexa::corvalis::config::access

@@ -1,8 +1,6 @@
 #include "config/access/server/network/network_connection.h"
 
-#include <cstdio>
-
-#include "config/base/report.h"
+#include "config/base/log.h"
 #include "config/config.h"
 #include "config/values/config_value.h"
 
@@ -15,7 +13,7 @@ bool Apply(Config& config, ConfigValue& object, timeval time, const char* mismat
 {
     auto* const value = dynamic_cast<Value*>(&object);
     if (!value) {
-        fputs(mismatch, stderr);
+        Print("%s", mismatch);
         return false;
     }
     Content content{};
@@ -53,7 +51,7 @@ XCONFIGMGR_CONNECTION_RESPONSE_T NetworkConnection::Confirmation(const MessagePr
 XCONFIGMGR_RESPONSE_T NetworkConnection::ErrorResponse(const XCONFIGMGR_REQUEST_T& request,
                                                        eMessageType_t type, uint32_t error)
 {
-    if (error == 0) fputs("WARNING: response.error was not supplied by caller!!!", stderr);
+    if (error == 0) Print("WARNING: response.error was not supplied by caller!!!");
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, type);
     response.error = error;
     return response;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <new>
 #include <vector>
 
@@ -14,9 +13,9 @@
 #include "config/access/protocol/network_protocol.h"
 #include "config/access/server/network/network_tcp_connection.h"
 #include "config/access/server/network/network_udp_connection.h"
+#include "config/base/log.h"
 #include "config/base/mutex.h"
 #include "config/base/no_destructor.h"
-#include "config/base/report.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -172,8 +171,8 @@ bool NetworkServer::Running::Start()
         pthread_detach(thread);
         return true;
     }
-    perror("configd::main");
-    fputs("NetworkServer::Start - pthread_create failed\n", stderr);
+    PrintError("configd::main");
+    Print("NetworkServer::Start - pthread_create failed\n");
     Count(false);
     return false;
 }
@@ -191,10 +190,11 @@ void* NetworkServer::Running::pthread_start(void* argument)
 {
     auto* const running = static_cast<Running*>(argument);
     pthread_setname_np(pthread_self(), running->m_type == SOCK_STREAM ? "cfg-tcp-server" : "cfg-udp-server");
+    const PeerLog limited;
     try {
         running->Run();
     } catch (...) {
-        fputs("NetworkServer::pthread_start - ended by an exception\n", stderr);
+        Print("NetworkServer::pthread_start - ended by an exception\n");
     }
     Finish(running->m_server);
     return nullptr;
@@ -245,7 +245,7 @@ void NetworkServer::Running::RepeatUntilStopped(const Step& step)
         try {
             step();
         } catch (...) {
-            fputs("NetworkServer::Run - a client was lost by an exception\n", stderr);
+            Print("NetworkServer::Run - a client was lost by an exception\n");
             PauseIfExhausted(ENOMEM);
         }
     }
@@ -254,7 +254,7 @@ void NetworkServer::Running::RepeatUntilStopped(const Step& step)
 void NetworkServer::Running::RunTCP()
 {
     RepeatUntilStopped([this] { ServeConnection(); });
-    fputs("NetworkServer::Run - exiting\n", stderr);
+    Print("NetworkServer::Run - exiting\n");
 }
 
 void NetworkServer::Running::ServeConnection()
@@ -264,7 +264,7 @@ void NetworkServer::Running::ServeConnection()
     if (connection->Start())
         static_cast<void>(connection.release());  // its thread owns it
     else
-        fputs("NetworkServer::Run - unable to start connection\n", stderr);
+        Print("NetworkServer::Run - unable to start connection\n");
 }
 
 std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::WaitForConnection()
@@ -272,8 +272,8 @@ std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::WaitForConnection(
     auto client = std::make_unique<Socket>(m_domain, m_type);
     if (!m_socket->accept(client.get())) {
         const int error = errno;
-        perror("NetworkServer::WaitForConnection");
-        fputs("NetworkServer::WaitForConnection - accept failed\n", stderr);
+        PrintError("NetworkServer::WaitForConnection");
+        Print("NetworkServer::WaitForConnection - accept failed\n");
         PauseIfExhausted(error);
         return nullptr;
     }
@@ -290,7 +290,7 @@ void NetworkServer::Running::RunUDP()
         return;
     m_udpConnection.reset(new (std::nothrow) NetworkUDPConnection(*m_socket, m_payloadOrder));
     if (!m_udpConnection) {
-        fputs("NetworkServer::Run - unable to create socket connection\n", stderr);
+        Print("NetworkServer::Run - unable to create socket connection\n");
         return;
     }
     for (const eConfigID_t configID : m_announced) m_udpConnection->Announce(configID);
@@ -306,11 +306,11 @@ void NetworkServer::Running::WaitForDatagram()
     if (length > 0) {
         m_udpConnection->ProcessMessages(datagram.data(), length, from);
     } else if (errno == 0) {
-        fputs("NetworkServer::WaitForDatagram - recvfrom shutting down normally\n", stderr);
+        Print("NetworkServer::WaitForDatagram - recvfrom shutting down normally\n");
     } else {
         const int error = errno;
-        perror("NetworkServer::WaitForDatagram");
-        fputs("NetworkServer::WaitForDatagram - recvfrom error condition\n", stderr);
+        PrintError("NetworkServer::WaitForDatagram");
+        Print("NetworkServer::WaitForDatagram - recvfrom error condition\n");
         PauseIfExhausted(error);
     }
 }

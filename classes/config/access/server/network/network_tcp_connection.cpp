@@ -4,13 +4,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 
 #include "config/access/io/connection_name.h"
 #include "config/access/protocol/value_payload.h"
 #include "config/access/server/peer_stores.h"
 #include "config/base/diagnostic_log.h"
-#include "config/base/report.h"
+#include "config/base/log.h"
 #include "config/config.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/values/config_value.h"
@@ -66,19 +65,20 @@ bool NetworkTCPConnection::Start()
         pthread_detach(thread);
         return true;
     }
-    perror("NetworkTCPConnection::Start");
+    PrintError("NetworkTCPConnection::Start");
     return Report("NetworkTCPConnection::Start - pthread_create failed\n");
 }
 
 void* NetworkTCPConnection::pthread_start(void* connection)
 {
     pthread_setname_np(pthread_self(), "cfg-tcp-client");
+    const PeerLog limited;
     const std::unique_ptr<NetworkTCPConnection> self(static_cast<NetworkTCPConnection*>(connection));
     for (const auto part : {&NetworkTCPConnection::Run, &NetworkTCPConnection::LeaveStore}) {
         try {
             (self.get()->*part)();
         } catch (...) {
-            fputs("NetworkTCPConnection::pthread_start - ended by an exception\n", stderr);
+            Print("NetworkTCPConnection::pthread_start - ended by an exception\n");
         }
     }
     return nullptr;
@@ -135,9 +135,7 @@ bool NetworkTCPConnection::ProcessMessages()
     type = wire::NetworkOrder::Convert(type);
     const RequestHandler* const handler = FindHandler(type);
     if (!handler) {
-        fprintf(stderr, "NetworkTCPConnection::ProcessMessages - Unknown message type %d\n",
-                static_cast<int>(type));
-        fflush(stderr);
+        Print("NetworkTCPConnection::ProcessMessages - Unknown message type %d\n", static_cast<int>(type));
         return false;
     }
     if (!ReadRest(*handler, record)) return false;
@@ -190,7 +188,7 @@ bool NetworkTCPConnection::ProcessConnectRequest(const XCONFIGMGR_CONNECTION_REQ
 bool NetworkTCPConnection::ProcessDisconnectRequest(const XCONFIGMGR_CONNECTION_REQUEST_T& request)
 {
     if (SendRecord(Confirmation(request, XCFG_DISCONNECT_RESPONSE))) return true;
-    perror("NetworkTCPConnection::ProcessDisconnectRequest - unable to send response");
+    PrintError("NetworkTCPConnection::ProcessDisconnectRequest - unable to send response");
     return Report("NetworkTCPConnection::ProcessDisconnectRequest: unable to send response\n");
 }
 
@@ -213,7 +211,7 @@ bool NetworkTCPConnection::ProcessGetStreamRequest(const XCONFIGMGR_REQUEST_T& r
     const std::string payload = WritePayload(m_config->GetSerializable(request.paramID), m_payloadOrder);
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_GET_STREAM_PARAM_RESPONSE);
     if (payload.empty()) {
-        fputs("SendStreamResponse: Invalid serializable value\n", stderr);
+        Print("SendStreamResponse: Invalid serializable value\n");
         response = ErrorResponse(request, XCFG_GET_STREAM_PARAM_RESPONSE, kErrorNoValue);
     }
     SemaphoreHelper hold(m_stream.lock);
@@ -229,14 +227,14 @@ bool NetworkTCPConnection::ReadStream(uint32_t length, std::string& payload)
         errno = 0;
         if (m_stream.Read(payload.data(), length) == static_cast<int>(length)) return true;
     }
-    perror("NetworkTCPConnection::ProcessSetStreamRequest");
+    PrintError("NetworkTCPConnection::ProcessSetStreamRequest");
     return false;
 }
 
 bool NetworkTCPConnection::ProcessSetStreamRequest(const XCONFIGMGR_REQUEST_T& request)
 {
     if (request.streamLength == 0) {
-        fputs("NetworkTCPConnection::ProcessSetStreamMessage - invalid streamLength\n", stderr);
+        Print("NetworkTCPConnection::ProcessSetStreamMessage - invalid streamLength\n");
         return true;
     }
     std::string payload;
@@ -256,7 +254,7 @@ bool NetworkTCPConnection::SendStreamResponse(XCONFIGMGR_RESPONSE_T& response, c
     response.streamFormat = payload.empty() ? 0 : kStreamFormat;
     const std::string message = MessageBytes(response, payload);
     if (m_stream.Send(message.data(), message.size())) return true;
-    perror("SendStreamResponse: socket send failed");
+    PrintError("SendStreamResponse: socket send failed");
     return Report("SendStreamResponse: socket send failed");
 }
 
@@ -278,7 +276,7 @@ bool NetworkTCPConnection::ProcessAddConfigEventListenerRequest(
         m_params.push_back(id);
 
     if (!m_stream.Share()) {
-        perror("NetworkTCPConnection::ProcessAddConfigEventListenerRequest");
+        PrintError("NetworkTCPConnection::ProcessAddConfigEventListenerRequest");
         return false;
     }
     SetRegistered(true);
@@ -319,7 +317,7 @@ bool NetworkTCPConnection::ParamChanged(eParam_t id, unsigned int value, timeval
     event.value = value;
     const auto bytes = Encode(event);
     if (m_stream.Send(bytes.data(), bytes.size())) return true;
-    perror("NetworkTCPConnection::ParamChanged - unable to send event to socket");
+    PrintError("NetworkTCPConnection::ParamChanged - unable to send event to socket");
     return false;
 }
 
@@ -336,16 +334,16 @@ try {
     XCONFIGMGR_RESPONSE_T event = EventFor(XCFG_PARAM_STRING_CHANGED_EVENT, id);
     SetTime(event, time);
     if (SendStreamResponse(event, payload)) return true;
-    fprintf(stderr,
-            "NetworkTCPConnection::ParamChanged - call to SendStreamResponse failed, unable to send event to "
-            "%d\n",
-            static_cast<int>(m_connectionID));
+    Print(
+        "NetworkTCPConnection::ParamChanged - call to SendStreamResponse failed, unable to send event to "
+        "%d\n",
+        static_cast<int>(m_connectionID));
     Stop();
     return false;
 } catch (...) {
     // Without the event the client would keep an old text; the end of the connection makes it read anew.
     SemaphoreHelper hold(m_stream.lock);
-    fputs("NetworkTCPConnection::ParamChanged - an event was lost by an exception\n", stderr);
+    Print("NetworkTCPConnection::ParamChanged - an event was lost by an exception\n");
     return m_stream.Fail();
 }
 

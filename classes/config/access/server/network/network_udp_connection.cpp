@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <iterator>
 
 #include "config/access/io/connection_name.h"
 #include "config/access/protocol/value_payload.h"
 #include "config/access/server/peer_stores.h"
 #include "config/base/diagnostic_log.h"
+#include "config/base/log.h"
 #include "config/config.h"
 #include "config/descriptors/string_descriptor.h"
 #include "config/values/config_value.h"
@@ -29,7 +29,7 @@ bool HasPayload(uint32_t type)
 
 void PrintTooShort()
 {
-    fputs("NetworkUDPConnection::ProcessDatagramMessages - insufficient message length\n", stderr);
+    Print("NetworkUDPConnection::ProcessDatagramMessages - insufficient message length\n");
 }
 
 std::string NameOf(Config& config, eParam_t id)
@@ -96,15 +96,14 @@ void NetworkUDPConnection::Announce(eConfigID_t configID)
     if (Entry* const entry = OpenEntry(configID))
         entry->isAnnounced = true;
     else
-        fputs("NetworkUDPConnection::Announce - unable to connect to the config\n", stderr);
+        Print("NetworkUDPConnection::Announce - unable to connect to the config\n");
 }
 
 Config* NetworkUDPConnection::GetConfig(uint32_t configID)
 {
     const auto found = m_entries.find(configID);
     if (found != m_entries.end() && found->second.IsConnected()) return found->second.config;
-    fprintf(stderr, "NetworkUDPConnection::GetConfig - ConfigID %d instance not present\n",
-            static_cast<int>(configID));
+    Print("NetworkUDPConnection::GetConfig - ConfigID %d instance not present\n", static_cast<int>(configID));
     return nullptr;
 }
 
@@ -139,9 +138,8 @@ void NetworkUDPConnection::ProcessMessages(const char* data, int length, const s
     type = wire::NetworkOrder::Convert(type);
     const Handler handler = FindHandler(type);
     if (!handler && !IsConnectionRequest(type)) {
-        fprintf(stderr,
-                "NetworkUDPConnection::ProcessDatagramMessages - Unknown message type \"%s\" (0x%X )\n",
-                GetMessageName(type), type);
+        Print("NetworkUDPConnection::ProcessDatagramMessages - Unknown message type \"%s\" (0x%X )\n",
+              GetMessageName(type), type);
         return;
     }
     MessagePrefix prefix;
@@ -180,7 +178,7 @@ void NetworkUDPConnection::ProcessConnectRequest(const MessagePrefix& request, c
 {
     Entry* const entry = OpenEntry(request.configID);
     if (!entry) {
-        fputs("NetworkUDPConnection::ProcessConnectRequest - unable to connect to the config\n", stderr);
+        Print("NetworkUDPConnection::ProcessConnectRequest - unable to connect to the config\n");
         return;
     }
     if (!entry->isPermanent) entry->clients.insert(ClientOf(request, from));
@@ -190,23 +188,21 @@ void NetworkUDPConnection::ProcessConnectRequest(const MessagePrefix& request, c
     }
     // As long as a response with a value, for old clients that read a fixed length.
     if (!Confirm(request, XCFG_CONNECT_RESPONSE, kResponseBytes, from))
-        fputs("NetworkUDPConnection::ProcessConnectRequest - send failed\n", stderr);
+        Print("NetworkUDPConnection::ProcessConnectRequest - send failed\n");
 }
 
 void NetworkUDPConnection::ProcessDisconnectRequest(const MessagePrefix& request, const sockaddr_in& from)
 {
     const auto configID = static_cast<uint32_t>(request.configID);
     if (!GetConfig(configID)) {
-        fprintf(
-            stderr,
-            "NetworkUDPConnection::ProcessDisconnectRequest - Unable to get ConfigManger for ConfigID %d\n",
-            request.configID);
+        Print("NetworkUDPConnection::ProcessDisconnectRequest - Unable to get ConfigManger for ConfigID %d\n",
+              request.configID);
         return;
     }
     Entry& entry = m_entries.at(configID);
     if (!entry.isPermanent && entry.clients.erase(ClientOf(request, from)) == 0)
-        fprintf(stderr, "NetworkUDPConnection::ProcessDisconnectRequest - Unable to find instance to %s\n",
-                GetConnectionName(request.connectionID).c_str());
+        Print("NetworkUDPConnection::ProcessDisconnectRequest - Unable to find instance to %s\n",
+              GetConnectionName(request.connectionID).c_str());
     CloseIfUnused(configID);
     Confirm(request, XCFG_DISCONNECT_RESPONSE, wire::Size<XCONFIGMGR_CONNECTION_RESPONSE_T>(), from);
 }
@@ -228,15 +224,14 @@ void NetworkUDPConnection::ProcessSetRequest(Entry& entry, const Datagram& datag
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_SET_PARAM_RESPONSE);
     const bool isStored = config.Set(request.paramID, request.value);
     if (!isStored) {
-        fprintf(stderr,
-                "\tNetworkUDPConnection::ProcessSetRequest - Set failed for paramID 0x%08x (%s), value %d\n",
-                request.paramID, NameOf(config, request.paramID).c_str(), static_cast<int>(request.value));
+        Print("\tNetworkUDPConnection::ProcessSetRequest - Set failed for paramID 0x%08x (%s), value %d\n",
+              request.paramID, NameOf(config, request.paramID).c_str(), static_cast<int>(request.value));
         response = ErrorResponse(request, XCFG_SET_PARAM_RESPONSE, kErrorRefused);
     }
     response.value = config.Get(request.paramID);
     if (!Reply(response, "", datagram.from)) {
-        perror("NetworkUDPConnection::ProcessSetRequest - send failed");
-        fputs("NetworkUDPConnection::ProcessSetRequest - send failed\n", stderr);
+        PrintError("NetworkUDPConnection::ProcessSetRequest - send failed");
+        Print("NetworkUDPConnection::ProcessSetRequest - send failed\n");
     }
     if (!isStored) return change.AnnounceKept();
     {
@@ -250,14 +245,13 @@ void NetworkUDPConnection::FireDependentParamsChangedEvents(const XCONFIGMGR_REQ
 {
     Config* const config = GetConfig(static_cast<uint32_t>(request.configID));
     if (!config) {
-        fputs("NetworkUDPConnection::FireDependentParamsChangedEvents - GetConfig returned NULL\n", stderr);
+        Print("NetworkUDPConnection::FireDependentParamsChangedEvents - GetConfig returned NULL\n");
         return;
     }
     ParamDescriptor* const descriptor = config->GetParamDescriptor(request.paramID);
     if (!descriptor) {
-        fprintf(stderr,
-                "NetworkUDPConnection::FireDependentParamsChangedEvents - GetParamDescriptor failed for %s\n",
-                NameOf(*config, request.paramID).c_str());
+        Print("NetworkUDPConnection::FireDependentParamsChangedEvents - GetParamDescriptor failed for %s\n",
+              NameOf(*config, request.paramID).c_str());
         return;
     }
     for (const eParam_t id : descriptor->GetDependentParamIDs()) {
@@ -271,17 +265,15 @@ void NetworkUDPConnection::SendCurrent(Config& config, eParam_t id, timeval time
 {
     ParamDescriptor* const descriptor = config.GetParamDescriptor(id);
     if (!descriptor) {
-        fprintf(stderr,
-                "NetworkUDPConnection::FireDependentParamsChangedEvents - GetParamDescriptor failed for %s\n",
-                NameOf(config, id).c_str());
+        Print("NetworkUDPConnection::FireDependentParamsChangedEvents - GetParamDescriptor failed for %s\n",
+              NameOf(config, id).c_str());
     } else if (IsData(*descriptor)) {
         std::string data;
         if (config.GetData(id, data))
             m_sender.Send(DataEvent(config, id, std::move(data), time));
         else
-            fprintf(stderr,
-                    "NetworkUDPConnection::FireDependentParamsChangedEvents - GetData failed for %s\n",
-                    NameOf(config, id).c_str());
+            Print("NetworkUDPConnection::FireDependentParamsChangedEvents - GetData failed for %s\n",
+                  NameOf(config, id).c_str());
     } else if (descriptor->GetParamType() == eCParam_StringValue) {
         MulticastSender::Event event = TextEvent(config, id, time, m_payloadOrder);
         if (!event.payload.empty()) m_sender.Send(std::move(event));
@@ -312,12 +304,12 @@ void NetworkUDPConnection::ProcessGetStreamRequest(Entry& entry, const Datagram&
     // The request's own code: clients of this transport look for it.
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_GET_STREAM_PARAM_REQUEST);
     if (payload.empty() || payload.size() > kMaxDatagramPayload) {
-        fprintf(stderr, "ParamChanged: Invalid serializable value (ParamID:0x%0x)\n", request.paramID);
+        Print("ParamChanged: Invalid serializable value (ParamID:0x%0x)\n", request.paramID);
         response = ErrorResponse(request, XCFG_GET_STREAM_PARAM_REQUEST, kErrorNoValue);
         payload.clear();
     }
     if (!Reply(response, payload, datagram.from))
-        fputs("NetworkUDPConnection::ProcessGetStreamRequest - sendto failed\n", stderr);
+        Print("NetworkUDPConnection::ProcessGetStreamRequest - sendto failed\n");
 }
 
 void NetworkUDPConnection::ProcessSetStreamRequest(Entry& entry, const Datagram& datagram)
@@ -341,7 +333,7 @@ void NetworkUDPConnection::ProcessGetDataRequest(Entry& entry, const Datagram& d
         data.clear();
     }
     if (!Reply(response, data, datagram.from))
-        fputs("NetworkUDPConnection::ProcessGetDataRequest - sendto (failed\n", stderr);
+        Print("NetworkUDPConnection::ProcessGetDataRequest - sendto (failed\n");
 }
 
 void NetworkUDPConnection::ProcessSetDataRequest(Entry& entry, const Datagram& datagram)

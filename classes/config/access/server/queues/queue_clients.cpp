@@ -6,13 +6,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "config/access/io/connection_utilities.h"
 #include "config/access/io/message_queue.h"
-#include "config/base/report.h"
+#include "config/base/log.h"
 
 namespace vexa::config::access {
 
@@ -74,8 +73,7 @@ bool QueueClients::Open(uint32_t connectionID)
     client.queue = mq_open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     mq_attr attributes{};
     if (client.queue == -1 || mq_getattr(client.queue, &attributes) != 0) {
-        fprintf(stderr, "mainstay: cannot open the queue %s of a client: %s\n", name.c_str(),
-                strerror(errno));
+        Print("mainstay: cannot open the queue %s of a client: %s\n", name.c_str(), strerror(errno));
         Drop(m_clients.find(connectionID));
         return false;
     }
@@ -130,8 +128,8 @@ void QueueClients::Reply(uint32_t connectionID, const std::string& reply)
     SemaphoreHelper hold(m_lock);
     if (!m_clients.contains(connectionID) && !Open(connectionID)) return;
     if (!SendOrQueue(m_clients[connectionID], reply))
-        fprintf(stderr, "mainstay: cannot answer %s: %s\n",
-                ConnectionUtilities::GetQueueName(connectionID).c_str(), strerror(errno));
+        Print("mainstay: cannot answer %s: %s\n", ConnectionUtilities::GetQueueName(connectionID).c_str(),
+              strerror(errno));
 }
 
 /// @return false, with errno, when the reply is lost.
@@ -216,8 +214,8 @@ bool QueueClients::CountLost(const Clients::value_type& entry, Client& client)
         mq_unlink(name.c_str());
         return false;
     }
-    fprintf(stderr, "mainstay: %s is full or its messages too small: %u events lost\n", name.c_str(),
-            client.lostEvents);
+    Print("mainstay: %s is full or its messages too small: %u events lost\n", name.c_str(),
+          client.lostEvents);
     return true;
 }
 

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -19,7 +18,7 @@
 #include "config/access/server/peer_stores.h"
 #include "config/access/server/queues/queue_clients.h"
 #include "config/base/diagnostic_log.h"
-#include "config/base/report.h"
+#include "config/base/log.h"
 #include "config/config.h"
 #include "config/config_event_listener.h"
 #include "config/values/config_value.h"
@@ -38,7 +37,7 @@ bool Decode(const char* data, size_t length, Record& record)
 
 void PrintMalformed(const char* what, size_t length)
 {
-    fprintf(stderr, "mainstay: dropped a message: %s (%zu bytes)\n", what, length);
+    Print("mainstay: dropped a message: %s (%zu bytes)\n", what, length);
 }
 
 /// The type that answers a request. Data requests have codes of their own.
@@ -127,9 +126,9 @@ bool QueueService::Service::OpenQueue()
     if (queue == -1 || flock(queue, LOCK_EX | LOCK_NB) != 0 || mq_getattr(queue, &attributes) != 0 ||
         fstat(queue, &status) != 0) {
         if (queue != -1 && errno == EWOULDBLOCK)
-            fprintf(stderr, "mainstay: another daemon serves the queue %s\n", kRequestQueue);
+            Print("mainstay: another daemon serves the queue %s\n", kRequestQueue);
         else
-            fprintf(stderr, "mainstay: cannot open the queue %s: %s\n", kRequestQueue, strerror(errno));
+            Print("mainstay: cannot open the queue %s: %s\n", kRequestQueue, strerror(errno));
         if (queue != -1) mq_close(queue);
         return false;
     }
@@ -153,6 +152,7 @@ bool QueueService::Service::Start()
     m_store->AddConfigEventListener(this);
     m_thread = std::thread([this] {
         pthread_setname_np(pthread_self(), "cfg-mq-server");
+        const vexa::PeerLog limited;
         Run();
     });
     return true;
@@ -165,7 +165,7 @@ void QueueService::Service::Run()
             const ssize_t length = ReceiveNext();
             if (length >= 0 && !m_stop) Handle(m_message.data(), static_cast<size_t>(length));
         } catch (...) {
-            fputs("mainstay: a request was lost by an exception\n", stderr);
+            Print("mainstay: a request was lost by an exception\n");
         }
     }
 }

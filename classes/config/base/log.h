@@ -1,0 +1,33 @@
+/// Lines on standard error that never wait for their reader.
+#pragma once
+
+#include <cstddef>
+
+#include "config/base/export.h"
+
+namespace vexa {
+
+/// The longest text of one call: as much as a pipe takes in one piece.
+inline constexpr size_t kMaxLogBytes = 4096;
+
+/// Prints, as printf. A text that standard error does not take at once is left out and counted; the number of
+/// texts that were left out precedes the next one. Keeps errno. Thread: any.
+VEXA_EXPORT [[gnu::format(printf, 1, 2)]] void Print(const char* format, ...);
+/// Prints the text and the reason in errno, as perror. Thread: any.
+VEXA_EXPORT void PrintError(const char* what);
+/// Prints, as printf; for operations that return false after one line. @return false. Thread: any.
+VEXA_EXPORT [[gnu::format(printf, 1, 2)]] bool Report(const char* format, ...);
+
+/// For a thread that works for peers: whatever it prints while the object lives passes one limiter of the
+/// process, so that no peer can fill the log. What does not pass is counted as well.
+class VEXA_EXPORT PeerLog {
+  public:
+    static constexpr double kBurst = 500, kLinesPerSecond = 10;
+
+    PeerLog();
+    ~PeerLog();
+    PeerLog(const PeerLog&) = delete;
+    PeerLog& operator=(const PeerLog&) = delete;
+};
+
+}  // namespace vexa
