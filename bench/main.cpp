@@ -3,14 +3,34 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "parts.h"
 #include "table.h"
 
-int main()
+namespace {
+
+struct {
+    const char* name;
+    void (*measure)();
+} const kParts[] = {
+    {"parameters", MeasureNumberOfParameters},  // first: in processes that have built nothing yet
+    {"store", MeasureStore},
+    {"network", MeasureNetwork},
+    {"queues", MeasureQueues},
+    {"daemon", MeasureDaemon},
+};
+
+}  // namespace
+
+/// Arguments name the parts to measure; none: all.
+int main(int argc, char** argv)
 {
+    const std::vector<std::string> wanted(argv + 1, argv + argc);
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     setenv("PRODUCT_ID", "ROWAN", 1);  // the largest catalogue
     rlimit descriptors{};
@@ -19,11 +39,8 @@ int main()
     setrlimit(RLIMIT_NOFILE, &descriptors);
 
     PrintHead();
-    MeasureNumberOfParameters();  // first: in processes that have built nothing yet
-    MeasureStore();
-    MeasureNetwork();
-    MeasureQueues();
-    MeasureDaemon();
+    for (const auto& [name, measure] : kParts)
+        if (wanted.empty() || std::ranges::find(wanted, name) != wanted.end()) measure();
     printf("\n%s.\n", Summary().c_str());
     fflush(stdout);
     _exit(0);  // threads of servers are still there

@@ -5,6 +5,7 @@
 #include "config/access/protocol/network_protocol.h"
 #include "config/access/server/network/network_server.h"
 #include "config/config.h"
+#include "config/descriptors/registry/registry.h"
 #include "drain.h"
 #include "parts.h"
 #include "process.h"
@@ -302,6 +303,7 @@ void ComparePublishing(const Service& service, Config& store)
 
 void MeasureNetwork()
 {
+    CreateDescriptors();
     PrintPart("network");
     auto* const connector = ConfigFactoryImpl::GetInstance();
     Config* const store = connector->Connect("local:");

@@ -6,13 +6,13 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 
 #include "config/access/protocol/mq_protocol.h"
 #include "config/access/server/network/network_server.h"
 #include "config/access/server/peer_stores.h"
 #include "config/access/server/queues/queue_service.h"
+#include "config/base/log.h"
 #include "config/descriptors/registry/registry.h"
 
 namespace net = vexa::corvalis::config::access;
@@ -40,7 +40,7 @@ bool IsFree(int socketType, int port)
 bool CheckPort(int socketType, int port, const char* name)
 {
     if (IsFree(socketType, port)) return true;
-    fprintf(stderr, "mainstay: cannot serve %s port %d: %s\n", name, port, strerror(errno));
+    vexa::Print("mainstay: cannot serve %s port %d: %s\n", name, port, strerror(errno));
     return false;
 }
 
@@ -66,21 +66,22 @@ bool Daemon::Start(const Options& options)
     // one unreachable.
     m_store = net::OpenPeerStore(0);
     if (!m_store) {
-        fputs("mainstay: cannot open the store\n", stderr);
+        vexa::Print("mainstay: cannot open the store\n");
         return false;
     }
     // The queues first: they detect another daemon before anything else has started.
     return (options.noQueues || StartQueues()) &&
-           (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, options.payloadOrder, "TCP")) &&
-           (options.noUdp || StartServer(SOCK_DGRAM, options.udpPort, options.payloadOrder, "UDP"));
+           (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, options, "TCP")) &&
+           (options.noUdp || StartServer(SOCK_DGRAM, options.udpPort, options, "UDP"));
 }
 
-bool Daemon::StartServer(int socketType, int port, std::endian payloadOrder, const char* name)
+bool Daemon::StartServer(int socketType, int port, const Options& options, const char* name)
 {
     auto server = std::make_unique<Server>(AF_INET, socketType, port);
     if (!server->Init()) return false;
     AddEndpoint(std::string(name) + " port " + std::to_string(server->Port()));
-    server->SetPayloadOrder(payloadOrder);
+    server->SetPayloadOrder(options.payloadOrder);
+    server->SetStallTimeout(std::chrono::seconds(options.stallSeconds));
     if (socketType == SOCK_DGRAM) server->Announce(0);  // clients may listen without a connection
     if (!server->Start()) return false;
     m_servers.push_back(server.release());

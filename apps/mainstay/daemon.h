@@ -18,6 +18,7 @@ class QueueService;
 struct Options {
     int tcpPort = 0, udpPort = 0;                    ///< 0: a free one
     std::endian payloadOrder = std::endian::native;  ///< of texts on the network
+    int stallSeconds = 60;                           ///< that a TCP client may take nothing
     bool noTcp = false, noUdp = false, noQueues = false;
 };
 
@@ -35,7 +36,7 @@ class Daemon {
 
   private:
     using Server = vexa::corvalis::config::access::NetworkServer;
-    bool StartServer(int socketType, int port, std::endian payloadOrder, const char* name);
+    bool StartServer(int socketType, int port, const Options& options, const char* name);
 
     bool StartQueues();
     void AddEndpoint(const std::string& endpoint);

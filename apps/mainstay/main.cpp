@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "config/access/protocol/network_protocol.h"
+#include "config/base/log.h"
 #include "mainstay/daemon.h"
 #include "mainstay/service_manager.h"
 
@@ -31,11 +32,11 @@ int Serve(const Options& options, const sigset_t& stops)
 {
     Daemon daemon;
     if (!daemon.Start(options)) return 1;
-    fprintf(stderr, "mainstay: ready, %s\n", daemon.Endpoints().c_str());
+    vexa::Print("mainstay: ready, %s\n", daemon.Endpoints().c_str());
     NotifyServiceManager("READY=1");
     int signal = 0;
     sigwait(&stops, &signal);
-    fprintf(stderr, "mainstay: stopping, %s\n", strsignal(signal));
+    vexa::Print("mainstay: stopping, %s\n", strsignal(signal));
     NotifyServiceManager("STOPPING=1");
     return 0;
 }
@@ -61,6 +62,10 @@ int main(int argc, char** argv)
         ->check(CLI::IsMember({"big"}))
         ->type_name("ORDER");
     app.add_flag("--no-mq", options.noQueues, "Do not serve message queues");
+    app.add_option("--stall-timeout", options.stallSeconds,
+                   "Seconds after which a TCP client is cut off that takes nothing of what there is for it")
+        ->check(CLI::Range(1, 86'400))
+        ->capture_default_str();
     app.set_version_flag("--version", std::string("mainstay ") + MAINSTAY_VERSION);
     try {
         app.parse(argc, argv);
@@ -83,7 +88,7 @@ int main(int argc, char** argv)
     try {
         return Serve(options, stops);
     } catch (const std::exception& error) {  // no memory, or no thread
-        fprintf(stderr, "mainstay: cannot serve: %s\n", error.what());
+        vexa::Print("mainstay: cannot serve: %s\n", error.what());
         return 1;
     }
 }

@@ -5,9 +5,10 @@
 #include <unistd.h>
 
 #include <cstddef>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "config/base/log.h"
 
 void NotifyServiceManager(const std::string& state)
 {
@@ -24,6 +25,6 @@ void NotifyServiceManager(const std::string& state)
     if (descriptor == -1) return;
     if (sendto(descriptor, state.data(), state.size(), MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&address),
                static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length)) == -1)
-        perror("mainstay: cannot notify the service manager");
+        vexa::PrintError("mainstay: cannot notify the service manager");
     close(descriptor);
 }

@@ -192,4 +192,27 @@ TEST(NetworkFaults, WithoutMemoryOneClientSuffersAtMost)
     }
 }
 
+// Not a fault, but only the calls show it.
+TEST(NetworkFaults, EventsOfRequestsThatArriveTogetherLeaveTogether)
+{
+    constexpr int kListeners = 20;  // more than the thread that answers the requests serves itself
+    constexpr unsigned int kRequests = 50;
+    FaultyDaemon daemon;
+    std::vector<std::unique_ptr<RawPeer>> listeners;
+    while (listeners.size() < kListeners) {
+        listeners.push_back(std::make_unique<RawPeer>(daemon.tcpPort));
+        listeners.back()->Send(Request(16, 0, 0, 6));
+        listeners.back()->Send(Request(48, 0, 0, 7));
+        EXPECT_EQ(listeners.back()->ReceiveWords(7)[0], 32u);
+        EXPECT_EQ(listeners.back()->Ask(Request(80, kNumber), 13)[0], 96u);
+    }
+    const int before = daemon.faults.Begun(kSend);
+    std::string requests;
+    for (unsigned int i = 0; i < kRequests; ++i) requests += NetworkBytes(Request(81, kNumber, i % 20 + 1));
+    listeners[0]->Send(requests);
+    for (const auto& listener : listeners)
+        for (unsigned int i = 0; i < kRequests; ++i) ASSERT_EQ(listener->ReceiveWords(13)[8], i % 20 + 1);
+    EXPECT_LT(daemon.faults.Begun(kSend) - before, kListeners * 5);
+}
+
 }  // namespace

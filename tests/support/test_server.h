@@ -43,11 +43,14 @@ struct LocalStore : Connected {
 class TestServer {
   public:
     /// @param announced  configurations whose changes a UDP server multicasts by itself.
-    explicit TestServer(int type = SOCK_STREAM, const std::vector<eConfigID_t>& announced = {})
+    /// @param stallTimeout  of TCP clients that take nothing.
+    explicit TestServer(int type = SOCK_STREAM, const std::vector<eConfigID_t>& announced = {},
+                        std::chrono::milliseconds stallTimeout = std::chrono::minutes(1))
         : m_server(new vexa::corvalis::config::access::NetworkServer(AF_INET, type, 0))
     {
         CreateDescriptors();
         for (const eConfigID_t id : announced) m_server->Announce(id);
+        m_server->SetStallTimeout(stallTimeout);
         EXPECT_TRUE(m_server->Init());
         port = m_server->Port();
         EXPECT_TRUE(m_server->Start());

@@ -12,11 +12,11 @@ inline constexpr size_t kMaxLogBytes = 4096;
 
 /// Prints, as printf. A text that standard error does not take at once is left out and counted; the number of
 /// texts that were left out precedes the next one. Keeps errno. Thread: any.
-VEXA_EXPORT [[gnu::format(printf, 1, 2)]] void Print(const char* format, ...);
+[[gnu::format(printf, 1, 2)]] VEXA_EXPORT void Print(const char* format, ...);
 /// Prints the text and the reason in errno, as perror. Thread: any.
 VEXA_EXPORT void PrintError(const char* what);
 /// Prints, as printf; for operations that return false after one line. @return false. Thread: any.
-VEXA_EXPORT [[gnu::format(printf, 1, 2)]] bool Report(const char* format, ...);
+[[gnu::format(printf, 1, 2)]] VEXA_EXPORT bool Report(const char* format, ...);
 
 /// For a thread that works for peers: whatever it prints while the object lives passes one limiter of the
 /// process, so that no peer can fill the log. What does not pass is counted as well.

@@ -1,9 +1,9 @@
 /// Backlog: the events that wait for those who hear them later.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
-#include <map>
 #include <unordered_map>
 #include <utility>
 
@@ -49,83 +49,110 @@ class Backlog {
     void Clear() { Drop(m_end); }
 
   private:
+    enum class State { kNewest, kOvertaken, kGone };
     struct Entry {
+        Position position;
         eParam_t id;
-        Event event;
         size_t bytes;
-        bool isOvertaken = false;
+        State state;
+        Event event;
     };
-    using Events = std::map<Position, Entry>;
+    using Events = std::deque<Entry>;
 
-    void Overtake(typename Events::iterator older);
+    void Overtake(Entry& older);
     void LeaveOutOldest();
-    void Erase(typename Events::iterator entry);
+    void DropGone();
+    void PopFront();
+    auto After(Position position) const
+    {
+        return std::ranges::upper_bound(m_events, position, {}, &Entry::position);
+    }
 
     const size_t m_maxBytes;
     Position m_end = 0;
     uint64_t m_leftOut = 0;
-    Events m_events;
-    std::unordered_map<uint32_t, typename Events::iterator> m_newest;  // by parameter
+    Events m_events;  // the last one is the newest of its parameter, so there is none that is only gone
+    std::unordered_map<uint32_t, Entry*> m_newest;  // by parameter
     std::deque<Position> m_overtaken;  // some of them may be gone; those at the front go with the events
+    size_t m_gone = 0;                 // entries without an event
     size_t m_newestBytes = 0, m_historyBytes = 0;
 };
 
 template <class Event>
 bool Backlog<Event>::Add(eParam_t id, Event event, size_t bytes)
 {
-    constexpr size_t kNodeBytes = sizeof(typename Events::value_type) + 10 * sizeof(void*);
-    bytes += kNodeBytes;
-    auto& newest = m_newest.try_emplace(uint32_t{id}, m_events.end()).first->second;
-    const auto older = newest;
-    const size_t freed = older == m_events.end() ? 0 : older->second.bytes;
-    if (m_newestBytes - freed + bytes > m_maxBytes) return false;
-
-    newest = m_events.emplace_hint(m_events.end(), m_end + 1, Entry{id, std::move(event), bytes});
+    bytes += sizeof(Entry);
+    Entry*& newest = m_newest.try_emplace(uint32_t{id}, nullptr).first->second;
+    Entry* const older = newest;
+    if (m_newestBytes - (older ? older->bytes : 0) + bytes > m_maxBytes) {
+        if (!older) m_newest.erase(uint32_t{id});
+        return false;
+    }
+    m_events.push_back({m_end + 1, id, bytes, State::kNewest, std::move(event)});
+    newest = &m_events.back();
     ++m_end;
     m_newestBytes += bytes;
-    if (older != m_events.end()) Overtake(older);
+    if (older) Overtake(*older);
     return true;
 }
 
 template <class Event>
-void Backlog<Event>::Overtake(typename Events::iterator older)
+void Backlog<Event>::Overtake(Entry& older)
 {
-    m_newestBytes -= older->second.bytes;
-    m_historyBytes += older->second.bytes;
-    older->second.isOvertaken = true;
-    m_overtaken.push_back(older->first);
+    m_newestBytes -= older.bytes;
+    m_historyBytes += older.bytes;
+    older.state = State::kOvertaken;
+    m_overtaken.push_back(older.position);
     while (m_historyBytes > kHistoryBytes) LeaveOutOldest();
 }
 
 template <class Event>
 void Backlog<Event>::LeaveOutOldest()
 {
-    const auto oldest = m_events.find(m_overtaken.front());
+    const auto oldest = std::ranges::lower_bound(m_events, m_overtaken.front(), {}, &Entry::position);
     m_overtaken.pop_front();
-    if (oldest == m_events.end()) return;
-    Erase(oldest);
+    if (oldest->state != State::kOvertaken) return;  // it has been dropped
+    m_historyBytes -= oldest->bytes;
+    oldest->state = State::kGone;
+    oldest->event = Event{};
     ++m_leftOut;
+    if (++m_gone > m_events.size() / 2) DropGone();
 }
 
 template <class Event>
-void Backlog<Event>::Erase(typename Events::iterator entry)
+void Backlog<Event>::DropGone()
 {
-    if (entry->second.isOvertaken) {
-        m_historyBytes -= entry->second.bytes;
-    } else {
-        m_newestBytes -= entry->second.bytes;
-        m_newest.erase(uint32_t{entry->second.id});
+    std::erase_if(m_events, [](const Entry& entry) { return entry.state == State::kGone; });
+    m_gone = 0;
+    for (Entry& entry : m_events)
+        if (entry.state == State::kNewest) m_newest[uint32_t{entry.id}] = &entry;
+}
+
+template <class Event>
+void Backlog<Event>::PopFront()
+{
+    const Entry& front = m_events.front();
+    switch (front.state) {
+        case State::kNewest:
+            m_newestBytes -= front.bytes;
+            m_newest.erase(uint32_t{front.id});
+            break;
+        case State::kOvertaken:
+            m_historyBytes -= front.bytes;
+            break;
+        case State::kGone:
+            --m_gone;
     }
-    m_events.erase(entry);
+    m_events.pop_front();
 }
 
 template <class Event>
 bool Backlog<Event>::Take(Event& event)
 {
     if (m_events.empty()) return false;
-    const auto oldest = m_events.begin();
-    event = std::move(oldest->second.event);
-    Drop(oldest->first);
+    while (m_events.front().state == State::kGone) PopFront();
+    event = std::move(m_events.front().event);
+    Drop(m_events.front().position);
     return true;
 }
 
@@ -134,10 +161,11 @@ template <class Visit>
 uint64_t Backlog<Event>::Read(Position& position, const Visit& visit) const
 {
     uint64_t missed = 0;
-    for (auto next = m_events.upper_bound(position); next != m_events.end(); ++next) {
-        if (!visit(next->second.event)) break;
-        missed += next->first - position - 1;
-        position = next->first;
+    for (auto next = After(position); next != m_events.end(); ++next) {
+        if (next->state == State::kGone) continue;
+        if (!visit(next->event)) break;
+        missed += next->position - position - 1;
+        position = next->position;
     }
     return missed;
 }
@@ -145,7 +173,7 @@ uint64_t Backlog<Event>::Read(Position& position, const Visit& visit) const
 template <class Event>
 void Backlog<Event>::Drop(Position position)
 {
-    while (!m_events.empty() && m_events.begin()->first <= position) Erase(m_events.begin());
+    while (!m_events.empty() && m_events.front().position <= position) PopFront();
     while (!m_overtaken.empty() && m_overtaken.front() <= position) m_overtaken.pop_front();
 }
 

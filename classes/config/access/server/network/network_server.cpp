@@ -1,11 +1,15 @@
 #include "config/access/server/network/network_server.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <new>
 #include <vector>
 
@@ -34,6 +38,20 @@ CountedServers& Servers()
 {
     static NoDestructor<CountedServers> servers;  // server threads outlive main
     return *servers;
+}
+
+/// Otherwise a client whose host is gone would keep its thread and its store for hours.
+void FindOutWhetherThePeerLives(int descriptor, std::chrono::milliseconds stallTimeout)
+{
+    constexpr int kOn = 1, kIdleSeconds = 60, kIntervalSeconds = 10, kProbes = 3;
+    // It also ends connections whose peer lives and does not read, so it must not come before their time.
+    const auto unackedMs = static_cast<int>(
+        std::clamp<long long>((stallTimeout + std::chrono::seconds(30)).count(), 0, INT_MAX));
+    setsockopt(descriptor, SOL_SOCKET, SO_KEEPALIVE, &kOn, sizeof kOn);
+    setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, &kIdleSeconds, sizeof kIdleSeconds);
+    setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, &kIntervalSeconds, sizeof kIntervalSeconds);
+    setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPCNT, &kProbes, sizeof kProbes);
+    setsockopt(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, &unackedMs, sizeof unackedMs);
 }
 
 void Count(bool starts)
@@ -76,6 +94,7 @@ class NetworkServer::Running {
     int Port() const;
     void Announce(eConfigID_t configID);
     void SetPayloadOrder(std::endian order) { m_payloadOrder = order; }
+    void SetStallTimeout(std::chrono::milliseconds timeout) { m_stallTimeout = timeout; }
     bool Start();
     void Stop();
 
@@ -101,6 +120,7 @@ class NetworkServer::Running {
     std::unique_ptr<NetworkUDPConnection> m_udpConnection;  // of the server's thread
     std::vector<eConfigID_t> m_announced;
     std::endian m_payloadOrder = std::endian::native;
+    std::chrono::milliseconds m_stallTimeout = TcpStream::kStallTimeout;
 };
 
 NetworkServer::NetworkServer(int domain, int type, int port)
@@ -123,6 +143,11 @@ int NetworkServer::Port() const
 void NetworkServer::SetPayloadOrder(std::endian order)
 {
     m_running->SetPayloadOrder(order);
+}
+
+void NetworkServer::SetStallTimeout(std::chrono::milliseconds timeout)
+{
+    m_running->SetStallTimeout(timeout);
 }
 
 void NetworkServer::Announce(eConfigID_t configID)
@@ -269,6 +294,8 @@ void NetworkServer::Running::ServeConnection()
 
 std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::WaitForConnection()
 {
+    m_socket->wait_ready(POLLIN, Deadline::kNever);
+    if (m_ending->IsStopped()) return nullptr;
     auto client = std::make_unique<Socket>(m_domain, m_type);
     if (!m_socket->accept(client.get())) {
         const int error = errno;
@@ -277,10 +304,10 @@ std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::WaitForConnection(
         PauseIfExhausted(error);
         return nullptr;
     }
-    // Otherwise a client whose host is gone would keep its thread and its store for ever.
-    constexpr int kOn = 1;
-    setsockopt(client->fd, SOL_SOCKET, SO_KEEPALIVE, &kOn, sizeof kOn);
-    return std::make_unique<NetworkTCPConnection>(std::move(client), m_payloadOrder);
+    // The system would let the buffer of a client that does not read grow to several megabytes.
+    client->set_buffer_size(SO_SNDBUF, kSocketBufferBytes);
+    if (m_domain == AF_INET) FindOutWhetherThePeerLives(client->fd, m_stallTimeout);
+    return std::make_unique<NetworkTCPConnection>(std::move(client), m_payloadOrder, m_stallTimeout);
 }
 
 void NetworkServer::Running::RunUDP()

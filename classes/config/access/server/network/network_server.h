@@ -41,6 +41,9 @@ class VEXA_EXPORT NetworkServer {
     int Port() const;
     /// The byte order of texts as the clients read and write them. Default the host's own. Before Start.
     void SetPayloadOrder(std::endian order);
+    /// How long a TCP client may take nothing although there is something for it; then it is cut off. Default a
+    /// minute. Before Start.
+    void SetStallTimeout(std::chrono::milliseconds timeout);
     /// Changes of this configuration are multicast from the start of the server, whether or not a client
     /// connected to it. UDP only; before Start.
     void Announce(eConfigID_t configID);

@@ -52,19 +52,23 @@ const NetworkTCPConnection::RequestHandler* NetworkTCPConnection::FindHandler(ui
 
 // --- life ---
 
-NetworkTCPConnection::NetworkTCPConnection(std::unique_ptr<Socket> socket, std::endian payloadOrder)
-    : m_payloadOrder(payloadOrder), m_stream(std::move(socket))
+NetworkTCPConnection::NetworkTCPConnection(std::unique_ptr<Socket> socket, std::endian payloadOrder,
+                                           std::chrono::milliseconds stallTimeout)
+    : m_payloadOrder(payloadOrder), m_stream(std::make_shared<TcpStream>(std::move(socket), stallTimeout))
 {
 }
 
 bool NetworkTCPConnection::Start()
 {
+    constexpr size_t kStackBytes = size_t{256} * 1024;  // requests nest little, and there may be many clients
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, kStackBytes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     pthread_t thread;
-    errno = pthread_create(&thread, nullptr, pthread_start, this);
-    if (errno == 0) {
-        pthread_detach(thread);
-        return true;
-    }
+    errno = pthread_create(&thread, &attributes, pthread_start, this);
+    pthread_attr_destroy(&attributes);
+    if (errno == 0) return true;
     PrintError("NetworkTCPConnection::Start");
     return Report("NetworkTCPConnection::Start - pthread_create failed\n");
 }
@@ -84,10 +88,13 @@ void* NetworkTCPConnection::pthread_start(void* connection)
     return nullptr;
 }
 
+/// At the end the client gets the answers to all the requests that it has sent.
 void NetworkTCPConnection::Run()
 {
+    const ChangeFeed::Gathering gathering;
     while (!m_stop && ProcessMessages()) {
     }
+    m_stream->Finish();
 }
 
 bool NetworkTCPConnection::OpenStore(eConfigID_t configID)
@@ -101,19 +108,9 @@ bool NetworkTCPConnection::OpenStore(eConfigID_t configID)
 
 void NetworkTCPConnection::LeaveStore()
 {
-    SetRegistered(false);
-    if (m_isInStoreList)
-        while (m_config->RemoveConfigEventListener(this)) {
-        }
-    m_isInStoreList = false;
+    m_stream->StopListening();
     ClosePeerStore(m_config);
     m_config = nullptr;
-}
-
-uint32_t NetworkTCPConnection::ProcessID() const
-{
-    SemaphoreHelper hold(m_stream.lock);
-    return m_connectionID & 0xFFFF;
 }
 
 // --- messages ---
@@ -122,8 +119,8 @@ uint32_t NetworkTCPConnection::ProcessID() const
 bool NetworkTCPConnection::ProcessMessages()
 {
     char record[kRequestBytes];
-    if (!m_stream.WaitForRoom()) return false;
-    const int count = m_stream.Read(record, sizeof(uint32_t));
+    if (!m_stream->WaitForRoom()) return false;
+    const int count = m_stream->Read(record, sizeof(uint32_t));
     if (count == 0) return false;
     if (count != sizeof(uint32_t))
         return Report(
@@ -150,7 +147,7 @@ bool NetworkTCPConnection::ProcessMessages()
 bool NetworkTCPConnection::ReadRest(const RequestHandler& handler, char* record)
 {
     const uint32_t rest = handler.length - static_cast<uint32_t>(sizeof(uint32_t));
-    if (m_stream.Read(record + sizeof(uint32_t), rest) == static_cast<int>(rest)) return true;
+    if (m_stream->Read(record + sizeof(uint32_t), rest) == static_cast<int>(rest)) return true;
     return Report(
         "NetworkTCPConnection::ProcessMessages - error calling recv for %s (connection pid = 0x%X)\n",
         handler.name, ProcessID());
@@ -168,17 +165,14 @@ template <class Record>
 bool NetworkTCPConnection::SendRecord(const Record& record)
 {
     const auto bytes = Encode(record);
-    SemaphoreHelper hold(m_stream.lock);
-    return m_stream.Send(bytes.data(), bytes.size());
+    return m_stream->Send(bytes.data(), bytes.size());
 }
 
 bool NetworkTCPConnection::ProcessConnectRequest(const XCONFIGMGR_CONNECTION_REQUEST_T& request)
 {
     if (DiagnosticLogIsOn()) m_name = GetConnectionName(request.connectionID);
-    {
-        SemaphoreHelper hold(m_stream.lock);
-        m_connectionID = request.connectionID;
-    }
+    m_connectionID = request.connectionID;
+    m_stream->Rename(m_connectionID);
     if (!OpenStore(request.configID))
         return Report("NetworkTCPConnection::ProcessConnectRequest - unable to connect to the config\n");
     if (SendRecord(Confirmation(request, XCFG_CONNECT_RESPONSE))) return true;
@@ -214,7 +208,6 @@ bool NetworkTCPConnection::ProcessGetStreamRequest(const XCONFIGMGR_REQUEST_T& r
         Print("SendStreamResponse: Invalid serializable value\n");
         response = ErrorResponse(request, XCFG_GET_STREAM_PARAM_RESPONSE, kErrorNoValue);
     }
-    SemaphoreHelper hold(m_stream.lock);
     return SendStreamResponse(response, payload);
 }
 
@@ -225,7 +218,7 @@ bool NetworkTCPConnection::ReadStream(uint32_t length, std::string& payload)
     if (length <= kMaxRequestPayload) {
         payload.resize(length);
         errno = 0;
-        if (m_stream.Read(payload.data(), length) == static_cast<int>(length)) return true;
+        if (m_stream->Read(payload.data(), length) == static_cast<int>(length)) return true;
     }
     PrintError("NetworkTCPConnection::ProcessSetStreamRequest");
     return false;
@@ -243,7 +236,6 @@ bool NetworkTCPConnection::ProcessSetStreamRequest(const XCONFIGMGR_REQUEST_T& r
     if (DoSetRequest(m_config, dynamic_cast<ConfigValue*>(object.get()), TimeOf(request))) return true;
     XCONFIGMGR_RESPONSE_T response =
         ErrorResponse(request, XCFG_SET_STREAM_PARAM_RESPONSE, kErrorSetRejected);
-    SemaphoreHelper hold(m_stream.lock);
     return SendStreamResponse(response, "");
 }
 
@@ -253,18 +245,12 @@ bool NetworkTCPConnection::SendStreamResponse(XCONFIGMGR_RESPONSE_T& response, c
     response.streamLength = static_cast<uint32_t>(payload.size());
     response.streamFormat = payload.empty() ? 0 : kStreamFormat;
     const std::string message = MessageBytes(response, payload);
-    if (m_stream.Send(message.data(), message.size())) return true;
+    if (m_stream->Send(message.data(), message.size())) return true;
     PrintError("SendStreamResponse: socket send failed");
     return Report("SendStreamResponse: socket send failed");
 }
 
 // --- events ---
-
-void NetworkTCPConnection::SetRegistered(bool registered)
-{
-    SemaphoreHelper hold(m_stream.lock);
-    m_isRegistered = registered;
-}
 
 bool NetworkTCPConnection::ProcessAddConfigEventListenerRequest(
     const XCONFIGMGR_EVENT_HANDLER_REQUEST_T& request)
@@ -275,76 +261,48 @@ bool NetworkTCPConnection::ProcessAddConfigEventListenerRequest(
     else if (IsValidParamID(id) && std::ranges::find(m_params, id) == m_params.end())
         m_params.push_back(id);
 
-    if (!m_stream.Share()) {
-        PrintError("NetworkTCPConnection::ProcessAddConfigEventListenerRequest");
-        return false;
-    }
-    SetRegistered(true);
-    if (!m_isInStoreList) m_isInStoreList = m_config->AddConfigEventListener(this);
-    return true;
+    if (m_stream->IsListening()) return true;
+    if (TcpStream::Listen(m_stream, ChangeFeed::Of(*m_config, m_payloadOrder), m_connectionID, m_configID))
+        return true;
+    PrintError("NetworkTCPConnection::ProcessAddConfigEventListenerRequest");
+    return false;
 }
 
 bool NetworkTCPConnection::ProcessRemoveConfigEventListenerRequest(
     const XCONFIGMGR_EVENT_HANDLER_REQUEST_T& request)
 {
     const auto response = Encode(Confirmation(request, XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE));
-    {
-        SemaphoreHelper hold(m_stream.lock);  // held for both: no event follows the response
-        m_isRegistered = false;
-        if (m_stream.Send(response.data(), response.size())) return true;
-    }
+    if (m_stream->SendLast(response.data(), response.size())) return true;
     return Report(
         "NetworkTCPConnection::ProcessRemoveConfigEventListenerRequest - Unable to send response!\n");
 }
 
-XCONFIGMGR_RESPONSE_T NetworkTCPConnection::EventFor(eMessageType_t type, eParam_t id) const
-{
-    XCONFIGMGR_RESPONSE_T event;
-    event.msgtype = type;
-    event.connectionID = m_connectionID;
-    event.configID = m_configID;
-    event.paramID = id;
-    event.streamFormat = kStreamFormat;
-    return event;
-}
-
 bool NetworkTCPConnection::ParamChanged(eParam_t id, unsigned int value, timeval)
 {
-    SemaphoreHelper hold(m_stream.lock);
-    if (!IsRegistered()) return false;
-    XCONFIGMGR_RESPONSE_T event = EventFor(XCFG_PARAM_CHANGED_EVENT, id);
-    event.requestID = kEventRequestID;
-    event.value = value;
-    const auto bytes = Encode(event);
-    if (m_stream.Send(bytes.data(), bytes.size())) return true;
+    if (SendEvent(StreamNumberEvent(id, value), "")) return true;
     PrintError("NetworkTCPConnection::ParamChanged - unable to send event to socket");
     return false;
 }
 
 bool NetworkTCPConnection::ParamChanged(eParam_t id, std::string, timeval time)
-try {
-    {
-        SemaphoreHelper hold(m_stream.lock);
-        if (!IsRegistered()) return false;
-    }
-    const std::string payload = WritePayload(m_config->GetSerializable(id), m_payloadOrder);
-    if (payload.empty()) return Report("SendStreamResponse: Invalid serializable value\n");
-    SemaphoreHelper hold(m_stream.lock);
-    if (!IsRegistered()) return false;
-    XCONFIGMGR_RESPONSE_T event = EventFor(XCFG_PARAM_STRING_CHANGED_EVENT, id);
-    SetTime(event, time);
-    if (SendStreamResponse(event, payload)) return true;
-    Print(
+{
+    std::string payload;
+    const XCONFIGMGR_RESPONSE_T event = StreamTextEvent(*m_config, id, time, m_payloadOrder, payload);
+    if (payload.empty() || SendEvent(event, payload)) return true;
+    Stop();
+    return Report(
         "NetworkTCPConnection::ParamChanged - call to SendStreamResponse failed, unable to send event to "
         "%d\n",
         static_cast<int>(m_connectionID));
-    Stop();
-    return false;
-} catch (...) {
-    // Without the event the client would keep an old text; the end of the connection makes it read anew.
-    SemaphoreHelper hold(m_stream.lock);
-    Print("NetworkTCPConnection::ParamChanged - an event was lost by an exception\n");
-    return m_stream.Fail();
+}
+
+bool NetworkTCPConnection::SendEvent(XCONFIGMGR_RESPONSE_T event, const std::string& payload)
+{
+    if (!m_stream->IsListening()) return true;
+    event.connectionID = m_connectionID;
+    event.configID = m_configID;
+    const std::string message = MessageBytes(event, payload);
+    return m_stream->Send(message.data(), message.size());
 }
 
 }  // namespace vexa::corvalis::config::access

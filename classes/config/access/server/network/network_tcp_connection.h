@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <bit>
+#include <chrono>
 #include <list>
 #include <memory>
 #include <string>
@@ -15,20 +16,19 @@ class Serializable;
 
 namespace vexa::corvalis::config::access {
 
-/// Answers the client's requests on a thread of its own and sends it the changes of its store, on the threads
-/// that make them. It ends with the client, after a message that it cannot read, and when the client does not
-/// read its messages; no other connection is affected.
-///
-/// Locks: the stream's lock orders the messages that are sent and guards the members that events read. It is
-/// never held over a call into a store: a store calls ParamChanged with its listener lock held.
+/// Answers the client's requests on a thread of its own. A client that listens hears the changes of its store
+/// through the store's ChangeFeed. The connection ends with the client, after a message that it cannot read,
+/// and when the client takes nothing for too long; no other connection is affected.
 class NetworkTCPConnection : public NetworkConnection, public ConfigEventListener {
   public:
     /// @param payloadOrder  of texts as the client reads and writes them.
+    /// @param stallTimeout  as of TcpStream.
     explicit NetworkTCPConnection(std::unique_ptr<Socket> socket,
-                                  std::endian payloadOrder = std::endian::native);
+                                  std::endian payloadOrder = std::endian::native,
+                                  std::chrono::milliseconds stallTimeout = TcpStream::kStallTimeout);
     ~NetworkTCPConnection() override = default;
 
-    /// Events; they are sent while the client is registered, whatever parameters it asked for.
+    /// One event for this client alone, while it listens, whatever parameters it asked for.
     using ConfigEventListener::ParamChanged;
     bool ParamChanged(eParam_t id, unsigned int value, timeval time) override;
     /// Sends the text that the store holds now.
@@ -64,27 +64,20 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     bool ReadStream(uint32_t length, std::string& payload);
     bool OpenStore(eConfigID_t configID);
     void LeaveStore();
-    void SetRegistered(bool registered) VEXA_EXCLUDES(m_stream.lock);
-    bool IsRegistered() const VEXA_REQUIRES(m_stream.lock) { return m_isRegistered && !m_stream.HasFailed(); }
     template <class Record>
-    bool SendRecord(const Record& record) VEXA_EXCLUDES(m_stream.lock);
-    bool SendStreamResponse(XCONFIGMGR_RESPONSE_T& response, const std::string& payload)
-        VEXA_REQUIRES(m_stream.lock);
-    uint32_t ProcessID() const VEXA_EXCLUDES(m_stream.lock);
-    XCONFIGMGR_RESPONSE_T EventFor(eMessageType_t type, eParam_t id) const VEXA_REQUIRES(m_stream.lock);
+    bool SendRecord(const Record& record);
+    bool SendStreamResponse(XCONFIGMGR_RESPONSE_T& response, const std::string& payload);
+    bool SendEvent(XCONFIGMGR_RESPONSE_T event, const std::string& payload);
+    uint32_t ProcessID() const { return m_connectionID & 0xFFFF; }
 
     const std::endian m_payloadOrder;
-    mutable TcpStream m_stream;  // own synchronisation
+    const std::shared_ptr<TcpStream> m_stream;  // shared with the feed that is just sending
     std::atomic<bool> m_stop = false;
 
-    uint32_t m_connectionID VEXA_GUARDED_BY(m_stream.lock) = 0;  // of the last Connect Request
-    bool m_isRegistered VEXA_GUARDED_BY(m_stream.lock) = false;  // whether the client wants events
-
-    // Of the connection's thread. Events read the first two, which change only while the connection is not in
-    // the store's list.
-    Config* m_config = nullptr;  // from OpenPeerStore; null before Connect
+    // Of the connection's thread.
+    uint32_t m_connectionID = 0;  // of the last Connect Request
+    Config* m_config = nullptr;   // from OpenPeerStore; null before Connect
     eConfigID_t m_configID = 0;
-    bool m_isInStoreList = false;  // stays when the client unregisters: once per opened store is enough
     std::list<eParam_t> m_params;  // the parameters that the client asked for; filters nothing
     std::string m_name;            // of the client, for the diagnostic log
 };

@@ -2,65 +2,108 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "config/access/io/socket.h"
+#include "config/access/server/network/change_feed.h"
 #include "config/base/semaphore_helper.h"
 
 namespace vexa::corvalis::config::access {
 
-/// One thread, the owner, reads. A message leaves at once if the system takes it; otherwise it waits in a
-/// bounded queue, which the owner sends on while it waits for input. A send that fails, or finds the queue
-/// full, shuts the connection down: the owner's next read sees the end of the input.
+/// One thread, the owner, reads. What is sent leaves at once if the system takes it; the rest waits in a
+/// queue, which the owner sends on while it waits for input. Meanwhile events stay with their feed, which
+/// keeps the newest of each parameter, and the owner takes no further requests: so a peer that does not read
+/// costs little, and hears the last values when it reads again. One that takes nothing at all for too long is
+/// cut off, like one whose connection fails: the owner's next read sees the end of the input.
 class TcpStream {
   public:
-    /// Bytes that wait for a peer that does not read. A first message is queued whatever its size: the limit
-    /// is for messages that pile up.
-    static constexpr size_t kQueueLimit = size_t{1024} * 1024;
+    /// Bytes that wait for a peer, beyond which it gets no answers to further requests.
+    static constexpr size_t kQueueRoom = size_t{64} * 1024;
+    /// The same for all peers of the process together; a peer for which nothing waits is always answered.
+    static constexpr size_t kAllQueuesRoom = size_t{64} * 1024 * 1024;
+    static constexpr std::chrono::milliseconds kStallTimeout = std::chrono::minutes(1);
 
-    explicit TcpStream(std::unique_ptr<Socket> socket);
+    /// @param stallTimeout  how long a peer may take nothing although there is something for it.
+    explicit TcpStream(std::unique_ptr<Socket> socket,
+                       std::chrono::milliseconds stallTimeout = kStallTimeout);
     ~TcpStream();
     TcpStream(const TcpStream&) = delete;
     TcpStream& operator=(const TcpStream&) = delete;
 
+    // The owner's.
     /// @return `length`; less when the peer, or a failed send, ended the stream; -1 on failure.
-    int Read(char* data, unsigned int length) VEXA_EXCLUDES(lock);
-    /// Waits while more than half of the queue is taken, so that a peer that sends requests and does not read
-    /// the replies is slowed down, not cut off.
-    /// @return false when the stream has failed.
-    bool WaitForRoom() VEXA_EXCLUDES(lock);
-    /// From now on other threads send, too. Owner only. @return false without a descriptor for it.
-    bool Share();
+    int Read(char* data, unsigned int length);
+    /// Waits until there is room for an answer. @return false when the stream has failed.
+    bool WaitForRoom();
+    /// Waits until the peer has taken what is queued, or the stream has failed.
+    void Finish();
+    /// Sends the events of a feed from now on. @param self  this stream, which the feed may keep for a while.
+    /// @return false, with errno, without a descriptor for it.
+    static bool Listen(const std::shared_ptr<TcpStream>& self, std::shared_ptr<ChangeFeed> feed,
+                       uint32_t connectionID, eConfigID_t configID);
+    /// The events made so far are sent, then the message: no event follows it.
+    bool SendLast(const char* data, size_t length);
+    /// The identifier in further events.
+    void Rename(uint32_t connectionID);
+    /// No event is sent after it.
+    void StopListening();
+    bool IsListening() const;
+    /// A whole message, after the events that were made before it. @return false, with errno, when the stream
+    /// has failed.
+    bool Send(const char* data, size_t length);
 
-    /// Whole messages only: a header with its payload. Thread: the owner; any, once shared.
-    /// @return false, with errno, when the stream has failed.
-    bool Send(const char* data, size_t length) VEXA_REQUIRES(lock);
-    /// Ends the connection; the descriptor stays until the owner has left. @return false, with errno as it
-    /// was.
-    bool Fail() VEXA_REQUIRES(lock);
-    bool HasFailed() const VEXA_REQUIRES(lock) { return m_failed; }
-
-    /// Orders the messages that are sent. It is free during reads, and must be during calls into a store.
-    LockSemaphore lock;
+    // For feeds, on any thread.
+    /// Sends the next events, if all that was sent before has left. @param batch  may hold them already.
+    /// @param least  is lowered to the position of this stream. @return whether there may be more to send.
+    bool SendEvents(ChangeFeed::Batch& batch, ChangeFeed::Position& least);
+    /// Ends the connection.
+    void Abort();
 
   private:
-    size_t QueueSize() const VEXA_REQUIRES(lock) { return m_queue.size() - m_sent; }
-    bool Enqueue(const char* data, size_t length) VEXA_REQUIRES(lock);
-    void SendQueue() VEXA_EXCLUDES(lock);
-    int Receive(char* data, unsigned int length) VEXA_EXCLUDES(lock);
-    bool WaitAndSend(bool forInput, bool forOutput) VEXA_EXCLUDES(lock);
+    /// What the peer hears.
+    struct Listening {
+        std::shared_ptr<ChangeFeed> feed;
+        uint32_t connectionID;
+        eConfigID_t configID;
+        ChangeFeed::Position position;
+        uint64_t missed = 0;
+
+        bool HasEvents() const { return position != feed->End(); }
+    };
+
+    size_t QueueSize() const VEXA_REQUIRES(m_lock) { return m_queue.size() - m_sent; }
+    bool HasRoom() const VEXA_REQUIRES(m_lock);
+    bool Fail() VEXA_REQUIRES(m_lock);
+    bool Transmit(const char* data, size_t length) VEXA_REQUIRES(m_lock);
+    bool Enqueue(const char* data, size_t length) VEXA_REQUIRES(m_lock);
+    bool SendAfterEvents(const char* data, size_t length) VEXA_REQUIRES(m_lock);
+    bool SendBatch(ChangeFeed::Batch& batch) VEXA_REQUIRES(m_lock);
+    void Leave(const std::optional<Listening>& listening) const VEXA_EXCLUDES(m_lock);
+    bool ReportLostEvents(const ChangeFeed::Batch& batch) const VEXA_REQUIRES(m_lock);
+    void ClearQueue() VEXA_REQUIRES(m_lock);
+    void SendQueue() VEXA_EXCLUDES(m_lock);
+    int Receive(char* data, unsigned int length) VEXA_EXCLUDES(m_lock);
+    bool WaitAndSend(bool forInput) VEXA_EXCLUDES(m_lock);
+    int StallTimeLeft() VEXA_REQUIRES(m_lock);
     bool IsShared() const { return m_wake != -1; }
 
     const std::unique_ptr<Socket> m_socket;
+    const std::chrono::milliseconds m_stallTimeout;
     int m_wake = -1;  // an eventfd, readable when a queue began. Set by the owner before others send
 
     std::array<char, 4096> m_input;  // of the owner, like its positions
     size_t m_inputBegin = 0, m_inputEnd = 0;
 
-    std::string m_queue VEXA_GUARDED_BY(lock);
-    size_t m_sent VEXA_GUARDED_BY(lock) = 0;  // bytes of the queue that have left already
-    bool m_failed VEXA_GUARDED_BY(lock) = false;
+    mutable LockSemaphore m_lock;  // orders what is sent
+    std::string m_queue VEXA_GUARDED_BY(m_lock);
+    size_t m_sent VEXA_GUARDED_BY(m_lock) = 0;  // bytes of the queue that have left already
+    std::chrono::steady_clock::time_point m_progress
+        VEXA_GUARDED_BY(m_lock);  // when the peer last took bytes
+    bool m_failed VEXA_GUARDED_BY(m_lock) = false;
+    std::optional<Listening> m_listening VEXA_GUARDED_BY(m_lock);
 };
 
 }  // namespace vexa::corvalis::config::access
