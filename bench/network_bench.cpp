@@ -1,4 +1,6 @@
 /// Reaching a store over the network. The server, its clients and the floor run in this process.
+#include <algorithm>
+#include <atomic>
 #include <thread>
 
 #include "config/access/connector/config_factory_impl.h"
@@ -255,8 +257,72 @@ void CompareSubscribers(const Service& service, Config& client, Redis& redis, si
     };
     const std::string to = " to " + std::to_string(subscribers) + " subscribers, against Redis";
     const int messages = std::max(20, 10'000 / static_cast<int>(subscribers));
-    CompareRates("a change" + to, messages, Repeat([&] { publish(1); }), Repeat([&] { change(1); }), {});
-    CompareRates("a burst of changes" + to, messages, publish, change, {});
+    CompareRates("a change" + to, messages, Repeat([&] { publish(1); }), Repeat([&] { change(1); }), 1);
+    CompareRates("a burst of changes" + to, messages, publish, change, 1);
+}
+
+/// Sets until the server has carried them out.
+Work Sets(Config& client)
+{
+    return [&client](int count) {
+        for (int i = 0; i < count; ++i) client.Set(kNumber, static_cast<unsigned int>(i) % 20 + 1);
+        client.Get(kNumber);
+    };
+}
+
+/// Sets on a thread of its own, as fast as the server takes them.
+class Setting {
+  public:
+    explicit Setting(Config& client)
+        : m_thread([this, sets = Sets(client)] {
+              while (!m_stop) sets(1000);
+          })
+    {
+    }
+    ~Setting()
+    {
+        m_stop = true;
+        m_thread.join();
+    }
+
+  private:
+    std::atomic<bool> m_stop = false;
+    std::thread m_thread;
+};
+
+/// The time of a Get that one in a hundred exceeds.
+double SlowGet(Config& client)
+{
+    constexpr size_t kGets = 2000;
+    std::vector<double> seconds(kGets);
+    for (double& one : seconds) one = SecondsOf([&] { client.Get(kNumber); });
+    std::ranges::sort(seconds);
+    return seconds[kGets * 99 / 100];
+}
+
+/// One client sets without a pause while many listen. Without listeners it sets in another configuration.
+void CompareSettingWithListeners(const Service& service, size_t listeners)
+{
+    Config* const alone = service.Connect("/configid=1");
+    Config* const heard = service.Connect();
+    Config* const other = service.Connect();
+    const Drain drain(Open(listeners, [&] { return service.Listen(); }));
+    const std::string during = " while " + std::to_string(listeners) + " listen, against none";
+    CompareRates("TCP Set" + during, 20'000, Sets(*alone), Sets(*heard), 0.5);
+
+    std::vector<double> without, with, ratios;
+    for (int turn = 0; turn < 7; ++turn) {
+        {
+            const Setting setting(*alone);
+            without.push_back(SlowGet(*other));
+        }
+        const Setting setting(*heard);
+        with.push_back(SlowGet(*other));
+        ratios.push_back(with.back() / without.back());
+    }
+    PrintRow("99th percentile of another client's Get" + during, Format(Median(without) * 1e6, 1, " us"),
+             Format(Median(with) * 1e6, 1, " us"), Median(ratios), Target{Target::kAtMost, 3});
+    for (Config* const client : {alone, heard, other}) ConfigFactoryImpl::GetInstance()->Disconnect(client);
 }
 
 void CompareWithRedis(Config& tcp, Config& udp)
@@ -270,7 +336,7 @@ void CompareWithRedis(Config& tcp, Config& udp)
     };
     CompareRates("TCP Get, against GET of Redis", 5000, get, Repeat([&] { tcp.Get(kNumber); }), 1);
     CompareRates("TCP Set (not answered), against SET of Redis", 5000, set, setOver(tcp), 1);
-    CompareRates("UDP Set (answered), against SET of Redis", 5000, set, setOver(udp), {});
+    CompareRates("UDP Set (answered), against SET of Redis", 5000, set, setOver(udp), 0.9);
 }
 
 /// Exchanges, in which client and server take turns anyway: on one processor.
@@ -297,6 +363,7 @@ void ComparePublishing(const Service& service, Config& store)
         if (redis.IsPresent()) CompareSubscribers(service, *client, redis, listeners);
     }
     ConfigFactoryImpl::GetInstance()->Disconnect(client);
+    CompareSettingWithListeners(service, 500);
 }
 
 }  // namespace

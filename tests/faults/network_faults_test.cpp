@@ -195,7 +195,7 @@ TEST(NetworkFaults, WithoutMemoryOneClientSuffersAtMost)
 // Not a fault, but only the calls show it.
 TEST(NetworkFaults, EventsOfRequestsThatArriveTogetherLeaveTogether)
 {
-    constexpr int kListeners = 20;  // more than the thread that answers the requests serves itself
+    constexpr int kListeners = 30;  // more than the thread that answers the requests serves itself
     constexpr unsigned int kRequests = 50;
     FaultyDaemon daemon;
     std::vector<std::unique_ptr<RawPeer>> listeners;

@@ -20,7 +20,7 @@ namespace vexa::corvalis::config::access {
 namespace {
 
 /// So few receivers are served by the thread that made the changes: waking another thread would take longer.
-constexpr size_t kFewReceivers = 4;
+constexpr size_t kFewReceivers = 16;
 
 thread_local ChangeFeed::Gathering* t_gathering = nullptr;
 
