@@ -4,6 +4,7 @@
 /// vexa_soak_client list
 /// vexa_soak_client URI|queue BOARD SLOT SEED SYNC_NUMBER SYNC_TEXT OWN SHARED ALL
 ///
+/// Every fifth slot's client is slow: it lags behind the changes.
 /// The last three are lists of parameters; no other process writes the own ones. Without own ones it only
 /// carries out the commands on standard input: a line at a time, each answered by its first word.
 #include <fcntl.h>
@@ -96,10 +97,13 @@ class Recorder : public ConfigEventListener {
     }
 
     bool isRegistered = false;
+    /// It takes its time for each event, more than there are of them.
+    bool isSlow = false;
 
   private:
     bool Keep(eParam_t id, std::string value)
     {
+        if (isSlow) std::this_thread::sleep_for(std::chrono::milliseconds(1));
         const std::lock_guard hold(m_lock);
         m_heard[id] = std::move(value);
         m_changed.notify_all();
@@ -127,6 +131,7 @@ class Client {
           m_all(ReadList(arguments[8])),
           m_isPaused(m_own.empty())
     {
+        for (Recorder& listener : m_listeners) listener.isSlow = std::stoul(arguments[2]) % 5 == 0;
         for (Slot::Own& own : m_slot.own) {
             own.lateAfter = own.stored.load();
             own.lateUntil = own.begun.load();
