@@ -142,8 +142,8 @@ bool TcpStream::Listen(const std::shared_ptr<TcpStream>& self, std::shared_ptr<C
 {
     if (!self->IsShared()) self->m_wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (!self->IsShared()) return false;
+    SemaphoreHelper hold(self->m_lock);  // a delivery that knows the receiver must find its position
     const ChangeFeed::Position position = feed->Add(self);
-    SemaphoreHelper hold(self->m_lock);
     self->m_listening = Listening{std::move(feed), connectionID, configID, position};
     return true;
 }
