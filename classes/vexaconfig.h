@@ -8,6 +8,7 @@
 #include "config/access/connector/config_factory_impl.h"
 #include "config/access/connector/network_event_listener.h"
 #include "config/access/connector/reachability.h"
+#include "config/access/protocol/connection.h"
 #include "config/access/protocol/uri.h"
 #include "config/access/server/network/network_server.h"
 #include "config/access/server/peer_stores.h"

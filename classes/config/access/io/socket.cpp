@@ -381,6 +381,14 @@ int Socket::recv_some(char* buffer, unsigned int length)
     return static_cast<int>(Repeat([&] { return ::recv(operation.fd, buffer, length, MSG_NOSIGNAL); }));
 }
 
+int Socket::recv_some_from(char* buffer, unsigned int length, sockaddr_in& from)
+{
+    socklen_t size = sizeof from;
+    const Operation operation(*this);
+    return static_cast<int>(
+        Repeat([&] { return ::recvfrom(operation.fd, buffer, length, 0, AsSockaddr(from), &size); }));
+}
+
 int Socket::recv_now(char* buffer, unsigned int length)
 {
     const Operation operation(*this);

@@ -76,6 +76,8 @@ class Socket {
     int recv(char* buffer, unsigned int length);
     /// Waits for bytes. @return their number; 0 when the peer closed; -1 on failure, silently.
     int recv_some(char* buffer, unsigned int length);
+    /// The same of a datagram, with its sender.
+    int recv_some_from(char* buffer, unsigned int length, sockaddr_in& from);
     /// One datagram that is already there. @return its size; -1 when there is none, silently.
     int recv_now(char* buffer, unsigned int length);
     /// @return the size of the datagram; 0 on failure, too.

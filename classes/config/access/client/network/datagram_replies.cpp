@@ -1,5 +1,8 @@
 #include "config/access/client/network/datagram_replies.h"
 
+#include <linux/sock_diag.h>
+#include <poll.h>
+
 #include <algorithm>
 #include <cerrno>
 
@@ -14,7 +17,7 @@ void DatagramReplies::DropLateReplies()
     const int error = errno;
     char datagram[kMaxMessageBytes];
     // A multicast client has no server, so the datagrams that wait on its socket are events.
-    if (m_socket.is_connected())
+    if (m_isConnected)
         for (int i = 0; i < kEnough; ++i)
             if (m_socket.recv_now(datagram, sizeof datagram) == -1 && errno != ECONNREFUSED) break;
     errno = error;
@@ -50,6 +53,21 @@ Outcome DatagramReplies::Await(unsigned int timeoutMs, Message& reply)
     }
 }
 
+bool DatagramReplies::ExchangeSilently(const std::string& request, const ReplyMatch& match,
+                                       unsigned int timeoutMs)
+{
+    const Deadline deadline(timeoutMs);
+    Message reply;
+    m_match = match;
+    DropLateReplies();
+    if (m_socket.send_some(request.data(), static_cast<unsigned int>(request.size())) <= 0) return false;
+    for (std::optional<Outcome> outcome; !deadline.IsOver() && m_socket.fd != -1;) {
+        if (m_socket.wait_ready(POLLIN, deadline.Left()) != 0) outcome = ReceiveReply(reply);
+        if (outcome) return *outcome == Outcome::kReceived;
+    }
+    return false;
+}
+
 /// The next datagram. @return nothing when it is not the awaited reply.
 std::optional<Outcome> DatagramReplies::ReceiveReply(Message& reply)
 {
@@ -74,11 +92,24 @@ Outcome DatagramReplies::AwaitFirst(char* bytes, unsigned int length, unsigned i
 
 bool DatagramReplies::OpenEventSocket(int port)
 {
-    if (m_eventSocket || !m_socket.is_connected()) return true;
-    auto socket = std::make_unique<Socket>(AF_INET, SOCK_DGRAM);
-    if (!socket->create() || !socket->bind(port)) return false;
-    m_eventSocket = std::move(socket);
+    if (m_isConnected && !m_eventSocket) {
+        auto socket = std::make_unique<Socket>(AF_INET, SOCK_DGRAM);
+        if (!socket->create() || !socket->bind(kMulticastGroup, port)) return false;
+        socket->set_buffer_size(SO_RCVBUF, kClientBufferBytes);
+        m_eventSocket = std::move(socket);
+    }
+    // Else events would come while nobody here listens, as long as anybody on the host does.
+    constexpr int kOff = 0;
+    setsockopt(EventSocket().fd, IPPROTO_IP, IP_MULTICAST_ALL, &kOff, sizeof kOff);
     return true;
+}
+
+uint32_t DatagramReplies::LostEvents()
+{
+    uint32_t figures[SK_MEMINFO_VARS] = {};
+    socklen_t length = sizeof figures;
+    getsockopt(EventSocket().fd, SOL_SOCKET, SO_MEMINFO, figures, &length);
+    return figures[SK_MEMINFO_DROPS];
 }
 
 void DatagramReplies::Stop()

@@ -22,7 +22,8 @@ NetworkClient::NetworkClient(unsigned int connectionID, std::unique_ptr<Socket> 
       m_configID(configID),
       m_eventsThreadName(eventsThreadName),
       m_socket(std::move(socket)),
-      m_replies(std::move(replies))
+      m_replies(std::move(replies)),
+      m_hasServer(m_socket->is_connected())
 {
 }
 
@@ -58,10 +59,15 @@ bool NetworkClient::Send(const std::string& request, const ReplyMatch& match, un
 Outcome NetworkClient::Exchange(const std::string& request, const ReplyMatch& match, unsigned int timeout,
                                 Message& reply)
 {
-    SemaphoreHelper hold(m_exchangeLock);
+    NoteAnswer(Answer::kNone);
     Outcome outcome = Outcome::kNotSent;
-    if (Send(request, match, timeout)) outcome = m_replies->Await(timeout, reply);
-    m_reachable = outcome == Outcome::kReceived;
+    {
+        SemaphoreHelper hold(m_exchangeLock);
+        m_isExchanging = true;
+        if (Send(request, match, timeout)) outcome = m_replies->Await(timeout, reply);
+        m_isExchanging = false;
+    }
+    NoteExchange(outcome == Outcome::kReceived);
     return outcome;
 }
 
@@ -74,16 +80,37 @@ Outcome NetworkClient::Exchange(const XCONFIGMGR_REQUEST_T& request, uint32_t re
 
 bool NetworkClient::SendOnly(const std::string& request)
 {
-    SemaphoreHelper hold(m_exchangeLock);
-    if (Send(request, {}, m_replyTimeout)) return true;
-    m_reachable = false;
+    NoteAnswer(Answer::kNone);
+    {
+        SemaphoreHelper hold(m_exchangeLock);
+        if (Send(request, {}, m_replyTimeout)) return true;
+    }
+    NoteExchange(false);
     return false;
+}
+
+void NetworkClient::NoteExchange(bool isAnswered)
+{
+    if (m_hasServer) SetReachable(isAnswered && !m_isDeaf);
+}
+
+void NetworkClient::SetDeaf(bool isDeaf)
+{
+    if (m_isDeaf.exchange(isDeaf) == isDeaf) return;
+    if (isDeaf || !m_hasServer) SetReachable(!isDeaf);  // a server may be gone: the next exchange shows it
+}
+
+bool NetworkClient::IsGiven(uint32_t error)
+{
+    NoteAnswer(error == 0 ? Answer::kGiven : Answer::kRefused);
+    return error == 0;
 }
 
 bool NetworkClient::Failed(const char* operation)
 {
     Print("NetworkClient::%s - ended by an exception\n", operation);
-    m_reachable = false;
+    NoteAnswer(Answer::kNone);
+    NoteExchange(false);
     return false;
 }
 
@@ -112,6 +139,7 @@ bool NetworkClient::HasReply(Outcome outcome, const char* operation, const char*
 
 bool NetworkClient::Knows(eParam_t id, const char* operation)
 {
+    NoteAnswer(Answer::kNone);
     if (GetParamDescriptor(id)) return true;
     return Report("%s - invalid paramid 0x%08X \n", operation, id);
 }
@@ -174,7 +202,7 @@ try {
     const Outcome outcome = Exchange(Request(XCFG_GET_PARAM_REQUEST, id), XCFG_GET_PARAM_RESPONSE, reply);
     if (!HasReply(outcome, "NetworkClient::Get", "NetworkClient::Get")) return 0;
     const auto response = reply.As<XCONFIGMGR_RESPONSE_T>();
-    if (response.error == 0) return response.value;
+    if (IsGiven(response.error)) return response.value;
     Print("NetworkClient::Get - response message indicated an error\n");
     return 0;
 } catch (...) {
@@ -195,12 +223,15 @@ try {
         Exchange(Request(XCFG_GET_STREAM_PARAM_REQUEST, id), XCFG_GET_STREAM_PARAM_RESPONSE, reply);
     if (!HasReply(outcome, "NetworkClient::Get", "NetworkClient::Get [Stream]")) return false;
     const auto response = reply.As<XCONFIGMGR_RESPONSE_T>();
-    if (response.error != 0) return Report("NetworkClient::Get - response error != 0\n");
+    if (!IsGiven(response.error)) return Report("NetworkClient::Get - response error != 0\n");
+    NoteAnswer(Answer::kNone);  // until it has turned out to be a text
     if (response.streamLength == 0) return Report("NetworkClient::Get - invalid streamLength\n");
     if (response.streamLength != reply.payload.size())
         return Report("NetworkClient::Get - bytes read do not equal streamLength\n");
-    if (ReadText(reply, value)) return true;
-    return Report("NetworkClient::Get - warning! deserialized non-StringValue\n");
+    if (!ReadText(reply, value))
+        return Report("NetworkClient::Get - warning! deserialized non-StringValue\n");
+    NoteAnswer(Answer::kGiven);
+    return true;
 } catch (...) {
     return Failed("Get");
 }

@@ -10,6 +10,7 @@
 #include "config/access/client/network/delivery_threads.h"
 #include "config/access/client/network/reply_source.h"
 #include "config/access/io/socket.h"
+#include "config/access/protocol/connection.h"
 #include "config/base/semaphore_helper.h"
 #include "config/descriptors/catalogue_config.h"
 #include "config/listeners/listener_list.h"
@@ -24,7 +25,7 @@ namespace vexa::corvalis::config::access {
 /// connection is gone, only fails. Parameters and descriptors come from this process's own catalogue. A
 /// request lets no exception out: without memory it fails, after one line.
 /// Thread: any. Listeners are called on the client's own threads, one at a time, and may use the client.
-class NetworkClient : public vexa::CatalogueConfig {
+class NetworkClient : public vexa::CatalogueConfig, public vexa::Connection {
   public:
     /// The destructors of derived classes end the threads before.
     ~NetworkClient() override;
@@ -64,8 +65,6 @@ class NetworkClient : public vexa::CatalogueConfig {
     /// Deletes a client, which may be in a callback of its own: then it is deleted after the callback.
     static void Release(NetworkClient* client);
 
-    /// False after an exchange failed or the connection was lost, until an exchange succeeds.
-    bool IsReachable() const { return m_reachable; }
     /// In milliseconds. Default a minute.
     void SetReplyTimeout(unsigned int timeout) { m_replyTimeout = timeout; }
     /// The byte order of texts as the server reads and writes them. Default the host's own. Before the first
@@ -85,7 +84,13 @@ class NetworkClient : public vexa::CatalogueConfig {
     DeliveryThreads& Threads() { return m_threads; }
     /// Whether the client is ending: no further event is delivered.
     bool IsStopping() const { return m_stopEvents; }
-    void SetUnreachable() { m_reachable = false; }
+    /// Whether there is a server that answers: not for a client that is bound for multicast.
+    bool HasServer() const { return m_hasServer; }
+    void NoteExchange(bool isAnswered);
+    /// Whether a thread is in an exchange, which will show whether the server is there.
+    bool IsExchanging() const { return m_isExchanging; }
+    /// Whether events come, which a listener waits for: without them the client counts as lost.
+    void SetDeaf(bool isDeaf);
 
     XCONFIGMGR_CONNECTION_REQUEST_T Prefix(eMessageType_t type) const;
     XCONFIGMGR_REQUEST_T Request(eMessageType_t type, eParam_t id) const;
@@ -100,6 +105,8 @@ class NetworkClient : public vexa::CatalogueConfig {
     /// Whether a Get was answered; if not, prints one line. Without an answer in time it ends the process.
     /// @param operation, fatal  the beginnings of the lines.
     bool HasReply(Outcome outcome, const char* operation, const char* fatal);
+    /// Notes whether the server answered without an error. @return the same.
+    static bool IsGiven(uint32_t error);
     /// For an operation that an exception has ended: prints one line. @return false.
     bool Failed(const char* operation);
     /// Whether the parameter exists; if not, prints one line that names the operation.
@@ -107,6 +114,8 @@ class NetworkClient : public vexa::CatalogueConfig {
     std::string WithStringPayload(eParam_t id, const std::string& value, timeval time) const;
     /// @return false, with the text untouched, when the message holds none.
     bool ReadText(const Message& message, std::string& text) const;
+
+    StaticLock m_exchangeLock;  // one exchange at a time
 
     /// Call the listeners.
     void Deliver(const XCONFIGMGR_RESPONSE_T& event);
@@ -127,9 +136,8 @@ class NetworkClient : public vexa::CatalogueConfig {
     const std::unique_ptr<ReplySource> m_replies;
     std::atomic<unsigned int> m_replyTimeout = kReplyTimeoutMs;
     std::endian m_payloadOrder = std::endian::native;
-    std::atomic<bool> m_reachable = true;
-    StaticLock m_exchangeLock;  // one exchange at a time
-
+    const bool m_hasServer;
+    std::atomic<bool> m_isDeaf = false, m_isExchanging = false;
     ListenerList m_listeners;
     Mutex m_registrationLock VEXA_ACQUIRED_BEFORE(m_exchangeLock);  // first registration and last removal
     bool m_registered VEXA_GUARDED_BY(m_registrationLock) = false;

@@ -38,13 +38,18 @@ std::string NetworkTCPClient::ListenerRequest(eMessageType_t type, eParam_t id) 
 
 bool NetworkTCPClient::RegisterForEvents(eParam_t id)
 try {
-    return SendOnly(ListenerRequest(XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, id));
+    m_stream.KeepEvents(true);
+    if (SendOnly(ListenerRequest(XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, id))) return true;
+    m_stream.KeepEvents(false);
+    return false;
 } catch (...) {
     return Failed("RegisterForEvents");
 }
 
 bool NetworkTCPClient::UnregisterForEvents()
 try {
+    // A listener that is added later must not hear old values after it has read the current ones.
+    m_stream.KeepEvents(false);
     Message reply;
     const ReplyMatch removed{XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE, 0, ConnectionID(), {}};
     if (Exchange(ListenerRequest(XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, {}), removed, ReplyTimeout(),
@@ -75,6 +80,7 @@ try {
         Print("NetworkTCPClient::ProcessEvents - no text for paramid 0x%08X\n", event.paramID);
 } catch (...) {
     Print("NetworkTCPClient::ProcessEvents - an event was lost by an exception\n");
+    TellEventsMissing();
 }
 
 void NetworkTCPClient::ProcessEvents()
@@ -93,7 +99,7 @@ void NetworkTCPClient::ProcessEvents()
               static_cast<int>(m_stream.EndCode()));
         Print("NetworkTCPClient::ProcessEvents - Exiting\n");
     }
-    SetUnreachable();  // last: by then the reason is on standard error
+    if (!IsStopping()) SetDeaf(true);  // last: by then the reason is on standard error
 }
 
 }  // namespace vexa::corvalis::config::access

@@ -1,8 +1,10 @@
 #include "config/access/client/network/network_udp_client.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <system_error>
 
 #include "config/access/protocol/value_payload.h"
 #include "config/base/diagnostic_log.h"
@@ -16,7 +18,8 @@ namespace {
 bool IsShutdown(const XCONFIGMGR_RESPONSE_T& event)
 {
     constexpr unsigned int kShuttingDown = 9;
-    return event.paramID == eParamID_SystemState && event.value == kShuttingDown;
+    return event.msgtype == XCFG_PARAM_CHANGED_EVENT && event.paramID == eParamID_SystemState &&
+           event.value == kShuttingDown;
 }
 
 }  // namespace
@@ -32,24 +35,31 @@ NetworkUDPClient::NetworkUDPClient(unsigned int connectionID, std::unique_ptr<So
                     "UDPClntPrcsEvts"),
       m_datagrams(*replies)
 {
-    constexpr int kBufferBytes = 108'544;
-    GetSocket().set_buffer_size(SO_SNDBUF, kBufferBytes);
-    GetSocket().set_buffer_size(SO_RCVBUF, kBufferBytes);
-    m_queueThread = Threads().Start("UDPClntRespQ", [this] { ResponseQueueHandler(); });
+    GetSocket().set_buffer_size(SO_SNDBUF, kClientBufferBytes);
+    GetSocket().set_buffer_size(SO_RCVBUF, kClientBufferBytes);
+    if (!StartQueue()) throw std::system_error(EAGAIN, std::generic_category());
 }
 
 NetworkUDPClient::~NetworkUDPClient()
 {
     StopEventsThread();
     StopQueue();
-    DeliveryThreads::Join(m_queueThread);
+    m_queueThread.Join();
 }
 
-void NetworkUDPClient::StopQueue()
+/// Starts the queue's thread anew if it has ended with an earlier receiving thread.
+bool NetworkUDPClient::HasQueue()
 {
-    const MutexLock hold(m_queueLock);
-    m_stopQueue = true;
-    m_queueChanged.NotifyAll();
+    {
+        const MutexLock hold(m_queueLock);
+        if (!m_queueEnded) return true;
+    }
+    return StartQueue();
+}
+
+bool NetworkUDPClient::StartQueue()
+{
+    return m_queueThread.Start("UDPClntRespQ", m_stopQueue, [this] { ResponseQueueHandler(); });
 }
 
 bool NetworkUDPClient::ConfirmDisconnect()
@@ -79,9 +89,8 @@ try {
         case Outcome::kReceived:
             break;
     }
-    const auto error = static_cast<int>(reply.As<XCONFIGMGR_RESPONSE_T>().error);
-    if (error != 0) Print("NetworkUDPClient::Set - response error:%d\n", error);
-    return error == 0;
+    const uint32_t error = reply.As<XCONFIGMGR_RESPONSE_T>().error;
+    return IsGiven(error) || Report("NetworkUDPClient::Set - response error:%d\n", static_cast<int>(error));
 } catch (...) {
     return Failed("Set");
 }
@@ -94,12 +103,15 @@ try {
     const Outcome outcome = Exchange(Request(XCFG_GET_STREAM_PARAM_REQUEST, id),
                                      XCFG_GET_STREAM_PARAM_RESPONSE, reply, XCFG_GET_STREAM_PARAM_REQUEST);
     if (!HasReply(outcome, "NetworkUDPClient::Get", "NetworkClient::Get [Stream]")) return false;
-    if (reply.As<XCONFIGMGR_RESPONSE_T>().error != 0)
+    if (!IsGiven(reply.As<XCONFIGMGR_RESPONSE_T>().error))
         return Report("NetworkUDPClient::Get - response error != 0\n");
+    NoteAnswer(Answer::kNone);  // until it has turned out to be a text
     if (reply.payload.empty())
         return Report("NetworkUDPClient::Get - invalid streamLength (PID:%d)\n", getpid());
-    if (ReadText(reply, value)) return true;
-    return Report("NetworkClient::Get - warning! deserialized non-StringValue\n");
+    if (!ReadText(reply, value))
+        return Report("NetworkClient::Get - warning! deserialized non-StringValue\n");
+    NoteAnswer(Answer::kGiven);
+    return true;
 } catch (...) {
     return Failed("Get");
 }
@@ -110,7 +122,7 @@ try {
     Message reply;
     const Outcome outcome = Exchange(Request(XCFG_GET_DATA_REQUEST, id), XCFG_GET_DATA_RESPONSE, reply);
     if (!HasReply(outcome, "NetworkUDPClient::GetData", "NetworkClient::Get [Stream]")) return false;
-    if (reply.As<XCONFIGMGR_RESPONSE_T>().error != 0)
+    if (!IsGiven(reply.As<XCONFIGMGR_RESPONSE_T>().error))
         return Report("NetworkUDPClient::GetData - response error != 0\n");
     data = std::move(reply.payload);
     return true;
@@ -137,7 +149,7 @@ try {
 bool NetworkUDPClient::RegisterForEvents()
 try {
     if (!m_datagrams.OpenEventSocket(kMulticastPort)) return false;
-    DropEvents();
+    DropEvents(true);
     return m_datagrams.EventSocket().add_membership(kMulticastGroup, kMulticastInterface);
 } catch (...) {
     return Failed("RegisterForEvents");
@@ -145,127 +157,205 @@ try {
 
 /// The events that wait were meant for earlier listeners: a new listener must not hear old values after it
 /// has read the current ones.
-void NetworkUDPClient::DropEvents()
+void NetworkUDPClient::DropEvents(bool keepLaterOnes)
 {
+    constexpr int kEnough = 10'000;  // a peer that floods must not delay the registration
     char old[kMaxMessageBytes];
-    for (size_t i = 0; i < EventQueue<XCONFIGMGR_RESPONSE_T>::kMaxEvents &&
-                       m_datagrams.EventSocket().recv_now(old, sizeof old) != -1;
-         ++i)
-        continue;
+    for (int i = 0; i < kEnough && m_datagrams.EventSocket().recv_now(old, sizeof old) != -1; ++i) continue;
     const MutexLock hold(m_queueLock);
+    m_keepsEvents = keepLaterOnes;
     m_queue.Clear();
+    m_gaps.Forget();
+    m_gaps.HasLost(m_datagrams.LostEvents());
 }
 
 bool NetworkUDPClient::UnregisterForEvents()
 {
-    return m_datagrams.EventSocket().drop_membership(kMulticastGroup, kMulticastInterface);
+    const bool hasLeft = m_datagrams.EventSocket().drop_membership(kMulticastGroup, kMulticastInterface);
+    DropEvents(false);
+    return hasLeft;
 }
 
 void NetworkUDPClient::ProcessEvents()
 {
     DiagnosticLog("NetworkUDPClient::ProcessEvents enter\n");
+    {
+        const MutexLock hold(m_queueLock);
+        m_receiverEnded = false;
+    }
+    while (!IsStopping() && HasQueue()) {
+        SetDeaf(false);
+        if (!ReceiveEvents(vexa::Deadline(m_probeMs))) break;
+        if (HasServer() && !IsStopping() && !Listeners().IsEmpty()) Probe();
+    }
+    DiagnosticLog("NetworkUDPClient::ProcessEvents exit\n");
+    const MutexLock hold(m_queueLock);
+    m_receiverEnded = true;  // the other thread delivers the rest
+    m_queueChanged.NotifyAll();
+}
+
+/// Receives until it is time for the next probe. @return false after the last event.
+bool NetworkUDPClient::ReceiveEvents(const vexa::Deadline& probe)
+{
     Socket& socket = m_datagrams.EventSocket();
     char datagram[kMaxMessageBytes];
-    while (!IsStopping()) {
-        const int count = socket.recv_some(datagram, sizeof datagram);
+    while (!IsStopping() && !probe.IsOver()) {
+        if (socket.wait_ready(POLLIN, probe.Left()) == 0) continue;
+        sockaddr_in from{};
+        const int count = socket.recv_some_from(datagram, sizeof datagram, from);
         if (count > 0) {
-            if (!ProcessEvent(datagram, static_cast<size_t>(count))) break;
+            if (!ProcessEvent(datagram, static_cast<size_t>(count), from)) return false;
         } else if (count == 0) {
             // Any sender can send an empty datagram: only a closed socket is an end.
             DiagnosticLog("NetworkUDPClient::ProcessEvents - ret == 0\n");
-            if (socket.fd == -1) break;
+            if (socket.fd == -1) return false;
         } else {
             DiagnosticLog("NetworkUDPClient::ProcessEvents - recv ERROR (%d)\n", errno);
             DiagnosticLog("NetworkUDPClient::ProcessEvents - unknown/unhandled error, ret %d\n", count);
-            break;
+            return false;
         }
     }
-    DiagnosticLog("NetworkUDPClient::ProcessEvents exit\n");
+    return true;
 }
 
-/// Without memory only this event is lost. @return false after the last event.
-bool NetworkUDPClient::ProcessEvent(const char* data, size_t length)
+/// Without memory only this event is lost, and told as missing. @return false after the last event.
+bool NetworkUDPClient::ProcessEvent(const char* data, size_t length, const sockaddr_in& from)
 try {
-    const auto message = ReadDatagram(data, length);
+    auto message = ReadDatagram(data, length);
     if (!message || message->record.size() < kResponseBytes) {
         DiagnosticLog("NetworkUDPClient::ProcessEvents - %zu bytes are no event\n", length);
         return true;
     }
     const auto event = message->As<XCONFIGMGR_RESPONSE_T>();
+    NoteGaps(event, from);
     if (event.configID != GetConfigID()) {
         DiagnosticLog("NetworkUDPClient::ProcessEvents - ConfigID:%d  Inbound ConfigID:%d\n", GetConfigID(),
                       event.configID);
         return true;
     }
-    switch (event.msgtype) {
-        case XCFG_PARAM_CHANGED_EVENT:
-            Enqueue(event);
-            if (!IsShutdown(event)) break;
-            DiagnosticLog(
-                "NetworkUDPClient::ProcessEvents exiting due to system state going into shutdown state\n");
-            return false;
-        case XCFG_PARAM_STRING_CHANGED_EVENT: {
-            std::string text;
-            if (ReadText(*message, text))
-                Deliver(event, std::move(text));
-            else
-                DiagnosticLog("NetworkUDPClient::ProcessEvents - no text for paramid 0x%08X\n",
-                              event.paramID);
-            break;
-        }
-        case XCFG_PARAM_DATA_CHANGED_EVENT:
-            Listeners().TellData(event.paramID, message->payload, TimeOf(event));
-            break;
-        default:
-            DiagnosticLog("NetworkUDPClient::ProcessEvents - Unknown message type %d\n",
-                          static_cast<int>(event.msgtype));
+    if (!IsEvent(event.msgtype)) {
+        DiagnosticLog("NetworkUDPClient::ProcessEvents - Unknown message type %d\n",
+                      static_cast<int>(event.msgtype));
+        return true;
     }
-    return true;
+    Enqueue(event.paramID, *std::move(message));
+    HasQueue();
+    if (!IsShutdown(event)) return true;
+    DiagnosticLog("NetworkUDPClient::ProcessEvents exiting due to system state going into shutdown state\n");
+    return false;
 } catch (...) {
     Print("NetworkUDPClient::ProcessEvents - an event was lost by an exception\n");
+    TellEventsMissing();
     return true;
 }
 
-void NetworkUDPClient::Enqueue(const XCONFIGMGR_RESPONSE_T& event)
+/// Tells of events that did not come, once this one shows it.
+void NetworkUDPClient::NoteGaps(const XCONFIGMGR_RESPONSE_T& event, const sockaddr_in& from)
+{
+    const uint32_t lost = m_datagrams.LostEvents();
+    bool isMissing;
+    {
+        const MutexLock hold(m_queueLock);
+        const bool isAfterGap = event.msgtype == XCFG_PARAM_CHANGED_EVENT &&
+                                m_gaps.IsAfterGap(from, event.requestID, event.configID == GetConfigID());
+        isMissing = (m_gaps.HasLost(lost) || isAfterGap) && m_keepsEvents;
+    }
+    if (isMissing) TellEventsMissing();
+}
+
+void NetworkUDPClient::Enqueue(eParam_t id, Message event)
+{
+    const size_t bytes = event.record.capacity() + event.payload.capacity();
+    {
+        const MutexLock hold(m_queueLock);
+        if (!m_keepsEvents) return;
+        if (m_queue.Add(id, std::move(event), bytes)) {
+            m_queueChanged.NotifyOne();
+            return;
+        }
+    }
+    Print("NetworkUDPClient - the events need more than %zu bytes, one is lost\n", kMaxEventBytes);
+    TellEventsMissing();
+}
+
+/// Asks the server for a number: a daemon that was restarted does not know this client and does not answer.
+void NetworkUDPClient::Probe()
+{
+    const auto request = Request(XCFG_GET_PARAM_REQUEST, eParamID_SystemState);
+    const ReplyMatch match{XCFG_GET_PARAM_RESPONSE, 0, ConnectionID(), request.paramID};
+    bool isAnswered = false;
+    for (int i = 0; i < 2 && !isAnswered; ++i) {
+        if (IsExchanging() || IsStopping()) return;
+        SemaphoreHelper hold(m_exchangeLock);
+        isAnswered = m_datagrams.ExchangeSilently(MessageBytes(request), match, m_probeMs / 4);
+    }
+    if (!IsStopping()) NoteExchange(isAnswered);
+}
+
+// The queue
+
+void NetworkUDPClient::StopQueue()
 {
     const MutexLock hold(m_queueLock);
-    m_queue.Push(event);
-    m_queueChanged.NotifyOne();
+    m_stopQueue = true;
+    m_queueChanged.NotifyAll();
 }
 
 /// @return false when the queue's thread has to end.
 bool NetworkUDPClient::AwaitQueuedEvent()
 {
     const MutexLock hold(m_queueLock);
-    while (m_queue.IsEmpty() && !m_stopQueue && !IsStopping()) m_queueChanged.Wait(m_queueLock);
-    return !m_stopQueue && !IsStopping();
+    while (m_queue.IsEmpty() && !m_receiverEnded && !m_stopQueue && !IsStopping())
+        m_queueChanged.Wait(m_queueLock);
+    return !m_queue.IsEmpty() && !m_stopQueue && !IsStopping();
 }
 
-/// @return false when a later registration has dropped the event.
-bool NetworkUDPClient::TakeQueuedEvent(const ListenerList::Turn&, XCONFIGMGR_RESPONSE_T& event)
+/// @return false when the removal of the last listener has dropped the event.
+bool NetworkUDPClient::TakeQueuedEvent(const ListenerList::Turn&, Message& event)
 {
     const MutexLock hold(m_queueLock);
-    return m_queue.Pop(event);
+    return m_queue.Take(event);
+}
+
+void NetworkUDPClient::DeliverQueued(const Message& message)
+try {
+    const auto event = message.As<XCONFIGMGR_RESPONSE_T>();
+    std::string text;
+    if (event.msgtype == XCFG_PARAM_CHANGED_EVENT)
+        Deliver(event);
+    else if (event.msgtype == XCFG_PARAM_DATA_CHANGED_EVENT)
+        Listeners().TellData(event.paramID, message.payload, TimeOf(event));
+    else if (ReadText(message, text))
+        Deliver(event, std::move(text));
+    else
+        DiagnosticLog("NetworkUDPClient::ProcessEvents - no text for paramid 0x%08X\n", event.paramID);
+} catch (...) {
+    Print("NetworkUDPClient::ResponseQueueHandler - an event was lost by an exception\n");
+    TellEventsMissing();
 }
 
 void NetworkUDPClient::ResponseQueueHandler()
 {
+    {
+        const MutexLock hold(m_queueLock);
+        m_queueEnded = false;
+    }
     while (AwaitQueuedEvent()) {
         const ListenerList::Turn turn(Listeners());
-        XCONFIGMGR_RESPONSE_T event;
-        if (!TakeQueuedEvent(turn, event)) continue;
-        try {
-            Deliver(event);
-        } catch (...) {  // only this event is lost
-            Print("NetworkUDPClient::ResponseQueueHandler - an event was lost by an exception\n");
-        }
-        if (IsShutdown(event)) {
+        Message message;
+        if (!TakeQueuedEvent(turn, message)) continue;
+        DeliverQueued(message);
+        if (IsShutdown(message.As<XCONFIGMGR_RESPONSE_T>())) {
             DiagnosticLog(
                 "NetworkUDPClient::ResponseQueueHandler exiting due to system state going into "
                 "shutdown state\n");
-            return;
+            break;
         }
     }
+    if (m_stopQueue || IsStopping()) return;
+    SetDeaf(true);
+    const MutexLock hold(m_queueLock);
+    m_queueEnded = true;
 }
 
 }  // namespace vexa::corvalis::config::access

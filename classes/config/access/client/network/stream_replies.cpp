@@ -70,7 +70,14 @@ StreamReplies::End StreamReplies::AwaitEvent()
 bool StreamReplies::TakeEvent(const ListenerList::Turn&, Message& event)
 {
     const MutexLock hold(m_lock);
-    return m_events.Pop(event);
+    return m_events.Take(event);
+}
+
+void StreamReplies::KeepEvents(bool keep)
+{
+    const MutexLock hold(m_lock);
+    m_keepsEvents = keep;
+    if (!keep) m_events.Clear();
 }
 
 uint32_t StreamReplies::EndCode() const
@@ -156,7 +163,11 @@ void StreamReplies::Read(const Wait& wait)
 void StreamReplies::RouteAll(Received& received)
 {
     try {
-        for (Message& message : received.messages) Route(std::move(message));
+        for (Message& message : received.messages)
+            if (!Route(std::move(message))) {
+                received.FailForWantOfMemory();
+                break;
+            }
     } catch (...) {
         received.FailForWantOfMemory();
     }
@@ -209,20 +220,27 @@ bool StreamReplies::TakeMessage(Received& received)
 }
 
 /// One connection has one exchange at a time, so the type says whether a message is its reply.
-void StreamReplies::Route(Message message)
+/// @return false for an event that there is no room for.
+bool StreamReplies::Route(Message message)
 {
-    if (IsEvent(message.type)) {
-        m_events.Push(std::move(message));
-    } else if (message.type == m_match.type) {
-        // No event follows until the next listener is added, which must not hear old values after the current
-        // ones.
-        if (message.type == XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE) m_events.Clear();
+    if (IsEvent(message.type)) return !m_keepsEvents || KeepEvent(std::move(message));
+    if (message.type == m_match.type) {
         m_reply = std::move(message);
     } else if (message.type == XCFG_SET_STREAM_PARAM_RESPONSE) {
         const auto response = message.As<XCONFIGMGR_RESPONSE_T>();
         Print("NetworkTCPClient - the string for paramid 0x%08X was refused, error %d\n", response.paramID,
               static_cast<int>(response.error));
     }
+    return true;
+}
+
+bool StreamReplies::KeepEvent(Message event)
+{
+    const eParam_t id = event.As<XCONFIGMGR_RESPONSE_T>().paramID;
+    const size_t bytes = event.record.capacity() + event.payload.capacity();
+    if (m_events.Add(id, std::move(event), bytes)) return true;
+    m_socket.close();  // else the server goes on for nobody
+    return Report("NetworkTCPClient - the server's events need more than %zu bytes\n", kMaxEventBytes);
 }
 
 }  // namespace vexa::corvalis::config::access

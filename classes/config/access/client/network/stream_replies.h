@@ -6,8 +6,8 @@
 
 #include "config/access/client/network/reply_source.h"
 #include "config/access/io/socket.h"
-#include "config/base/event_queue.h"
 #include "config/base/mutex.h"
+#include "config/delivery/backlog.h"
 #include "config/listeners/listener_list.h"
 
 namespace vexa::corvalis::config::access {
@@ -20,6 +20,8 @@ namespace vexa::corvalis::config::access {
 class StreamReplies : public ReplySource {
   public:
     enum class End { kNone, kStopped, kClosed, kFailed, kUnknownType };
+    /// Of the newest events of all parameters: a server that sends more is no store. The connection ends then.
+    static constexpr size_t kMaxEventBytes = size_t{16} * 1024 * 1024;
 
     /// @param socket  borrowed; connected.
     explicit StreamReplies(Socket& socket) : m_socket(socket) {}
@@ -29,6 +31,9 @@ class StreamReplies : public ReplySource {
     Outcome AwaitFirst(char* bytes, unsigned int length, unsigned int timeoutMs) override;
     void Stop() override;
 
+    /// Whether events are kept, as long as somebody listens; else they are dropped at once, and those that wait
+    /// as well. Default false.
+    void KeepEvents(bool keep);
     /// Waits until there is an event. One thread at a time.
     /// @return kNone when there is; else why none will come.
     End AwaitEvent();
@@ -51,7 +56,8 @@ class StreamReplies : public ReplySource {
     void Receive(Received& received);
     bool TakeMessage(Received& received);
     void RouteAll(Received& received) VEXA_REQUIRES(m_lock);
-    void Route(Message message) VEXA_REQUIRES(m_lock);
+    bool Route(Message message) VEXA_REQUIRES(m_lock);
+    bool KeepEvent(Message event) VEXA_REQUIRES(m_lock);
     bool WaitForRoom(const Deadline& deadline);
 
     Socket& m_socket;
@@ -63,7 +69,8 @@ class StreamReplies : public ReplySource {
     uint32_t m_endCode VEXA_GUARDED_BY(m_lock) = 0;
     ReplyMatch m_match VEXA_GUARDED_BY(m_lock);              // of the exchange
     std::optional<Message> m_reply VEXA_GUARDED_BY(m_lock);  // for it
-    EventQueue<Message> m_events VEXA_GUARDED_BY(m_lock){"NetworkTCPClient"};
+    bool m_keepsEvents VEXA_GUARDED_BY(m_lock) = false;
+    Backlog<Message> m_events VEXA_GUARDED_BY(m_lock){kMaxEventBytes};
 
     // Of the reading thread.
     std::string m_input;

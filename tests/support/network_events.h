@@ -1,0 +1,74 @@
+/// Events as a network server sends them, and what becomes of a connection.
+#pragma once
+
+#include <arpa/inet.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "config/access/protocol/connection.h"
+#include "support/scripted_server.h"
+
+constexpr eParam_t kNumber = eParamID_RegisterSave, kText = eParamID_CustomClipName;
+
+/// A message to listeners, of the time 1000.000005.
+inline std::string Event(eMessageType_t type, eParam_t id, uint32_t value, const std::string& payload = "",
+                         int32_t configID = 0, uint32_t sequence = 0)
+{
+    net::XCONFIGMGR_REQUEST_T about;
+    about.configID = configID;
+    about.paramID = id;
+    about.requestID = sequence;
+    net::SetTime(about, {1000, 5});
+    return ReplyTo(about, type, value, payload);
+}
+
+inline std::string NumberEvent(uint32_t value)
+{
+    return Event(XCFG_PARAM_CHANGED_EVENT, kNumber, value);
+}
+
+/// Sends events to all listeners on this host, as one server does.
+class EventSender {
+  public:
+    EventSender() : m_socket(AF_INET, SOCK_DGRAM)
+    {
+        EXPECT_TRUE(m_socket.create() && m_socket.bind("127.0.0.1", 0));
+    }
+    void Send(const std::string& bytes, const char* to = net::kMulticastGroup)
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(net::kMulticastPort);
+        address.sin_addr.s_addr = inet_addr(to);
+        EXPECT_TRUE(m_socket.sendto(bytes.data(), static_cast<unsigned int>(bytes.size()), address));
+    }
+
+  private:
+    net::Socket m_socket;
+};
+
+inline void Multicast(const std::string& bytes)
+{
+    EventSender().Send(bytes);
+}
+
+/// Remembers what became of a connection.
+class RecordingConnectionListener : public vexa::ConnectionListener {
+  public:
+    void ConnectionChanged(vexa::ConnectionChange change) override
+    {
+        const std::lock_guard hold(m_mutex);
+        m_heard.push_back(change);
+    }
+    std::vector<vexa::ConnectionChange> Heard() const
+    {
+        const std::lock_guard hold(m_mutex);
+        return m_heard;
+    }
+
+  private:
+    mutable std::mutex m_mutex;
+    std::vector<vexa::ConnectionChange> m_heard;
+};
