@@ -38,6 +38,19 @@ void Keep(ConfigCache* cache)
     kept->caches.push_back(cache);
 }
 
+/// @return null when the cache would not hear of changes: it would answer old values for ever.
+ConfigCache* AddCache(NetworkClient& client)
+{
+    auto cache = std::make_unique<ConfigCache>(&client);
+    client.AddConnectionListener(cache->Follower());
+    if (client.AddConfigEventListener(cache.get())) {
+        Keep(cache.get());
+        return cache.release();
+    }
+    client.RemoveConnectionListener(cache->Follower());
+    return nullptr;
+}
+
 }  // namespace
 
 ConfigFactory* ConfigFactoryImpl::GetInstance()
@@ -76,15 +89,13 @@ Config* ConfigFactoryImpl::Connect(std::string uri)
 Config* ConfigFactoryImpl::ConnectNetwork(const std::string& uri)
 {
     NetworkClient* const client = m_networkFactory->Connect(uri);
-    if (!client) {
-        vexa::Print("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n");
-        return nullptr;
+    Config* config = client;
+    if (client && vexa::uri::Contains(uri, "caching=true")) {
+        config = AddCache(*client);
+        if (!config) m_networkFactory->Disconnect(client);
     }
-    if (!vexa::uri::Contains(uri, "caching=true")) return client;
-    auto* const cache = new ConfigCache(client);
-    Keep(cache);
-    client->AddConfigEventListener(cache);
-    return cache;
+    if (!config) vexa::Print("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n");
+    return config;
 }
 
 void ConfigFactoryImpl::Disconnect(Config* config)

@@ -59,8 +59,9 @@ unsigned int ConfigCache::Get(eParam_t id)
     if (IsVolatile(id)) return m_config->Get(id);
     unsigned int value = 0;
     if (m_numbers.Find(id, value)) return value;
+    const auto before = m_numbers.Now(id);
     value = m_config->Get(id);
-    m_numbers.StoreFetched(id, value);
+    m_numbers.StoreFetched(id, value, before);
     return value;
 }
 
@@ -68,6 +69,18 @@ bool ConfigCache::Get(eParam_t id, unsigned int& value)
 {
     value = Get(id);
     return value != 0;
+}
+
+/// @return what the wrapped configuration says.
+template <class Value, class Write>
+bool ConfigCache::WriteThrough(eParam_t id, vexa::CachedValues<Value>& values, const Value& value,
+                               const Write& write)
+{
+    const auto before = values.Now(id);
+    vexa::NoteAnswer(vexa::Answer::kGiven);  // a store in this process notes none
+    if (!write()) return false;
+    values.StoreWritten(id, value, before, vexa::LastAnswer() == vexa::Answer::kGiven);
+    return true;
 }
 
 bool ConfigCache::HasAlready(eParam_t id, unsigned int value)
@@ -84,41 +97,39 @@ bool ConfigCache::HasAlready(eParam_t id, const std::string& data)
 
 bool ConfigCache::Set(eParam_t id, unsigned int value, timeval time)
 {
-    if (!IsVolatile(id) && HasAlready(id, value)) {
+    // Without a connection a fetched 0 says nothing.
+    if (!IsVolatile(id) && HasAlready(id, value) && IsReachable()) {
         vexa::Print(
             "ConfigCache::Set(uint32_t) - non-volatile param, new value is the same as the cached value, "
             "suppressing Set operation\n");
         return true;
     }
-    const uint32_t events = m_numbers.CountEvents(id);
-    if (!m_config->Set(id, value, time)) return false;
-    m_numbers.StoreWritten(id, value, events);
-    return true;
+    return WriteThrough(id, m_numbers, value, [&] { return m_config->Set(id, value, time); });
 }
 
 bool ConfigCache::Get(eParam_t id, std::string& value)
 {
     if (IsVolatile(id)) return m_config->Get(id, value);
     if (m_texts.Find(id, value)) return true;
+    const auto before = m_texts.Now(id);
     if (!m_config->Get(id, value)) return false;
-    m_texts.StoreFetched(id, value);
+    m_texts.StoreFetched(id, value, before);
     return true;
 }
 
 bool ConfigCache::Set(eParam_t id, std::string value, timeval time)
 {
-    const uint32_t events = m_texts.CountEvents(id);
-    if (!m_config->Set(id, value, time)) return false;
-    if (!IsVolatile(id)) m_texts.StoreWritten(id, std::move(value), events);
-    return true;
+    if (IsVolatile(id)) return m_config->Set(id, std::move(value), time);
+    return WriteThrough(id, m_texts, value, [&] { return m_config->Set(id, value, time); });
 }
 
 bool ConfigCache::GetData(eParam_t id, std::string& data)
 {
     if (IsVolatile(id)) return m_config->GetData(id, data);
     if (m_data.Find(id, data)) return true;
+    const auto before = m_data.Now(id);
     if (!m_config->GetData(id, data)) return false;
-    m_data.StoreFetched(id, data);
+    m_data.StoreFetched(id, data, before);
     return true;
 }
 
@@ -126,10 +137,7 @@ bool ConfigCache::SetData(eParam_t id, std::string& data, timeval time)
 {
     if (IsVolatile(id)) return m_config->SetData(id, data, time);
     if (HasAlready(id, data)) return true;
-    const uint32_t events = m_data.CountEvents(id);
-    if (!m_config->SetData(id, data, time)) return false;
-    m_data.StoreWritten(id, data, events);
-    return true;
+    return WriteThrough(id, m_data, data, [&] { return m_config->SetData(id, data, time); });
 }
 
 // --- events of the wrapped configuration ---
@@ -150,6 +158,20 @@ bool ConfigCache::DataChanged(eParam_t id, std::string& data, timeval time)
 {
     if (m_data.StoreEvent(id, data) || IsVolatile(id)) fireDataChangedEvent(id, data, time);
     return true;
+}
+
+// --- connection of the wrapped configuration ---
+
+/// Whatever has changed, events were not heard meanwhile.
+void ConfigCache::FollowConnection(vexa::ConnectionChange change)
+{
+    m_numbers.ForgetAll();
+    m_texts.ForgetAll();
+    m_data.ForgetAll();
+    if (change == vexa::ConnectionChange::kEventsMissing)
+        TellEventsMissing();
+    else
+        SetReachable(change == vexa::ConnectionChange::kRestored);
 }
 
 // --- own listeners ---

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "config/access/protocol/connection.h"
 #include "config/base/export.h"
 #include "config/base/semaphore_helper.h"
 #include "config/config.h"
@@ -19,20 +20,26 @@
 
 namespace vexa {
 
-/// The last known values of one kind. Never evicted. Thread: any; every operation takes the owner's lock for
-/// one look-up, and calls nothing under it.
+/// The last known values of one kind. Never evicted, but what may be old is marked as unknown. Thread: any;
+/// every operation takes the owner's lock for one look-up, and calls nothing under it.
 template <class Value>
 class CachedValues {
   public:
     /// @param lock  borrowed; several kinds share it.
     explicit CachedValues(LockSemaphore& lock) : m_lock(lock) {}
 
+    /// What had been heard of a parameter before a call.
+    struct Moment {
+        uint32_t events, losses;
+        bool operator==(const Moment&) const = default;
+    };
+
     /// @param value  untouched when nothing is known.
     bool Find(eParam_t id, Value& value) const
     {
         SemaphoreHelper hold(m_lock);
         const auto found = m_entries.find(id);
-        if (found == m_entries.end()) return false;
+        if (found == m_entries.end() || !found->second.isKnown) return false;
         value = found->second.value;
         return true;
     }
@@ -40,7 +47,7 @@ class CachedValues {
     {
         SemaphoreHelper hold(m_lock);
         const auto found = m_entries.find(id);
-        return found != m_entries.end() && found->second.value == value;
+        return found != m_entries.end() && found->second.isKnown && found->second.value == value;
     }
     /// Whether another value was written last: the event that brought this one may be older than that write.
     bool MayBeOvertaken(eParam_t id, const Value& value) const
@@ -49,26 +56,33 @@ class CachedValues {
         const auto found = m_entries.find(id);
         return found != m_entries.end() && found->second.written.value_or(value) != value;
     }
-    /// Keeps the result of a read, unless a write or an event has brought a newer value meanwhile.
-    void StoreFetched(eParam_t id, const Value& value)
-    {
-        SemaphoreHelper hold(m_lock);
-        m_entries.try_emplace(id, Entry{value, {}, 0});
-    }
-    /// The number of events so far: taken before a write, for StoreWritten after it.
-    uint32_t CountEvents(eParam_t id) const
+    /// Taken before a read or write, for StoreFetched, StoreWritten or Forget after it.
+    Moment Now(eParam_t id) const
     {
         SemaphoreHelper hold(m_lock);
         const auto found = m_entries.find(id);
-        return found == m_entries.end() ? 0 : found->second.events;
+        return {found == m_entries.end() ? 0 : found->second.events, m_losses};
+    }
+    /// Keeps the result of a read, unless a write or an event has brought a newer value meanwhile, or an event
+    /// may have been lost.
+    void StoreFetched(eParam_t id, const Value& value, Moment before)
+    {
+        SemaphoreHelper hold(m_lock);
+        Entry& entry = m_entries[id];
+        if (entry.isKnown || before != Moment{entry.events, m_losses}) return;
+        entry.value = value;
+        entry.isKnown = true;
     }
     /// Keeps a written value, unless an event came since: the store may have corrected the value.
-    void StoreWritten(eParam_t id, Value value, uint32_t events)
+    /// @param isConfirmed  false: the value may have been refused, so the next read asks.
+    void StoreWritten(eParam_t id, Value value, Moment before, bool isConfirmed)
     {
         SemaphoreHelper hold(m_lock);
         Entry& entry = m_entries[id];
         entry.written = value;
-        if (entry.events == events) entry.value = std::move(value);
+        if (before != Moment{entry.events, m_losses}) return;
+        entry.isKnown = isConfirmed;
+        if (isConfirmed) entry.value = std::move(value);
     }
     /// @return whether the value differs from the one before; where none is known, from Value().
     bool StoreEvent(eParam_t id, const Value& value)
@@ -76,7 +90,15 @@ class CachedValues {
         SemaphoreHelper hold(m_lock);
         Entry& entry = m_entries[id];
         ++entry.events;
+        entry.isKnown = true;
         return std::exchange(entry.value, value) != value;
+    }
+    /// Events were lost: every value may be old. The next event is still compared with what listeners know.
+    void ForgetAll()
+    {
+        SemaphoreHelper hold(m_lock);
+        ++m_losses;
+        for (auto& [id, entry] : m_entries) entry.isKnown = false;
     }
 
   private:
@@ -84,10 +106,12 @@ class CachedValues {
         Value value{};
         std::optional<Value> written;  // through this cache, the last one
         uint32_t events = 0;
+        bool isKnown = false;
     };
 
     LockSemaphore& m_lock;
     std::map<eParam_t, Entry> m_entries VEXA_GUARDED_BY(m_lock);
+    uint32_t m_losses VEXA_GUARDED_BY(m_lock) = 0;
 };
 
 }  // namespace vexa
@@ -96,20 +120,28 @@ class CachedValues {
 /// current. Own listeners hear only events that change the cached value, so rarely a change that was made
 /// through this cache: it knows the value by then.
 ///
+/// A write whose success is not confirmed, as of a number over TCP and of a text over the network, leaves the
+/// value unknown: the next read asks, unless an event has told it. When the wrapped configuration is lost or
+/// events of it may be missing, every value is unknown. The connection of the cache is the wrapped one's.
+///
 /// Parameters with the class name "volatile" are always read and written through. The operations that are not
 /// named here keep the defaults of Config.
 ///
 /// Thread: any. No lock is held while the wrapped configuration is called, so its events may arrive at any
 /// time; two first reads at once may fetch twice.
-class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener {
+class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener, public vexa::Connection {
   public:
-    /// @param config  borrowed; it has to outlive the cache.
+    /// @param config  borrowed; it has to outlive the cache. Add the cache to its listeners, and Follower() to
+    /// those of its connection if it can be lost.
     explicit ConfigCache(Config* config);
     /// Remove the cache from the wrapped configuration's listeners first: the cache does not do it, because
     /// that configuration may be gone by now.
     ~ConfigCache() override;
     ConfigCache(const ConfigCache&) = delete;
     ConfigCache& operator=(const ConfigCache&) = delete;
+
+    /// Listens to the wrapped configuration's connection. Remove it there before the cache is destroyed.
+    vexa::ConnectionListener* Follower() { return &m_follower; }
 
     using Config::Set;
     using Config::SetData;
@@ -163,8 +195,18 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener {
     bool IsVolatile(eParam_t id);
 
   private:
+    struct ConnectionFollower : vexa::ConnectionListener {
+        explicit ConnectionFollower(ConfigCache& cache) : m_cache(cache) {}
+        void ConnectionChanged(vexa::ConnectionChange change) override { m_cache.FollowConnection(change); }
+
+      private:
+        ConfigCache& m_cache;
+    };
     enum class Volatility : uint8_t { Unknown = 0, Volatile = 1, NotVolatile = 2 };
 
+    void FollowConnection(vexa::ConnectionChange change);
+    template <class Value, class Write>
+    bool WriteThrough(eParam_t id, vexa::CachedValues<Value>& values, const Value& value, const Write& write);
     bool HasAlready(eParam_t id, unsigned int value);
     bool HasAlready(eParam_t id, const std::string& data);
     Volatility KnownVolatility(eParam_t id) const;
@@ -173,6 +215,7 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener {
     size_t ForgetPassedOn(ConfigEventListener* listener);
 
     Config* const m_config;
+    ConnectionFollower m_follower{*this};
     vexa::ListenerList m_listeners;
     std::vector<ConfigEventListener*> m_passedOn VEXA_GUARDED_BY(m_lock);  // one entry per registration
     vexa::CachedValues<unsigned int> m_numbers{m_lock};
