@@ -1,9 +1,15 @@
 #include "config/access/protocol/uri.h"
 #include "config/base/log.h"
 
+#include <arpa/inet.h>
+#include <netdb.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
+#include <memory>
 #include <sstream>
 #include <vector>
 
@@ -91,6 +97,30 @@ std::optional<eConfigID_t> ParseConfigID(const std::string& text)
     const long number = strtol(text.c_str(), &end, 10);
     if (end == text.c_str()) return std::nullopt;
     return static_cast<eConfigID_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
+}
+
+std::optional<std::string> ResolveHost(const std::string& host, std::string& reason)
+{
+    in_addr dotted;
+    if (inet_pton(AF_INET, host.c_str(), &dotted) == 1) return host;
+    addrinfo wanted{};
+    wanted.ai_family = AF_INET;
+    wanted.ai_socktype = SOCK_STREAM;  // else each address comes once per type
+    addrinfo* found = nullptr;
+    const int error = getaddrinfo(host.c_str(), nullptr, &wanted, &found);
+    if (error != 0) {
+        reason = error == EAI_SYSTEM ? strerror(errno) : gai_strerror(error);
+        return std::nullopt;
+    }
+    const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, &freeaddrinfo);
+    for (; found; found = found->ai_next) {
+        const in_addr address = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr;
+        char text[INET_ADDRSTRLEN];
+        // Any address would be this host.
+        if (address.s_addr != INADDR_ANY && inet_ntop(AF_INET, &address, text, sizeof text)) return text;
+    }
+    reason = "No address";
+    return std::nullopt;
 }
 
 }  // namespace vexa::uri

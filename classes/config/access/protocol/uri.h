@@ -36,5 +36,8 @@ VEXA_EXPORT std::optional<std::string> Option(const std::string& uri, std::strin
 /// The number that a text begins with, limited to the range of a configuration ID; nothing when it begins
 /// with none.
 VEXA_EXPORT std::optional<eConfigID_t> ParseConfigID(const std::string& text);
+/// The dotted IPv4 address of a host: a dotted one as it is, any other text looked up, which may take long.
+/// @param reason  why there is none. @return nothing then, and for a name that stands for any address.
+VEXA_EXPORT std::optional<std::string> ResolveHost(const std::string& host, std::string& reason);
 
 }  // namespace vexa::uri

@@ -52,6 +52,15 @@ std::optional<Transport> ChooseTransport(const std::string& uri)
     return std::nullopt;
 }
 
+/// The socket itself would take a name for this host.
+bool ConnectTo(Socket& socket, const std::string& host, int port)
+{
+    std::string reason;
+    const auto address = vexa::uri::ResolveHost(host, reason);
+    if (!address) return Report("NetworkFactory::Connect - host %s: %s\n", host.c_str(), reason.c_str());
+    return socket.connect(*address, port);
+}
+
 std::unique_ptr<Socket> OpenSocket(const Transport& transport, const url& parts)
 {
     std::unique_ptr<Socket> socket(new (std::nothrow) Socket(AF_INET, transport.socketType));
@@ -65,8 +74,9 @@ std::unique_ptr<Socket> OpenSocket(const Transport& transport, const url& parts)
     }
     const long port = strtol(parts.port.c_str(), nullptr, 10);
     const int number = port > 0 && port <= UINT16_MAX ? static_cast<int>(port) : -1;
-    if (transport.multicast ? number > 0 && socket->bind(number)
-                            : number > 0 && socket->connect(parts.address, number))
+    // Bound to the group, nobody can send to it alone.
+    if (number > 0 && (transport.multicast ? socket->bind(kMulticastGroup, number)
+                                           : ConnectTo(*socket, parts.address, number)))
         return socket;
     Print("NetworkFactory::Connect - failed to connect to host %s, port %ld\n", parts.address.c_str(), port);
     return nullptr;
