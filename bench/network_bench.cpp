@@ -3,6 +3,7 @@
 #include <atomic>
 #include <thread>
 
+#include "config/access/client/cache/config_cache.h"
 #include "config/access/connector/config_factory_impl.h"
 #include "config/access/protocol/network_protocol.h"
 #include "config/access/server/network/network_server.h"
@@ -179,11 +180,15 @@ void CompareExchanges(Config& tcp, Config& udp)
     CompareRates("UDP Get of a text", 5000, overUdp, Repeat([&] { udp.Get(kText, text); }), 0.6);
 }
 
-void CompareCache(Config& cached, Config& store)
+void CompareCache(Config& client, Config& store)
 {
+    // Only here: every change of the store would be sent to it, and Redis has no subscribers elsewhere.
+    ConfigCache cached(&client);
+    client.AddConfigEventListener(&cached);
     CompareTimes("Get of a client cache, against a local Get", 200'000,
                  Repeat([&] { store.Get(eParamID_SystemState); }),
                  Repeat([&] { cached.Get(eParamID_SystemState); }), 1.5);
+    client.RemoveConfigEventListener(&cached);
 }
 
 /// All clients connected, asked in turn by one thread; and a thread each.
@@ -347,11 +352,10 @@ void CompareOneByOne(Config& store)
     const Service tcp(SOCK_STREAM), udp(SOCK_DGRAM);
     Config* const tcpClient = tcp.Connect();
     Config* const udpClient = udp.Connect();
-    Config* const cached = tcp.Connect("/caching=true");
     CompareExchanges(*tcpClient, *udpClient);
-    CompareCache(*cached, store);
     CompareWithRedis(*tcpClient, *udpClient);
-    for (Config* const client : {tcpClient, udpClient, cached}) connector->Disconnect(client);
+    CompareCache(*tcpClient, store);
+    for (Config* const client : {tcpClient, udpClient}) connector->Disconnect(client);
 }
 
 void ComparePublishing(const Service& service, Config& store)

@@ -54,17 +54,15 @@ bool IsData(ParamDescriptor& descriptor)
 
 }  // namespace
 
-NetworkUDPConnection::NetworkUDPConnection(Socket& socket, std::endian payloadOrder)
-    : m_socket(socket), m_payloadOrder(payloadOrder)
+NetworkUDPConnection::NetworkUDPConnection(Socket& socket, std::endian payloadOrder,
+                                           std::chrono::milliseconds patience)
+    : m_socket(socket), m_payloadOrder(payloadOrder), m_patience(patience)
 {
 }
 
 NetworkUDPConnection::~NetworkUDPConnection()
 {
-    for (auto& [configID, entry] : m_entries) {
-        entry.announcer.reset();
-        ClosePeerStore(entry.config);
-    }
+    while (!m_entries.empty()) Close(m_entries.begin());
 }
 
 // --- configurations ---
@@ -74,7 +72,9 @@ NetworkUDPConnection::Entry* NetworkUDPConnection::OpenEntry(eConfigID_t configI
     const auto key = static_cast<uint32_t>(configID);
     const auto found = m_entries.find(key);
     if (found != m_entries.end()) return &found->second;
-    Config* const config = OpenPeerStore(configID);
+    if (m_entries.size() >= kMaxDatagramPeerStores && !CloseSilent()) return nullptr;
+    Config* config = OpenPeerStore(configID);
+    if (!config && CloseSilent()) config = OpenPeerStore(configID);
     if (!config) return nullptr;
     Entry entry;
     entry.config = config;
@@ -85,10 +85,29 @@ NetworkUDPConnection::Entry* NetworkUDPConnection::OpenEntry(eConfigID_t configI
 void NetworkUDPConnection::CloseIfUnused(uint32_t configID)
 {
     const auto found = m_entries.find(configID);
-    if (found->second.IsConnected() || found->second.isAnnounced) return;
-    found->second.announcer.reset();
-    ClosePeerStore(found->second.config);
-    m_entries.erase(found);
+    if (!found->second.IsConnected() && !found->second.isAnnounced) Close(found);
+}
+
+void NetworkUDPConnection::Close(std::map<uint32_t, Entry>::iterator entry)
+{
+    entry->second.announcer.reset();
+    ClosePeerStore(entry->second.config);
+    m_entries.erase(entry);
+}
+
+/// Gives up the configuration whose clients have been silent for the longest time: crashed ones, and senders
+/// who are nobody, never disconnect. @return false when all have been heard of lately.
+bool NetworkUDPConnection::CloseSilent()
+{
+    const auto when = [](const auto& entry) {
+        return entry.second.isAnnounced ? std::chrono::steady_clock::time_point::max()
+                                        : entry.second.lastHeard;
+    };
+    const auto silent = std::ranges::min_element(m_entries, {}, when);
+    if (silent == m_entries.end() || when(*silent) > std::chrono::steady_clock::now() - m_patience)
+        return false;
+    Close(silent);
+    return true;
 }
 
 void NetworkUDPConnection::Announce(eConfigID_t configID)
@@ -102,7 +121,10 @@ void NetworkUDPConnection::Announce(eConfigID_t configID)
 Config* NetworkUDPConnection::GetConfig(uint32_t configID)
 {
     const auto found = m_entries.find(configID);
-    if (found != m_entries.end() && found->second.IsConnected()) return found->second.config;
+    if (found != m_entries.end() && found->second.IsConnected()) {
+        found->second.lastHeard = std::chrono::steady_clock::now();
+        return found->second.config;
+    }
     Print("NetworkUDPConnection::GetConfig - ConfigID %d instance not present\n", static_cast<int>(configID));
     return nullptr;
 }
@@ -181,6 +203,7 @@ void NetworkUDPConnection::ProcessConnectRequest(const MessagePrefix& request, c
         Print("NetworkUDPConnection::ProcessConnectRequest - unable to connect to the config\n");
         return;
     }
+    entry->lastHeard = std::chrono::steady_clock::now();
     if (!entry->isPermanent) entry->clients.insert(ClientOf(request, from));
     if (entry->clients.size() > kMaxClients) {
         entry->isPermanent = true;
@@ -316,11 +339,11 @@ void NetworkUDPConnection::ProcessSetStreamRequest(Entry& entry, const Datagram&
 {
     const XCONFIGMGR_REQUEST_T& request = datagram.request;
     const auto object = ReadPayload(datagram.payload, request.streamLength, m_payloadOrder);
-    ChangeAnnouncer::OwnChange change(*entry.announcer, {request.paramID});
-    if (DoSetRequest(entry.config, dynamic_cast<ConfigValue*>(object.get()), TimeOf(request)))
-        AnnounceStream(entry, datagram, XCFG_PARAM_STRING_CHANGED_EVENT, change);
-    else
-        change.AnnounceKept();
+    ChangeAnnouncer::OwnChange change(*entry.announcer, WithDependents(*entry.config, request.paramID));
+    if (!DoSetRequest(entry.config, dynamic_cast<ConfigValue*>(object.get()), TimeOf(request)))
+        return change.AnnounceKept();
+    AnnounceStream(entry, datagram, XCFG_PARAM_STRING_CHANGED_EVENT, change);
+    change.AnnounceKept(request.paramID);  // dependents come after what changed them
 }
 
 void NetworkUDPConnection::ProcessGetDataRequest(Entry& entry, const Datagram& datagram)

@@ -1,6 +1,7 @@
 /// NetworkUDPConnection: all clients of the UDP server.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <set>
@@ -16,16 +17,21 @@ namespace vexa::corvalis::config::access {
 /// clients, on whichever thread they are made.
 ///
 /// A store is open from the first Connect Request for its configuration until all clients that connected have
-/// disconnected. Thread: one; announcements come on the threads that change the stores.
+/// disconnected. At most kMaxDatagramPeerStores are; when another one is asked for, the one whose clients have
+/// been silent for the longest time is closed, if that is an hour. Thread: one; announcements come on the threads that change the stores.
 class NetworkUDPConnection : public NetworkConnection {
   public:
     /// Clients that a configuration remembers. Crashed clients never disconnect, so beyond this number it
     /// stays open for good.
     static constexpr size_t kMaxClients = 4096;
 
+    /// How long the clients of a configuration may be silent without losing it to others.
+    static constexpr std::chrono::hours kPatience{1};
+
     /// @param socket  borrowed: the server's, for the replies.
     /// @param payloadOrder  of texts as the clients read and write them.
-    explicit NetworkUDPConnection(Socket& socket, std::endian payloadOrder = std::endian::native);
+    explicit NetworkUDPConnection(Socket& socket, std::endian payloadOrder = std::endian::native,
+                                  std::chrono::milliseconds patience = kPatience);
     ~NetworkUDPConnection() override;
 
     /// Multicasts the changes of a configuration even when no client has connected to it, which does not
@@ -51,6 +57,7 @@ class NetworkUDPConnection : public NetworkConnection {
         std::set<Client> clients;
         bool isAnnounced = false;
         bool isPermanent = false;
+        std::chrono::steady_clock::time_point lastHeard;
 
         bool IsConnected() const { return isPermanent || !clients.empty(); }
     };
@@ -74,6 +81,8 @@ class NetworkUDPConnection : public NetworkConnection {
     void ProcessSetDataRequest(Entry& entry, const Datagram& datagram);
 
     Entry* OpenEntry(eConfigID_t configID);
+    bool CloseSilent();
+    void Close(std::map<uint32_t, Entry>::iterator entry);
     void CloseIfUnused(uint32_t configID);
     void AnnounceStream(Entry& entry, const Datagram& datagram, eMessageType_t type,
                         const ChangeAnnouncer::OwnChange& change);
@@ -85,6 +94,7 @@ class NetworkUDPConnection : public NetworkConnection {
 
     Socket& m_socket;
     const std::endian m_payloadOrder;
+    const std::chrono::milliseconds m_patience;
     MulticastSender m_sender;  // outlives the announcers
     std::map<uint32_t, Entry> m_entries;
 };

@@ -6,6 +6,7 @@
 
 #include <thread>
 
+#include "config/access/server/peer_stores.h"
 #include "support/raw_peer.h"
 #include "support/recording_listener.h"
 #include "support/stderr_of.h"
@@ -121,6 +122,11 @@ TEST_F(NetworkUdpServer, EventsOfItsOwnChanges)
     EXPECT_THAT(RecordOf(dependent), ElementsAre(145, 0, 0, kConfigWord, 0, 4096, eParamID_CombinedName, 0, 0,
                                                  11, 22, length, 3072));
     EXPECT_EQ(PayloadOf(dependent), combined);
+
+    const std::string name = TextPayload("n", eParamID_CustomClipName, kConfig);
+    client.Send(WithPayload(113, eParamID_CustomClipName, name));
+    EXPECT_EQ(events.NextWords()[6], eParamID_CustomClipName);
+    EXPECT_EQ(events.NextWords()[6], eParamID_CombinedName) << "after what changed it";
 
     // Texts and data travel on as they came, under the identifier of the request.
     const std::string south = TextPayload("south", kText, kConfig);
@@ -248,6 +254,59 @@ TEST_F(NetworkUdpServer, AfterTooManyClientsAConfigurationStaysOpen)
     server.Stop();
     EXPECT_TRUE(NetworkServer::WaitUntilStopped(std::chrono::seconds(20)));
     EXPECT_EQ(store.Manager()->GetUseCount(), 1) << "until the server ends";
+}
+
+/// Sends nothing, and asks for stores.
+class SpoofedClients {
+  public:
+    explicit SpoofedClients(std::chrono::milliseconds patience)
+        : m_connection(m_socket, std::endian::native, patience)
+    {
+        EXPECT_TRUE(m_socket.create());
+        m_from.sin_family = AF_INET;
+        m_from.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        m_from.sin_port = htons(9);
+    }
+    /// @return whether the configuration is open now.
+    bool Connect(eConfigID_t config)
+    {
+        const std::string request = NetworkBytes(Connection(16, 0x41234, config));
+        StderrOf(
+            [&] { m_connection.ProcessMessages(request.data(), static_cast<int>(request.size()), m_from); });
+        return IsOpen(config);
+    }
+    bool IsOpen(eConfigID_t config)
+    {
+        bool isOpen = false;
+        StderrOf([&] { isOpen = m_connection.GetConfig(static_cast<uint32_t>(config)); });
+        return isOpen;
+    }
+
+  private:
+    Socket m_socket{AF_INET, SOCK_DGRAM};
+    sockaddr_in m_from{};
+    NetworkUDPConnection m_connection;
+};
+
+TEST(NetworkUdpConnection, SilentClientsLeaveStoresToOthers)
+{
+    constexpr int kMost = kMaxDatagramPeerStores;
+    const eConfigID_t first = 0x30000000 + getpid();
+    CreateDescriptors();
+    {
+        SpoofedClients patient(NetworkUDPConnection::kPatience);
+        for (int i = 0; i < kMost; ++i) EXPECT_TRUE(patient.Connect(first + i));
+        EXPECT_FALSE(patient.Connect(first + kMost)) << "all may still be there";
+        Config* const overTcp = OpenPeerStore(first + kMost);
+        EXPECT_NE(overTcp, nullptr);
+        ClosePeerStore(overTcp);
+    }
+    SpoofedClients impatient(std::chrono::milliseconds(0));
+    for (int i = 0; i < kMost; ++i) EXPECT_TRUE(impatient.Connect(first + i));
+    EXPECT_TRUE(impatient.IsOpen(first)) << "heard of after the others";
+    EXPECT_TRUE(impatient.Connect(first + kMost));
+    EXPECT_TRUE(impatient.IsOpen(first));
+    EXPECT_FALSE(impatient.IsOpen(first + 1)) << "it was silent for the longest time";
 }
 
 TEST_F(NetworkUdpServer, ValuesThatDoNotFitIntoADatagram)
