@@ -104,9 +104,7 @@ ExitStatus Get(Session& session, const Names& names)
     return ForEachNamed(session, names, [&](const Parameter& parameter) {
         const auto value = session.Read(parameter);
         if (!value) {
-            const bool carried = session.CarriesData() || !parameter.HoldsBytes();
-            session.Complain(parameter.Name() +
-                             (carried ? " has no value" : ": this connection carries no data values"));
+            session.Complain(parameter.Name() + ": " + session.WhyNothing());
             return ExitStatus::kFalse;
         }
         if (session.json)
@@ -226,9 +224,16 @@ ExitStatus Watch(Session& session, const Names& names, WatchLimits limits, bool 
         return ExitStatus::kDone;
     });
     if (found != ExitStatus::kDone) return found;
-    if (!inShell) session.HoldInterrupts();
-    session.StartWatch(std::move(only));
-    if (!inShell) session.WaitForWatch(limits.changes, limits.seconds);
+    if (inShell) {
+        session.StartWatch(std::move(only));
+        return ExitStatus::kDone;
+    }
+    Interrupts::Instance().Start();
+    try {
+        session.StartWatch(std::move(only), limits.changes);
+        session.WaitForWatch(limits.seconds);
+    } catch (const Interrupted&) {  // as a watch usually ends
+    }
     return ExitStatus::kDone;
 }
 

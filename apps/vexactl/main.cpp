@@ -1,4 +1,8 @@
 /// vexactl: reads, changes and watches the parameters of a device.
+#include <poll.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -47,11 +51,18 @@ ExitStatus Parse(Session& session, int argc, char** argv)
     return status;
 }
 
-ExitStatus Run(int argc, char** argv)
+/// @param signal  by which the tool is to end; stays 0 else.
+ExitStatus Run(int argc, char** argv, int& signal)
 {
     Session session;
     try {
         return Parse(session, argc, argv);
+    } catch (const Interrupted& interrupted) {
+        signal = interrupted.signal;
+        return ExitStatus::kFalse;
+    } catch (const OutputClosed&) {
+        signal = SIGPIPE;
+        return ExitStatus::kFalse;
     } catch (const ConnectionError& error) {
         session.Complain(error.what());
         return error.status;
@@ -66,8 +77,13 @@ ExitStatus Run(int argc, char** argv)
 int main(int argc, char** argv)
 {
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    const ExitStatus status = Run(argc, argv);
+    std::signal(SIGPIPE, SIG_IGN);  // the device hears a goodbye first
+    int signal = 0;
+    const ExitStatus status = Run(argc, argv, signal);
+    if (signal != 0) EndBySignal(signal);
     if (fflush(stdout) == 0 && !ferror(stdout)) return static_cast<int>(status);
+    pollfd output{STDOUT_FILENO, 0, 0};
+    if (poll(&output, 1, 0) == 1 && output.revents & POLLERR) EndBySignal(SIGPIPE);
     fputs("vexactl: cannot write to standard output\n", stderr);
     return static_cast<int>(ExitStatus::kFalse);
 }

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 #include "config/access/client/queues/posix_mq_client.h"
@@ -27,51 +27,74 @@ namespace net = vexa::corvalis::config::access;
 
 namespace {
 
-/// Readable after SIGINT or SIGTERM, once HoldInterrupts was called.
-int interrupted = -1;
-
 /// The session, while there is one.
 Session* running = nullptr;
-
-/// Runs on any thread: the threads that the C library starts take all signals.
-void NoteInterrupt(int)
-{
-    const int error = errno;
-    eventfd_write(interrupted, 1);
-    errno = error;
-}
 
 /// "2026-03-01T12:00:00.000123+0100", local time.
 std::string TimeText(timeval time)
 {
     tm parts{};
     localtime_r(&time.tv_sec, &parts);
+    // A peer may send anything.
+    const auto microseconds = static_cast<long>(std::clamp<suseconds_t>(time.tv_usec, 0, 999'999));
     char date[32], zone[8], text[56];
     strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
     strftime(zone, sizeof zone, "%z", &parts);
-    snprintf(text, sizeof text, "%s.%06ld%s", date, static_cast<long>(time.tv_usec), zone);
+    snprintf(text, sizeof text, "%s.%06ld%s", date, microseconds, zone);
     return text;
 }
+
+/// Keeps standard output away from the library, which writes statistics there when an answer does not come.
+class QuietOutput {
+  public:
+    QuietOutput() : m_own(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3))
+    {
+        fflush(stdout);
+        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (m_own != -1 && nowhere != -1) dup2(nowhere, STDOUT_FILENO);
+        if (nowhere != -1) close(nowhere);
+    }
+    ~QuietOutput()
+    {
+        if (m_own == -1) return;
+        dup2(m_own, STDOUT_FILENO);
+        close(m_own);
+    }
+    QuietOutput(const QuietOutput&) = delete;
+    QuietOutput& operator=(const QuietOutput&) = delete;
+
+  private:
+    const int m_own;
+};
 
 }  // namespace
 
 /// Prints the changes that it receives.
-class Watcher : public ConfigEventListener {
+class Watcher : public ConfigEventListener, public vexa::ConnectionListener {
   public:
-    Watcher(Session& session, Config& config, std::vector<eParam_t> only)
+    Watcher(Session& session, Config& config, std::vector<eParam_t> only, unsigned int atMost)
         : m_session(session),
-          m_config(config),
+          m_config(&config),
           m_only(std::move(only)),
+          m_atMost(atMost),
           m_changed(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
     {
-        if (!m_config.AddConfigEventListener(this))
-            throw ConnectionError("cannot hear of changes over this connection");
+        vexa::AddConnectionListener(config, this);
+        if (config.AddConfigEventListener(this)) return;
+        vexa::RemoveConnectionListener(config, this);
+        close(m_changed);
+        throw ConnectionError("cannot hear of changes over this connection");
     }
     ~Watcher() override
     {
-        m_config.RemoveConfigEventListener(this);
+        if (m_config) {
+            m_config->RemoveConfigEventListener(this);
+            vexa::RemoveConnectionListener(*m_config, this);
+        }
         close(m_changed);
     }
+    /// The configuration is gone.
+    void Forget() { m_config = nullptr; }
 
     using ConfigEventListener::ParamChanged;
     bool ParamChanged(eParam_t id, unsigned int value, timeval time) override
@@ -81,15 +104,23 @@ class Watcher : public ConfigEventListener {
     bool ParamChanged(eParam_t id, std::string value, timeval time) override { return Tell(id, value, time); }
     bool DataChanged(eParam_t id, std::string& data, timeval time) override { return Tell(id, data, time); }
 
-    /// Readable after a change.
+    void ConnectionChanged(vexa::ConnectionChange change) override
+    {
+        if (change == vexa::ConnectionChange::kEventsMissing) m_isMissing = true;
+        eventfd_write(m_changed, 1);
+    }
+
+    /// Readable after a change, of the connection as well.
     int ChangedFd() const { return m_changed; }
-    unsigned int Told() const { return m_told; }
+    bool IsDone() const { return m_atMost > 0 && m_told >= m_atMost; }
+    /// Whether changes may not have been heard since the last call.
+    bool TakeMissing() { return m_isMissing.exchange(false); }
 
   private:
     bool Tell(eParam_t id, const Value& value, timeval time)
     {
-        if (!m_only.empty() && std::ranges::find(m_only, id) == m_only.end()) return true;
-        ParamDescriptor* const descriptor = m_config.GetParamDescriptor(id);
+        if (IsDone() || (!m_only.empty() && std::ranges::find(m_only, id) == m_only.end())) return true;
+        ParamDescriptor* const descriptor = m_config->GetParamDescriptor(id);
         if (!descriptor) return false;
         const Parameter parameter(descriptor);
         if (m_session.json) {
@@ -105,10 +136,12 @@ class Watcher : public ConfigEventListener {
     }
 
     Session& m_session;
-    Config& m_config;
+    Config* m_config;
     const std::vector<eParam_t> m_only;
+    const unsigned int m_atMost;
     const int m_changed;
     std::atomic<unsigned int> m_told = 0;
+    std::atomic<bool> m_isMissing = false;
 };
 
 Session::Session()
@@ -144,9 +177,12 @@ Config* Session::Connect()
     }
     if (!verbose) HideLibraryMessages();
     CreateDescriptors();
+    if (IsRemote()) Interrupts::Instance().Start();
     const Deadline limit = Limit();
+    m_reason.clear();
     m_config = queues ? ConnectQueues() : ConnectUri();
-    if (!m_config) Complain("cannot connect to " + Place());
+    Interrupts::Instance().Check();
+    if (!m_config) Complain("cannot connect to " + Place() + (m_reason.empty() ? "" : ": " + m_reason));
     return m_config;
 }
 
@@ -156,6 +192,8 @@ Config* Session::ConnectUri()
     Config* const config = connector->Connect(uri);
     m_disconnect = [=] { connector->Disconnect(config); };
     if (config && IsRemote()) m_isReachable = [=] { return vexa::IsReachable(*config); };
+    url parts;
+    if (!config && IsRemote() && parts.parse(uri)) vexa::uri::ResolveHost(parts.address, m_reason);
     return config;
 }
 
@@ -163,7 +201,11 @@ Config* Session::ConnectQueues()
 {
     // Without the daemon's queue the factory ends the process.
     const mqd_t queue = mq_open(mq::kRequestQueue, O_RDWR | O_CLOEXEC);
-    if (queue == -1) return nullptr;
+    if (queue == -1) {
+        m_reason = strerror(errno);
+        if (errno == EACCES) m_reason += "; it is open to the user and the group of the daemon";
+        return nullptr;
+    }
     mq_close(queue);
     if (!m_factory) m_factory = std::make_unique<mq::PosixMQFactory>();
     // The library gives up first, so that the queue of this connection is removed.
@@ -175,6 +217,7 @@ Config* Session::ConnectQueues()
         throw ConnectionError(NoAnswer(), ExitStatus::kTimedOut);
     if (!client) return nullptr;
     client->SetReplyTimeout(milliseconds);
+    Interrupts::Instance().SetStop([=] { client->Stop(); });
     m_disconnect = [=, this] { m_factory->Disconnect(client); };
     m_isReachable = [=] { return client->IsReachable(); };
     return client;
@@ -203,18 +246,18 @@ Config* Session::ConnectForCatalogue()
 void Session::Disconnect()
 {
     if (!m_config) return;
-    StopWatch();
-    if (m_isReachable && !m_isReachable()) {
-        // The loss has been reported. The library still waits for the answer to its Disconnect, and then
-        // releases everything.
-        constexpr double kTidySeconds = 2;
-        const Deadline silent(kTidySeconds, "", fileno(m_messages));
+    Interrupts::Instance().SetStop(nullptr);
+    if (!IsRemote()) {
+        StopWatch();
         m_disconnect();
     } else {
-        // The library waits a second for the answer to its Disconnect, and would then write statistics to
-        // standard output.
-        const Deadline limit = Limit(kGoodbyeSeconds);
+        // The library waits a second for the answer to its Disconnect. What was done stays done without it.
+        constexpr double kTidySeconds = 5;
+        const QuietOutput quiet;
+        const Deadline silent(kTidySeconds, "", fileno(m_messages));
         m_disconnect();
+        if (m_watcher) m_watcher->Forget();
+        m_watcher.reset();
     }
     m_config = nullptr;
     m_isReachable = nullptr;
@@ -234,10 +277,10 @@ void Session::HideLibraryMessages()
     close(nowhere);
 }
 
-Deadline Session::Limit(double atMost) const
+Deadline Session::Limit() const
 {
     constexpr double kAfterLibrary = 0.5;  // the queue client has the same limit, and leaves nothing behind
-    const double limit = std::min(timeout, atMost) + (queues ? kAfterLibrary : 0);
+    const double limit = timeout + (queues ? kAfterLibrary : 0);
     return Deadline(IsRemote() ? limit : 0, "vexactl: " + NoAnswer(), fileno(m_messages));
 }
 
@@ -257,12 +300,30 @@ void Session::RequireAnswers() const
 std::optional<Value> Session::Read(const Parameter& parameter)
 {
     RequireAnswers();
+    m_whyNothing = "this connection carries no data values";
     if (parameter.HoldsBytes() && !CarriesData()) return std::nullopt;
+    m_whyNothing = "it has no value";
     return Ask([&](Config& config) -> std::optional<Value> {
-        // Over the network the result of this Get says only whether the number is 0.
-        if (IsRemote() && !parameter.HoldsText()) return config.Get(parameter.Id());
-        return parameter.Read(config);
+        return IsRemote() ? ReadRemote(parameter, config) : parameter.Read(config);
     });
+}
+
+std::optional<Value> Session::ReadRemote(const Parameter& parameter, Config& config)
+{
+    vexa::NoteAnswer(vexa::Answer::kGiven);
+    // The result of a Get of a number says only whether it is 0.
+    const auto value = parameter.HoldsText() ? parameter.Read(config) : Value(config.Get(parameter.Id()));
+    switch (vexa::LastAnswer()) {
+        case vexa::Answer::kGiven:
+            return value;
+        case vexa::Answer::kRefused:
+            m_whyNothing =
+                parameter.HoldsText() ? "the device has no value for it" : "the device does not know it";
+            break;
+        case vexa::Answer::kNone:
+            m_whyNothing = "the device's answer holds no value";
+    }
+    return std::nullopt;
 }
 
 bool Session::Write(const Parameter& parameter, const Value& value)
@@ -297,7 +358,9 @@ void Session::WriteLine(FILE* stream, const std::string& line)
 void Session::Print(const std::string& line)
 {
     const vexa::MutexLock hold(m_output);
+    errno = 0;
     WriteLine(stdout, line);
+    if (ferror(stdout) && errno == EPIPE && std::this_thread::get_id() == m_mainThread) throw OutputClosed{};
 }
 
 void Session::Complain(const std::string& message)
@@ -307,11 +370,11 @@ void Session::Complain(const std::string& message)
     WriteLine(m_messages, "vexactl: " + place + message);
 }
 
-void Session::StartWatch(std::vector<eParam_t> only)
+void Session::StartWatch(std::vector<eParam_t> only, unsigned int atMost)
 {
     StopWatch();
-    m_watcher =
-        Ask([&](Config& config) { return std::make_unique<Watcher>(*this, config, std::move(only)); });
+    m_watcher = Ask(
+        [&](Config& config) { return std::make_unique<Watcher>(*this, config, std::move(only), atMost); });
 }
 
 void Session::StopWatch()
@@ -321,34 +384,28 @@ void Session::StopWatch()
     m_watcher.reset();
 }
 
-void Session::HoldInterrupts()
-{
-    interrupted = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    struct sigaction action {};
-    action.sa_handler = NoteInterrupt;
-    for (const int stop : {SIGINT, SIGTERM}) sigaction(stop, &action, nullptr);
-}
-
-void Session::WaitForWatch(unsigned int changes, double seconds)
+void Session::WaitForWatch(double seconds)
 {
     using Clock = std::chrono::steady_clock;
     constexpr long long kProbeMs = 1000;  // how often the device is asked whether it is still there
     const auto end =
         Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 
-    while (changes == 0 || m_watcher->Told() < changes) {
+    while (!m_watcher->IsDone()) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
         if (seconds > 0 && left <= 0) break;
-        pollfd events[] = {
-            {interrupted, POLLIN, 0}, {m_watcher->ChangedFd(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+        pollfd events[] = {{Interrupts::Instance().Fd(), POLLIN, 0},
+                           {m_watcher->ChangedFd(), POLLIN, 0},
+                           {STDOUT_FILENO, 0, 0}};
         const long long wait = seconds > 0 ? std::min<long long>(left, kProbeMs) : kProbeMs;
         const int ready = poll(events, 3, static_cast<int>(wait));
-        if (ready < 0 || events[0].revents) break;
-        // Changes are printed on a thread that takes no signals, so a closed pipe ends the tool from here.
-        if (events[2].revents & POLLERR) raise(SIGPIPE);
+        if ((ready < 0 && errno != EINTR) || events[0].revents) break;
+        if (events[2].revents & POLLERR) throw OutputClosed{};
         if (ready == 0 && m_isReachable && !IsOver("multicast:"))
             Ask([](Config& config) { return config.Get(eParamID_SystemState); });
         eventfd_t ignored;
         eventfd_read(m_watcher->ChangedFd(), &ignored);
+        if (m_watcher->TakeMissing()) Complain("changes may be missing");
+        CheckConnection();
     }
 }

@@ -7,12 +7,14 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "config/access/protocol/uri.h"
 #include "config/base/mutex.h"
 #include "vexactl/deadline.h"
 #include "vexactl/exit_status.h"
+#include "vexactl/interrupts.h"
 #include "vexactl/parameter.h"
 
 class Watcher;
@@ -28,6 +30,10 @@ struct ConnectionError : std::runtime_error {
     }
     const ExitStatus status;
 };
+
+/// Thrown on the main thread when nobody reads standard output any more. No std::exception: only main ends the
+/// tool.
+struct OutputClosed {};
 
 /// Connects when the first command needs it and keeps the connection for all further ones. Thread: the main
 /// thread, but for the printing operations, which the watch uses on the threads that deliver changes.
@@ -55,9 +61,12 @@ class Session {
     /// One parameter of it, or nothing after a message.
     std::optional<Parameter> Find(const std::string& name);
 
-    // The device's answers. A lost connection throws ConnectionError; no answer in time ends the tool.
-    /// Nothing when there is no value, or none that this connection carries.
+    // The device's answers. A lost connection throws ConnectionError, a signal Interrupted; no answer in time
+    // ends the tool.
+    /// Nothing when there is no value, or none that this connection carries: WhyNothing.
     std::optional<Value> Read(const Parameter& parameter);
+    /// Why the last Read gave nothing, as the end of a sentence: "the device does not know it".
+    const std::string& WhyNothing() const { return m_whyNothing; }
     /// @return false when the device reported that it does not accept the value. Not every connection reports
     /// it.
     bool Write(const Parameter& parameter, const Value& value);
@@ -69,6 +78,7 @@ class Session {
     {
         const Deadline limit = Limit();
         auto result = use(*m_config);
+        Interrupts::Instance().Check();
         CheckConnection();
         return result;
     }
@@ -79,20 +89,19 @@ class Session {
     /// Whether the device reports what it did with a value; otherwise only reading it back shows it.
     bool ConfirmsWrites(const Parameter& parameter) const;
 
-    /// A line of data, on standard output.
+    /// A line of data, on standard output. Throws OutputClosed, on the main thread.
     void Print(const std::string& line);
     void Print(const Json& object) { Print(Dump(object)); }
     /// A message for people, on standard error, as "vexactl: ..." or "vexactl: line 3: ...".
     void Complain(const std::string& message);
 
-    /// Prints every change from now on, of these parameters or, with none named, of all.
-    void StartWatch(std::vector<eParam_t> only);
+    /// Prints every change from now on, of these parameters or, with none named, of all. @param atMost  so many
+    /// changes; 0: no limit.
+    void StartWatch(std::vector<eParam_t> only, unsigned int atMost = 0);
     void StopWatch();
-    /// Leaves interrupts to WaitForWatch, from now on: before StartWatch.
-    void HoldInterrupts();
-    /// Waits for the watch: until interrupted, until so many changes were printed, or for so many seconds (0:
-    /// no limit).
-    void WaitForWatch(unsigned int changes, double seconds);
+    /// Waits for the watch: until interrupted, until all its changes were printed, or for so many seconds (0:
+    /// no limit). Throws ConnectionError when no more changes come. Interrupts must have been started.
+    void WaitForWatch(double seconds);
 
   private:
     bool IsOver(const char* scheme) const { return !queues && vexa::uri::Contains(uri, scheme); }
@@ -101,10 +110,10 @@ class Session {
     std::string NoAnswer() const { return "no answer from " + Place() + " in time"; }
     Config* ConnectUri();
     Config* ConnectQueues();
-    static constexpr double kGoodbyeSeconds = 0.9;
-    Deadline Limit(double atMost = 1e9) const;
+    Deadline Limit() const;
     void CheckConnection() const;
     void HideLibraryMessages();
+    std::optional<Value> ReadRemote(const Parameter& parameter, Config& config);
     /// The watch prints from other threads.
     void WriteLine(FILE* stream, const std::string& line) VEXA_REQUIRES(m_output);
 
@@ -113,6 +122,8 @@ class Session {
     std::function<bool()> m_isReachable;  // of a connection that can be lost
     std::function<void()> m_disconnect;
     std::unique_ptr<vexa::config::access::PosixMQFactory> m_factory;
+    std::string m_reason, m_whyNothing;  // why there is no connection; why there is no value
+    const std::thread::id m_mainThread = std::this_thread::get_id();
     FILE* m_messages = stderr;
     std::unique_ptr<Watcher> m_watcher;
     vexa::Mutex m_output;

@@ -1,5 +1,6 @@
 #include "vexactl/shell.h"
 
+#include <termios.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -41,6 +42,18 @@ std::optional<std::string> ReadTypedLine()
     return ReadPlainLine();
 }
 #endif
+
+/// A signal meanwhile ends the tool, with the terminal as it was.
+std::optional<std::string> ReadLine(Session& session, bool terminal)
+{
+    termios settings{};
+    const bool hasSettings = terminal && tcgetattr(STDIN_FILENO, &settings) == 0;
+    const Interrupts::Idle idle([&] {
+        if (hasSettings) tcsetattr(STDIN_FILENO, TCSANOW, &settings);
+        session.Disconnect();
+    });
+    return terminal ? ReadTypedLine() : ReadPlainLine();
+}
 
 ExitStatus RunCommand(Session& session, std::vector<std::string> words, bool& quit)
 {
@@ -102,7 +115,7 @@ ExitStatus RunShell(Session& session)
     ExitStatus result = ExitStatus::kDone;
     bool quit = false;
     for (int number = 1; !quit; ++number) {
-        const auto line = terminal ? ReadTypedLine() : ReadPlainLine();
+        const auto line = ReadLine(session, terminal);
         if (!line) break;
         session.scriptLine = terminal ? 0 : number;
         const ExitStatus status = RunLine(session, *line, quit);

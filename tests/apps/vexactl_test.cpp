@@ -1,10 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "support/gate.h"
+#include "support/network_events.h"
 #include "support/program.h"
 
 using testing::AllOf;
@@ -91,6 +96,10 @@ TEST(Vexactl, ExitStatusSaysHowItWent)
         {{"set", "RegisterSave", "0"}, 5, ""},
         {{"--uri", "socket://127.0.0.1:43110", "list"}, 6, "cannot connect to socket://127.0.0.1:43110"},
         {{"--uri", "", "get", "Take"}, 6, "cannot connect to"},
+        {{"--uri", "tcp://no-such-host.invalid:43110", "set", "Take", "2"},
+         6,
+         "vexactl: cannot connect to tcp://no-such-host.invalid:43110: "},
+        {{"--uri", "udp://10.0.0.300:43110", "get", "Take"}, 6, "cannot connect to udp://10.0.0.300:43110: "},
     };
     for (const Row& row : rows) {
         const ProgramResult run = Tool(row.arguments);
@@ -188,6 +197,113 @@ TEST(Vexactl, AlarmsAreRaisedWatchedAndCleared)
     EXPECT_THAT(run.err,
                 AllOf(HasSubstr("line 6: Take is no alarm"), HasSubstr("line 7: unknown severity \"mild\"")));
     EXPECT_EQ(Json::parse(Tool({"--json", "get", "Media_Low_Alarm"}).out)["severity"], "WARNING");
+}
+
+// --- a device that does what it should not ---
+
+/// The tool in front of a scripted device.
+ProgramResult ToolAt(const ScriptedServer& server, std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), {"--uri", server.Uri(), "--timeout", "5"});
+    return Tool(arguments);
+}
+
+TEST(Vexactl, AWatchPrintsAsManyChangesAsItShould)
+{
+    ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+        peer.Connect();
+        peer.Receive(28);
+        std::string events;
+        for (uint32_t value = 1; value <= 100; ++value)
+            events += Event(XCFG_PARAM_CHANGED_EVENT, kNumber, value);
+        peer.Send(events);
+        peer.Connect(XCFG_DISCONNECT_RESPONSE);
+    });
+    const ProgramResult run = ToolAt(server, {"--json", "watch", "--count", "3"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(Lines(run).size(), 3u);
+}
+
+TEST(Vexactl, OnlyWhatItHasReadIsShownAndAGoodbyeNeedsNoAnswer)
+{
+    struct Row {
+        std::string parameter;
+        uint32_t type, error;
+        std::string payload;
+        int status;
+        const char* shown;
+    };
+    for (const Row& row : {Row{"RegisterSave", 96, 0, "", 0, "RegisterSave = 7\n"},
+                           Row{"RegisterSave", 96, 53, "", 1, "RegisterSave: the device does not know it\n"},
+                           Row{"CustomClipName", 128, 60, "", 1, "the device has no value for it\n"},
+                           Row{"CustomClipName", 128, 0, "garbage", 1, "answer holds no value\n"}}) {
+        ScriptedServer server(SOCK_STREAM, [&](ScriptedPeer& peer) {
+            peer.Connect();
+            peer.Send(
+                ReplyTo(peer.Receive(), static_cast<eMessageType_t>(row.type), 7, row.payload, row.error));
+            const auto goodbye = peer.Receive(24);
+            EXPECT_EQ(goodbye.msgtype, XCFG_DISCONNECT_REQUEST);
+            if (row.status != 0) return peer.Send(Confirmation(goodbye, XCFG_DISCONNECT_RESPONSE));
+            std::this_thread::sleep_for(std::chrono::milliseconds(1200));  // longer than the library waits
+        });
+        const ProgramResult run = ToolAt(server, {"get", row.parameter});
+        EXPECT_EQ(run.status, row.status) << run.err;
+        EXPECT_THAT(run.out + run.err, HasSubstr(row.shown));
+        EXPECT_EQ(run.out.empty(), row.status != 0) << run.out;
+    }
+}
+
+TEST(Vexactl, SignalsAndClosedPipesGoThroughAGoodbye)
+{
+    const std::string silence = "/tmp/vexactl_test_" + std::to_string(getpid());  // an input without a line
+    ASSERT_EQ(mkfifo(silence.c_str(), 0600), 0);
+    struct Row {
+        std::string verb;
+        uint32_t bytes;  // of the request that follows Connect
+        int signal, status;
+    };
+    for (const Row& row : {Row{"watch", 28, SIGTERM, 0}, Row{"watch", 28, SIGHUP, 0},
+                           Row{"get RegisterSave", 48, SIGINT, 128 + SIGINT},
+                           Row{"shell", 0, SIGHUP, 128 + SIGHUP}, Row{"watch | head -1", 28, 0, 0}}) {
+        SCOPED_TRACE(row.verb);
+        Gate asked;
+        ScriptedServer server(SOCK_STREAM, [&](ScriptedPeer& peer) {
+            peer.Connect();
+            const auto request = row.bytes ? peer.Receive(row.bytes) : net::XCONFIGMGR_REQUEST_T{};
+            asked.Pass();
+            if (row.signal == 0) peer.Send(NumberEvent(7));
+            if (row.bytes == 48) peer.Send(ReplyTo(request, XCFG_GET_PARAM_RESPONSE, 7));
+            peer.Connect(XCFG_DISCONNECT_RESPONSE);
+        });
+        const std::string command =
+            std::string(VEXACTL) + " 0<>" + silence + " --uri " + server.Uri() + " " + row.verb;
+        Program tool({"/bin/sh", "-c", (row.signal ? "exec " : "") + command}, "", {"PRODUCT_ID=OAK"});
+        asked.Await();
+        tool.Signal(row.signal);
+        if (row.bytes == 48) usleep(100'000);  // the signal is noticed before the answer
+        asked.Open();
+        const ProgramResult result = tool.Wait();
+        EXPECT_EQ(result.status, row.status) << result.err;
+        EXPECT_EQ(result.err, "");
+    }
+    unlink(silence.c_str());
+}
+
+TEST(Vexactl, AWatchThatHearsNoMoreEndsWithALine)
+{
+    const eConfigID_t config = 0x28000000 + getpid();
+    Program tool(
+        {VEXACTL, "--uri", "multicast://127.0.0.1:63110/configid=" + std::to_string(config), "watch"}, "",
+        {"PRODUCT_ID=OAK"});
+    EventSender sender;
+    EXPECT_TRUE(Eventually([&] {
+        sender.Send(Event(XCFG_PARAM_CHANGED_EVENT, eParamID_SystemState, 9, "", config));
+        return !tool.Err().empty();
+    }));
+    const ProgramResult result = tool.Wait();
+    EXPECT_EQ(result.status, 6);
+    EXPECT_THAT(result.out, HasSubstr("SystemState = 9"));
+    EXPECT_THAT(result.err, HasSubstr("vexactl: lost the connection to multicast://"));
 }
 
 }  // namespace

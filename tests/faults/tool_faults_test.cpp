@@ -84,10 +84,15 @@ TEST(ToolFaults, OverTheNetwork)
             {"tcp", {kRecv, ECONNRESET, 1, 1}, 6, "NetworkClient::Get - receive failed\n" + lost},
             {"tcp", {kPoll, ENOMEM}, 6, "Socket::read_select: Cannot allocate memory\n"},
             {"tcp", {kPoll, ENOMEM, 1, 1}, 6, "NetworkClient::Get - receive failed\n" + lost},
-            {"tcp", {kPthreadCreate, EAGAIN}, 6, deaf, "watch"},
+            {"tcp", {kPthreadCreate, EAGAIN}, 0, ""},  // signals end the tool without a goodbye
+            {"tcp", {kEventfd, EMFILE}, 0, ""},
+            {"tcp", {kPthreadCreate, EAGAIN, 1, 1}, 6, deaf, "watch"},
             {"udp", {kRecv, EINTR, 3}, 0, ""},
-            {"udp", {kPthreadCreate, EAGAIN}, 6, "to make a client: Resource temporarily unavailable\n"},
-            {"udp", {kPthreadCreate, EAGAIN, 1, 1}, 6, deaf, "watch"},
+            {"udp",
+             {kPthreadCreate, EAGAIN, 1, 1},
+             6,
+             "to make a client: Resource temporarily unavailable\n"},
+            {"udp", {kPthreadCreate, EAGAIN, 1, 2}, 6, deaf, "watch"},
             {"udp", {kSend, ENOBUFS, 1, 1}, 6, "send - failedNetworkClient::Get - send failed\n" + lost},
         },
         daemon);
@@ -105,7 +110,10 @@ TEST_F(MainstayQueueToolFaults, OverTheQueues)
             {"mq", {kMqTimedreceive, EAGAIN, 3, 1}, 0, ""},
             {"mq", {kPoll, EINTR, 3}, 0, ""},
             {"mq", {kMqOpen, EMFILE, 1, 3}, 0, ""},  // repeated, or done without
-            {"mq", {kMqOpen, EMFILE}, 6, "vexactl: cannot connect to the queue /mainstay\n"},
+            {"mq",
+             {kMqOpen, EMFILE},
+             6,
+             "vexactl: cannot connect to the queue /mainstay: Too many open files\n"},
             {"mq", {kMqOpen, EMFILE, 1, 1}, 6, "vexactl: cannot connect to the queue /mainstay\n"},
             {"mq", {kMqOpen, EMFILE, 3, 2}, 6, noQueue + "Too many open files\n"},
             {"mq", {kMqOpen, ENOSPC, 1, 2}, 6, noQueue + "No space left on device\n"},
@@ -115,7 +123,7 @@ TEST_F(MainstayQueueToolFaults, OverTheQueues)
             {"mq", {kMqTimedreceive, EBADF, 1, 1}, 6, "mq_receive failed\n: Bad file descriptor\n"},
             {"mq", {kMqTimedreceive, EBADF, 1, 2}, 7, "Get - mq_receive failed: Bad file descriptor\n"},
             {"mq", {kMqGetattr, EBADF, 1, 2}, 6, "unable to get mq_msgsize: Bad file descriptor\n"},
-            {"mq", {kEventfd, EMFILE}, 6, "failed to make a client: eventfd: Too many open files\n"},
+            {"mq", {kEventfd, EMFILE, 1, 1}, 6, "failed to make a client: eventfd: Too many open files\n"},
         },
         daemon);
 }

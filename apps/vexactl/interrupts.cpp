@@ -1,0 +1,119 @@
+#include "vexactl/interrupts.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+#include <utility>
+
+#include "config/base/no_destructor.h"
+
+namespace {
+
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+bool IsIgnored(int signal)
+{
+    struct sigaction action {};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+sigset_t SignalsToTake()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : kSignals)
+        if (!IsIgnored(signal)) sigaddset(&signals, signal);
+    return signals;
+}
+
+}  // namespace
+
+void EndBySignal(int signal)
+{
+    ::signal(signal, SIG_DFL);
+    sigset_t only;
+    sigemptyset(&only);
+    sigaddset(&only, signal);
+    pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
+    raise(signal);
+    _exit(128 + signal);
+}
+
+Interrupts& Interrupts::Instance()
+{
+    static vexa::NoDestructor<Interrupts> instance;
+    return *instance;
+}
+
+void Interrupts::Start()
+{
+    if (std::exchange(m_isStarted, true)) return;
+    m_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    const sigset_t signals = SignalsToTake();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    try {
+        std::thread([this] { Run(); }).detach();
+    } catch (const std::system_error&) {  // they end the tool as they end any other
+        pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    }
+}
+
+void Interrupts::Check()
+{
+    const vexa::MutexLock hold(m_lock);
+    if (m_signal != 0) throw Interrupted{m_signal};
+}
+
+void Interrupts::SetStop(std::function<void()> stop)
+{
+    const vexa::MutexLock hold(m_lock);
+    m_stop = std::move(stop);
+}
+
+void Interrupts::SetTidy(std::function<void()> tidy)
+{
+    const vexa::MutexLock hold(m_lock);
+    while (m_isTidying) m_never.Wait(m_lock);
+    if (tidy && m_signal != 0) throw Interrupted{m_signal};
+    m_tidy = std::move(tidy);
+}
+
+void Interrupts::Run()
+{
+    constexpr std::chrono::seconds kGrace(1);
+    pthread_setname_np(pthread_self(), "vexactl-signals");
+    const sigset_t signals = SignalsToTake();
+    for (int signal = 0; sigwait(&signals, &signal) == 0;) {
+        if (!Note(signal)) EndBySignal(signal);
+        std::this_thread::sleep_for(kGrace);
+        if (!StopWaits()) EndBySignal(signal);
+    }
+}
+
+/// @return false when the tool has to end now.
+bool Interrupts::Note(int signal)
+{
+    std::function<void()> tidy;
+    {
+        const vexa::MutexLock hold(m_lock);
+        if (m_signal != 0) return false;
+        m_signal = signal;
+        m_isTidying = m_tidy != nullptr;
+        tidy = m_tidy;
+    }
+    eventfd_write(m_fd, 1);
+    if (!tidy) return true;
+    tidy();
+    return false;
+}
+
+bool Interrupts::StopWaits()
+{
+    const vexa::MutexLock hold(m_lock);
+    if (m_stop) m_stop();
+    return m_stop != nullptr;
+}
