@@ -16,7 +16,12 @@ NetworkEventListener::~NetworkEventListener()
 
 bool NetworkEventListener::Open(const std::string& uri)
 {
-    return !Current() && Open(ConfigFactoryImpl::GetInstance()->Connect(uri));
+    if (Current()) return false;
+    ConfigFactory* const connector = ConfigFactoryImpl::GetInstance();
+    Config* const config = connector->Connect(uri);
+    if (Open(config)) return true;
+    connector->Disconnect(config);
+    return false;
 }
 
 bool NetworkEventListener::Open(Config* config)
@@ -27,8 +32,10 @@ bool NetworkEventListener::Open(Config* config)
         m_config = config;
     }
     // Without the mutex: a running callback, which this may wait for, may be about to add an event here.
-    config->AddConfigEventListener(this);
-    return true;
+    if (config->AddConfigEventListener(this)) return true;
+    const MutexLock hold(m_mutex);
+    m_config = nullptr;
+    return Report("NetworkEventListener::Open - no events come from this configuration\n");
 }
 
 void NetworkEventListener::Close()

@@ -29,11 +29,11 @@ class VEXA_EXPORT NetworkEventListener : public ConfigEventListener {
     NetworkEventListener& operator=(const NetworkEventListener&) = delete;
 
     /// Connects through the connector and listens.
-    /// @return false when it is open, or when nothing answers at the URI.
+    /// @return false when it is open, when nothing answers at the URI, or when no events would come.
     bool Open(const std::string& uri);
     /// Listens to a connection that the caller got from the connector. Close gives it back there, as if it
     /// had been opened here.
-    /// @return false for null and when it is open.
+    /// @return false for null, when it is open, and when no events would come: the connection stays the caller's.
     bool Open(Config* config);
     /// Stops listening, gives the configuration back to the connector and returns when every waiting thread
     /// has left. Events that were not taken stay. Does nothing when it is closed.

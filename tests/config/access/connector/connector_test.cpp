@@ -2,10 +2,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include "config/access/connector/reachability.h"
 #include "config/access/protocol/uri.h"
 #include "config/descriptors/integer_descriptor.h"
 #include "support/gate.h"
+#include "support/scripted_server.h"
 #include "support/store.h"
 #include "support/test_server.h"
 
@@ -46,6 +50,70 @@ TEST(Connector, UrisThatItRefuses)
     for (const char* uri : {"socket://127.0.0.1:43110/caching=true", "", "LOCAL:"})
         EXPECT_EQ(StderrOf([&] { EXPECT_EQ(connector->Connect(uri), nullptr) << uri; }), "");
     connector->Disconnect(nullptr);
+}
+
+/// While it lives, the process can open one more descriptor.
+class OneDescriptor {
+  public:
+    OneDescriptor()
+    {
+        getrlimit(RLIMIT_NOFILE, &m_before);
+        rlimit limit = m_before;
+        const int next = dup(STDIN_FILENO);
+        close(next);
+        limit.rlim_cur = static_cast<rlim_t>(next) + 1;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    ~OneDescriptor() { setrlimit(RLIMIT_NOFILE, &m_before); }
+
+  private:
+    rlimit m_before;
+};
+
+TEST(Connector, ACacheThatWouldHearNothingIsNotHandedOut)
+{
+    ScriptedServer server(SOCK_DGRAM, [](ScriptedPeer& peer) {
+        peer.Connect();
+        peer.Connect(XCFG_DISCONNECT_RESPONSE);
+    });
+    const std::string lines = StderrOf([&] {
+        const OneDescriptor forRequests;
+        EXPECT_EQ(ConfigFactoryImpl::GetInstance()->Connect(server.Uri() + "/caching=true"), nullptr);
+    });
+    EXPECT_THAT(lines, HasSubstr("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n"));
+}
+
+TEST(Connector, LooksHostNamesUp)
+{
+    TestServer server;
+    const std::string port = std::to_string(server.port);
+    const Connected byName("tcp://localhost:" + port);
+    EXPECT_NE(byName.get(), nullptr);
+    for (const char* host : {"no-such-host.invalid", "300.1.1.1", "0", "0x0"}) {
+        const std::string uri = std::string("tcp://") + host + ":" + port;
+        EXPECT_THAT(StderrOf([&] { EXPECT_EQ(ConfigFactoryImpl::GetInstance()->Connect(uri), nullptr); }),
+                    HasSubstr(std::string("NetworkFactory::Connect - host ") + host + ": "))
+            << "and not this host";
+    }
+}
+
+TEST(Connector, TheCachesOfLostConnectionsAreLost)
+{
+    Config* cache = nullptr;
+    {
+        ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+            peer.Connect();
+            peer.Receive(28);
+            peer.Send(ReplyTo(peer.Receive(), XCFG_GET_PARAM_RESPONSE, 7));
+        });
+        cache = ConfigFactoryImpl::GetInstance()->Connect(server.Uri() + "/caching=true");
+        EXPECT_EQ(cache->Get(eParamID_RegisterSave), 7u);
+    }
+    EXPECT_TRUE(Eventually([&] { return !vexa::IsReachable(*cache); }));
+    StderrOf([&] { EXPECT_EQ(cache->Get(eParamID_RegisterSave), 0u) << "forgotten"; });
+    LocalStore store(0);
+    EXPECT_TRUE(vexa::IsReachable(*store));
+    EXPECT_FALSE(vexa::AddConnectionListener(*store, nullptr));
 }
 
 TEST(Connector, NumberOfAUri)

@@ -17,6 +17,13 @@ namespace {
 constexpr timeval kTime{1'700'000'000, 123'456};
 const char* const kUri = "local:configid=55";
 
+/// Takes no listeners.
+struct DeafConfig : ConfigManager {
+    DeafConfig() : ConfigManager(54) {}
+    using ConfigManager::AddConfigEventListener;
+    bool AddConfigEventListener(ConfigEventListener*) override { return false; }
+};
+
 /// A store that another user keeps alive.
 struct NetworkEventListenerTest : testing::Test {
     std::vector<unsigned int> TakeAll()
@@ -32,6 +39,7 @@ struct NetworkEventListenerTest : testing::Test {
 
     const LocalStore store{55};
     ConfigManager* const config = store.Manager();
+    DeafConfig deaf;
     NetworkEventListener listener;
     ConfigEvent event;
 };
@@ -41,6 +49,8 @@ TEST_F(NetworkEventListenerTest, OpensOnceAndGivesTheConfigurationBack)
     EXPECT_FALSE(listener.WaitForConfigEvent(event)) << "closed, at once";
     EXPECT_FALSE(listener.Open(static_cast<Config*>(nullptr)));
     EXPECT_FALSE(listener.Open("socket://127.0.0.1:43110"));
+    EXPECT_THAT(StderrOf([&] { EXPECT_FALSE(listener.Open(&deaf)); }), testing::HasSubstr("no events come"));
+    EXPECT_FALSE(listener.WaitForConfigEvent(event)) << "still closed";
     for (const bool byUri : {true, false}) {
         ASSERT_TRUE(byUri ? listener.Open(kUri)
                           : listener.Open(ConfigFactoryImpl::GetInstance()->Connect(kUri)));

@@ -7,6 +7,8 @@
 #include <thread>
 
 #include "config/descriptors/integer_descriptor.h"
+#include "support/network_events.h"
+#include "support/recording_listener.h"
 #include "support/store.h"
 
 using testing::ElementsAre;
@@ -20,10 +22,12 @@ const char* const kSuppressed =
     "Set operation\n";
 
 /// What a cache wraps: always the same value, counted calls, and a hook for what happens during a call.
-class ScriptedConfig : public Config {
+class ScriptedConfig : public Config, public vexa::Connection {
   public:
     using Config::Set;
     using Config::SetData;
+    using vexa::Connection::SetReachable;
+    using vexa::Connection::TellEventsMissing;
     ScriptedConfig() { m_volatile.AddClassName("volatile"); }
     unsigned int Get(eParam_t) override { return Called(reads) ? 5 : 0; }
     bool Get(eParam_t, unsigned int&) override { return false; }
@@ -42,7 +46,7 @@ class ScriptedConfig : public Config {
     ParamDescriptor* GetParamDescriptor(std::string) override { return nullptr; }
     std::list<eParam_t> GetParamIDs() override { return {}; }
 
-    bool works = true;
+    bool works = true, confirms = true;
     int reads = 0, writes = 0, descriptorsAsked = 0;
     std::function<void()> during;
 
@@ -51,6 +55,7 @@ class ScriptedConfig : public Config {
     {
         ++counter;
         if (during) std::exchange(during, nullptr)();
+        vexa::NoteAnswer(&counter == &writes && !confirms ? vexa::Answer::kNone : vexa::Answer::kGiven);
         return works;
     }
 
@@ -151,6 +156,65 @@ TEST_F(ConfigCacheTest, AnEventDuringACallIsNewerThanItsValue)
     }
     EXPECT_TRUE(cache.Set(kPlain, 15u));
     EXPECT_EQ(All(kPlain), "1599") << "without an event the written value holds";
+}
+
+TEST_F(ConfigCacheTest, AWriteThatIsNotConfirmedLeavesTheValueUnknown)
+{
+    RecordingListener listener;
+    cache.AddConfigEventListener(&listener);
+    std::string bytes("9");
+    Event(kPlain, 4);
+    wrapped.confirms = false;
+    EXPECT_TRUE(cache.Set(kPlain, 9u) && cache.Set(kPlain, std::string("9")) && cache.SetData(kPlain, bytes));
+    EXPECT_EQ(All(kPlain), "555") << "the store refused them";
+    EXPECT_EQ(wrapped.reads, 3);
+
+    EXPECT_TRUE(cache.Set(kPlain, 0u));
+    cache.ParamChanged(kPlain, 0u, kTime);
+    EXPECT_EQ(cache.Get(kPlain), 0u);
+    EXPECT_EQ(listener.Heard().back(), "int 01000001=0") << "not known before the event";
+    wrapped.during = [&] { std::thread([&] { cache.ParamChanged(kPlain, 7u, kTime); }).join(); };
+    EXPECT_TRUE(cache.Set(kPlain, 9u));
+    EXPECT_EQ(cache.Get(kPlain), 7u) << "the event is news";
+    EXPECT_EQ(wrapped.reads, 3);
+}
+
+TEST_F(ConfigCacheTest, WhenEventsMayBeMissingNothingIsKnown)
+{
+    RecordingConnectionListener told;
+    cache.AddConnectionListener(&told);
+    wrapped.AddConnectionListener(cache.Follower());
+    const std::function<void()> losses[] = {[&] { wrapped.TellEventsMissing(); },
+                                            [&] { wrapped.SetReachable(false); },
+                                            [&] { wrapped.SetReachable(true); }};
+    for (const auto& lose : losses) {
+        Event(kPlain, 4);
+        EXPECT_EQ(All(kPlain), "444");
+        wrapped.during = lose;  // an answer may be older than the event that was lost
+        EXPECT_EQ(cache.Get(kVolatile), 5u);
+        EXPECT_EQ(All(kPlain), "555");
+        wrapped.reads = 0;
+        EXPECT_EQ(All(kPlain), "555");
+        EXPECT_EQ(wrapped.reads, 0);
+    }
+    using enum vexa::ConnectionChange;
+    EXPECT_THAT(told.Heard(), ElementsAre(kEventsMissing, kLost, kRestored));
+
+    wrapped.SetReachable(false);
+    EXPECT_FALSE(cache.IsReachable());
+    wrapped.works = false;
+    EXPECT_FALSE(cache.Set(kPlain, 0u)) << "the 0 of a failed fetch suppresses nothing";
+    wrapped.RemoveConnectionListener(cache.Follower());
+}
+
+TEST_F(ConfigCacheTest, AnAnswerThatIsOlderThanALossIsNotKept)
+{
+    wrapped.AddConnectionListener(cache.Follower());
+    wrapped.during = [&] { wrapped.TellEventsMissing(); };
+    EXPECT_EQ(cache.Get(kPlain), 5u);
+    EXPECT_EQ(cache.Get(kPlain), 5u);
+    EXPECT_EQ(wrapped.reads, 2);
+    wrapped.RemoveConnectionListener(cache.Follower());
 }
 
 TEST_F(ConfigCacheTest, BindingTakesTheKeyOver)
