@@ -34,7 +34,9 @@ class VEXA_EXPORT ConfigFactoryImpl : public ConfigFactory {
     void Run() override {}
     /// "tcp:", "udp:" and "multicast:" anywhere in the URI reach a store over the network, with
     /// "caching=true" through a cache; "local:" one in this process. The store is number N for "configid=N",
-    /// else 0. Failures print one line; other URIs give null silently.
+    /// else 0. A host that is no dotted address is looked up. Failures print one line; other URIs give null
+    /// silently. A reply that does not come in time is reported with statistics of the system, which go to
+    /// standard output.
     Config* Connect(std::string uri) override;
     /// A cache is left alive with its connection, deliberately: it may have listeners and other users. They
     /// remove their listeners before they free them; the connection stays for the life of the process.

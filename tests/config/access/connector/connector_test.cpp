@@ -99,6 +99,7 @@ TEST(Connector, LooksHostNamesUp)
 
 TEST(Connector, TheCachesOfLostConnectionsAreLost)
 {
+    CreateDescriptors();
     Config* cache = nullptr;
     {
         ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
