@@ -42,7 +42,6 @@ VEXA_EXPORT void NoteAnswer(Answer answer);
 class VEXA_EXPORT Connection {
   public:
     Connection() = default;
-    virtual ~Connection() = default;
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
@@ -52,6 +51,7 @@ class VEXA_EXPORT Connection {
     void RemoveConnectionListener(ConnectionListener* listener) VEXA_EXCLUDES(m_lock);
 
   protected:
+    ~Connection() = default;  // not virtual: the tables of the configurations stay as they are
     /// Tells the listeners if that is news. Hold no lock that they may take.
     void SetReachable(bool reachable) VEXA_EXCLUDES(m_lock);
     void TellEventsMissing() VEXA_EXCLUDES(m_lock);
