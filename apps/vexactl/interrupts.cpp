@@ -65,7 +65,14 @@ void Interrupts::Start()
 void Interrupts::Check()
 {
     const vexa::MutexLock hold(m_lock);
-    if (m_signal != 0) throw Interrupted{m_signal};
+    CheckLocked();
+}
+
+void Interrupts::CheckLocked()
+{
+    if (m_signal == 0) return;
+    m_isFound = true;
+    throw Interrupted{m_signal};
 }
 
 void Interrupts::SetStop(std::function<void()> stop)
@@ -78,7 +85,7 @@ void Interrupts::SetTidy(std::function<void()> tidy)
 {
     const vexa::MutexLock hold(m_lock);
     while (m_isTidying) m_never.Wait(m_lock);
-    if (tidy && m_signal != 0) throw Interrupted{m_signal};
+    if (tidy) CheckLocked();
     m_tidy = std::move(tidy);
 }
 
@@ -115,5 +122,5 @@ bool Interrupts::StopWaits()
 {
     const vexa::MutexLock hold(m_lock);
     if (m_stop) m_stop();
-    return m_stop != nullptr;
+    return m_isFound || m_stop;
 }

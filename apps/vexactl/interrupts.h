@@ -15,7 +15,7 @@ struct Interrupted {
 
 /// Takes SIGINT, SIGTERM and SIGHUP on a thread of its own. The main thread finds out when it asks; while it
 /// waits for input, that thread tidies up in its place. A second signal ends the tool at once, and so does the
-/// first one when the main thread does not come back within a second and nothing can make it.
+/// first one when the main thread has not found out within a second and nothing can make it.
 /// Lives as long as the process. Thread: the main thread, but where an operation says otherwise.
 class Interrupts {
   public:
@@ -44,6 +44,7 @@ class Interrupts {
 
   private:
     void SetTidy(std::function<void()> tidy) VEXA_EXCLUDES(m_lock);
+    void CheckLocked() VEXA_REQUIRES(m_lock);
     void Run();
     bool Note(int signal) VEXA_EXCLUDES(m_lock);
     bool StopWaits() VEXA_EXCLUDES(m_lock);
@@ -53,6 +54,7 @@ class Interrupts {
     vexa::Mutex m_lock;
     vexa::CondVar m_never;  // for the main thread, whose connection is gone while the other one tidies up
     bool m_isTidying VEXA_GUARDED_BY(m_lock) = false;
+    bool m_isFound VEXA_GUARDED_BY(m_lock) = false;  // the main thread is ending the tool
     int m_signal VEXA_GUARDED_BY(m_lock) = 0;
     std::function<void()> m_stop VEXA_GUARDED_BY(m_lock), m_tidy VEXA_GUARDED_BY(m_lock);
 };

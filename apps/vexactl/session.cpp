@@ -212,7 +212,9 @@ Config* Session::ConnectQueues()
     const auto milliseconds = static_cast<unsigned int>(timeout * 1000);
     m_factory->SetConnectTimeout(milliseconds);
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    Interrupts::Instance().SetStop([] {});  // Connect removes its queue when its time is over
     mq::PosixMQClient* const client = m_factory->Connect("");
+    Interrupts::Instance().SetStop(nullptr);
     if (!client && std::chrono::steady_clock::now() >= end)
         throw ConnectionError(NoAnswer(), ExitStatus::kTimedOut);
     if (!client) return nullptr;
@@ -399,7 +401,8 @@ void Session::WaitForWatch(double seconds)
                            {STDOUT_FILENO, 0, 0}};
         const long long wait = seconds > 0 ? std::min<long long>(left, kProbeMs) : kProbeMs;
         const int ready = poll(events, 3, static_cast<int>(wait));
-        if ((ready < 0 && errno != EINTR) || events[0].revents) break;
+        if (ready < 0 && errno != EINTR) break;
+        Interrupts::Instance().Check();
         if (events[2].revents & POLLERR) throw OutputClosed{};
         if (ready == 0 && m_isReachable && !IsOver("multicast:"))
             Ask([](Config& config) { return config.Get(eParamID_SystemState); });

@@ -99,8 +99,8 @@ class Session {
     /// changes; 0: no limit.
     void StartWatch(std::vector<eParam_t> only, unsigned int atMost = 0);
     void StopWatch();
-    /// Waits for the watch: until interrupted, until all its changes were printed, or for so many seconds (0:
-    /// no limit). Throws ConnectionError when no more changes come. Interrupts must have been started.
+    /// Waits for the watch: until all its changes were printed, or for so many seconds (0: no limit). Throws
+    /// Interrupted, and ConnectionError when no more changes come. Interrupts must have been started.
     void WaitForWatch(double seconds);
 
   private:

@@ -102,16 +102,17 @@ TEST(Connector, TheCachesOfLostConnectionsAreLost)
     CreateDescriptors();
     Config* cache = nullptr;
     {
-        ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+        ScriptedServer server(SOCK_DGRAM, [](ScriptedPeer& peer) {
             peer.Connect();
-            peer.Receive(28);
             peer.Send(ReplyTo(peer.Receive(), XCFG_GET_PARAM_RESPONSE, 7));
         });
         cache = ConfigFactoryImpl::GetInstance()->Connect(server.Uri() + "/caching=true");
-        EXPECT_EQ(cache->Get(eParamID_RegisterSave), 7u);
+        EXPECT_EQ(cache->Get(eParamID_Camera), 7u);
     }
-    EXPECT_TRUE(Eventually([&] { return !vexa::IsReachable(*cache); }));
-    StderrOf([&] { EXPECT_EQ(cache->Get(eParamID_RegisterSave), 0u) << "forgotten"; });
+    EXPECT_EQ(cache->Get(eParamID_Camera), 7u) << "nobody has asked the server since";
+    StderrOf([&] { EXPECT_EQ(cache->Get(eParamID_ClipNumber), 0u); });
+    EXPECT_FALSE(vexa::IsReachable(*cache));
+    StderrOf([&] { EXPECT_EQ(cache->Get(eParamID_Camera), 0u) << "forgotten"; });
     LocalStore store(0);
     EXPECT_TRUE(vexa::IsReachable(*store));
     EXPECT_FALSE(vexa::AddConnectionListener(*store, nullptr));
