@@ -10,9 +10,10 @@ bool EventGaps::IsAfterGap(const sockaddr_in& from, uint32_t number, bool isOurs
     const bool isMissing = next != number;
     next = number + 1;
 
-    const bool isOther = isOurs && m_ours != Sender{} && m_ours != sender;
+    const bool isKnown = m_ours != Sender{};
+    const bool isSame = m_ours == sender;
     if (isOurs) m_ours = sender;
-    return isMissing || isOther;
+    return isKnown && !isSame ? isOurs : isMissing;  // another server's events are of no concern
 }
 
 }  // namespace vexa::corvalis::config::access
