@@ -197,8 +197,7 @@ TEST_F(MainstayQueue, OnlyTheCulpritSuffers)
     std::string script;
     for (int i = 0; i < 500; ++i) script += "set RegisterSave " + std::to_string(i % 20 + 1) + "\n";
     EXPECT_EQ(Tool({"shell"}, script).status, 0);
-    m_daemon->WaitForOutput(" is full or its messages too small: 1 events lost\n");
-
+    
     good.Send("");
     good.Send(std::string(512, '\xA5'));
     // A reply that finds the queue full comes when there is room.

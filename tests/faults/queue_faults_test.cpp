@@ -43,8 +43,9 @@ TEST_F(MainstayQueueFaults, ADaemonThatCannotStartSaysWhy)
         {{kMqOpen, EACCES}, kQueueFailed + "Permission denied\n"},
         {{kFlock, ENOLCK}, kQueueFailed + "No locks available\n"},
         {{kPthreadCreate, EAGAIN}, "mainstay: cannot serve" + noThread},
-        {{kPthreadCreate, EAGAIN, 1, 1}, noThread + "NetworkServer::Start - pthread_create failed\n"},
+        {{kPthreadCreate, EAGAIN, 1, 1}, "mainstay: cannot serve" + noThread},
         {{kPthreadCreate, EAGAIN, 1, 2}, noThread + "NetworkServer::Start - pthread_create failed\n"},
+        {{kPthreadCreate, EAGAIN, 1, 3}, noThread + "NetworkServer::Start - pthread_create failed\n"},
         {{kSocket, EMFILE}, "mainstay: cannot serve TCP port 0: Too many open files\n"},
         {{kSocket, EMFILE, 1, 1}, "mainstay: cannot serve UDP port 0: Too many open files\n"},
         {{kSocket, EMFILE, 1, 2}, "Too many open files\nNetworkServer::Init - failed to create Socket\n"},
@@ -95,9 +96,9 @@ TEST_F(MainstayQueueFaulty, OneClientSuffersAtMost)
         std::string message;  ///< empty: nothing may be written
     } const rows[] = {
         {{kMqReceive, EINTR, 3}, 0, ""},
+        {{kPoll, EINTR, 3}, 0, ""},
         {{kMqSend, EINTR, 3}, 0, ""},
         {{kMqSend, EAGAIN, 3}, 0, ""},
-        {{kMqTimedreceive, EINTR, 3}, 0, ""},
         {{kMqSend, EBADF}, 7, "mainstay: cannot answer /mqd_"},
         {{kMqOpen, EMFILE}, 7, " of a client: Too many open files\n"},
         {{kMqOpen, EACCES}, 7, " of a client: Permission denied\n"},
@@ -106,7 +107,7 @@ TEST_F(MainstayQueueFaulty, OneClientSuffersAtMost)
         SCOPED_TRACE(std::to_string(failure.call) + ", " + strerror(failure.error));
         const std::string before = m_daemon->Err();
         m_faults.Arm(failure);
-        if (failure.call == kMqTimedreceive) m_faults.Arm({kMqSend, EAGAIN});  // after a reply that waits
+        if (failure.call == kPoll) m_faults.Arm({kMqSend, EAGAIN});  // for a reply that waits
         const ProgramResult result = Tool({"--timeout", "0.5", "set", "RegisterSave", "5"});
         EXPECT_EQ(result.status, status) << result.err;
         if (message.empty())

@@ -3,12 +3,16 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <ctime>
 #include <fstream>
 #include <new>
+
+#include "config/access/io/left_queues.h"
 
 namespace vexa::config::access {
 
@@ -24,6 +28,15 @@ mqd_t Open(const std::string& name, int flags, mq_attr& attributes)
 bool IsUserLimit(int error)
 {
     return error == ENOMEM || error == EMFILE;
+}
+
+/// A clean-up that removes nothing leaves errno as it was.
+bool HasMadeRoom()
+{
+    const int error = errno;
+    const bool removed = (IsUserLimit(error) || error == ENOSPC) && RemoveLeftQueues();
+    errno = error;
+    return removed;
 }
 
 /// A limit of the system; the wanted number when it cannot be read.
@@ -48,10 +61,10 @@ void RaiseQueueLimit()
 
 }  // namespace
 
-mqd_t CreateQueue(const std::string& name, int flags, mq_attr* asked)
+mqd_t CreateQueue(const std::string& name, int flags)
 {
-    // Each attempt avoids one obstacle more: first the system's limits of depth and message size, then the
-    // limit of this user.
+    // Each attempt avoids one obstacle more: first the system's limits of depth and message size, then what
+    // ended clients hold, then the limit of this user.
     mq_attr attributes{};
     attributes.mq_maxmsg = kQueueDepth;
     attributes.mq_msgsize = kQueueMessageBytes;
@@ -61,6 +74,7 @@ mqd_t CreateQueue(const std::string& name, int flags, mq_attr* asked)
         attributes.mq_msgsize = Limit("msgsize_max", kQueueMessageBytes);
         queue = Open(name, flags, attributes);
     }
+    if (queue == -1 && HasMadeRoom()) queue = Open(name, flags, attributes);
     if (queue == -1 && IsUserLimit(errno)) {
         RaiseQueueLimit();
         queue = Open(name, flags, attributes);
@@ -70,8 +84,17 @@ mqd_t CreateQueue(const std::string& name, int flags, mq_attr* asked)
         attributes.mq_maxmsg = std::min(attributes.mq_maxmsg, kFewMessages);
         queue = Open(name, flags, attributes);
     }
-    if (asked) *asked = attributes;
     return queue;
+}
+
+bool ReopenIfRemoved(const char* name, mqd_t queue)
+{
+    if (HasName(queue)) return true;
+    const mqd_t next = mq_open(name, O_RDWR | O_CLOEXEC);
+    if (next == -1) return false;
+    const bool isReopened = dup3(next, queue, O_CLOEXEC) != -1;
+    mq_close(next);
+    return isReopened;
 }
 
 // --- waiting ---
@@ -116,7 +139,7 @@ bool SendMessage(mqd_t queue, const void* data, size_t length, unsigned int prio
         if (mq_timedsend(queue, static_cast<const char*>(data), length, priority, &kNow) == 0) return true;
         if (errno == EINTR) continue;
         if (errno != EAGAIN && errno != ETIMEDOUT) return false;
-        if (!WaitForQueue(queue, POLLOUT, deadline, wake)) return false;
+        if (!WaitForQueue(queue, POLLOUT, NextLook(deadline), wake)) return false;
     }
 }
 
@@ -128,6 +151,14 @@ ssize_t ReceiveNow(mqd_t queue, char* buffer, size_t size)
     } while (count == -1 && errno == EINTR);
     if (count == -1 && errno == ETIMEDOUT) errno = EAGAIN;
     return count;
+}
+
+ssize_t ReceiveOrLook(mqd_t queue, char* buffer, size_t size)
+{
+    timespec look{};  // of the clock that the call takes: where that is set, the look comes early or late
+    clock_gettime(CLOCK_REALTIME_COARSE, &look);
+    look.tv_sec += kLookMs / 1000;
+    return mq_timedreceive(queue, buffer, size, nullptr, &look);
 }
 
 bool ReceiveMessage(mqd_t queue, std::vector<char>& message, size_t& length)

@@ -23,6 +23,10 @@ inline constexpr long kQueueMessageBytes = 512;  ///< at most, likewise
 /// The format of the stream in a message.
 inline constexpr uint32_t kQueueStreamFormat = 0xA00;
 
+/// The request identifier of a Disconnect Response that answers no request: the daemon does not know the
+/// connection any more.
+inline constexpr uint32_t kQueueUnasked = 0xFFFFFFFF;
+
 // Error codes of responses; 0 is success.
 inline constexpr uint32_t kQueueErrorRefused = 53;  ///< by the store, or an unknown parameter
 inline constexpr uint32_t kQueueErrorNoValue = 60;  ///< none, or one that no message can hold

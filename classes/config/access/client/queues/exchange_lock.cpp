@@ -1,5 +1,6 @@
 #include "config/access/client/queues/exchange_lock.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include "config/base/log.h"
@@ -15,8 +16,9 @@ constexpr unsigned int kLookAgainMs = 2;
 
 }  // namespace
 
-ExchangeLock::Turn::Turn(ExchangeLock& lock, const void* owner, const std::atomic<bool>& ended)
-    : m_lock(lock), m_owner(owner), m_holds(lock.Acquire(ended))
+ExchangeLock::Turn::Turn(ExchangeLock& lock, const void* owner, const std::atomic<bool>& ended,
+                         const Deadline& deadline)
+    : m_lock(lock), m_owner(owner), m_holds(lock.Acquire(ended, deadline))
 {
     if (m_holds) m_lock.m_holder = owner;
 }
@@ -36,7 +38,7 @@ bool ExchangeLock::Take()
     return true;
 }
 
-bool ExchangeLock::Acquire(const std::atomic<bool>& ended)
+bool ExchangeLock::Acquire(const std::atomic<bool>& ended, const Deadline& deadline)
 {
     if (ended) return false;
     if (Take()) {
@@ -47,8 +49,8 @@ bool ExchangeLock::Acquire(const std::atomic<bool>& ended)
     ++m_waiting;
     // A turn that was handed over is for a thread that has waited, not for the one that handed it over.
     bool taken = (!m_handedOver || m_waiting == 1) && TakeWaiting();
-    while (!taken && !ended) {
-        WaitAWhile();
+    while (!taken && !ended && !deadline.IsOver()) {
+        WaitAWhile(deadline);
         taken = TakeWaiting();
     }
     --m_waiting;
@@ -64,15 +66,15 @@ bool ExchangeLock::TakeWaiting()
     return true;
 }
 
-void ExchangeLock::WaitAWhile()
+void ExchangeLock::WaitAWhile(const Deadline& deadline)
 {
     if (!m_holderReturns) {
-        m_changed.Wait(m_lock);
+        m_changed.Wait(m_lock, deadline);
         m_holderReturns = true;  // unless the lock is free now
         return;
     }
     const unsigned int before = m_inARow;
-    m_changed.Wait(m_lock, Deadline(kLookAgainMs));
+    m_changed.Wait(m_lock, Deadline(std::min(deadline.Left(), kLookAgainMs)));
     m_holderReturns = m_inARow != before;
 }
 

@@ -27,12 +27,12 @@ class ExchangeLock {
         /// Waits for the lock.
         /// @param owner  the connection; only compared.
         /// @param ended  whether the owner is ending, which may become true meanwhile.
-        Turn(ExchangeLock& lock, const void* owner, const std::atomic<bool>& ended);
+        Turn(ExchangeLock& lock, const void* owner, const std::atomic<bool>& ended, const Deadline& deadline);
         ~Turn();
         Turn(const Turn&) = delete;
         Turn& operator=(const Turn&) = delete;
 
-        /// False when the owner has ended.
+        /// False when the owner has ended, or the time is over.
         explicit operator bool() const { return m_holds; }
 
       private:
@@ -47,9 +47,9 @@ class ExchangeLock {
 
   private:
     bool Take();
-    bool Acquire(const std::atomic<bool>& ended);
+    bool Acquire(const std::atomic<bool>& ended, const Deadline& deadline);
     bool TakeWaiting() VEXA_REQUIRES(m_lock);
-    void WaitAWhile() VEXA_REQUIRES(m_lock);
+    void WaitAWhile(const Deadline& deadline) VEXA_REQUIRES(m_lock);
     /// Under the lock: a thread that is about to wait must not miss it.
     void WakeAll() VEXA_REQUIRES(m_lock) { m_changed.NotifyAll(); }
     void Release(const void* owner);

@@ -28,8 +28,8 @@ MQConnection::MQConnection(unsigned int id, unsigned int messagePriority, mqd_t 
       requestQueue(requests),
       responseQueue(responses),
       m_shared(std::move(shared)),
-      m_reader(responseQueue, ConnectionUtilities::GetQueueName(connectionID), MessageBytes(responseQueue),
-               std::move(deliver))
+      m_reader(responseQueue, connectionID, MessageBytes(responseQueue), std::move(deliver),
+               [this] { SetReachable(false); })
 {
 }
 
@@ -44,32 +44,76 @@ void MQConnection::Stop()
     m_shared->lock.End(this);
 }
 
-Outcome MQConnection::ExchangeBytes(uint32_t requestID, const std::string& bytes, MQMessage& answer)
+void MQConnection::SetStateCallback(std::function<void(bool)> changed)
 {
-    const Deadline deadline(m_replyTimeout);
+    const MutexLock hold(m_stateLock);
+    m_stateChanged = std::move(changed);
+}
+
+void MQConnection::SetReachable(bool reachable)
+{
+    if (m_reachable == reachable || m_reader.IsStopped()) return;
+    const MutexLock hold(m_stateLock);
+    if (m_reachable.exchange(reachable) == reachable || !m_stateChanged) return;
+    try {
+        m_stateChanged(reachable);
+    } catch (...) {
+        Print("PosixMQClient - a state callback has thrown\n");
+    }
+}
+
+Outcome MQConnection::ExchangeBytes(uint32_t requestID, const std::string& bytes, const Deadline& deadline,
+                                    MQMessage& answer)
+{
     MQReader::Exchange exchange(m_reader, requestID);
-    Outcome outcome = Outcome::kReceived;
+    const Outcome outcome = SendAndAwait(exchange, bytes, deadline, answer);
+    const int error = errno;
+    SetReachable(outcome == Outcome::kReceived);
+    errno = error;
+    return outcome;
+}
+
+Outcome MQConnection::SendAndAwait(MQReader::Exchange& exchange, const std::string& bytes,
+                                   const Deadline& deadline, MQMessage& answer)
+{
     if (m_reader.IsStopped()) {  // nothing may follow the Disconnect request
         errno = ECANCELED;
         exchange.Cancel();
-        outcome = Outcome::kNotSent;
-    } else if (!SendMessage(requestQueue, bytes.data(), bytes.size(), priority, deadline,
-                            m_reader.WakeDescriptor())) {
-        exchange.Cancel();
-        outcome = Outcome::kNotSent;
-    } else if (exchange.Await(deadline, answer) != Outcome::kReceived) {
-        outcome = Outcome::kFailed;
+        return Outcome::kNotSent;
     }
-    m_reachable = outcome == Outcome::kReceived;
-    return outcome;
+    if (!m_reachable) ReopenIfRemoved(kRequestQueue, requestQueue);
+    if (!Send(bytes, deadline)) {
+        exchange.Cancel();
+        return Outcome::kNotSent;
+    }
+    for (;;) {
+        const Outcome outcome = exchange.Await(deadline, answer);
+        if (outcome == Outcome::kReceived) return outcome;
+        if (outcome != Outcome::kTimedOut || deadline.IsOver()) return Outcome::kFailed;
+        if (IsLinked()) continue;
+        errno = EIDRM;
+        return Outcome::kFailed;
+    }
+}
+
+bool MQConnection::Send(const std::string& bytes, const Deadline& deadline)
+{
+    do {
+        if (SendMessage(requestQueue, bytes.data(), bytes.size(), priority, deadline,
+                        m_reader.WakeDescriptor()))
+            return true;
+    } while (errno == ETIMEDOUT && !deadline.IsOver() && IsLinked());
+    return false;
 }
 
 Outcome MQConnection::ExchangeValue(XCONFIGMGR_REQUEST_T& request, const std::string& stream,
                                     MQMessage& answer)
 {
-    const ExchangeLock::Turn turn(m_shared->lock, this, m_reader.IsStopped());
-    if (turn) return Exchange(request, stream, answer);
-    errno = ECANCELED;
+    const Deadline deadline(m_replyTimeout);
+    const ExchangeLock::Turn turn(m_shared->lock, this, m_reader.IsStopped(), deadline);
+    if (turn) return Exchange(request, stream, deadline, answer);
+    SetReachable(false);
+    errno = m_reader.IsStopped() ? ECANCELED : ETIMEDOUT;
     return Outcome::kNotSent;
 }
 

@@ -10,6 +10,7 @@
 
 #include "config/access/client/queues/exchange_lock.h"
 #include "config/access/client/queues/mq_reader.h"
+#include "config/access/io/left_queues.h"
 
 namespace vexa::config::access {
 
@@ -37,7 +38,7 @@ class MQConnection {
     template <class Record>
     Outcome Exchange(Record& request, MQMessage& answer)
     {
-        return Exchange(request, "", answer);
+        return Exchange(request, "", Deadline(m_replyTimeout), answer);
     }
     /// The same for a value, one at a time over all connections of the factory. @param stream  follows the
     /// record.
@@ -46,25 +47,37 @@ class MQConnection {
     /// Ends all waits, now and later.
     void Stop();
 
-    /// False after an exchange without an answer, until one is answered.
+    /// False after an exchange without an answer, and when events may be missing, until one is answered.
     bool IsReachable() const { return m_reachable; }
-    void SetUnreachable() { m_reachable = false; }
+    void SetReachable(bool reachable);
+    /// @param changed  called at every change of it, by the thread that notices; after this has returned, the
+    /// one before is not called any more.
+    void SetStateCallback(std::function<void(bool)> changed);
+    /// Whether the queues of both ends still have their names. Else no message comes any more.
+    bool IsLinked() const { return HasName(requestQueue) && HasName(responseQueue); }
     /// In milliseconds. Default no limit.
     void SetReplyTimeout(unsigned int timeout) { m_replyTimeout = timeout; }
 
   private:
     template <class Record>
-    Outcome Exchange(Record& request, const std::string& stream, MQMessage& answer)
+    Outcome Exchange(Record& request, const std::string& stream, const Deadline& deadline, MQMessage& answer)
     {
         request.info.requestID = m_shared->nextRequestID++;
-        return ExchangeBytes(request.info.requestID, wire::Bytes<wire::HostOrder>(request, stream), answer);
+        return ExchangeBytes(request.info.requestID, wire::Bytes<wire::HostOrder>(request, stream), deadline,
+                             answer);
     }
-    Outcome ExchangeBytes(uint32_t requestID, const std::string& bytes, MQMessage& answer);
+    Outcome ExchangeBytes(uint32_t requestID, const std::string& bytes, const Deadline& deadline,
+                          MQMessage& answer);
+    Outcome SendAndAwait(MQReader::Exchange& exchange, const std::string& bytes, const Deadline& deadline,
+                         MQMessage& answer);
+    bool Send(const std::string& bytes, const Deadline& deadline);
 
     const std::shared_ptr<SharedExchanges> m_shared;
     MQReader m_reader;
     std::atomic<unsigned int> m_replyTimeout = Deadline::kNever;
     std::atomic<bool> m_reachable = true;
+    Mutex m_stateLock;
+    std::function<void(bool)> m_stateChanged VEXA_GUARDED_BY(m_stateLock);
 };
 
 }  // namespace vexa::config::access

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "config/access/io/connection_utilities.h"
+#include "config/access/io/message_queue.h"
 #include "config/access/io/mq_notification.h"
 #include "config/base/log.h"
 #include "config/descriptors/descriptor_table.h"
@@ -123,6 +124,14 @@ bool MQEvents::RemoveListener(ConfigEventListener* listener)
     return true;
 }
 
+/// After the daemon has forgotten this connection, or another one has taken its place.
+void MQEvents::RegisterAnew(const ListenerList::Turn& turn)
+{
+    const bool isRegistered = !m_listeners.IsEmpty() || m_waitRegistered;
+    if (isRegistered && ReopenIfRemoved(kRequestQueue, m_connection.requestQueue))
+        TellDaemon(turn, XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, "AddConfigEventListener");
+}
+
 // --- notifications ---
 
 bool MQEvents::Enable(bool on)
@@ -135,7 +144,8 @@ bool MQEvents::Enable(bool on)
     return false;
 }
 
-/// A notification fires once. When it fires late, the next one may be on already: that is success.
+/// A notification fires once. When it fires late, the next one may be on already; but it may also be another
+/// process that has one on.
 bool MQEvents::Arm()
 {
     mq_attr nonBlocking{};
@@ -144,7 +154,12 @@ bool MQEvents::Arm()
         PrintError("PosixMQClient::EnableMQEvents - mq_setattr failed to set O_NONBLOCK on response queue");
         return false;
     }
-    if (NotifyOnThread(m_connection.responseQueue, m_onMessage, m_value) == 0 || errno == EBUSY) return true;
+    int result = NotifyOnThread(m_connection.responseQueue, m_onMessage, m_value);
+    if (result == -1 && errno == EBUSY) {
+        mq_notify(m_connection.responseQueue, nullptr);  // takes back only this process's own
+        result = NotifyOnThread(m_connection.responseQueue, m_onMessage, m_value);
+    }
+    if (result == 0) return true;
     PrintError("PosixMQClient::EnableMQEvents - mq_notify (enable)");
     return false;
 }
@@ -209,6 +224,8 @@ bool MQEvents::DeliverNext()
         ProcessNumber(message, nullptr);
     else if (message.msgtype == XCFG_PARAM_STRING_CHANGED_EVENT)
         ProcessText(message, nullptr);
+    else if (message.msgtype == XCFG_DISCONNECT_RESPONSE)
+        RegisterAnew(turn);
     else
         Print("Unknown message type %d\n", static_cast<int>(message.msgtype));
     return true;
@@ -281,9 +298,12 @@ bool MQEvents::WaitForEvent(ConfigEvent& event)
     for (;;) {
         const Outcome result = wait.Await();
         if (result == Outcome::kStopped) return false;
+        if (result == Outcome::kTimedOut && m_connection.IsLinked()) continue;
         if (result != Outcome::kReceived) {
+            if (result == Outcome::kTimedOut) errno = EIDRM;
             PrintError("PosixMQClient::WaitForConfigEvent - mq_receive\n");
             Print("PosixMQClient::WaitForConfigEvent - mq_receive ERROR\n");
+            m_connection.SetReachable(false);
             return false;
         }
         const ListenerList::Turn turn(m_listeners);
@@ -291,6 +311,10 @@ bool MQEvents::WaitForEvent(ConfigEvent& event)
         if (!m_reader.TakeEvent(turn, message)) continue;  // another thread was faster
         if (message.msgtype == XCFG_PARAM_CHANGED_EVENT) return ProcessNumber(message, &event);
         if (message.msgtype == XCFG_PARAM_STRING_CHANGED_EVENT) return ProcessText(message, &event);
+        if (message.msgtype == XCFG_DISCONNECT_RESPONSE) {
+            RegisterAnew(turn);
+            continue;
+        }
         Print("PosixMQClient::WaitForConfigEvent - Unknown message type %d\n",
               static_cast<int>(message.msgtype));
         return true;

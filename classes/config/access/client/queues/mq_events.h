@@ -41,6 +41,10 @@ class MQEvents {
     bool ProcessEvents();
     /// Delivers the events that the reader has kept. Only for the thread that the reader has chosen for it.
     void DeliverEvents();
+    /// Calls the listeners with an event. @param event  filled, unless it is null. @return false when it is not
+    /// for this connection, or holds no text.
+    bool ProcessNumber(const MQMessage& message, ConfigEvent* event);
+    bool ProcessText(const MQMessage& message, ConfigEvent* event);
     /// One line that begins with the process's name.
     static void ReportOfProcess(const char* what);
     static void ReportException() { ReportOfProcess("exception!!!!"); }
@@ -52,10 +56,9 @@ class MQEvents {
     /// Under the turn: no event is delivered meanwhile.
     bool TellDaemon(const ListenerList::Turn& turn, eMessageType_t type, const char* operation);
     bool RegisterWait();
+    void RegisterAnew(const ListenerList::Turn& turn);
     bool Arm() VEXA_REQUIRES(m_notifyLock);
     bool DeliverNext();
-    bool ProcessNumber(const MQMessage& message, ConfigEvent* event);
-    bool ProcessText(const MQMessage& message, ConfigEvent* event);
 
     MQConnection& m_connection;
     MQReader& m_reader;

@@ -19,6 +19,12 @@ MQMessage MQMessage::Decode(const char* data, size_t length)
     return message;
 }
 
+MQMessage MQMessage::FromMemory(const XCONFIGMGR_RESPONSE_T* response)
+{
+    static_assert(sizeof *response == kQueueResponseBytes);
+    return Decode(reinterpret_cast<const char*>(response), sizeof *response + response->streamLength);
+}
+
 std::unique_ptr<Serializable> MQMessage::ReadObject() const
 {
     if (!HasStream()) return nullptr;

@@ -17,6 +17,8 @@ struct MQMessage : XCONFIGMGR_RESPONSE_T {
 
     /// Words that the message is too short for are 0.
     static MQMessage Decode(const char* data, size_t length);
+    /// From a record, and as much stream behind it as it says.
+    static MQMessage FromMemory(const XCONFIGMGR_RESPONSE_T* response);
 
     /// An event answers no request; every other message is taken for an answer.
     bool IsEvent() const { return ::IsEvent(msgtype); }

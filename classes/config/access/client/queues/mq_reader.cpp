@@ -10,26 +10,41 @@
 #include <new>
 #include <system_error>
 
+#include "config/access/io/connection_utilities.h"
 #include "config/base/log.h"
 
 namespace vexa::config::access {
 
 namespace {
 
-/// Normally there are none; a daemon that answers late, wrongly or not at all causes them.
-constexpr size_t kMaxAbandoned = 64;
 /// Beyond the longest message.
 constexpr size_t kSpareBytes = 64;
+/// What is no change of a parameter of this connection is kept under names of its own.
+constexpr eParam_t kNoParameter{0}, kGoodbye{0xFFFFFFFF};
 /// How long events wait at most when an exchange ends and no other one begins.
 constexpr unsigned int kQuietMs = 5;
 
+/// Whether a request was numbered before another one, or is it. The numbers begin anew after the highest.
+bool IsUpTo(uint32_t requestID, const std::optional<uint32_t>& last)
+{
+    return last && static_cast<int32_t>(requestID - *last) <= 0;
+}
+
+bool IsChange(uint32_t type)
+{
+    return type == XCFG_PARAM_CHANGED_EVENT || type == XCFG_PARAM_STRING_CHANGED_EVENT;
+}
+
 }  // namespace
 
-MQReader::MQReader(mqd_t queue, const std::string& name, size_t messageBytes, std::function<void()> deliver)
+MQReader::MQReader(mqd_t queue, uint32_t connectionID, size_t messageBytes, std::function<void()> deliver,
+                   std::function<void()> onLoss)
     : m_queue(queue),
-      m_blockingQueue(mq_open(name.c_str(), O_RDONLY | O_CLOEXEC)),
+      m_connectionID(connectionID),
+      m_blockingQueue(mq_open(ConnectionUtilities::GetQueueName(connectionID).c_str(), O_RDONLY | O_CLOEXEC)),
       m_wake(eventfd(0, EFD_CLOEXEC)),
       m_deliver(std::move(deliver)),
+      m_onLoss(std::move(onLoss)),
       m_buffer(messageBytes + kSpareBytes)
 {
     if (m_wake != -1) return;
@@ -67,12 +82,8 @@ void MQReader::End(const Exchange* exchange)
 {
     const MutexLock hold(m_lock);
     std::erase(m_exchanges, exchange);
-    if (!exchange->m_mayCome) return;
-    if (m_abandoned.size() == kMaxAbandoned) m_abandoned.pop_front();
-    try {
-        m_abandoned.push_back(exchange->m_requestID);
-    } catch (const std::bad_alloc&) {  // a late answer will go to another exchange
-    }
+    const uint32_t requestID = exchange->m_requestID;
+    if (exchange->m_mayCome && !IsUpTo(requestID, m_abandoned)) m_abandoned = requestID;
 }
 
 Outcome MQReader::Exchange::Await(const Deadline& deadline, MQMessage& answer)
@@ -137,7 +148,7 @@ bool MQReader::NextToDeliver(const ListenerList::Turn&, MQMessage& message)
     const MutexLock hold(m_lock);
     m_delivering = !m_stopped && !m_events.IsEmpty() && m_eventWaits == 0;
     if (!m_delivering) return false;
-    return m_events.Pop(message);
+    return m_events.Take(message);
 }
 
 void MQReader::EndDelivery()
@@ -149,7 +160,7 @@ void MQReader::EndDelivery()
 bool MQReader::TakeEvent(const ListenerList::Turn&, MQMessage& message)
 {
     const MutexLock hold(m_lock);
-    return !m_stopped && m_events.Pop(message);
+    return !m_stopped && m_events.Take(message);
 }
 
 void MQReader::DropEvents()
@@ -204,7 +215,7 @@ Outcome MQReader::WaitOnce(const Deadline& deadline)
         return Outcome::kStopped;
     }
     if (!m_reading) return Read(&deadline);
-    if (m_changed.Wait(m_lock, deadline)) return Outcome::kReceived;
+    if (m_changed.Wait(m_lock, NextLook(deadline))) return Outcome::kReceived;
     errno = ETIMEDOUT;
     return Outcome::kTimedOut;
 }
@@ -286,15 +297,22 @@ Outcome MQReader::Read(const Deadline* deadline)
         count = Receive(blocked, deadline);
         error = errno;
     }
-    m_reading = m_blocked = false;
-    if (count >= 0) {
+    m_blocked = false;
+    bool isComplete = true;
+    if (count >= 0 && !m_stopped) {
         try {
-            if (!m_stopped) Route(MQMessage::Decode(m_buffer.data(), static_cast<size_t>(count)));
+            isComplete = Route(MQMessage::Decode(m_buffer.data(), static_cast<size_t>(count)));
         } catch (const std::bad_alloc&) {
             Print("PosixMQClient - a message is lost for want of memory\n");
+            isComplete = false;
         }
-        return Outcome::kReceived;
     }
+    if (!isComplete) {
+        const MutexUnlock meanwhile(m_lock);
+        m_onLoss();
+    }
+    m_reading = false;
+    if (count >= 0) return isComplete || !deadline ? Outcome::kReceived : Outcome::kTimedOut;
     errno = error == EAGAIN ? ETIMEDOUT : error;
     if (errno == ETIMEDOUT) return Outcome::kTimedOut;
     return errno == ECANCELED ? Outcome::kStopped : Outcome::kFailed;
@@ -308,7 +326,7 @@ ssize_t MQReader::Receive(bool blocked, const Deadline* deadline)
     ssize_t count = -1;
     if (blocked) {
         do {
-            count = mq_receive(m_blockingQueue, m_buffer.data(), m_buffer.size(), nullptr);
+            count = ReceiveOrLook(m_blockingQueue, m_buffer.data(), m_buffer.size());
         } while (count == -1 && errno == EINTR);
         return count;
     }
@@ -319,7 +337,8 @@ ssize_t MQReader::Receive(bool blocked, const Deadline* deadline)
     return count;
 }
 
-void MQReader::Route(MQMessage message)
+/// @return false when events may be missing.
+bool MQReader::Route(MQMessage message)
 {
     if (message.IsEvent()) return Keep(std::move(message));
     const uint32_t requestID = message.info.requestID;
@@ -330,18 +349,41 @@ void MQReader::Route(MQMessage message)
     if (exchange != m_exchanges.end()) {
         (*exchange)->m_mayCome = false;
     } else {
-        if (std::erase(m_abandoned, requestID) > 0) return;
+        if (IsGoodbye(message)) {
+            Keep(std::move(message));
+            return false;
+        }
+        if (IsLate(message)) return true;
         exchange = std::ranges::find_if(m_exchanges, waits);
     }
     if (exchange == m_exchanges.end()) return Keep(std::move(message));
     (*exchange)->m_answer = std::move(message);
     m_changed.NotifyAll();
+    return true;
 }
 
-void MQReader::Keep(MQMessage message)
+bool MQReader::IsGoodbye(const MQMessage& message) const
 {
-    m_events.Push(std::move(message));
+    return message.info.connectionID == m_connectionID && message.msgtype == XCFG_DISCONNECT_RESPONSE;
+}
+
+/// The daemon answers in the order of the requests.
+bool MQReader::IsLate(const MQMessage& message) const
+{
+    return message.info.connectionID == m_connectionID && IsUpTo(message.info.requestID, m_abandoned);
+}
+
+/// @return false when there is too much: then all that was kept is dropped.
+bool MQReader::Keep(MQMessage message)
+{
+    eParam_t id = kNoParameter;
+    if (IsGoodbye(message)) id = kGoodbye;
+    if (message.info.connectionID == m_connectionID && IsChange(message.msgtype)) id = message.paramID;
+    const size_t bytes = message.stream.size();
+    const bool isKept = m_events.Add(id, std::move(message), bytes);
+    if (!isKept) m_events.Clear();
     if (m_eventWaits > 0) m_changed.NotifyAll();
+    return isKept;
 }
 
 }  // namespace vexa::config::access

@@ -4,7 +4,6 @@
 #include <mqueue.h>
 
 #include <atomic>
-#include <deque>
 #include <functional>
 #include <optional>
 #include <vector>
@@ -12,8 +11,8 @@
 #include "config/access/client/queues/mq_message.h"
 #include "config/access/io/message_queue.h"
 #include "config/access/io/outcome.h"
-#include "config/base/event_queue.h"
 #include "config/base/mutex.h"
+#include "config/delivery/backlog.h"
 #include "config/listeners/listener_list.h"
 
 namespace vexa::config::access {
@@ -23,7 +22,8 @@ namespace vexa::config::access {
 /// message that has already been read, and a callback can exchange messages itself.
 ///
 /// A message that is neither goes to the exchange that waits longest, which fails: the daemon has answered
-/// wrongly.
+/// wrongly. A Disconnect Response that answers nothing says that the daemon does not know the connection any
+/// more: it is kept as an event is.
 /// Thread: any.
 class MQReader {
   public:
@@ -36,7 +36,8 @@ class MQReader {
         Exchange(const Exchange&) = delete;
         Exchange& operator=(const Exchange&) = delete;
 
-        /// @return kReceived with the answer; else errno says more.
+        /// @return kReceived with the answer; else errno says more. kTimedOut may come early, for a look whether
+        /// the daemon is still there.
         Outcome Await(const Deadline& deadline, MQMessage& answer);
         /// The request was not sent, so no answer comes.
         void Cancel() { m_mayCome = false; }
@@ -57,7 +58,8 @@ class MQReader {
         EventWait(const EventWait&) = delete;
         EventWait& operator=(const EventWait&) = delete;
 
-        /// @return kReceived when there is an event, unless another thread takes it.
+        /// @return kReceived when there is an event, unless another thread takes it; kTimedOut for a look, as
+        /// above.
         Outcome Await();
 
       private:
@@ -65,11 +67,12 @@ class MQReader {
     };
 
     /// @param queue  borrowed; Stop also sends to it.
-    /// @param name  of the queue.
     /// @param messageBytes  no message is longer.
     /// @param deliver  starts a delivery of the kept events on another thread. The delivery ends when
     /// NextToDeliver returns false, or with EndDelivery.
-    MQReader(mqd_t queue, const std::string& name, size_t messageBytes, std::function<void()> deliver);
+    /// @param onLoss  called when events may be missing; under no lock of this object.
+    MQReader(mqd_t queue, uint32_t connectionID, size_t messageBytes, std::function<void()> deliver,
+             std::function<void()> onLoss);
     ~MQReader();
     MQReader(const MQReader&) = delete;
     MQReader& operator=(const MQReader&) = delete;
@@ -111,15 +114,21 @@ class MQReader {
     ssize_t Receive(bool blocked, const Deadline* deadline);
     Outcome DrainAll() VEXA_REQUIRES(m_lock);
     void ReadAll() VEXA_REQUIRES(m_lock);
-    void Route(MQMessage message) VEXA_REQUIRES(m_lock);
-    void Keep(MQMessage message) VEXA_REQUIRES(m_lock);
+    bool Route(MQMessage message) VEXA_REQUIRES(m_lock);
+    bool IsGoodbye(const MQMessage& message) const;
+    bool IsLate(const MQMessage& message) const VEXA_REQUIRES(m_lock);
+    bool Keep(MQMessage message) VEXA_REQUIRES(m_lock);
     bool MayDeliver() const VEXA_REQUIRES(m_lock);
     void StartDelivery() VEXA_REQUIRES(m_lock);
 
+    /// Beyond what a daemon sends for all parameters; one that sends more is not to fill the memory.
+    static constexpr size_t kMaxEventBytes = size_t{16} * 1024 * 1024;
+
     const mqd_t m_queue;
+    const uint32_t m_connectionID;
     const mqd_t m_blockingQueue;  // the same queue, for waits without a limit; -1: could not be opened
     const int m_wake;             // an eventfd
-    const std::function<void()> m_deliver;
+    const std::function<void()> m_deliver, m_onLoss;
     std::atomic<bool> m_stopped = false;
 
     Mutex m_lock;
@@ -131,9 +140,9 @@ class MQReader {
     uint32_t m_exchangesBegun VEXA_GUARDED_BY(m_lock) = 0;
     std::vector<Exchange*> m_exchanges
         VEXA_GUARDED_BY(m_lock);  // oldest first; each on the stack of its thread
-    std::deque<uint32_t> m_abandoned
-        VEXA_GUARDED_BY(m_lock);  // requests whose answer is not awaited any more
-    EventQueue<MQMessage> m_events VEXA_GUARDED_BY(m_lock){"PosixMQClient"};
+    std::optional<uint32_t> m_abandoned
+        VEXA_GUARDED_BY(m_lock);  // the last request whose answer is not awaited any more
+    Backlog<MQMessage> m_events VEXA_GUARDED_BY(m_lock){kMaxEventBytes};
     bool m_deliveryWanted VEXA_GUARDED_BY(m_lock) = false;
     bool m_delivering VEXA_GUARDED_BY(m_lock) = false;
     unsigned int m_eventWaits VEXA_GUARDED_BY(m_lock) = 0;

@@ -43,31 +43,33 @@ timeval MQValues::LastUpdate()
 
 unsigned int MQValues::GetNumber(eParam_t id)
 {
+    unsigned int value = 0;
+    m_lastGetAnswered = FetchNumber(id, value);
+    return value;
+}
+
+bool MQValues::FetchNumber(eParam_t id, unsigned int& value)
+{
     auto request = Request(XCFG_GET_PARAM_REQUEST, id, m_configID);
     MQMessage answer;
     switch (m_connection.ExchangeValue(request, "", answer)) {
         case Outcome::kNotSent:
             PrintTwice("PosixMQClient::Get - mq_send failed");
-            return 0;
+            return false;
         default:
             PrintError("PosixMQClient::Get - mq_receive failed");
-            Print("PosixMQClient::Get(): mq_receive returned -1, FAILED");
-            return 0;
+            return Report("PosixMQClient::Get(): mq_receive returned -1, FAILED");
         case Outcome::kReceived:
             break;
     }
     // A Get tests the error first, a Set the identifiers: an error is no update, whichever request it
     // answers.
-    if (answer.error != 0) {
-        Print("PosixMQClient::Get(): response message indicated an error\n");
-        return 0;
-    }
-    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info)) {
-        Print("PosixMQClient::Get(): response message did not match response message info\n");
-        return 0;
-    }
+    if (answer.error != 0) return Report("PosixMQClient::Get(): response message indicated an error\n");
+    if (!ConnectionUtilities::IsValidResponse(request.info, answer.info))
+        return Report("PosixMQClient::Get(): response message did not match response message info\n");
     StoreLastUpdate(answer);
-    return answer.value;
+    value = answer.value;
+    return true;
 }
 
 bool MQValues::SetNumber(eParam_t id, unsigned int value)
@@ -94,6 +96,11 @@ bool MQValues::SetNumber(eParam_t id, unsigned int value)
 // --- texts ---
 
 bool MQValues::GetText(eParam_t id, std::string& value)
+{
+    return m_lastGetAnswered = FetchText(id, value);
+}
+
+bool MQValues::FetchText(eParam_t id, std::string& value)
 {
     auto request = Request(XCFG_GET_STREAM_PARAM_REQUEST, id, m_configID);
     MQMessage answer;
@@ -145,7 +152,5 @@ bool MQValues::SetText(eParam_t id, const std::string& value)
     if (answer.HasStream()) answer.ReadObject();  // the stored value, which is not needed
     return true;
 }
-
-// --- descriptors ---
 
 }  // namespace vexa::config::access

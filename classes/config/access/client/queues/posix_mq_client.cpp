@@ -59,7 +59,7 @@ auto PosixMQClient::Do(const char* operation, const Work& work)
         return work();
     } catch (...) {
         Print("PosixMQClient::%s - ended by an exception\n", operation);
-        m_parts->connection.SetUnreachable();
+        m_parts->connection.SetReachable(false);
         return decltype(work()){};
     }
 }
@@ -67,6 +67,16 @@ auto PosixMQClient::Do(const char* operation, const Work& work)
 bool PosixMQClient::IsReachable() const
 {
     return m_parts->connection.IsReachable();
+}
+
+void PosixMQClient::SetStateCallback(std::function<void(bool)> changed)
+{
+    m_parts->connection.SetStateCallback(std::move(changed));
+}
+
+bool PosixMQClient::WasLastGetAnswered() const
+{
+    return m_parts->values.WasLastGetAnswered();
 }
 
 void PosixMQClient::SetReplyTimeout(unsigned int timeout)
@@ -156,6 +166,16 @@ bool PosixMQClient::ProcessEvents()
 {
     const LiveClients::Use use(this);  // a callback may disconnect the client
     return use && m_parts->events.ProcessEvents();
+}
+
+bool PosixMQClient::ProcessConfigParamEvent(const XCONFIGMGR_RESPONSE_T* response, ConfigEvent* event)
+{
+    return m_parts->events.ProcessNumber(MQMessage::FromMemory(response), event);
+}
+
+bool PosixMQClient::ProcessConfigStreamParamEvent(const XCONFIGMGR_RESPONSE_T* response, ConfigEvent* event)
+{
+    return m_parts->events.ProcessText(MQMessage::FromMemory(response), event);
 }
 
 void PosixMQClient::MQNotifyHandler(sigval value)

@@ -4,6 +4,7 @@
 #include <mqueue.h>
 #include <signal.h>
 
+#include <functional>
 #include <memory>
 
 #include "config/base/export.h"
@@ -14,6 +15,7 @@ namespace vexa::config::access {
 
 class MQConnection;
 struct SharedExchanges;
+struct XCONFIGMGR_RESPONSE_T;
 
 /// PosixMQFactory makes clients and takes them back.
 ///
@@ -66,9 +68,21 @@ class VEXA_EXPORT PosixMQClient : public vexa::CatalogueConfig, public Runnable 
     static void MQNotifyHandler(sigval value);
     /// Delivers the events in the queue. @return false after one line or more when it cannot be read.
     bool ProcessEvents();
+    /// Calls the listeners with an event. @param response  a number's. @param event  filled, unless it is null.
+    /// @return false for an event of another connection.
+    bool ProcessConfigParamEvent(const XCONFIGMGR_RESPONSE_T* response, ConfigEvent* event);
+    /// The same for a text, whose stream follows the record in memory.
+    bool ProcessConfigStreamParamEvent(const XCONFIGMGR_RESPONSE_T* response, ConfigEvent* event);
 
-    /// False after an exchange without an answer, until one is answered.
+    /// False after an exchange without an answer, and when the daemon has ended or events may be missing, until
+    /// an exchange is answered.
     bool IsReachable() const;
+    /// @param changed  called with IsReachable at every change of it, on the thread that notices. It must not
+    /// wait, nor use the client, nor take a lock under which the client is used. After this has returned, the
+    /// one before is not called any more; empty: none.
+    void SetStateCallback(std::function<void(bool reachable)> changed);
+    /// Whether the last Get was answered with a value: a 0 is a value then.
+    bool WasLastGetAnswered() const;
     /// In milliseconds. Default no limit.
     void SetReplyTimeout(unsigned int timeout);
 

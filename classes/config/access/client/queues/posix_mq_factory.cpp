@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include "config/access/client/queues/live_clients.h"
 #include "config/access/client/queues/mq_connection.h"
 #include "config/access/io/connection_utilities.h"
+#include "config/access/io/left_queues.h"
 #include "config/access/protocol/uri.h"
 #include "config/base/log.h"
 
@@ -34,36 +36,56 @@ XCONFIGMGR_CONNECTION_REQUEST_T HandshakeRequest(eMessageType_t type, unsigned i
 bool Send(mqd_t queue, const XCONFIGMGR_CONNECTION_REQUEST_T& request, const Deadline& deadline)
 {
     const std::string bytes = wire::Bytes<wire::HostOrder>(request);
-    return SendMessage(queue, bytes.data(), bytes.size(), request.info.priority, deadline);
+    do {
+        if (SendMessage(queue, bytes.data(), bytes.size(), request.info.priority, deadline)) return true;
+    } while (errno == ETIMEDOUT && !deadline.IsOver() && HasName(queue));
+    return false;
 }
 
-/// The first message that is no event. @param buffer  for any message of the queue.
-bool ReceiveAnswer(mqd_t queue, std::vector<char>& buffer, const Deadline& deadline, MQMessage& answer)
+/// The first message that is no event, and no goodbye of a daemon that has ended.
+/// @param daemon  its queue. @param buffer  for any message of the queue.
+bool ReceiveAnswer(mqd_t daemon, mqd_t queue, uint32_t requestID, std::vector<char>& buffer,
+                   const Deadline& deadline, MQMessage& answer)
 {
     for (;;) {
-        if (!WaitForQueue(queue, POLLIN, deadline)) return false;
+        if (!WaitForQueue(queue, POLLIN, NextLook(deadline))) {
+            if (errno != ETIMEDOUT || deadline.IsOver()) return false;
+            if (HasName(daemon)) continue;
+            errno = EIDRM;
+            return false;
+        }
         const ssize_t count = ReceiveNow(queue, buffer.data(), buffer.size());
         if (count == -1 && errno == EAGAIN) continue;
         if (count == -1) return false;
         answer = MQMessage::Decode(buffer.data(), static_cast<size_t>(count));
-        if (!answer.IsEvent()) return true;
+        const bool isStray = answer.msgtype == XCFG_DISCONNECT_RESPONSE && answer.info.requestID != requestID;
+        if (!answer.IsEvent() && !isStray) return true;
     }
 }
 
-/// A queue that an ended process has left may have another size and old messages.
-mqd_t OpenResponseQueue(const std::string& name)
+/// Answers to a client that has had the same name must not look like answers to this one: the numbers jump
+/// ahead, by less than half of all, so that those before count as earlier ones.
+void LeaveNumbers(SharedExchanges& shared)
 {
-    mq_attr asked{}, found{};
-    mqd_t queue = CreateQueue(name, O_RDWR, &asked);
-    if (queue == -1) return -1;
-    if (mq_getattr(queue, &found) == 0 &&
-        (found.mq_msgsize < asked.mq_msgsize || found.mq_maxmsg != asked.mq_maxmsg)) {
-        mq_close(queue);
-        mq_unlink(name.c_str());
-        queue = CreateQueue(name, O_RDWR);
+    uint32_t random = 0;
+    if (getrandom(&random, sizeof random, 0) == sizeof random) shared.nextRequestID += random >> 2;
+}
+
+/// A new queue, locked. @return -1, with errno: EEXIST when another client may have the name.
+mqd_t MakeResponseQueue(unsigned int connectionID, SharedExchanges& shared)
+{
+    const std::string name = ConnectionUtilities::GetQueueName(connectionID);
+    mqd_t queue = CreateQueue(name, O_RDWR | O_EXCL);
+    if (queue == -1 && errno == EEXIST) {
+        LeaveNumbers(shared);
+        const bool removed = RemoveIfLeft(connectionID);
+        errno = EEXIST;
+        if (removed) queue = CreateQueue(name, O_RDWR | O_EXCL);
     }
-    if (queue != -1) DrainQueue(queue);
-    return queue;
+    if (queue == -1 || (LockQueue(queue) && HasName(queue))) return queue;
+    mq_close(queue);  // another process has taken it for one that is left, and removes it
+    errno = EEXIST;
+    return -1;
 }
 
 /// The daemon may run as another user: the group of its own queue gives it access, whatever this process's
@@ -120,11 +142,10 @@ PosixMQClient* PosixMQFactory::Connect(std::string uri)
         Print("PosixMQFactory::Connect: _request_queue not valid\n");
         return nullptr;
     }
-    // Only the low half of a process identifier fits here, so two processes may get the same name.
-    const unsigned int connectionID =
-        (static_cast<unsigned int>(getpid()) << 16) + (m_connections++ & 0xFFFF);
+    ReopenIfRemoved(kRequestQueue, m_requestQueue);  // by a daemon that has ended; else the handshake fails
+    unsigned int connectionID = 0;
+    const mqd_t responseQueue = OpenResponseQueue(connectionID);
     const std::string name = ConnectionUtilities::GetQueueName(connectionID);
-    const mqd_t responseQueue = OpenResponseQueue(name);
     if (responseQueue == -1) {
         PrintError("PosixMQFactory::Connect - mq_open failed");
         Print("PosixMQFactory::Connect: mq_open on response queue %s failed\n", name.c_str());
@@ -140,9 +161,23 @@ PosixMQClient* PosixMQFactory::Connect(std::string uri)
         Print("PosixMQFactory::Connect - failed to make a client: %s\n", error.what());
     }
     Print("PosixMQFactory::Connect - failed to confirm connection %s with server\n", name.c_str());
+    if (HasName(responseQueue)) mq_unlink(name.c_str());
     mq_close(responseQueue);
-    mq_unlink(name.c_str());
     return nullptr;
+}
+
+/// Only the low half of a process identifier fits into a name, so another client, of this process or of
+/// another one, may have it: the next number is tried then.
+/// @return -1, with errno, on failure.
+mqd_t PosixMQFactory::OpenResponseQueue(unsigned int& connectionID)
+{
+    constexpr int kAttempts = 1000;
+    for (int i = 0; i < kAttempts; ++i) {
+        connectionID = (static_cast<unsigned int>(getpid()) << 16) + (m_connections++ & 0xFFFF);
+        const mqd_t queue = MakeResponseQueue(connectionID, *m_shared);
+        if (queue != -1 || errno != EEXIST) return queue;
+    }
+    return -1;
 }
 
 bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, unsigned int connectionID,
@@ -169,7 +204,7 @@ bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, 
                       static_cast<long>(attributes.mq_msgsize));
     }
     MQMessage answer;
-    if (!ReceiveAnswer(responseQueue, buffer, deadline, answer)) {
+    if (!ReceiveAnswer(requestQueue, responseQueue, request.info.requestID, buffer, deadline, answer)) {
         PrintError("PosixMQFactory::ConfirmConnection - mq_receive failed\n");
         return Report("PosixMQFactory::ConfirmConnection - mq_receive for connectionID %X failed\n",
                       connectionID);
@@ -192,7 +227,8 @@ void PosixMQFactory::Disconnect(PosixMQClient* client)
     const bool fromCallback = client->IsInCallback();
     if (!fromCallback) LiveClients::WaitUntilUnused(client);
     ConfirmDisconnect(client);
-    mq_unlink(ConnectionUtilities::GetQueueName(client->ConnectionID()).c_str());
+    if (HasName(client->Connection().responseQueue))
+        mq_unlink(ConnectionUtilities::GetQueueName(client->ConnectionID()).c_str());
     if (fromCallback)
         LiveClients::LeaveToUsers(client);
     else
@@ -216,7 +252,8 @@ bool PosixMQFactory::ConfirmDisconnect(PosixMQClient* client)
         return false;
     }
     MQMessage answer;
-    return ReceiveAnswer(client->Connection().responseQueue, buffer, deadline, answer) &&
+    return ReceiveAnswer(client->Connection().requestQueue, client->Connection().responseQueue,
+                         request.info.requestID, buffer, deadline, answer) &&
            answer.msgtype == XCFG_DISCONNECT_RESPONSE &&
            ConnectionUtilities::IsValidResponse(request.info, answer.info) && answer.listenerError == 0;
 }

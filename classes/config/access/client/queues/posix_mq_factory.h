@@ -15,12 +15,12 @@ namespace vexa::config::access {
 class PosixMQClient;
 struct SharedExchanges;
 
-/// For applications that talk to the daemon of their device directly. One per process: two of them would give
-/// their connections the same names. Thread: any.
+/// For applications that talk to the daemon of their device directly. One per process: the wait for an answer
+/// of one connection keeps the others of its factory from asking. Thread: any.
 class VEXA_EXPORT PosixMQFactory {
   public:
-    /// Opens the daemon's queue. Without a daemon it ends the process, deliberately: an application of the
-    /// device cannot go on without it.
+    /// Opens the daemon's queue; the descriptor becomes that of a later daemon when this one has ended. Without
+    /// a daemon it ends the process, deliberately: an application of the device cannot go on without it.
     PosixMQFactory();
     /// Releases nothing: the daemon's queue stays open until the process ends, for the clients that remain.
     virtual ~PosixMQFactory();
@@ -47,6 +47,8 @@ class VEXA_EXPORT PosixMQFactory {
     void SetConnectTimeout(unsigned int timeout) { m_connectTimeout = timeout; }
 
   private:
+    mqd_t OpenResponseQueue(unsigned int& connectionID);
+
     const std::shared_ptr<SharedExchanges> m_shared;
     mqd_t m_requestQueue;
     std::atomic<unsigned int> m_connections = 0;

@@ -1,15 +1,14 @@
 #include "config/access/server/queues/queue_clients.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
+#include <cstdint>
 #include <cstring>
 
 #include "config/access/io/connection_utilities.h"
+#include "config/access/io/left_queues.h"
 #include "config/access/io/message_queue.h"
 #include "config/base/log.h"
 
@@ -17,25 +16,15 @@ namespace vexa::config::access {
 
 namespace {
 
-/// Whether there is a process whose identifier ends in these 16 bits, which is all that is known of it. Where
-/// processes are hidden, there may be one.
-bool MayProcessLive(uint32_t lowHalf)
-{
-    DIR* const processes = opendir("/proc");
-    if (!processes || ::access("/proc/1/stat", R_OK) != 0) return true;
-    bool lives = false;
-    while (const dirent* const entry = readdir(processes)) {
-        const long pid = strtol(entry->d_name, nullptr, 10);
-        lives = lives || (pid > 0 && static_cast<uint32_t>(pid & 0xFFFF) == lowHalf);
-    }
-    closedir(processes);
-    return lives;
-}
+/// Requests of others are answered in between.
+constexpr size_t kEventsAtATime = 16;
+/// A thread that has the lock again and again, and does not take it, must not stop the events.
+constexpr unsigned int kGiveWayMs = 1;
 
-bool HasName(mqd_t queue)
+mqd_t OpenForSending(uint32_t connectionID)
 {
-    struct stat status {};
-    return fstat(queue, &status) != 0 || status.st_nlink > 0;
+    return mq_open(ConnectionUtilities::GetQueueName(connectionID).c_str(),
+                   O_WRONLY | O_NONBLOCK | O_CLOEXEC);
 }
 
 bool Send(mqd_t queue, const std::string& message)
@@ -43,180 +32,325 @@ bool Send(mqd_t queue, const std::string& message)
     return SendMessage(queue, message.data(), message.size(), 0);
 }
 
+void SendGoodbye(mqd_t queue, uint32_t connectionID)
+{
+    XCONFIGMGR_CONNECTION_RESPONSE_T goodbye;
+    goodbye.msgtype = XCFG_DISCONNECT_RESPONSE;
+    goodbye.info = {connectionID, kQueueUnasked, 0, 0};
+    Send(queue, wire::Bytes<wire::HostOrder>(goodbye));
+}
+
 }  // namespace
 
-QueueClients::QueueClients()
+QueueClients::Request::Request(QueueClients& clients) : m_clients(clients)
 {
-    SemaphoreHelper::Init(m_lock);
+    ++clients.m_requests;
+    clients.m_lock.Lock();
+}
+
+QueueClients::Request::~Request()
+{
+    --m_clients.m_requests;
+    m_clients.m_lock.Unlock();
+    m_clients.m_requestEnded.NotifyOne();
 }
 
 QueueClients::~QueueClients()
 {
     for (auto& [connectionID, client] : m_clients) mq_close(client.queue);
-    SemaphoreHelper::Destroy(m_lock);
 }
+
+// --- coming and going ---
 
 bool QueueClients::Connect(uint32_t connectionID)
 {
-    SemaphoreHelper hold(m_lock);
+    const Request request(*this);
     const auto known = m_clients.find(connectionID);
     if (known != m_clients.end()) Drop(known);
-    DropWithoutQueue();
-    return Open(connectionID);
+    DropAllGone();
+    return Open(connectionID) != nullptr;
 }
 
-bool QueueClients::Open(uint32_t connectionID)
+/// @return null after one line.
+QueueClients::Client* QueueClients::Open(uint32_t connectionID)
 {
     const std::string name = ConnectionUtilities::GetQueueName(connectionID);
-    if (m_clients.size() >= kMaxClients) return Report("mainstay: too many clients for %s\n", name.c_str());
+    if (m_clients.size() >= kMaxClients) {
+        Print("mainstay: too many clients for %s\n", name.c_str());
+        return nullptr;
+    }
     Client& client = m_clients[connectionID];  // first: a descriptor without an entry would be lost
-    client.queue = mq_open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    client.connectionID = connectionID;
+    client.queue = OpenForSending(connectionID);
     mq_attr attributes{};
     if (client.queue == -1 || mq_getattr(client.queue, &attributes) != 0) {
         Print("mainstay: cannot open the queue %s of a client: %s\n", name.c_str(), strerror(errno));
         Drop(m_clients.find(connectionID));
-        return false;
+        return nullptr;
     }
     client.messageBytes = static_cast<size_t>(attributes.mq_msgsize);
-    return true;
+    client.holdsLock = IsLocked(client.queue);
+    return &client;
+}
+
+/// A known connection, or one that an earlier daemon has known. @return null after one line.
+QueueClients::Client* QueueClients::FindOrAdopt(uint32_t connectionID)
+{
+    const auto known = m_clients.find(connectionID);
+    if (known != m_clients.end()) return &known->second;
+    Client* const client = Open(connectionID);
+    if (!client) return nullptr;
+    SetWanted(*client, true);
+    if (client->holdsLock) SendGoodbye(client->queue, connectionID);
+    return client;
 }
 
 void QueueClients::Disconnect(uint32_t connectionID)
 {
-    SemaphoreHelper hold(m_lock);
+    const Request request(*this);
     const auto client = m_clients.find(connectionID);
     if (client == m_clients.end()) return;
-    client->second.wantsEvents = false;
+    SetWanted(client->second, false);
     client->second.isLeaving = true;
     if (client->second.replies.empty()) Drop(client);
 }
 
 QueueClients::Clients::iterator QueueClients::Drop(Clients::iterator client)
 {
+    SetWanted(client->second, false);
+    SetFull(client->second, false);
     mq_close(client->second.queue);
-    m_waitingReplies -= client->second.replies.size();
     return m_clients.erase(client);
-}
-
-void QueueClients::DropWithoutQueue()
-{
-    for (auto client = m_clients.begin(); client != m_clients.end();)
-        client = HasName(client->second.queue) ? std::next(client) : Drop(client);
 }
 
 bool QueueClients::SetEvents(uint32_t connectionID, bool wanted)
 {
-    SemaphoreHelper hold(m_lock);
-    const auto client = m_clients.find(connectionID);
-    if (client == m_clients.end() && !Open(connectionID)) return false;
-    m_clients[connectionID].wantsEvents = wanted;
+    const Request request(*this);
+    const auto known = m_clients.find(connectionID);
+    Client* const client = known == m_clients.end() ? Open(connectionID) : &known->second;
+    if (client) SetWanted(*client, wanted);
+    return client != nullptr;
+}
+
+void QueueClients::SetWanted(Client& client, bool wanted)
+{
+    if (client.wantsEvents == wanted) return;
+    client.wantsEvents = wanted;
+    wanted ? ++m_listeners : --m_listeners;
+    m_changes.SetWanted(m_listeners > 0);
+    if (!wanted) return;
+    TakeChanges();  // made before
+    client.position = m_events.End();
+}
+
+void QueueClients::SetFull(Client& client, bool isFull)
+{
+    if (client.isFull == isFull) return;
+    client.isFull = isFull;
+    isFull ? ++m_fullClients : --m_fullClients;
+}
+
+size_t QueueClients::MaxStream(uint32_t connectionID)
+{
+    const Request request(*this);
+    const Client* const client = FindOrAdopt(connectionID);
+    return client && client->messageBytes >= kQueueResponseBytes ? client->messageBytes - kQueueResponseBytes
+                                                                 : 0;
+}
+
+// --- the end of clients ---
+
+/// The lock of a client that has ended can be taken. Of one that never held it, only a removed queue tells.
+bool QueueClients::IsGone(const Client& client)
+{
+    if (!HasName(client.queue)) return true;
+    if (!client.holdsLock || !LockQueue(client.queue)) return false;
+    mq_unlink(ConnectionUtilities::GetQueueName(client.connectionID).c_str());
     return true;
 }
 
-size_t QueueClients::MaxStream(uint32_t connectionID) const
+void QueueClients::DropGone()
 {
-    SemaphoreHelper hold(m_lock);
-    const auto client = m_clients.find(connectionID);
-    if (client == m_clients.end() || client->second.messageBytes < kQueueResponseBytes) return 0;
-    return client->second.messageBytes - kQueueResponseBytes;
+    const MutexLock hold(m_lock);
+    DropAllGone();
+}
+
+void QueueClients::DropAllGone()
+{
+    for (auto client = m_clients.begin(); client != m_clients.end();)
+        client = IsGone(client->second) ? Drop(client) : std::next(client);
+}
+
+void QueueClients::SayGoodbye()
+{
+    const MutexLock hold(m_lock);
+    for (const auto& [connectionID, client] : m_clients) SendGoodbye(client.queue, connectionID);
+}
+
+void QueueClients::SayGoodbyeToStrangers()
+{
+    for (const uint32_t connectionID : ListClientQueues()) {
+        const mqd_t queue = OpenForSending(connectionID);
+        if (queue == -1) continue;
+        if (IsLocked(queue)) SendGoodbye(queue, connectionID);
+        mq_close(queue);
+    }
 }
 
 // --- sending ---
 
 void QueueClients::Reply(uint32_t connectionID, const std::string& reply)
 {
-    SemaphoreHelper hold(m_lock);
-    if (!m_clients.contains(connectionID) && !Open(connectionID)) return;
-    if (!SendOrQueue(m_clients[connectionID], reply))
+    const Request request(*this);
+    Client* const client = FindOrAdopt(connectionID);
+    if (client && !SendOrKeep(*client, reply))
         Print("mainstay: cannot answer %s: %s\n", ConnectionUtilities::GetQueueName(connectionID).c_str(),
               strerror(errno));
 }
 
 /// @return false, with errno, when the reply is lost.
-bool QueueClients::SendOrQueue(Client& client, const std::string& reply)
+bool QueueClients::SendOrKeep(Client& client, const std::string& reply)
 {
     if (reply.size() > client.messageBytes) {
         errno = EMSGSIZE;
         return false;
     }
-    if (client.replies.empty()) {
+    TakeChanges();
+    if (client.replies.empty() && SendEvents(client, m_events.End(), SIZE_MAX)) {
         if (Send(client.queue, reply)) return true;
         if (errno != EAGAIN) return false;
+        SetFull(client, true);
     }
     if (client.replies.size() >= kMaxReplies) {
         errno = ENOBUFS;
         return false;
     }
-    client.replies.push_back(reply);
-    ++m_waitingReplies;
+    client.replies.push_back({reply, m_events.End()});
+    m_changes.Wake();
     return true;
 }
 
-bool QueueClients::HasWaitingReplies() const
+void QueueClients::TakeChanges()
 {
-    SemaphoreHelper hold(m_lock);
-    return m_waitingReplies > 0;
-}
-
-void QueueClients::SendWaitingReplies()
-{
-    SemaphoreHelper hold(m_lock);
-    for (auto client = m_clients.begin(); client != m_clients.end();) {
-        SendWaitingReplies(client->second);
-        const bool leaves = client->second.isLeaving && client->second.replies.empty();
-        client = leaves ? Drop(client) : std::next(client);
+    if (m_changes.IsEmpty()) return;
+    for (QueueEvent event; m_changes.Take(event); m_hasNews = true) {
+        const size_t bytes = event.bytes.size();
+        event.number = m_events.End() + 1;
+        m_events.Add(event.id, std::move(event), bytes);
     }
+    const uint64_t leftOut = m_changes.TakeLeftOut();
+    if (leftOut == 0) return;
+    for (auto& [connectionID, client] : m_clients)
+        if (client.wantsEvents) CountMissed(client, leftOut);
 }
 
-/// A reply that fails for another reason than want of room is dropped: it could never be sent.
-void QueueClients::SendWaitingReplies(Client& client)
+void QueueClients::PassOn()
 {
-    while (!client.replies.empty() && (Send(client.queue, client.replies.front()) || errno != EAGAIN)) {
-        client.replies.pop_front();
-        --m_waitingReplies;
-    }
+    const Request request(*this);
+    TakeChanges();
+    const Position end = m_events.End();
+    const auto waits = [end](const Clients::value_type& entry) {
+        return entry.second.wantsEvents && entry.second.position < end;
+    };
+    if (std::any_of(m_clients.begin(), m_clients.end(), waits))
+        m_changes.Wake();
+    else
+        DropRead();
 }
 
-void QueueClients::AppendPollEntries(std::vector<pollfd>& descriptors) const
+bool QueueClients::SendWaiting()
 {
-    SemaphoreHelper hold(m_lock);
-    for (const auto& [connectionID, client] : m_clients)
-        if (!client.replies.empty()) descriptors.push_back({client.queue, POLLOUT, 0});
-}
-
-void QueueClients::SendEvent(XCONFIGMGR_RESPONSE_T event, const std::string& stream)
-{
-    event.streamLength = static_cast<uint32_t>(stream.size());
-    SemaphoreHelper hold(m_lock);
-    for (auto next = m_clients.begin(); next != m_clients.end();) {
-        const auto entry = next++;
+    const MutexLock hold(m_lock);
+    TakeChanges();
+    if (!m_hasNews) return false;
+    bool isMore = false;
+    for (auto entry = m_clients.begin(); entry != m_clients.end();) {
+        const uint32_t connectionID = entry->first;
         Client& client = entry->second;
-        if (!client.wantsEvents) continue;
-        event.info.connectionID = entry->first;
-        // A reply that waits goes first: the client needs it to go on.
-        if (client.replies.empty() && Send(client.queue, wire::Bytes<wire::HostOrder>(event, stream)))
-            client.lostEvents = 0;
-        else if (!CountLost(*entry, client))
-            Drop(entry);
+        if (!client.isFull && !SendAll(client, kEventsAtATime)) isMore |= !client.isFull;
+        if (client.isLeaving && client.replies.empty()) Drop(entry);
+        if (m_requests > 0) m_requestEnded.Wait(m_lock, Deadline(kGiveWayMs));
+        entry = m_clients.upper_bound(connectionID);
     }
+    DropRead();
+    return m_hasNews = isMore;
 }
 
-/// Prints one line at the first lost event and at every tenfold.
-/// @return false when the client is gone. The queue of a process that ended is removed.
-bool QueueClients::CountLost(const Clients::value_type& entry, Client& client)
+/// Replies and events in their order. @return false when something is left.
+bool QueueClients::SendAll(Client& client, size_t maxEvents)
 {
-    unsigned int step = ++client.lostEvents;
-    while (step % 10 == 0) step /= 10;
-    if (step != 1) return true;
-    const std::string name = ConnectionUtilities::GetQueueName(entry.first);
-    if (!HasName(client.queue)) return false;
-    if (!MayProcessLive(entry.first >> 16)) {
-        mq_unlink(name.c_str());
-        return false;
+    while (!client.replies.empty()) {
+        const WaitingReply& reply = client.replies.front();
+        if (!SendEvents(client, reply.after, maxEvents)) return false;
+        // One that fails for another reason than want of room could never be sent.
+        if (!Send(client.queue, reply.bytes) && errno == EAGAIN) {
+            SetFull(client, true);
+            return false;
+        }
+        client.replies.pop_front();
     }
-    Print("mainstay: %s is full or its messages too small: %u events lost\n", name.c_str(),
-          client.lostEvents);
-    return true;
+    return SendEvents(client, m_events.End(), maxEvents);
+}
+
+/// The events up to a position. @return false when some are left.
+bool QueueClients::SendEvents(Client& client, Position end, size_t maxEvents)
+{
+    if (!client.wantsEvents || client.position >= end) return true;
+    bool isDone = true;
+    const uint64_t missed = m_events.Read(client.position, [&](const QueueEvent& event) {
+        if (event.number > end) return false;
+        isDone = maxEvents-- > 0 && SendEvent(client, event);
+        return isDone;
+    });
+    CountMissed(client, missed);
+    return isDone;
+}
+
+/// @return false when there is no room. An event that the queue cannot take is passed over.
+bool QueueClients::SendEvent(Client& client, const QueueEvent& event)
+{
+    if (event.bytes.size() > client.messageBytes) return true;
+    m_message = event.bytes;
+    memcpy(m_message.data() + sizeof(uint32_t), &client.connectionID, sizeof client.connectionID);
+    if (Send(client.queue, m_message) || errno != EAGAIN) return true;
+    SetFull(client, true);
+    return false;
+}
+
+/// Prints one line at the first event and at every tenfold.
+void QueueClients::CountMissed(Client& client, uint64_t count)
+{
+    const uint64_t before = client.missed;
+    client.missed += count;
+    if (count == 0 || (before > 0 && std::to_string(before).size() == std::to_string(client.missed).size()))
+        return;
+    Print("mainstay: %s lags: newer events have overtaken %llu of its own\n",
+          ConnectionUtilities::GetQueueName(client.connectionID).c_str(),
+          static_cast<unsigned long long>(client.missed));
+}
+
+/// Forgets the events that every client has got.
+void QueueClients::DropRead()
+{
+    Position read = m_events.End();
+    for (const auto& [connectionID, client] : m_clients)
+        if (client.wantsEvents) read = std::min(read, client.position);
+    m_events.Drop(read);
+}
+
+void QueueClients::AppendPollEntries(std::vector<pollfd>& descriptors)
+{
+    const MutexLock hold(m_lock);
+    if (m_fullClients == 0) return;
+    for (const auto& [connectionID, client] : m_clients)
+        if (client.isFull) descriptors.push_back({client.queue, POLLOUT, 0});
+}
+
+void QueueClients::RetryFull()
+{
+    const MutexLock hold(m_lock);
+    for (auto& [connectionID, client] : m_clients) SetFull(client, false);
+    m_hasNews = true;
 }
 
 }  // namespace vexa::config::access

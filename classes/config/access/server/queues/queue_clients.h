@@ -4,18 +4,21 @@
 #include <mqueue.h>
 #include <poll.h>
 
+#include <atomic>
 #include <deque>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "config/access/protocol/mq_protocol.h"
-#include "config/base/semaphore_helper.h"
+#include "config/access/server/queues/queue_events.h"
 
 namespace vexa::config::access {
 
-/// No operation waits for a client: replies to a client whose queue is full are kept until there is room,
-/// events are lost. Thread: any.
+/// Each client gets its replies and its events in the order in which they were made. No operation waits for a
+/// client: what finds its queue full is sent when there is room. Of the events of a client that lags, only
+/// the newest of each parameter are sure to be kept.
+/// Thread: any; the service has one for requests and one that sends what waits.
 class QueueClients {
   public:
     /// Connections at a time; each one has a descriptor.
@@ -24,7 +27,8 @@ class QueueClients {
     /// receiver.
     static constexpr size_t kMaxReplies = 64;
 
-    QueueClients();
+    /// @param events  borrowed.
+    explicit QueueClients(QueueEvents& events) : m_changes(events) {}
     ~QueueClients();
     QueueClients(const QueueClients&) = delete;
     QueueClients& operator=(const QueueClients&) = delete;
@@ -37,42 +41,84 @@ class QueueClients {
     bool SetEvents(uint32_t connectionID, bool wanted);
 
     /// Sends the bytes of a reply. A connection that is not known is connected first: its client has outlived
-    /// an earlier daemon.
+    /// an earlier daemon, and gets events, because it may have listened.
     void Reply(uint32_t connectionID, const std::string& reply);
-    /// Sends an event to every client that wants it. @param event  with any connection identifier.
-    void SendEvent(XCONFIGMGR_RESPONSE_T event, const std::string& stream);
-    /// The longest stream that fits beside the record into a message for a connection; 0 when it is not
-    /// known.
-    size_t MaxStream(uint32_t connectionID) const;
+    /// The longest stream that fits beside the record into a message for a connection; 0 when it cannot be
+    /// opened.
+    size_t MaxStream(uint32_t connectionID);
 
-    /// Whether replies wait for room.
-    bool HasWaitingReplies() const;
-    /// Sends them, as far as there is room.
-    void SendWaitingReplies();
-    /// Appends the queues for whose room replies wait.
-    void AppendPollEntries(std::vector<pollfd>& descriptors) const;
+    /// Wakes the thread that sends what waits, if a client waits for an event.
+    void PassOn();
+    /// Sends what waits, as far as there is room, but not much at a time. @return whether more can be sent
+    /// now.
+    bool SendWaiting();
+    /// Appends the queues for whose room something waits.
+    void AppendPollEntries(std::vector<pollfd>& descriptors);
+    /// For after a poll that has found room in one of them.
+    void RetryFull();
+    /// Forgets the clients that have ended without saying so, and removes their queues.
+    void DropGone();
+    /// Tells the clients that they are not connected any more.
+    void SayGoodbye();
+    /// The same to those that an earlier daemon may have known.
+    static void SayGoodbyeToStrangers();
 
   private:
+    using Position = Backlog<QueueEvent>::Position;
+    struct WaitingReply {
+        std::string bytes;
+        Position after;  // the event before it
+    };
     struct Client {
+        uint32_t connectionID = 0;
         mqd_t queue = -1;
         size_t messageBytes = 0;
+        bool holdsLock = false;  // on its queue, as long as it lives
         bool wantsEvents = false;
-        unsigned int lostEvents = 0;  // since the last one that was sent
-        std::deque<std::string> replies;
+        bool isFull = false;  // the queue was, when something was sent last
+        Position position = 0;
+        uint64_t missed = 0;  // events
+        std::deque<WaitingReply> replies;
         bool isLeaving = false;  // is dropped after the last reply
     };
     using Clients = std::map<uint32_t, Client>;
 
-    bool Open(uint32_t connectionID) VEXA_REQUIRES(m_lock);
-    Clients::iterator Drop(Clients::iterator client) VEXA_REQUIRES(m_lock);
-    void DropWithoutQueue() VEXA_REQUIRES(m_lock);
-    bool SendOrQueue(Client& client, const std::string& reply) VEXA_REQUIRES(m_lock);
-    void SendWaitingReplies(Client& client) VEXA_REQUIRES(m_lock);
-    bool CountLost(const Clients::value_type& entry, Client& client) VEXA_REQUIRES(m_lock);
+    /// Holds the lock for a request, which the sending of events gives way to.
+    class VEXA_SCOPED_CAPABILITY Request {
+      public:
+        explicit Request(QueueClients& clients) VEXA_ACQUIRE(clients.m_lock);
+        ~Request() VEXA_RELEASE();
+        Request(const Request&) = delete;
+        Request& operator=(const Request&) = delete;
 
-    mutable LockSemaphore m_lock;
+      private:
+        QueueClients& m_clients;
+    };
+
+    Client* Open(uint32_t connectionID) VEXA_REQUIRES(m_lock);
+    Client* FindOrAdopt(uint32_t connectionID) VEXA_REQUIRES(m_lock);
+    Clients::iterator Drop(Clients::iterator client) VEXA_REQUIRES(m_lock);
+    static bool IsGone(const Client& client);
+    void DropAllGone() VEXA_REQUIRES(m_lock);
+    void SetWanted(Client& client, bool wanted) VEXA_REQUIRES(m_lock);
+    void SetFull(Client& client, bool isFull) VEXA_REQUIRES(m_lock);
+    void TakeChanges() VEXA_REQUIRES(m_lock);
+    bool SendOrKeep(Client& client, const std::string& reply) VEXA_REQUIRES(m_lock);
+    bool SendAll(Client& client, size_t maxEvents) VEXA_REQUIRES(m_lock);
+    bool SendEvents(Client& client, Position end, size_t maxEvents) VEXA_REQUIRES(m_lock);
+    bool SendEvent(Client& client, const QueueEvent& event) VEXA_REQUIRES(m_lock);
+    static void CountMissed(Client& client, uint64_t count);
+    void DropRead() VEXA_REQUIRES(m_lock);
+
+    QueueEvents& m_changes;
+    std::atomic<unsigned int> m_requests = 0;  // that hold the lock or wait for it
+    Mutex m_lock;
+    CondVar m_requestEnded;
     Clients m_clients VEXA_GUARDED_BY(m_lock);
-    size_t m_waitingReplies VEXA_GUARDED_BY(m_lock) = 0;  // of all of them
+    Backlog<QueueEvent> m_events VEXA_GUARDED_BY(m_lock);  // that some client has yet to get
+    std::string m_message VEXA_GUARDED_BY(m_lock);         // an event, for one client
+    size_t m_listeners VEXA_GUARDED_BY(m_lock) = 0, m_fullClients VEXA_GUARDED_BY(m_lock) = 0;
+    bool m_hasNews VEXA_GUARDED_BY(m_lock) = false;  // since SendWaiting
 };
 
 }  // namespace vexa::config::access

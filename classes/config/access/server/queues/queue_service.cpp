@@ -1,18 +1,22 @@
 #include "config/access/server/queues/queue_service.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <future>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "config/access/io/connection_utilities.h"
+#include "config/access/io/left_queues.h"
 #include "config/access/io/message_queue.h"
 #include "config/access/protocol/value_payload.h"
 #include "config/access/server/peer_stores.h"
@@ -21,6 +25,7 @@
 #include "config/base/log.h"
 #include "config/config.h"
 #include "config/config_event_listener.h"
+#include "config/descriptors/param_descriptor.h"
 #include "config/values/config_value.h"
 
 namespace vexa::config::access {
@@ -67,28 +72,41 @@ class QueueService::Service : public ConfigEventListener {
     using Response = XCONFIGMGR_RESPONSE_T;
     using Request = XCONFIGMGR_REQUEST_T;
 
+    static mqd_t OpenLocked();
     bool OpenQueue();
-    void Run();
-    ssize_t ReceiveNext();
+    bool TakeOver(mqd_t queue);
+    void Run(const char* name, void (Service::*step)());
+    void ServeNext();
+    void SendNext();
     void Handle(const char* data, size_t length);
     void HandleConnection(const XCONFIGMGR_CONNECTION_REQUEST_T& request);
     void HandleListener(const XCONFIGMGR_CONNECTION_REQUEST_T& request);
     void HandleParameter(const char* data, size_t length);
-    std::string Answer(Config& config, const Request& request, const char* stream, Response& response);
-    static bool SetText(Config& config, const Request& request, const char* stream);
-    void SendEvent(Response& event, eMessageType_t type, eParam_t id, timeval time,
-                   const std::string& stream);
-    bool SendStream(eMessageType_t type, eParam_t id, timeval time);
+    std::string Answer(ParamDescriptor& descriptor, const Request& request, const char* stream,
+                       Response& response);
+    bool SetText(const Request& request, const char* stream);
     void StampLastUpdate(Response& response) const;
+    void Stamp(Response& event, timeval time);
+    void AddEvent(Response& event, eMessageType_t type, eParam_t id, const std::string& stream);
+    bool AddStream(eMessageType_t type, eParam_t id, timeval time);
 
-    QueueClients m_clients;
+    static thread_local const Service* t_serving;  // whose requests this thread handles
+
+    QueueEvents m_changes;  // before m_clients, which use it
+    QueueClients m_clients{m_changes};
     mqd_t m_queue = -1;
-    std::vector<char> m_message;  // for any message of the queue
+    std::vector<char> m_message;    // for any message of the queue
+    bool m_hasChanged = false;      // a value, by the request
+    std::vector<pollfd> m_awaited;  // of SendNext
+    Deadline m_nextLook{kLookMs};   // at full clients, whether they still live
     std::atomic<bool> m_stop = false;
-    std::thread m_thread;
+    std::promise<void> m_ended;  // of m_thread
+    std::thread m_thread, m_sender;
     Config* m_store = nullptr;               // configuration 0, from OpenPeerStore
     std::atomic<uint64_t> m_lastUpdate = 0;  // of configuration 0: seconds, then microseconds
 };
+
+thread_local const QueueService::Service* QueueService::Service::t_serving = nullptr;
 
 QueueService::QueueService() : m_service(std::make_unique<Service>()) {}
 
@@ -103,45 +121,72 @@ bool QueueService::Start()
 
 QueueService::Service::~Service()
 {
+    m_stop = true;
+    m_changes.Wake();
     if (m_thread.joinable()) {
-        m_stop = true;
-        // Wakes the thread; a full queue keeps it awake anyway.
-        SendMessage(m_queue, "", 0, 0, Deadline(0));
+        // Only a message ends the wait of that thread. Others may take some of them.
+        const auto ended = m_ended.get_future();
+        do SendMessage(m_queue, "", 0, 0, Deadline(0));
+        while (ended.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready);
         m_thread.join();
     }
+    if (m_sender.joinable()) m_sender.join();
     if (m_store) m_store->RemoveConfigEventListener(this);
     net::ClosePeerStore(m_store);
     if (m_queue == -1) return;
-    mq_unlink(kRequestQueue);
+    if (HasName(m_queue)) mq_unlink(kRequestQueue);  // else the name may be another daemon's by now
+    m_clients.SayGoodbye();                          // its receivers look for the name
     mq_close(m_queue);
 }
 
-/// The queue of a crashed daemon is taken over, with its clients and their pending requests. A file lock,
-/// which ends with its process, marks the queue of a running daemon.
+/// A file lock, which ends with its process, marks the queue of a running daemon. @return -1, with errno:
+/// EWOULDBLOCK when there is one, ENOENT when the queue was removed meanwhile.
+mqd_t QueueService::Service::OpenLocked()
+{
+    mqd_t queue = CreateQueue(kRequestQueue, O_RDWR | O_EXCL);
+    if (queue == -1 && errno == EEXIST) queue = mq_open(kRequestQueue, O_RDWR | O_CLOEXEC);
+    if (queue == -1 || LockQueue(queue)) return queue;
+    const int error = errno;
+    mq_close(queue);
+    errno = error;
+    return -1;
+}
+
+/// The queue of a crashed daemon is taken over, with its clients and their pending requests; one that others
+/// may use, or that does not fit, is made anew.
 bool QueueService::Service::OpenQueue()
 {
-    const mqd_t queue = CreateQueue(kRequestQueue, O_RDWR);
+    constexpr int kAttempts = 10;  // others may make and remove it meanwhile
+    for (int i = 0; i < kAttempts; ++i) {
+        const mqd_t queue = OpenLocked();
+        if (queue == -1 && errno == ENOENT) continue;
+        if (queue == -1 && errno == EWOULDBLOCK)
+            return Report("mainstay: another daemon serves the queue %s\n", kRequestQueue);
+        if (queue == -1)
+            return Report("mainstay: cannot open the queue %s: %s\n", kRequestQueue, strerror(errno));
+        if (TakeOver(queue)) return true;
+        const bool isRemoved = !HasName(queue) || mq_unlink(kRequestQueue) == 0;
+        const int error = errno;
+        mq_close(queue);
+        if (!isRemoved)
+            return Report("mainstay: the queue %s is not this daemon's, and cannot be removed: %s\n",
+                          kRequestQueue, strerror(error));
+    }
+    return Report("mainstay: the queue %s is removed again and again\n", kRequestQueue);
+}
+
+/// @return false when the locked queue cannot be used.
+bool QueueService::Service::TakeOver(mqd_t queue)
+{
     mq_attr attributes{};
     struct stat status {};
-    if (queue == -1 || flock(queue, LOCK_EX | LOCK_NB) != 0 || mq_getattr(queue, &attributes) != 0 ||
-        fstat(queue, &status) != 0) {
-        if (queue != -1 && errno == EWOULDBLOCK)
-            Print("mainstay: another daemon serves the queue %s\n", kRequestQueue);
-        else
-            Print("mainstay: cannot open the queue %s: %s\n", kRequestQueue, strerror(errno));
-        if (queue != -1) mq_close(queue);
+    if (mq_getattr(queue, &attributes) != 0 || fstat(queue, &status) != 0 || status.st_nlink == 0 ||
+        status.st_uid != geteuid() || (status.st_mode & S_IRWXO) != 0 ||
+        attributes.mq_msgsize < static_cast<long>(kQueueRequestBytes))
         return false;
-    }
-    // A queue without a name was removed meanwhile, by a daemon that ended.
-    if (status.st_nlink > 0 && attributes.mq_msgsize >= static_cast<long>(kQueueRequestBytes)) {
-        m_queue = queue;
-        m_message.resize(static_cast<size_t>(attributes.mq_msgsize));
-        return true;
-    }
-    if (status.st_nlink > 0)
-        mq_unlink(kRequestQueue);  // made by another program, for messages that are too small
-    mq_close(queue);
-    return OpenQueue();
+    m_message.resize(static_cast<size_t>(attributes.mq_msgsize));
+    m_queue = queue;
+    return true;
 }
 
 bool QueueService::Service::Start()
@@ -150,36 +195,58 @@ bool QueueService::Service::Start()
     m_store = net::OpenPeerStore(0);
     if (!m_store) return Report("mainstay: cannot serve the queue\n");
     m_store->AddConfigEventListener(this);
+    RemoveLeftQueues();
+    QueueClients::SayGoodbyeToStrangers();
+    m_sender = std::thread([this] { Run("cfg-mq-events", &Service::SendNext); });
     m_thread = std::thread([this] {
-        pthread_setname_np(pthread_self(), "cfg-mq-server");
-        const vexa::PeerLog limited;
-        Run();
+        Run("cfg-mq-server", &Service::ServeNext);
+        m_ended.set_value();
     });
     return true;
 }
 
-void QueueService::Service::Run()
+void QueueService::Service::Run(const char* name, void (Service::*step)())
 {
+    pthread_setname_np(pthread_self(), name);
+    const vexa::PeerLog limited;
     while (!m_stop) {
         try {
-            const ssize_t length = ReceiveNext();
-            if (length >= 0 && !m_stop) Handle(m_message.data(), static_cast<size_t>(length));
+            (this->*step)();
         } catch (...) {
             Print("mainstay: a request was lost by an exception\n");
         }
     }
 }
 
-/// @return the size of the next request; -1 when there is none yet.
-ssize_t QueueService::Service::ReceiveNext()
+void QueueService::Service::ServeNext()
 {
-    if (!m_clients.HasWaitingReplies())
-        return mq_receive(m_queue, m_message.data(), m_message.size(), nullptr);
-    std::vector<pollfd> descriptors{{m_queue, POLLIN, 0}};
-    m_clients.AppendPollEntries(descriptors);
-    if (poll(descriptors.data(), descriptors.size(), -1) == -1) return -1;  // interrupted
-    m_clients.SendWaitingReplies();
-    return ReceiveNow(m_queue, m_message.data(), m_message.size());
+    const ssize_t length = mq_receive(m_queue, m_message.data(), m_message.size(), nullptr);
+    if (length == -1 || m_stop) return;
+    t_serving = this;
+    try {
+        Handle(m_message.data(), static_cast<size_t>(length));
+    } catch (...) {
+        m_clients.PassOn();
+        throw;
+    }
+    if (std::exchange(m_hasChanged, false)) m_clients.PassOn();
+}
+
+/// Sends, or waits for a change, room for what waits, or the end.
+void QueueService::Service::SendNext()
+{
+    if (m_clients.SendWaiting()) return;
+    m_awaited.assign(1, {m_changes.Descriptor(), POLLIN, 0});
+    m_clients.AppendPollEntries(m_awaited);
+    const bool isAnyFull = m_awaited.size() > 1;
+    if (poll(m_awaited.data(), m_awaited.size(), isAnyFull ? static_cast<int>(kLookMs) : -1) == -1)
+        return;  // interrupted
+    if (m_awaited[0].revents) m_changes.Clear();
+    const auto hasRoom = [](const pollfd& queue) { return queue.revents != 0; };
+    if (std::any_of(m_awaited.begin() + 1, m_awaited.end(), hasRoom)) m_clients.RetryFull();
+    if (!isAnyFull || !m_nextLook.IsOver()) return;
+    m_clients.DropGone();
+    m_nextLook = Deadline(kLookMs);
 }
 
 // --- requests ---
@@ -247,8 +314,6 @@ void QueueService::Service::HandleParameter(const char* data, size_t length)
 {
     Request request;
     if (!Decode(data, length, request)) return PrintMalformed("a request that is too short", length);
-    if (request.streamLength > length - kQueueRequestBytes)
-        return PrintMalformed("a request with less stream than it says", length);
 
     Response response;
     response.msgtype = AnswerTo(request.msgtype);
@@ -256,11 +321,14 @@ void QueueService::Service::HandleParameter(const char* data, size_t length)
     response.paramID = request.paramID;
     std::string stream;
     // Clients of the queues have configuration 0; others would be opened for good at the word of any client.
-    if (request.info.configID == 0 && m_store->GetParamDescriptor(request.paramID)) {
-        stream = Answer(*m_store, request, data + kQueueRequestBytes, response);
-    } else {
+    ParamDescriptor* const descriptor =
+        request.info.configID == 0 ? m_store->GetParamDescriptor(request.paramID) : nullptr;
+    const bool isWhole = request.msgtype != XCFG_SET_STREAM_PARAM_REQUEST ||
+                         request.streamLength <= length - kQueueRequestBytes;
+    if (descriptor && isWhole)
+        stream = Answer(*descriptor, request, data + kQueueRequestBytes, response);
+    else
         response.error = kQueueErrorRefused;
-    }
     StampLastUpdate(response);
     response.streamLength = static_cast<uint32_t>(stream.size());
     if (!stream.empty()) response.streamFormat = kQueueStreamFormat;
@@ -268,18 +336,20 @@ void QueueService::Service::HandleParameter(const char* data, size_t length)
 }
 
 /// Carries the request out. @return the stream of the response.
-std::string QueueService::Service::Answer(Config& config, const Request& request, const char* stream,
-                                          Response& response)
+std::string QueueService::Service::Answer(ParamDescriptor& descriptor, const Request& request,
+                                          const char* stream, Response& response)
 {
+    const bool isNumber = descriptor.GetParamType() != eCParam_StringValue;
     switch (request.msgtype) {
         case XCFG_GET_PARAM_REQUEST:
-            response.value = config.Get(request.paramID);
+            if (!isNumber) response.error = kQueueErrorNoValue;
+            response.value = m_store->Get(request.paramID);
             return "";
         case XCFG_SET_PARAM_REQUEST:
-            if (!config.Set(request.paramID, request.value)) response.error = kQueueErrorRefused;
+            if (!m_store->Set(request.paramID, request.value)) response.error = kQueueErrorRefused;
             return "";
         case XCFG_SET_STREAM_PARAM_REQUEST:
-            if (!SetText(config, request, stream)) {
+            if (!SetText(request, stream)) {
                 response.error = kQueueErrorRefused;
                 return "";
             }
@@ -287,24 +357,22 @@ std::string QueueService::Service::Answer(Config& config, const Request& request
         default:
             break;
     }
-    std::string text = net::WritePayload(config.GetSerializable(request.paramID));
+    std::string text = isNumber ? "" : net::WritePayload(m_store->GetSerializable(request.paramID));
     if (!text.empty() && text.size() <= m_clients.MaxStream(request.info.connectionID)) return text;
     // A text that was stored counts as stored even if it does not fit into the response.
     if (request.msgtype == XCFG_GET_STREAM_PARAM_REQUEST) response.error = kQueueErrorNoValue;
     return "";
 }
 
-bool QueueService::Service::SetText(Config& config, const Request& request, const char* stream)
+bool QueueService::Service::SetText(const Request& request, const char* stream)
 {
     const auto object = net::ReadPayload(stream, request.streamLength);
     auto* const value = dynamic_cast<StringValue*>(object.get());
     if (!value || value->GetParamID() != request.paramID) return false;
     std::string text;
     value->Get(text);
-    return config.Set(request.paramID, text);
+    return m_store->Set(request.paramID, text);
 }
-
-// --- events ---
 
 /// The store does not report when it last changed; its events do.
 void QueueService::Service::StampLastUpdate(Response& response) const
@@ -314,43 +382,57 @@ void QueueService::Service::StampLastUpdate(Response& response) const
     response.microseconds = static_cast<uint32_t>(time);
 }
 
-void QueueService::Service::SendEvent(Response& event, eMessageType_t type, eParam_t id, timeval time,
-                                      const std::string& stream)
+// --- events ---
+
+void QueueService::Service::AddEvent(Response& event, eMessageType_t type, eParam_t id,
+                                     const std::string& stream)
 {
     event.msgtype = type;
     event.paramID = id;
-    SetTime(event, time);
-    m_lastUpdate = uint64_t{event.seconds} << 32 | event.microseconds;
-    m_clients.SendEvent(event, stream);
+    event.streamLength = static_cast<uint32_t>(stream.size());
+    const bool isOwn = t_serving == this;  // PassOn follows
+    m_changes.Add({id, wire::Bytes<wire::HostOrder>(event, stream)}, !isOwn);
+    if (isOwn) m_hasChanged = true;
 }
 
 bool QueueService::Service::ParamChanged(eParam_t id, unsigned int value, timeval time)
 {
     Response event;
+    Stamp(event, time);
+    if (!m_changes.AreWanted()) return true;
     event.value = value;
-    SendEvent(event, XCFG_PARAM_CHANGED_EVENT, id, time, "");
+    AddEvent(event, XCFG_PARAM_CHANGED_EVENT, id, "");
     return true;
 }
 
 bool QueueService::Service::ParamChanged(eParam_t id, std::string, timeval time)
 {
-    return SendStream(XCFG_PARAM_STRING_CHANGED_EVENT, id, time);
+    return AddStream(XCFG_PARAM_STRING_CHANGED_EVENT, id, time);
 }
 
 bool QueueService::Service::DataChanged(eParam_t id, std::string&, timeval time)
 {
-    return SendStream(XCFG_PARAM_DATA_CHANGED_EVENT, id, time);
+    return AddStream(XCFG_PARAM_DATA_CHANGED_EVENT, id, time);
 }
 
-/// Sends the stored value, so that the last event tells the last value.
-bool QueueService::Service::SendStream(eMessageType_t type, eParam_t id, timeval time)
+/// Adds the stored value, so that the last event tells the last value.
+bool QueueService::Service::AddStream(eMessageType_t type, eParam_t id, timeval time)
 {
+    Response event;
+    Stamp(event, time);
+    if (!m_changes.AreWanted()) return true;
     const std::string stream = net::WritePayload(m_store->GetSerializable(id));
     if (stream.empty()) return false;
-    Response event;
     event.streamFormat = kQueueStreamFormat;
-    SendEvent(event, type, id, time, stream);
+    AddEvent(event, type, id, stream);
     return true;
+}
+
+/// The time of an event is also that of the last update.
+void QueueService::Service::Stamp(Response& event, timeval time)
+{
+    SetTime(event, time);
+    m_lastUpdate = uint64_t{event.seconds} << 32 | event.microseconds;
 }
 
 }  // namespace vexa::config::access

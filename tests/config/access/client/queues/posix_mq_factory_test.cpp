@@ -101,7 +101,9 @@ TEST_F(MainstayQueueFactory, WhatAnEndedProcessHasLeftDoesNotMatter)
     });
     mq_attr agreed{};
     const std::string scratch = "/vexa_test_" + std::to_string(getpid());
-    mq_close(mq::CreateQueue(scratch, O_RDWR, &agreed));
+    const mqd_t made = mq::CreateQueue(scratch, O_RDWR);
+    mq_getattr(made, &agreed);
+    mq_close(made);
     mq_unlink(scratch.c_str());
     for (const auto& [depth, bytes] :
          {std::pair<long, long>{agreed.mq_maxmsg, 16}, {3, 512}, {agreed.mq_maxmsg, 1024}}) {
