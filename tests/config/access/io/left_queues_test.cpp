@@ -1,0 +1,86 @@
+#include "config/access/io/left_queues.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "config/access/io/connection_utilities.h"
+#include "config/access/io/message_queue.h"
+#include "support/in_child.h"
+#include "support/queue_test.h"
+
+namespace mq = vexa::config::access;
+
+namespace {
+
+using MainstayQueueLeft = QueueTest;
+
+constexpr uint32_t kNobody = 0xFFF0u << 16;  // no process has such a number
+
+mqd_t Make(uint32_t connectionID)
+{
+    return mq::CreateQueue(mq::ConnectionUtilities::GetQueueName(connectionID), O_RDWR | O_EXCL);
+}
+
+bool Exists(uint32_t connectionID)
+{
+    const mqd_t queue = mq_open(mq::ConnectionUtilities::GetQueueName(connectionID).c_str(), O_RDONLY);
+    if (queue != -1) mq_close(queue);
+    return queue != -1;
+}
+
+/// Gives this process a list of the queues, where the system has none. @return false when it may not.
+bool MountQueues()
+{
+    return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount("none", "/dev", "tmpfs", 0, nullptr) == 0 && mkdir(mq::kQueueFolder, 0755) == 0 &&
+           mount("none", mq::kQueueFolder, "mqueue", 0, nullptr) == 0;
+}
+
+TEST_F(MainstayQueueLeft, OnlyThoseOfEndedClientsGo)
+{
+    ExpectInChild([] {
+        if (!MountQueues()) return;
+        const uint32_t left = kNobody, locked = kNobody + 1, foreign = kNobody + 2, running = (1 << 16) + 7,
+                       open = kNobody + 3;
+        for (const uint32_t id : {left, foreign, running}) {
+            const mqd_t queue = Make(id);
+            EXPECT_EQ(fchown(queue, id == foreign ? 12345 : getuid(), getgid()), 0);
+            mq_close(queue);
+        }
+        mq::LockQueue(Make(locked));
+        Make(open);
+        EXPECT_TRUE(mq::RemoveLeftQueues());
+        EXPECT_FALSE(mq::RemoveLeftQueues());
+        EXPECT_FALSE(Exists(left));
+        for (const uint32_t id : {locked, foreign, running, open}) {
+            EXPECT_TRUE(Exists(id)) << id;
+            mq_unlink(mq::ConnectionUtilities::GetQueueName(id).c_str());
+        }
+    });
+}
+
+TEST_F(MainstayQueueLeft, TheyMakeRoomForANewOne)
+{
+    ExpectInChild([] {
+        if (!MountQueues()) return;
+        uint32_t id = kNobody;
+        rlimit limit{};
+        getrlimit(RLIMIT_MSGQUEUE, &limit);
+        limit.rlim_cur = limit.rlim_max = 200'000;
+        setrlimit(RLIMIT_MSGQUEUE, &limit);
+        for (int i = 0; i < 40; ++i) {
+            const mqd_t queue = Make(id++);
+            ASSERT_NE(queue, -1) << i;
+            mq_close(queue);
+        }
+        getrlimit(RLIMIT_MSGQUEUE, &limit);
+        EXPECT_EQ(limit.rlim_cur, 200'000u) << "the limit was not the answer";
+        mq::RemoveLeftQueues();
+    });
+}
+
+}  // namespace

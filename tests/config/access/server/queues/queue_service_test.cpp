@@ -1,0 +1,242 @@
+#include "config/access/server/queues/queue_service.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "config/access/client/queues/posix_mq_client.h"
+#include "config/access/client/queues/posix_mq_factory.h"
+#include "config/access/server/peer_stores.h"
+#include "config/config.h"
+#include "config/descriptors/registry/registry.h"
+#include "support/gate.h"
+#include "support/queue_test.h"
+#include "support/raw_queue_client.h"
+#include "support/stderr_of.h"
+
+using testing::HasSubstr;
+namespace net = vexa::corvalis::config::access;
+
+namespace {
+
+constexpr unsigned int kLast = 17;
+constexpr long kLibrarysDepth = 0;
+
+/// The service and the store that it serves.
+class MainstayQueueService : public QueueTest {
+  protected:
+    using Values = std::map<eParam_t, unsigned int>;
+
+    void Start() override
+    {
+        StderrOf([] { CreateDescriptors(); });
+        m_store = net::OpenPeerStore(0);
+        for (const eParam_t id : m_store->GetParamIDs())
+            if (m_store->GetParamDescriptor(id)->GetParamType() != eCParam_StringValue) TryNumber(id);
+        ASSERT_GT(m_numbers.size(), 50u);
+        m_service.emplace();
+        ASSERT_TRUE(m_service->Start());
+    }
+    void TearDown() override
+    {
+        m_service.reset();
+        net::ClosePeerStore(m_store);
+    }
+
+    /// A change of one number after the other, each with two values.
+    void Change(int count)
+    {
+        for (int i = 0; i < count; ++i, ++m_changes) {
+            const auto& [id, values] = m_numbers[m_changes % m_numbers.size()];
+            m_store->Set(id, values[m_changes / m_numbers.size() % 2]);
+        }
+    }
+    /// The last change: a value that comes only once.
+    void ChangeLast() { m_store->Set(kNumber, kLast); }
+    void ExpectStored(const Values& heard) const
+    {
+        EXPECT_GE(heard.size(), m_numbers.size());
+        for (const auto& [id, value] : heard) EXPECT_EQ(value, m_store->Get(id)) << std::hex << id;
+    }
+
+    Config* m_store = nullptr;
+    std::optional<mq::QueueService> m_service;
+
+  private:
+    void TryNumber(eParam_t id)
+    {
+        const unsigned int first = m_store->Get(id);
+        for (const unsigned int second : {first + 1, first - 1}) {
+            if (!m_store->Set(id, second) || m_store->Get(id) != second) continue;
+            m_store->Set(id, first);
+            if (m_store->Get(id) == first) m_numbers.push_back({id, {first, second}});
+            return;
+        }
+    }
+
+    std::vector<std::pair<eParam_t, std::array<unsigned int, 2>>> m_numbers;
+    size_t m_changes = 0;
+};
+
+/// Counts what a store announces.
+class Counting : public ConfigEventListener {
+  public:
+    using ConfigEventListener::ParamChanged;
+    bool ParamChanged(eParam_t, unsigned int, timeval) override { return ++count > 0; }
+    bool ParamChanged(eParam_t, std::string, timeval) override { return ++count > 0; }
+    size_t count = 0;
+};
+
+/// What a client has heard.
+struct Heard {
+    std::map<eParam_t, unsigned int> values;
+    size_t events = 0;
+
+    void Read(RawClient& client)
+    {
+        const auto event = client.Receive();
+        values[event.paramID] = event.value;
+        ++events;
+    }
+    bool HasLast() { return values[kNumber] == kLast; }
+};
+
+// More than the history of the backlog holds, so that a stuck listener misses some. A slow one reads one in ten.
+TEST_F(MainstayQueueService, WhatListenersHearLastIsWhatTheStoreHolds)
+{
+    constexpr int kChanges = 30'000, kAtATime = 10;
+    for (const long depth : {10L, kLibrarysDepth}) {
+        SCOPED_TRACE(depth);
+        RawClient clients[] = {RawClient(101, depth), RawClient(102, depth), RawClient(103, depth)};
+        auto& [stuck, slow, quick] = clients;
+        for (RawClient& client : clients) {
+            client.Connect();
+            client.SetEvents(true);
+        }
+        Heard heard[3];
+        Counting announced;
+        m_store->AddConfigEventListener(&announced);
+        const std::string error = StderrOf([&] {
+            for (int i = 0; i < kChanges / kAtATime; ++i) {
+                Change(kAtATime);
+                heard[1].Read(slow);
+                while (heard[2].events < announced.count) heard[2].Read(quick);
+            }
+            ChangeLast();
+            for (int i = 0; i < 3; ++i) {
+                while (!heard[i].HasLast() && !HasFailure()) heard[i].Read(clients[i]);
+                ExpectStored(heard[i].values);
+            }
+        });
+        EXPECT_EQ(heard[2].events, announced.count) << "the quick one misses nothing";
+        EXPECT_LT(heard[0].events, announced.count);
+        EXPECT_THAT(error, HasSubstr(stuck.Name() + " lags: newer events have overtaken "));
+        EXPECT_THAT(error, testing::Not(HasSubstr(quick.Name())));
+        m_store->RemoveConfigEventListener(&announced);
+    }
+}
+
+TEST_F(MainstayQueueService, AListenerThatBlocksEndsWithTheStoresValues)
+{
+    class Blocking : public ConfigEventListener {
+      public:
+        using ConfigEventListener::ParamChanged;
+        bool ParamChanged(eParam_t id, unsigned int value, timeval) override
+        {
+            gate.Pass();
+            const std::lock_guard hold(lock);
+            heard[id] = value;
+            return true;
+        }
+        bool ParamChanged(eParam_t, std::string, timeval) override { return true; }
+        Values Last()
+        {
+            const std::lock_guard hold(lock);
+            return heard;
+        }
+        Gate gate;
+        std::mutex lock;
+        Values heard;
+    } listener;
+    mq::PosixMQFactory factory;
+    mq::PosixMQClient* const client = factory.Connect("mq:");
+    ASSERT_TRUE(client->AddConfigEventListener(&listener));
+    Change(10'000);
+    listener.gate.Await();
+    EXPECT_NE(client->Get(kNumber), 0u) << "its requests go on meanwhile";
+    Change(10'000);
+    ChangeLast();
+    listener.gate.Open();
+    EXPECT_TRUE(Eventually([&] { return listener.Last()[kNumber] == kLast; }));
+    ExpectStored(listener.Last());
+    factory.Disconnect(client);
+}
+
+TEST_F(MainstayQueueService, AReplyNeverOvertakesAnEvent)
+{
+    RawClient client(101, 10);
+    client.Connect();
+    client.SetEvents(true);
+    for (const int changes : {3, 5'000}) {
+        Change(changes);
+        m_store->Set(kNumber, 7);
+        m_store->Set(kNumber, 8);
+        client.Request(80, kNumber);
+        mq::XCONFIGMGR_RESPONSE_T message;
+        unsigned int last = 0;
+        for (message = client.Receive(); IsEvent(message.msgtype); message = client.Receive())
+            if (message.paramID == kNumber) last = message.value;
+        EXPECT_EQ(message.msgtype, 96u);
+        EXPECT_EQ(last, 8u);
+    }
+}
+
+TEST_F(MainstayQueueService, AClientThatDiesLeavesNothing)
+{
+    RawClient idle(101), stuck(102), unlocked(103), next(104);
+    for (RawClient* const client : {&idle, &stuck, &unlocked}) {
+        if (client != &unlocked) client->Lock();
+        client->Connect();
+    }
+    stuck.SetEvents(true);
+    for (RawClient* const client : {&idle, &stuck, &unlocked}) client->Die();
+    const auto exists = [](const RawClient& client) {
+        const mqd_t queue = mq_open(client.Name().c_str(), O_RDONLY);
+        mq_close(queue);
+        return queue != -1;
+    };
+    Change(1000);  // more than its queue holds
+    EXPECT_TRUE(Eventually([&] { return !exists(stuck); })) << "found without a further request";
+    next.Connect();
+    EXPECT_FALSE(exists(idle));
+    EXPECT_TRUE(exists(unlocked)) << "such a client may still live";
+}
+
+TEST_F(MainstayQueueService, StopsThoughOthersTakeItsMessages)
+{
+    const mqd_t queue = mq_open(mq::kRequestQueue, O_RDONLY);
+    std::atomic<bool> stopped = false;
+    const std::jthread thief([&] {
+        std::vector<char> message;
+        size_t length = 0;
+        while (!stopped)
+            if (mq::WaitForQueue(queue, POLLIN, vexa::Deadline(1)))
+                mq::ReceiveMessage(queue, message, length);
+    });
+    m_service.reset();
+    stopped = true;
+    mq_close(queue);
+}
+
+TEST_F(MainstayQueueService, AStopRemovesOnlyItsOwnQueue)
+{
+    mq_unlink(mq::kRequestQueue);
+    mq::QueueService second;
+    ASSERT_TRUE(second.Start());
+    m_service.reset();
+    RawClient client;
+    client.Connect();
+}
+
+}  // namespace
