@@ -4,10 +4,14 @@
 
 #include <optional>
 
+#include "config/access/client/queues/posix_mq_client.h"
+#include "config/access/client/queues/posix_mq_factory.h"
 #include "support/program.h"
 #include "support/queue_test.h"
 #include "support/raw_peer.h"
 #include "support/raw_queue_client.h"
+#include "support/recording_listener.h"
+#include "support/stderr_of.h"
 
 using testing::HasSubstr;
 
@@ -17,6 +21,7 @@ class MainstayQueue : public QueueTest {
   protected:
     void Start() override
     {
+        m_ended = false;
         m_daemon.emplace(std::vector<std::string>{MAINSTAY, "--tcp-port", "0", "--udp-port", "0"}, "",
                          std::vector<std::string>{"PRODUCT_ID=OAK"});
         m_daemon->WaitForOutput("mainstay: ready, queue /mainstay, TCP port ");
@@ -33,7 +38,7 @@ class MainstayQueue : public QueueTest {
     ProgramResult EndDaemon(int signal)
     {
         m_daemon->Signal(signal);
-        m_ended = true;
+        m_ended = true;  // until Start
         return m_daemon->Wait();
     }
     static std::vector<std::string> Command(const std::string& uri, std::vector<std::string> arguments)
@@ -75,6 +80,9 @@ TEST_F(MainstayQueue, AnswersEveryRequest)
     EXPECT_EQ(client.Ask(112, kText).msgtype, 128u);
     EXPECT_EQ(client.stream, stream);
     EXPECT_EQ(client.Ask(113, kText, 0, std::string(stream.size(), 'x')).error, mq::kQueueErrorRefused);
+    EXPECT_EQ(client.Ask(80, kText).error, mq::kQueueErrorNoValue);
+    EXPECT_EQ(client.Ask(112, kNumber).error, mq::kQueueErrorNoValue);
+    EXPECT_EQ(client.Ask(80, kNumber, 0, "x").value, 20u) << "word 7 counts in a Set String only";
     Tool({"set", "ReelName", std::string(2000, 'x')});  // more than a message holds
     EXPECT_EQ(client.Ask(112, kText).error, mq::kQueueErrorNoValue);
 
@@ -148,9 +156,39 @@ TEST_F(MainstayQueue, IsTakenOverAfterACrashAndRemovedAtAStop)
     EndDaemon(SIGKILL);
     Program successor({MAINSTAY, "--no-tcp", "--no-udp"}, "", {"PRODUCT_ID=OAK"});
     EXPECT_EQ(client.Ask(80, kNumber).value, 1u) << "a client outlives a daemon";
+    EXPECT_EQ(client.Ask(112, kText).error, 0u);
+    RawClient other(1);
+    other.Connect();
+    other.Ask(81, kNumber, 9);
+    EXPECT_EQ(client.Receive().value, 9u) << "it may have listened";
     successor.Signal(SIGTERM);
     EXPECT_EQ(successor.Wait().status, 0);
     EXPECT_EQ(mq_open(mq::kRequestQueue, O_WRONLY), -1);
+}
+
+TEST_F(MainstayQueue, AListenerSurvivesTheDaemonsEnd)
+{
+    mq::PosixMQFactory factory;
+    mq::PosixMQClient* const client = factory.Connect("mq:");
+    ASSERT_NE(client, nullptr);
+    client->SetReplyTimeout(1000);
+    std::vector<bool> states;
+    client->SetStateCallback([&](bool reachable) { states.push_back(reachable); });
+    RecordingListener listener;
+    client->AddConfigEventListener(&listener);
+    size_t heard = 0;
+    for (const int signal : {SIGKILL, SIGTERM}) {
+        EndDaemon(signal);
+        Start();
+        StderrOf([&] { EXPECT_TRUE(Eventually([&] { return client->Get(kNumber) == 1; })) << signal; });
+        Tool({"set", "RegisterSave", "7"});
+        EXPECT_TRUE(Eventually([&] { return listener.Heard().size() > heard; })) << signal;
+        heard = listener.Heard().size();
+        EXPECT_TRUE(client->IsReachable());
+        EXPECT_GE(states.size(), signal == SIGKILL ? 2u : 4u) << "told of each";
+    }
+    client->SetStateCallback(nullptr);
+    factory.Disconnect(client);
 }
 
 /// As a user would. The other transports are watched where they have no name of the machine.

@@ -86,6 +86,7 @@ TEST_F(MainstayQueueClient, WrongAnswersFailInTheOrderOfTheChecks)
         m_daemon->SetScript(nullptr);
         EXPECT_EQ(error.substr(error.find('\n', error.find("IsValid")) + 1), row.message);
         EXPECT_EQ(text, "kept");
+        EXPECT_TRUE(row.type % 2 != 0 || !m_client->WasLastGetAnswered() || row.updated);
         EXPECT_EQ(m_client->GetLastConfigUpdate().tv_sec, row.updated ? row.type : before.tv_sec);
     }
     EXPECT_TRUE(m_client->IsReachable());
@@ -107,6 +108,29 @@ TEST_F(MainstayQueueClient, ShortAnswersAreFilledWithZeros)
         });
         StderrOf([&] { EXPECT_FALSE(m_client->Get(kText, text)) << missing; });
     }
+}
+
+TEST_F(MainstayQueueClient, AnyNumberOfLateAnswersIsDropped)
+{
+    constexpr size_t kLate = 70;
+    std::vector<bool> states;
+    m_client->SetStateCallback([&](bool reachable) { states.push_back(reachable); });
+    m_client->SetReplyTimeout(1);
+    m_daemon->SetScript([](ScriptedDaemon&, const MQRequest& request) { return request.msgtype == 80; });
+    StderrOf([&] {
+        for (size_t i = 0; i < kLate; ++i) EXPECT_EQ(m_client->Get(kNumber), 0u);
+    });
+    EXPECT_FALSE(m_client->WasLastGetAnswered());
+    m_client->SetReplyTimeout(vexa::Deadline::kNever);
+    AnswerWith(XCFG_GET_PARAM_REQUEST, [&](const MQRequest& request) {
+        for (const MQRequest& late : m_daemon->Requests())
+            if (late.msgtype == 80 && late.info.requestID != request.info.requestID)
+                m_daemon->Send(m_id, Bytes(AnswerTo(late)));
+        return Bytes(AnswerTo(request));
+    });
+    EXPECT_EQ(StderrOf([&] { EXPECT_EQ(m_client->Get(kNumber), 7u); }), "");
+    EXPECT_TRUE(m_client->WasLastGetAnswered());
+    EXPECT_THAT(states, ElementsAre(false, true));
 }
 
 TEST_F(MainstayQueueClient, AnAnswerThatComesTooLateIsDropped)
@@ -137,6 +161,47 @@ TEST_F(MainstayQueueClient, AnAnswerThatComesTooLateIsDropped)
         "PosixMQClient::Set mq_send failed: Connection timed out\nPosixMQClient::Set - mq_send failed\n");
     EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(m_client->Config::Set(kText, std::string(600, 'x'))); }),
               "PosixMQClient::Set: mq_send failed\n");
+}
+
+TEST_F(MainstayQueueClient, ALimitHoldsForTheWaitForTheTurnToo)
+{
+    m_daemon->SetScript([](ScriptedDaemon&, const MQRequest& request) { return request.msgtype == 81; });
+    mq::PosixMQClient* const limited = m_factory->Connect("mq:");
+    limited->SetReplyTimeout(20);
+    std::future<bool> waiting;
+    StderrOf([&] {
+        waiting = std::async(std::launch::async, [&] { return m_client->Config::Set(kNumber, 1u); });
+        EXPECT_TRUE(Eventually([&] { return m_daemon->Types().size() == 1; }));
+        EXPECT_EQ(limited->Get(kNumber), 0u);
+        EXPECT_FALSE(limited->IsReachable());
+        Disconnect();
+        EXPECT_FALSE(waiting.get());
+    });
+    m_factory->Disconnect(limited);
+}
+
+TEST_F(MainstayQueueClient, ADaemonThatRemovesItsQueueLeavesNobodyWaiting)
+{
+    m_daemon->SetScript([](ScriptedDaemon&, const MQRequest& request) { return request.msgtype == 80; });
+    std::future<unsigned int> got;
+    const std::string error = StderrOf([&] {
+        got = std::async(std::launch::async, [&] { return m_client->Get(kNumber); });
+        EXPECT_TRUE(Eventually([&] { return m_daemon->Types().size() == 1; }));
+        m_daemon.reset();
+        EXPECT_EQ(got.get(), 0u);
+        EXPECT_FALSE(m_client->IsReachable());
+        m_client->SetReplyTimeout(10);
+        EXPECT_EQ(m_client->Get(kNumber), 0u) << "there is no other one yet";
+    });
+    EXPECT_EQ(error.find("PosixMQClient::Get - mq_receive failed: Identifier removed\n"), 0u) << error;
+    const auto descriptors = EntriesOf("/proc/self/fd");
+    m_daemon.emplace();
+    m_client->SetReplyTimeout(vexa::Deadline::kNever);
+    mq::PosixMQClient* const next = m_factory->Connect("mq:");
+    ASSERT_NE(next, nullptr);
+    EXPECT_EQ(next->Get(kNumber), 7u);
+    m_factory->Disconnect(next);
+    EXPECT_LE(EntriesOf("/proc/self/fd"), descriptors + 2) << "the daemon's own";
 }
 
 // --- the end ---

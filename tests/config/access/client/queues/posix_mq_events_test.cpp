@@ -130,6 +130,59 @@ TEST_F(MainstayQueueEvents, MessagesThatAreNoEventsAreReported)
               "PosixMQClient::ProcessConfigStreamParamEvent - invalid streamLength\n");
 }
 
+TEST_F(MainstayQueueEvents, AClientThatTheDaemonHasForgottenRegistersAnew)
+{
+    std::mutex lock;
+    std::vector<bool> states;
+    m_client->SetStateCallback([&](bool reachable) {
+        const std::lock_guard hold(lock);
+        states.push_back(reachable);
+    });
+    const auto told = [&] {
+        const std::lock_guard hold(lock);
+        return states == std::vector{false, true};
+    };
+    const std::string goodbye = Words({33, m_id, mq::kQueueUnasked, 0, 0, 0});
+    m_client->AddConfigEventListener(&m_listener);
+    m_daemon->Send(m_id, goodbye);
+    EXPECT_TRUE(Eventually(told));
+    EXPECT_THAT(m_daemon->Types(), ElementsAre(48, 48));
+
+    m_client->RemoveConfigEventListener(&m_listener);
+    ConfigEvent event;
+    auto waited = std::async(std::launch::async, [&] { return m_client->WaitForConfigEvent(event, 0, 0); });
+    EXPECT_TRUE(Eventually([&] { return m_daemon->Types().size() == 4; }));
+    m_daemon->Send(m_id, goodbye);
+    EXPECT_TRUE(Eventually([&] { return m_daemon->Types().size() == 5; }));
+    m_daemon->Send(m_id, NumberEvent(m_id, 3));
+    EXPECT_TRUE(waited.get());
+    EXPECT_EQ(event.value, 3u);
+    m_client->SetStateCallback(nullptr);
+}
+
+TEST_F(MainstayQueueEvents, EventsWithoutEndDoNotFillTheMemory)
+{
+    Gate gate;
+    RecordingListener listener([&] { gate.Pass(); });
+    std::atomic<bool> lost = false;
+    m_client->SetStateCallback([&](bool reachable) { lost = lost || !reachable; });
+    m_client->AddConfigEventListener(&listener);
+    m_daemon->Send(m_id, NumberEvent(m_id, 1));
+    gate.Await();
+    mq::XCONFIGMGR_RESPONSE_T event;
+    event.msgtype = XCFG_PARAM_STRING_CHANGED_EVENT;
+    event.info.connectionID = m_id;
+    const std::string text(mq::kQueueMessageBytes - mq::kQueueResponseBytes, 'x');
+    for (uint32_t id = 1; !lost && id < 100'000; ++id) {
+        event.paramID = eParam_t{id};
+        m_daemon->Send(m_id, Bytes(event, text));
+        if (id % 100 == 0) m_client->Get(kNumber);  // reads what has come
+    }
+    EXPECT_TRUE(lost);
+    gate.Open();
+    m_client->SetStateCallback(nullptr);
+}
+
 TEST_F(MainstayQueueEvents, CallbacksUseTheirClientAndAreKeptFromHangingIt)
 {
     std::atomic<unsigned int> got = 0;

@@ -10,6 +10,7 @@
 #include "support/in_child.h"
 #include "support/queue_test.h"
 #include "support/raw_peer.h"
+#include "support/recording_listener.h"
 #include "support/scripted_daemon.h"
 #include "support/stderr_of.h"
 
@@ -120,6 +121,33 @@ TEST_F(MainstayQueueFactory, WhatAnEndedProcessHasLeftDoesNotMatter)
         EXPECT_EQ(client->Get(kNumber), 7u);
         factory.Disconnect(client);
     }
+}
+
+TEST_F(MainstayQueueFactory, TwoClientsOfOneNumberDoNotMeet)
+{
+    ScriptedDaemon daemon;
+    mq::PosixMQFactory one, two;
+    mq::PosixMQClient* const first = one.Connect("mq:");
+    RecordingListener listener;
+    first->AddConfigEventListener(&listener);
+    mq::PosixMQClient* const second = two.Connect("mq:");
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(second->ConnectionID(), first->ConnectionID() + 1);
+    EXPECT_EQ(first->Get(kNumber) + second->Get(kNumber), 14u);
+    two.Disconnect(second);
+    daemon.Send(first->ConnectionID(), NumberEvent(first->ConnectionID(), 5));
+    EXPECT_TRUE(Eventually([&] { return listener.Heard().size() == 1; })) << "its notification was taken";
+    one.Disconnect(first);
+
+    const mqd_t stranger = mq_open(QueueName(0).c_str(), O_RDWR | O_CREAT | O_EXCL, 0666, nullptr);
+    if (fchown(stranger, 12345, 12345) == 0) {
+        mq_close(stranger);
+        mq::PosixMQFactory factory;
+        mq::PosixMQClient* const client = factory.Connect("mq:");
+        EXPECT_EQ(client->ConnectionID() & 0xFFFF, 1u);
+        factory.Disconnect(client);
+    }
+    mq_unlink(QueueName(0).c_str());
 }
 
 TEST_F(MainstayQueueFactory, WaitsForADaemonThatHangsAreLimited)

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <map>
 
 #include "config/access/client/queues/posix_mq_client.h"
@@ -11,6 +13,7 @@
 #include "config/config.h"
 #include "config/descriptors/registry/registry.h"
 #include "support/gate.h"
+#include "support/in_child.h"
 #include "support/queue_test.h"
 #include "support/raw_queue_client.h"
 #include "support/stderr_of.h"
@@ -237,6 +240,29 @@ TEST_F(MainstayQueueService, AStopRemovesOnlyItsOwnQueue)
     m_service.reset();
     RawClient client;
     client.Connect();
+}
+
+using MainstayQueueOfStranger = QueueTest;
+
+TEST_F(MainstayQueueOfStranger, IsNotServed)
+{
+    if (geteuid() != 0) GTEST_SKIP() << "only root can make one";
+    for (const long bytes : {16L, 512L}) {
+        ExpectInChild(
+            [bytes] {
+                mq_attr attributes{};
+                attributes.mq_maxmsg = 1;
+                attributes.mq_msgsize = bytes;
+                const mqd_t queue = mq_open(mq::kRequestQueue, O_RDWR | O_CREAT | O_EXCL, 0600, &attributes);
+                EXPECT_EQ(fchmod(queue, 0666) + fchown(queue, 23456, 23456) + setuid(12345), 0);
+                EXPECT_FALSE(mq::QueueService().Start());
+            },
+            HasSubstr("mainstay: the queue /mainstay is not this daemon's, and cannot be removed: "));
+        mq::QueueService service;
+        ASSERT_TRUE(service.Start()) << "root makes it anew";
+        RawClient client;
+        client.Connect();
+    }
 }
 
 }  // namespace
