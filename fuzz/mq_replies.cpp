@@ -18,8 +18,9 @@ struct Daemon {
         requests = mq::CreateQueue(mq::kRequestQueue, O_RDWR);
         Require(requests != -1, "there is a queue");
         factory = new mq::PosixMQFactory;
-        mq_unlink(mq::kRequestQueue);
     }
+    /// Not before: a client looks for the name.
+    ~Daemon() { mq_unlink(mq::kRequestQueue); }
     mqd_t requests;
     mq::PosixMQFactory* factory;
 };
@@ -60,7 +61,7 @@ void UseClient(mq::PosixMQClient& client)
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     [[maybe_unused]] static Config& catalogue = OpenStore();
-    static Daemon& daemon = *new Daemon;
+    static Daemon daemon;
     const mqd_t queue = MakeClientQueue();
     std::thread server(Serve, daemon.requests, queue, Pieces(data, size));
     daemon.factory->ConfirmConnection(daemon.requests, queue, kConnection, 0);

@@ -11,7 +11,7 @@
 
 namespace mq = vexa::config::access;
 
-/// Of process 1, which always lives: the daemon removes the queues of ended processes.
+/// Of process 1, which always lives: queues of ended processes may be removed.
 constexpr uint32_t kConnection = 1 << 16 | 1;
 
 inline std::string ClientQueueName()
