@@ -30,7 +30,7 @@ bool IsUserLimit(int error)
     return error == ENOMEM || error == EMFILE;
 }
 
-/// A clean-up that removes nothing leaves errno as it was.
+/// Leaves errno as it was.
 bool HasMadeRoom()
 {
     const int error = errno;

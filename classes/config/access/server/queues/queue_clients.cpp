@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "config/access/io/connection_utilities.h"
 #include "config/access/io/left_queues.h"
@@ -262,18 +263,28 @@ bool QueueClients::SendWaiting()
 {
     const MutexLock hold(m_lock);
     TakeChanges();
-    if (!m_hasNews) return false;
-    bool isMore = false;
+    if (!std::exchange(m_hasNews, false)) return false;
+    try {
+        SendToAll();
+    } catch (...) {
+        m_hasNews = true;
+        throw;
+    }
+    DropRead();
+    return m_hasNews;
+}
+
+/// While it gives way to a request, clients come and go, and there may be news for those that it has served.
+void QueueClients::SendToAll()
+{
     for (auto entry = m_clients.begin(); entry != m_clients.end();) {
         const uint32_t connectionID = entry->first;
         Client& client = entry->second;
-        if (!client.isFull && !SendAll(client, kEventsAtATime)) isMore |= !client.isFull;
+        if (!client.isFull && !SendAll(client, kEventsAtATime)) m_hasNews |= !client.isFull;
         if (client.isLeaving && client.replies.empty()) Drop(entry);
         if (m_requests > 0) m_requestEnded.Wait(m_lock, Deadline(kGiveWayMs));
         entry = m_clients.upper_bound(connectionID);
     }
-    DropRead();
-    return m_hasNews = isMore;
 }
 
 /// Replies and events in their order. @return false when something is left.

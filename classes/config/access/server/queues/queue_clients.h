@@ -103,6 +103,7 @@ class QueueClients {
     void SetWanted(Client& client, bool wanted) VEXA_REQUIRES(m_lock);
     void SetFull(Client& client, bool isFull) VEXA_REQUIRES(m_lock);
     void TakeChanges() VEXA_REQUIRES(m_lock);
+    void SendToAll() VEXA_REQUIRES(m_lock);
     bool SendOrKeep(Client& client, const std::string& reply) VEXA_REQUIRES(m_lock);
     bool SendAll(Client& client, size_t maxEvents) VEXA_REQUIRES(m_lock);
     bool SendEvents(Client& client, Position end, size_t maxEvents) VEXA_REQUIRES(m_lock);

@@ -111,6 +111,21 @@ TEST_F(MainstayQueueEvents, ARefusedRegistrationSaysWhy)
     m_daemon->SetScript(nullptr);
 }
 
+TEST_F(MainstayQueueEvents, AnEventInMemoryIsDeliveredToo)
+{
+    m_client->AddConfigEventListener(&m_listener);
+    ConfigEvent event;
+    for (const std::string& bytes : {NumberEvent(m_id, 4), TextEvent(m_id, "Take")}) {
+        std::vector<uint32_t> words(bytes.size() / 4 + 1);
+        memcpy(words.data(), bytes.data(), bytes.size());
+        const auto* const record = reinterpret_cast<const mq::XCONFIGMGR_RESPONSE_T*>(words.data());
+        EXPECT_TRUE(record->msgtype == 144 ? m_client->ProcessConfigParamEvent(record, &event)
+                                           : m_client->ProcessConfigStreamParamEvent(record, nullptr));
+    }
+    EXPECT_EQ(event.value, 4u);
+    EXPECT_THAT(m_listener.Heard(), ElementsAre(Number(4), testing::EndsWith("=Take")));
+}
+
 TEST_F(MainstayQueueEvents, MessagesThatAreNoEventsAreReported)
 {
     m_client->AddConfigEventListener(&m_listener);
