@@ -307,25 +307,28 @@ bool QueueClients::SendAll(Client& client, size_t maxEvents)
 bool QueueClients::SendEvents(Client& client, Position end, size_t maxEvents)
 {
     if (!client.wantsEvents || client.position >= end) return true;
-    bool isDone = true;
-    const uint64_t missed = m_events.Read(client.position, [&](const QueueEvent& event) {
+    bool isDone = true, isFull = false;
+    std::string message;
+    const auto send = [&](const QueueEvent& event) {
         if (event.number > end) return false;
-        isDone = maxEvents-- > 0 && SendEvent(client, event);
-        return isDone;
-    });
-    CountMissed(client, missed);
+        isDone = false;
+        if (maxEvents-- == 0) return false;
+        isFull = !SendEvent(client, event, message);
+        return isDone = !isFull;
+    };
+    CountMissed(client, m_events.Read(client.position, send));
+    if (isFull) SetFull(client, true);
     return isDone;
 }
 
-/// @return false when there is no room. An event that the queue cannot take is passed over.
-bool QueueClients::SendEvent(Client& client, const QueueEvent& event)
+/// @param message  overwritten. @return false when there is no room. An event that the queue cannot take is
+/// passed over.
+bool QueueClients::SendEvent(const Client& client, const QueueEvent& event, std::string& message)
 {
     if (event.bytes.size() > client.messageBytes) return true;
-    m_message = event.bytes;
-    memcpy(m_message.data() + sizeof(uint32_t), &client.connectionID, sizeof client.connectionID);
-    if (Send(client.queue, m_message) || errno != EAGAIN) return true;
-    SetFull(client, true);
-    return false;
+    message = event.bytes;
+    memcpy(message.data() + sizeof(uint32_t), &client.connectionID, sizeof client.connectionID);
+    return Send(client.queue, message) || errno != EAGAIN;
 }
 
 /// Prints one line at the first event and at every tenfold.

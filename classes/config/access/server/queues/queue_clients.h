@@ -107,7 +107,7 @@ class QueueClients {
     bool SendOrKeep(Client& client, const std::string& reply) VEXA_REQUIRES(m_lock);
     bool SendAll(Client& client, size_t maxEvents) VEXA_REQUIRES(m_lock);
     bool SendEvents(Client& client, Position end, size_t maxEvents) VEXA_REQUIRES(m_lock);
-    bool SendEvent(Client& client, const QueueEvent& event) VEXA_REQUIRES(m_lock);
+    static bool SendEvent(const Client& client, const QueueEvent& event, std::string& message);
     static void CountMissed(Client& client, uint64_t count);
     void DropRead() VEXA_REQUIRES(m_lock);
 
@@ -117,7 +117,6 @@ class QueueClients {
     CondVar m_requestEnded;
     Clients m_clients VEXA_GUARDED_BY(m_lock);
     Backlog<QueueEvent> m_events VEXA_GUARDED_BY(m_lock);  // that some client has yet to get
-    std::string m_message VEXA_GUARDED_BY(m_lock);         // an event, for one client
     size_t m_listeners VEXA_GUARDED_BY(m_lock) = 0, m_fullClients VEXA_GUARDED_BY(m_lock) = 0;
     bool m_hasNews VEXA_GUARDED_BY(m_lock) = false;  // since SendWaiting
 };

@@ -109,10 +109,10 @@ struct Heard {
 TEST_F(MainstayQueueService, WhatListenersHearLastIsWhatTheStoreHolds)
 {
     constexpr int kChanges = 30'000, kAtATime = 10;
+    enum { kStuck, kSlow, kQuick };
     for (const long depth : {10L, kLibrarysDepth}) {
         SCOPED_TRACE(depth);
         RawClient clients[] = {RawClient(101, depth), RawClient(102, depth), RawClient(103, depth)};
-        auto& [stuck, slow, quick] = clients;
         for (RawClient& client : clients) {
             client.Connect();
             client.SetEvents(true);
@@ -123,8 +123,8 @@ TEST_F(MainstayQueueService, WhatListenersHearLastIsWhatTheStoreHolds)
         const std::string error = StderrOf([&] {
             for (int i = 0; i < kChanges / kAtATime; ++i) {
                 Change(kAtATime);
-                heard[1].Read(slow);
-                while (heard[2].events < announced.count) heard[2].Read(quick);
+                heard[kSlow].Read(clients[kSlow]);
+                while (heard[kQuick].events < announced.count) heard[kQuick].Read(clients[kQuick]);
             }
             ChangeLast();
             for (int i = 0; i < 3; ++i) {
@@ -132,10 +132,10 @@ TEST_F(MainstayQueueService, WhatListenersHearLastIsWhatTheStoreHolds)
                 ExpectStored(heard[i].values);
             }
         });
-        EXPECT_EQ(heard[2].events, announced.count) << "the quick one misses nothing";
-        EXPECT_LT(heard[0].events, announced.count);
-        EXPECT_THAT(error, HasSubstr(stuck.Name() + " lags: newer events have overtaken "));
-        EXPECT_THAT(error, testing::Not(HasSubstr(quick.Name())));
+        EXPECT_EQ(heard[kQuick].events, announced.count) << "the quick one misses nothing";
+        EXPECT_LT(heard[kStuck].events, announced.count);
+        EXPECT_THAT(error, HasSubstr(clients[kStuck].Name() + " lags: newer events have overtaken "));
+        EXPECT_THAT(error, testing::Not(HasSubstr(clients[kQuick].Name())));
         m_store->RemoveConfigEventListener(&announced);
     }
 }
