@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "config/access/io/connection_utilities.h"
@@ -51,8 +53,12 @@ TEST_F(MainstayQueueLeft, OnlyThoseOfEndedClientsGo)
             EXPECT_EQ(fchown(queue, id == foreign ? 12345 : getuid(), getgid()), 0);
             mq_close(queue);
         }
-        mq::LockQueue(Make(locked));
         Make(open);
+        const mqd_t held = Make(locked);
+        EXPECT_TRUE(mq::LockQueue(held));
+        const pid_t holder = fork();  // has the lock as well
+        if (holder == 0) pause();
+        mq_close(held);
         EXPECT_TRUE(mq::RemoveLeftQueues());
         EXPECT_FALSE(mq::RemoveLeftQueues());
         EXPECT_FALSE(Exists(left));
@@ -60,6 +66,8 @@ TEST_F(MainstayQueueLeft, OnlyThoseOfEndedClientsGo)
             EXPECT_TRUE(Exists(id)) << id;
             mq_unlink(mq::ConnectionUtilities::GetQueueName(id).c_str());
         }
+        kill(holder, SIGKILL);
+        waitpid(holder, nullptr, 0);
     });
 }
 

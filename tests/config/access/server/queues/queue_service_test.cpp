@@ -247,21 +247,32 @@ using MainstayQueueOfStranger = QueueTest;
 TEST_F(MainstayQueueOfStranger, IsNotServed)
 {
     if (geteuid() != 0) GTEST_SKIP() << "only root can make one";
-    for (const long bytes : {16L, 512L}) {
+    struct {
+        long bytes;
+        mode_t mode;
+        const char* message;
+    } const rows[] = {
+        {16, 0666, "mainstay: the queue /mainstay is not this daemon's, and cannot be removed: "},
+        {512, 0666, "mainstay: the queue /mainstay is not this daemon's, and cannot be removed: "},
+        {512, 0600, "mainstay: cannot open the queue /mainstay: Permission denied\n"},
+    };
+    for (const auto& row : rows) {
         ExpectInChild(
-            [bytes] {
+            [&row] {
                 mq_attr attributes{};
                 attributes.mq_maxmsg = 1;
-                attributes.mq_msgsize = bytes;
+                attributes.mq_msgsize = row.bytes;
                 const mqd_t queue = mq_open(mq::kRequestQueue, O_RDWR | O_CREAT | O_EXCL, 0600, &attributes);
-                EXPECT_EQ(fchmod(queue, 0666) + fchown(queue, 23456, 23456) + setuid(12345), 0);
+                EXPECT_EQ(fchmod(queue, row.mode) + fchown(queue, 23456, 23456) + setuid(12345), 0);
                 EXPECT_FALSE(mq::QueueService().Start());
             },
-            HasSubstr("mainstay: the queue /mainstay is not this daemon's, and cannot be removed: "));
+            HasSubstr(row.message));
         mq::QueueService service;
-        ASSERT_TRUE(service.Start()) << "root makes it anew";
-        RawClient client;
-        client.Connect();
+        ASSERT_TRUE(service.Start());
+        const mqd_t queue = mq_open(mq::kRequestQueue, O_RDONLY);
+        struct stat status {};
+        EXPECT_EQ(fstat(queue, &status) + static_cast<int>(status.st_uid), 0) << "root makes it anew";
+        mq_close(queue);
     }
 }
 
