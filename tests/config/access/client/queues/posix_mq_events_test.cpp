@@ -196,6 +196,7 @@ TEST_F(MainstayQueueEvents, EventsWithoutEndDoNotFillTheMemory)
     EXPECT_TRUE(lost);
     gate.Open();
     m_client->SetStateCallback(nullptr);
+    m_client->RemoveConfigEventListener(&listener);
 }
 
 TEST_F(MainstayQueueEvents, CallbacksUseTheirClientAndAreKeptFromHangingIt)
