@@ -191,7 +191,6 @@ Config* Session::ConnectUri()
     ConfigFactory* const connector = ConfigFactoryImpl::GetInstance();
     Config* const config = connector->Connect(uri);
     m_disconnect = [=] { connector->Disconnect(config); };
-    if (config && IsRemote()) m_isReachable = [=] { return vexa::IsReachable(*config); };
     url parts;
     if (!config && IsRemote() && parts.parse(uri)) vexa::uri::ResolveHost(parts.address, m_reason);
     return config;
@@ -221,7 +220,6 @@ Config* Session::ConnectQueues()
     client->SetReplyTimeout(milliseconds);
     Interrupts::Instance().SetStop([=] { client->Stop(); });
     m_disconnect = [=, this] { m_factory->Disconnect(client); };
-    m_isReachable = [=] { return client->IsReachable(); };
     return client;
 }
 
@@ -262,7 +260,6 @@ void Session::Disconnect()
         m_watcher.reset();
     }
     m_config = nullptr;
-    m_isReachable = nullptr;
 }
 
 /// The library's messages are for developers: the tool reports the same to its user in its own words.
@@ -288,7 +285,7 @@ Deadline Session::Limit() const
 
 void Session::CheckConnection() const
 {
-    if (!m_isReachable || m_isReachable()) return;
+    if (vexa::IsReachable(*m_config)) return;
     // A queue does not show that its daemon is gone.
     if (queues) throw ConnectionError(NoAnswer(), ExitStatus::kTimedOut);
     throw ConnectionError("lost the connection to " + Place());
@@ -404,7 +401,7 @@ void Session::WaitForWatch(double seconds)
         if (ready < 0 && errno != EINTR) break;
         Interrupts::Instance().Check();
         if (events[2].revents & POLLERR) throw OutputClosed{};
-        if (ready == 0 && m_isReachable && !IsOver("multicast:"))
+        if (ready == 0 && IsRemote() && !IsOver("multicast:"))
             Ask([](Config& config) { return config.Get(eParamID_SystemState); });
         eventfd_t ignored;
         eventfd_read(m_watcher->ChangedFd(), &ignored);

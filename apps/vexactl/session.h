@@ -118,8 +118,7 @@ class Session {
     void WriteLine(FILE* stream, const std::string& line) VEXA_REQUIRES(m_output);
 
     Config* m_config = nullptr;
-    Config* m_catalogue = nullptr;        // a local store, where there was no other configuration
-    std::function<bool()> m_isReachable;  // of a connection that can be lost
+    Config* m_catalogue = nullptr;  // a local store, where there was no other configuration
     std::function<void()> m_disconnect;
     std::unique_ptr<vexa::config::access::PosixMQFactory> m_factory;
     std::string m_reason, m_whyNothing;  // why there is no connection; why there is no value

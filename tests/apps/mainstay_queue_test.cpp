@@ -173,8 +173,8 @@ TEST_F(MainstayQueue, AListenerSurvivesTheDaemonsEnd)
     mq::PosixMQClient* const client = factory.Connect("mq:");
     ASSERT_NE(client, nullptr);
     client->SetReplyTimeout(1000);
-    std::atomic<unsigned int> lost = 0;
-    client->SetStateCallback([&](bool reachable) { lost += !reachable; });
+    RecordingConnectionListener connection;
+    client->AddConnectionListener(&connection);
     RecordingListener listener;
     client->AddConfigEventListener(&listener);
     size_t heard = 0;
@@ -186,9 +186,10 @@ TEST_F(MainstayQueue, AListenerSurvivesTheDaemonsEnd)
         EXPECT_TRUE(Eventually([&] { return listener.Heard().size() > heard; })) << signal;
         heard = listener.Heard().size();
         EXPECT_TRUE(client->IsReachable());
-        EXPECT_GE(lost, signal == SIGKILL ? 1u : 2u) << "told of each";
+        EXPECT_GE(connection.Heard().size(), signal == SIGKILL ? 2u : 4u)
+            << "told of each, lost and restored";
     }
-    client->SetStateCallback(nullptr);
+    client->RemoveConnectionListener(&connection);
     factory.Disconnect(client);
 }
 

@@ -44,10 +44,7 @@ class ManyChanges {
         eParam_t id;
         unsigned int value;
     };
-    bool Takes(eParam_t id, unsigned int value)
-    {
-        return m_store.Set(id, value) && m_store.Get(id) == value;
-    }
+    bool Takes(eParam_t id, unsigned int value) { return m_store.Set(id, value) && m_store.Get(id) == value; }
 
     Config& m_store;
     std::vector<Number> m_numbers;

@@ -3,11 +3,8 @@
 
 #include <arpa/inet.h>
 
-#include <mutex>
 #include <string>
-#include <vector>
 
-#include "config/access/protocol/connection.h"
 #include "support/scripted_server.h"
 
 constexpr eParam_t kNumber = eParamID_RegisterSave, kText = eParamID_CustomClipName;
@@ -53,22 +50,3 @@ inline void Multicast(const std::string& bytes)
 {
     EventSender().Send(bytes);
 }
-
-/// Remembers what became of a connection.
-class RecordingConnectionListener : public vexa::ConnectionListener {
-  public:
-    void ConnectionChanged(vexa::ConnectionChange change) override
-    {
-        const std::lock_guard hold(m_mutex);
-        m_heard.push_back(change);
-    }
-    std::vector<vexa::ConnectionChange> Heard() const
-    {
-        const std::lock_guard hold(m_mutex);
-        return m_heard;
-    }
-
-  private:
-    mutable std::mutex m_mutex;
-    std::vector<vexa::ConnectionChange> m_heard;
-};

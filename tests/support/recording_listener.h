@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "config/access/protocol/connection.h"
 #include "config/config_event_listener.h"
 
 class RecordingListener : public ConfigEventListener {
@@ -58,4 +59,23 @@ class RecordingListener : public ConfigEventListener {
     mutable std::mutex m_mutex;
     std::vector<std::string> m_heard;
     timeval m_lastTime{};
+};
+
+/// Remembers what became of a connection.
+class RecordingConnectionListener : public vexa::ConnectionListener {
+  public:
+    void ConnectionChanged(vexa::ConnectionChange change) override
+    {
+        const std::lock_guard hold(m_mutex);
+        m_heard.push_back(change);
+    }
+    std::vector<vexa::ConnectionChange> Heard() const
+    {
+        const std::lock_guard hold(m_mutex);
+        return m_heard;
+    }
+
+  private:
+    mutable std::mutex m_mutex;
+    std::vector<vexa::ConnectionChange> m_heard;
 };

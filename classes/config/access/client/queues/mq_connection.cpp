@@ -22,14 +22,16 @@ size_t MessageBytes(mqd_t queue)
 }  // namespace
 
 MQConnection::MQConnection(unsigned int id, unsigned int messagePriority, mqd_t requests, mqd_t responses,
-                           std::shared_ptr<SharedExchanges> shared, std::function<void()> deliver)
+                           std::shared_ptr<SharedExchanges> shared, std::function<void()> deliver,
+                           std::function<void(bool)> tell)
     : connectionID(id),
       priority(messagePriority),
       requestQueue(requests),
       responseQueue(responses),
       m_shared(std::move(shared)),
       m_reader(responseQueue, connectionID, MessageBytes(responseQueue), std::move(deliver),
-               [this] { SetReachable(false); })
+               [this] { SetReachable(false); }),
+      m_tell(std::move(tell))
 {
 }
 
@@ -44,22 +46,11 @@ void MQConnection::Stop()
     m_shared->lock.End(this);
 }
 
-void MQConnection::SetStateCallback(std::function<void(bool)> changed)
-{
-    const MutexLock hold(m_stateLock);
-    m_stateChanged = std::move(changed);
-}
-
 void MQConnection::SetReachable(bool reachable)
 {
-    if (m_reachable == reachable || m_reader.IsStopped()) return;
-    const MutexLock hold(m_stateLock);
-    if (m_reachable.exchange(reachable) == reachable || !m_stateChanged) return;
-    try {
-        m_stateChanged(reachable);
-    } catch (...) {
-        Print("PosixMQClient - a state callback has thrown\n");
-    }
+    if (m_reader.IsStopped()) return;
+    m_reachable = reachable;
+    m_tell(reachable);
 }
 
 Outcome MQConnection::ExchangeBytes(uint32_t requestID, const std::string& bytes, const Deadline& deadline,

@@ -19,9 +19,11 @@ class MQConnection {
   public:
     /// @param requests  the daemon's queue, borrowed. @param responses  the client's, owned from now on.
     /// @param deliver  starts a delivery of events, as MQReader says.
+    /// @param tell  called with whether the daemon can be reached, whenever that has turned out.
     /// A queue that cannot be asked for its message size ends the process.
     MQConnection(unsigned int id, unsigned int messagePriority, mqd_t requests, mqd_t responses,
-                 std::shared_ptr<SharedExchanges> shared, std::function<void()> deliver);
+                 std::shared_ptr<SharedExchanges> shared, std::function<void()> deliver,
+                 std::function<void(bool)> tell);
     ~MQConnection();
     MQConnection(const MQConnection&) = delete;
     MQConnection& operator=(const MQConnection&) = delete;
@@ -48,11 +50,7 @@ class MQConnection {
     void Stop();
 
     /// False after an exchange without an answer, and when events may be missing, until one is answered.
-    bool IsReachable() const { return m_reachable; }
     void SetReachable(bool reachable);
-    /// @param changed  called at every change of it, by the thread that notices; after this has returned, the
-    /// one before is not called any more.
-    void SetStateCallback(std::function<void(bool)> changed);
     /// Whether the queues of both ends still have their names. Else no message comes any more.
     bool IsLinked() const { return HasName(requestQueue) && HasName(responseQueue); }
     /// In milliseconds. Default no limit.
@@ -75,9 +73,8 @@ class MQConnection {
     const std::shared_ptr<SharedExchanges> m_shared;
     MQReader m_reader;
     std::atomic<unsigned int> m_replyTimeout = Deadline::kNever;
+    const std::function<void(bool)> m_tell;
     std::atomic<bool> m_reachable = true;
-    Mutex m_stateLock;
-    std::function<void(bool)> m_stateChanged VEXA_GUARDED_BY(m_stateLock);
 };
 
 }  // namespace vexa::config::access

@@ -1,6 +1,7 @@
 #include "config/access/client/queues/mq_values.h"
 
 #include "config/access/io/connection_utilities.h"
+#include "config/access/protocol/connection.h"
 #include "config/base/log.h"
 #include "config/streams/memory_serializer.h"
 #include "config/values/config_value.h"
@@ -27,8 +28,18 @@ XCONFIGMGR_REQUEST_T MQValues::Request(eMessageType_t type, eParam_t id, eConfig
     return request;
 }
 
+/// Notes what became of the request: an answer that makes no sense counts as none until it has been stored.
+Outcome MQValues::Exchange(XCONFIGMGR_REQUEST_T& request, const std::string& stream, MQMessage& answer)
+{
+    NoteAnswer(Answer::kNone);
+    const Outcome outcome = m_connection.ExchangeValue(request, stream, answer);
+    if (outcome == Outcome::kReceived && answer.error != 0) NoteAnswer(Answer::kRefused);
+    return outcome;
+}
+
 void MQValues::StoreLastUpdate(const MQMessage& answer)
 {
+    if (answer.error == 0) NoteAnswer(Answer::kGiven);
     const MutexLock hold(m_timeLock);
     m_lastUpdate = TimeOf(answer);
 }
@@ -44,7 +55,7 @@ timeval MQValues::LastUpdate()
 unsigned int MQValues::GetNumber(eParam_t id)
 {
     unsigned int value = 0;
-    m_lastGetAnswered = FetchNumber(id, value);
+    FetchNumber(id, value);
     return value;
 }
 
@@ -52,7 +63,7 @@ bool MQValues::FetchNumber(eParam_t id, unsigned int& value)
 {
     auto request = Request(XCFG_GET_PARAM_REQUEST, id, m_configID);
     MQMessage answer;
-    switch (m_connection.ExchangeValue(request, "", answer)) {
+    switch (Exchange(request, "", answer)) {
         case Outcome::kNotSent:
             PrintTwice("PosixMQClient::Get - mq_send failed");
             return false;
@@ -77,7 +88,7 @@ bool MQValues::SetNumber(eParam_t id, unsigned int value)
     auto request = Request(XCFG_SET_PARAM_REQUEST, id, m_configID);
     request.value = value;
     MQMessage answer;
-    switch (m_connection.ExchangeValue(request, "", answer)) {
+    switch (Exchange(request, "", answer)) {
         case Outcome::kNotSent:
             PrintError("PosixMQClient::Set mq_send failed");
             return Report("PosixMQClient::Set - mq_send failed\n");
@@ -97,14 +108,9 @@ bool MQValues::SetNumber(eParam_t id, unsigned int value)
 
 bool MQValues::GetText(eParam_t id, std::string& value)
 {
-    return m_lastGetAnswered = FetchText(id, value);
-}
-
-bool MQValues::FetchText(eParam_t id, std::string& value)
-{
     auto request = Request(XCFG_GET_STREAM_PARAM_REQUEST, id, m_configID);
     MQMessage answer;
-    switch (m_connection.ExchangeValue(request, "", answer)) {
+    switch (Exchange(request, "", answer)) {
         case Outcome::kNotSent:
             PrintTwice("PosixMQClient::Get - mq_send failed");
             return false;
@@ -119,7 +125,9 @@ bool MQValues::FetchText(eParam_t id, std::string& value)
         return Report("PosixMQClient::Get - response does not match request\n");
     if (!answer.HasStream()) return Report("PosixMQClient::Get - invalid streamLength\n");
     StoreLastUpdate(answer);
-    return answer.ReadText(value);
+    if (answer.ReadText(value)) return true;
+    NoteAnswer(Answer::kNone);
+    return false;
 }
 
 bool MQValues::SetText(eParam_t id, const std::string& value)
@@ -134,7 +142,7 @@ bool MQValues::SetText(eParam_t id, const std::string& value)
     request.streamLength = static_cast<uint32_t>(stream.size());
     request.streamFormat = kQueueStreamFormat;
     MQMessage answer;
-    switch (m_connection.ExchangeValue(request, stream, answer)) {
+    switch (Exchange(request, stream, answer)) {
         case Outcome::kNotSent:
             return Report("PosixMQClient::Set: mq_send failed\n");
         default:

@@ -28,18 +28,15 @@ class MQValues {
     bool SetText(eParam_t id, const std::string& value);
     /// The time that the last answer carried.
     timeval LastUpdate();
-    /// Whether the last GetNumber or GetText got a value.
-    bool WasLastGetAnswered() const { return m_lastGetAnswered; }
 
   private:
     XCONFIGMGR_REQUEST_T Request(eMessageType_t type, eParam_t id, eConfigID_t configID) const;
+    Outcome Exchange(XCONFIGMGR_REQUEST_T& request, const std::string& stream, MQMessage& answer);
     void StoreLastUpdate(const MQMessage& answer);
     bool FetchNumber(eParam_t id, unsigned int& value);
-    bool FetchText(eParam_t id, std::string& value);
 
     MQConnection& m_connection;
     const eConfigID_t m_configID;
-    std::atomic<bool> m_lastGetAnswered = false;
     Mutex m_timeLock;
     timeval m_lastUpdate VEXA_GUARDED_BY(m_timeLock) = {};
 };

@@ -19,8 +19,10 @@ struct PosixMQClient::Parts {
 
     Parts(PosixMQClient* client, unsigned int connectionID, unsigned int priority, mqd_t requestQueue,
           mqd_t responseQueue, std::shared_ptr<SharedExchanges> shared, eConfigID_t configuration)
-        : connection(connectionID, priority, requestQueue, responseQueue, std::move(shared),
-                     [client] { client->StartDelivery(); }),
+        : connection(
+              connectionID, priority, requestQueue, responseQueue, std::move(shared),
+              [client] { client->StartDelivery(); },
+              [client](bool reachable) { client->SetReachable(reachable); }),
           events(connection, MQNotifyHandler, client),
           values(connection, configuration),
           configID(configuration)
@@ -62,21 +64,6 @@ auto PosixMQClient::Do(const char* operation, const Work& work)
         m_parts->connection.SetReachable(false);
         return decltype(work()){};
     }
-}
-
-bool PosixMQClient::IsReachable() const
-{
-    return m_parts->connection.IsReachable();
-}
-
-void PosixMQClient::SetStateCallback(std::function<void(bool)> changed)
-{
-    m_parts->connection.SetStateCallback(std::move(changed));
-}
-
-bool PosixMQClient::WasLastGetAnswered() const
-{
-    return m_parts->values.WasLastGetAnswered();
 }
 
 void PosixMQClient::SetReplyTimeout(unsigned int timeout)

@@ -4,9 +4,9 @@
 #include <mqueue.h>
 #include <signal.h>
 
-#include <functional>
 #include <memory>
 
+#include "config/access/protocol/connection.h"
 #include "config/base/export.h"
 #include "config/config_factory.h"
 #include "config/descriptors/catalogue_config.h"
@@ -23,8 +23,9 @@ struct XCONFIGMGR_RESPONSE_T;
 /// number or text must fit into one message of the queue.
 /// Thread: any. Listeners are called one at a time, on threads that the system starts or on one that waits
 /// for events. They may use the client and disconnect it; adding and removing listeners of the same client,
-/// and waiting for its events, is refused in a callback.
-class VEXA_EXPORT PosixMQClient : public vexa::CatalogueConfig, public Runnable {
+/// and waiting for its events, is refused in a callback. The connection is lost after an exchange without an
+/// answer, and when the daemon has ended or events may be missing, until an exchange is answered.
+class VEXA_EXPORT PosixMQClient : public vexa::CatalogueConfig, public Runnable, public vexa::Connection {
   public:
     /// @param requestQueue  borrowed. @param responseQueue  owned from now on.
     /// A queue that cannot be asked for its message size ends the process.
@@ -74,15 +75,6 @@ class VEXA_EXPORT PosixMQClient : public vexa::CatalogueConfig, public Runnable 
     /// The same for a text, whose stream follows the record in memory.
     bool ProcessConfigStreamParamEvent(const XCONFIGMGR_RESPONSE_T* response, ConfigEvent* event);
 
-    /// False after an exchange without an answer, and when the daemon has ended or events may be missing, until
-    /// an exchange is answered.
-    bool IsReachable() const;
-    /// @param changed  called with IsReachable at every change of it, on the thread that notices. It must not
-    /// wait, nor use the client, nor take a lock under which the client is used. After this has returned, the
-    /// one before is not called any more; empty: none.
-    void SetStateCallback(std::function<void(bool reachable)> changed);
-    /// Whether the last Get was answered with a value: a 0 is a value then.
-    bool WasLastGetAnswered() const;
     /// In milliseconds. Default no limit.
     void SetReplyTimeout(unsigned int timeout);
 

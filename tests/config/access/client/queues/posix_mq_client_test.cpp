@@ -86,7 +86,7 @@ TEST_F(MainstayQueueClient, WrongAnswersFailInTheOrderOfTheChecks)
         m_daemon->SetScript(nullptr);
         EXPECT_EQ(error.substr(error.find('\n', error.find("IsValid")) + 1), row.message);
         EXPECT_EQ(text, "kept");
-        EXPECT_TRUE(row.type % 2 != 0 || !m_client->WasLastGetAnswered() || row.updated);
+        EXPECT_TRUE(vexa::LastAnswer() != vexa::Answer::kGiven || row.updated);
         EXPECT_EQ(m_client->GetLastConfigUpdate().tv_sec, row.updated ? row.type : before.tv_sec);
     }
     EXPECT_TRUE(m_client->IsReachable());
@@ -113,14 +113,14 @@ TEST_F(MainstayQueueClient, ShortAnswersAreFilledWithZeros)
 TEST_F(MainstayQueueClient, AnyNumberOfLateAnswersIsDropped)
 {
     constexpr size_t kLate = 70;
-    std::vector<bool> states;
-    m_client->SetStateCallback([&](bool reachable) { states.push_back(reachable); });
+    RecordingConnectionListener connection;
+    m_client->AddConnectionListener(&connection);
     m_client->SetReplyTimeout(1);
     m_daemon->SetScript([](ScriptedDaemon&, const MQRequest& request) { return request.msgtype == 80; });
     StderrOf([&] {
         for (size_t i = 0; i < kLate; ++i) EXPECT_EQ(m_client->Get(kNumber), 0u);
     });
-    EXPECT_FALSE(m_client->WasLastGetAnswered());
+    EXPECT_EQ(vexa::LastAnswer(), vexa::Answer::kNone);
     m_client->SetReplyTimeout(vexa::Deadline::kNever);
     AnswerWith(XCFG_GET_PARAM_REQUEST, [&](const MQRequest& request) {
         for (const MQRequest& late : m_daemon->Requests())
@@ -129,8 +129,10 @@ TEST_F(MainstayQueueClient, AnyNumberOfLateAnswersIsDropped)
         return Bytes(AnswerTo(request));
     });
     EXPECT_EQ(StderrOf([&] { EXPECT_EQ(m_client->Get(kNumber), 7u); }), "");
-    EXPECT_TRUE(m_client->WasLastGetAnswered());
-    EXPECT_THAT(states, ElementsAre(false, true));
+    EXPECT_EQ(vexa::LastAnswer(), vexa::Answer::kGiven);
+    EXPECT_THAT(connection.Heard(),
+                ElementsAre(vexa::ConnectionChange::kLost, vexa::ConnectionChange::kRestored));
+    m_client->RemoveConnectionListener(&connection);
 }
 
 TEST_F(MainstayQueueClient, AnAnswerThatComesTooLateIsDropped)

@@ -147,16 +147,10 @@ TEST_F(MainstayQueueEvents, MessagesThatAreNoEventsAreReported)
 
 TEST_F(MainstayQueueEvents, AClientThatTheDaemonHasForgottenRegistersAnew)
 {
-    std::mutex lock;
-    std::vector<bool> states;
-    m_client->SetStateCallback([&](bool reachable) {
-        const std::lock_guard hold(lock);
-        states.push_back(reachable);
-    });
-    const auto told = [&] {
-        const std::lock_guard hold(lock);
-        return states == std::vector{false, true};
-    };
+    using enum vexa::ConnectionChange;
+    RecordingConnectionListener connection;
+    m_client->AddConnectionListener(&connection);
+    const auto told = [&] { return connection.Heard() == std::vector{kLost, kRestored}; };
     const std::string goodbye = Words({33, m_id, mq::kQueueUnasked, 0, 0, 0});
     m_client->AddConfigEventListener(&m_listener);
     m_daemon->Send(m_id, goodbye);
@@ -172,15 +166,15 @@ TEST_F(MainstayQueueEvents, AClientThatTheDaemonHasForgottenRegistersAnew)
     m_daemon->Send(m_id, NumberEvent(m_id, 3));
     EXPECT_TRUE(waited.get());
     EXPECT_EQ(event.value, 3u);
-    m_client->SetStateCallback(nullptr);
+    m_client->RemoveConnectionListener(&connection);
 }
 
 TEST_F(MainstayQueueEvents, EventsWithoutEndDoNotFillTheMemory)
 {
     Gate gate;
     RecordingListener listener([&] { gate.Pass(); });
-    std::atomic<bool> lost = false;
-    m_client->SetStateCallback([&](bool reachable) { lost = lost || !reachable; });
+    RecordingConnectionListener connection;
+    m_client->AddConnectionListener(&connection);
     m_client->AddConfigEventListener(&listener);
     m_daemon->Send(m_id, NumberEvent(m_id, 1));
     gate.Await();
@@ -188,14 +182,14 @@ TEST_F(MainstayQueueEvents, EventsWithoutEndDoNotFillTheMemory)
     event.msgtype = XCFG_PARAM_STRING_CHANGED_EVENT;
     event.info.connectionID = m_id;
     const std::string text(mq::kQueueMessageBytes - mq::kQueueResponseBytes, 'x');
-    for (uint32_t id = 1; !lost && id < 100'000; ++id) {
+    for (uint32_t id = 1; connection.Heard().empty() && id < 100'000; ++id) {
         event.paramID = eParam_t{id};
         m_daemon->Send(m_id, Bytes(event, text));
         if (id % 100 == 0) m_client->Get(kNumber);  // reads what has come
     }
-    EXPECT_TRUE(lost);
+    EXPECT_FALSE(connection.Heard().empty());
     gate.Open();
-    m_client->SetStateCallback(nullptr);
+    m_client->RemoveConnectionListener(&connection);
     m_client->RemoveConfigEventListener(&listener);
 }
 
