@@ -20,7 +20,7 @@ using vexa::ConnectionChange;
 
 namespace {
 
-constexpr unsigned int kParameters = 200, kChanges = 20'000;
+constexpr unsigned int kParameters = 200, kChanges = 60'000;
 constexpr eParam_t kQuiet{0x7fffffff};
 
 /// Stops at its first event and keeps the last value of each parameter.
@@ -289,7 +289,7 @@ TEST_F(NetworkEventsTest, AUdpServerThatDoesNotKnowItsClientAnyMoreIsMissed)
         served.Pass();
     });
     RecordingListener listener;
-    net::NetworkClient& client = Connect(server.Uri());
+    net::NetworkClient& client = Connect(server.Uri() + "/configid=" + std::to_string(0x23000000 + getpid()));
     dynamic_cast<net::NetworkUDPClient&>(client).SetProbeInterval(40);
     ASSERT_TRUE(client.AddConfigEventListener(&listener));
     EXPECT_TRUE(Tells(1));
