@@ -189,22 +189,17 @@ class Soak:
             for client in deaf:
                 client.tell(f"await {self.writes}")
             deaf = [client for client in deaf if "deaf" in client.answer("await")]
-            if not deaf or any(client.transport != "queue" for client in deaf):
-                break  # only a queue may have been too full
+            if not deaf or not all(client.transport.startswith("udp") for client in deaf):
+                break  # only a datagram may have been lost
         auditor.end()
         self.differences += [f"{client.name()} differs: its listeners are deaf" for client in deaf]
 
     def missed(self):
         """Clients for whose events the system had no room since the last call: such events may be lost."""
-        forgetful = self.daemon.forgetful_queues()
         missed = []
         for client in self.clients:
-            if client.transport == "queue":
-                lost = any(name.startswith(f"/mqd_{client.pid & 0xFFFF}_") for name in forgetful)
-            else:
-                before, client.lost = client.lost, system.lost_datagrams(client.pid)
-                lost = any(count > before.get(inode, 0) for inode, count in client.lost.items())
-            if lost:
+            before, client.lost = client.lost, system.lost_datagrams(client.pid)
+            if any(count > before.get(inode, 0) for inode, count in client.lost.items()):
                 client.stale = self.board.generation()
                 missed.append(client)
         return missed

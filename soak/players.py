@@ -139,7 +139,6 @@ class Client:
 class Daemon:
     def __init__(self, programs, log):
         self.programs, self.log, self.ports = programs, log, [0, 0]
-        self.read = 0  # up to here the log has been read
         self.process = None
 
     def start(self):
@@ -171,11 +170,3 @@ class Daemon:
     def require(self):
         if self.process.poll() is not None:
             raise Failure(f"mainstay ended by itself, status {self.process.poll()}")
-
-    def forgetful_queues(self):
-        """Names of the queues that lost events since the last call."""
-        with open(self.log, "rb") as log:
-            log.seek(self.read)
-            lines = log.read().decode(errors="replace").splitlines()
-            self.read = log.tell()
-        return {word for line in lines if "events lost" in line for word in line.split() if word.startswith("/mqd_")}

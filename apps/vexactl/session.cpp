@@ -311,7 +311,7 @@ std::optional<Value> Session::ReadRemote(const Parameter& parameter, Config& con
 {
     vexa::NoteAnswer(vexa::Answer::kGiven);
     // The result of a Get of a number says only whether it is 0.
-    const auto value = parameter.HoldsText() ? parameter.Read(config) : Value(config.Get(parameter.Id()));
+    auto value = parameter.HoldsText() ? parameter.Read(config) : Value(config.Get(parameter.Id()));
     switch (vexa::LastAnswer()) {
         case vexa::Answer::kGiven:
             return value;
@@ -393,19 +393,23 @@ void Session::WaitForWatch(double seconds)
     while (!m_watcher->IsDone()) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
         if (seconds > 0 && left <= 0) break;
-        pollfd events[] = {{Interrupts::Instance().Fd(), POLLIN, 0},
-                           {m_watcher->ChangedFd(), POLLIN, 0},
-                           {STDOUT_FILENO, 0, 0}};
-        const long long wait = seconds > 0 ? std::min<long long>(left, kProbeMs) : kProbeMs;
-        const int ready = poll(events, 3, static_cast<int>(wait));
-        if (ready < 0 && errno != EINTR) break;
-        Interrupts::Instance().Check();
-        if (events[2].revents & POLLERR) throw OutputClosed{};
-        if (ready == 0 && IsRemote() && !IsOver("multicast:"))
-            Ask([](Config& config) { return config.Get(eParamID_SystemState); });
-        eventfd_t ignored;
-        eventfd_read(m_watcher->ChangedFd(), &ignored);
-        if (m_watcher->TakeMissing()) Complain("changes may be missing");
-        CheckConnection();
+        WaitForNews(seconds > 0 ? std::min<long long>(left, kProbeMs) : kProbeMs);
     }
+}
+
+/// Waits for a change, a signal, the end of the output or the time, after which the device is asked whether it
+/// is still there.
+void Session::WaitForNews(long long milliseconds)
+{
+    pollfd events[] = {
+        {Interrupts::Instance().Fd(), POLLIN, 0}, {m_watcher->ChangedFd(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+    const int ready = poll(events, 3, static_cast<int>(milliseconds));
+    Interrupts::Instance().Check();
+    if (events[2].revents & POLLERR) throw OutputClosed{};
+    if (ready == 0 && IsRemote() && !IsOver("multicast:"))
+        Ask([](Config& config) { return config.Get(eParamID_SystemState); });
+    eventfd_t ignored;
+    eventfd_read(m_watcher->ChangedFd(), &ignored);
+    if (m_watcher->TakeMissing()) Complain("changes may be missing");
+    CheckConnection();
 }

@@ -102,6 +102,7 @@ class Session {
     /// Waits for the watch: until all its changes were printed, or for so many seconds (0: no limit). Throws
     /// Interrupted, and ConnectionError when no more changes come. Interrupts must have been started.
     void WaitForWatch(double seconds);
+    void WaitForNews(long long milliseconds);
 
   private:
     bool IsOver(const char* scheme) const { return !queues && vexa::uri::Contains(uri, scheme); }

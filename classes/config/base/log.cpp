@@ -80,6 +80,7 @@ void Format(const char* format, va_list arguments, bool limited)
 {
     const int error = errno;
     char text[kMaxLogBytes];
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the callers have called va_start
     const int length = vsnprintf(text, sizeof text, format, arguments);
     if (length > 0) Write(text, std::min(static_cast<size_t>(length), sizeof text - 1), limited);
     errno = error;

@@ -291,21 +291,27 @@ bool MQEvents::RegisterWait()
     return true;
 }
 
+/// @return false when none will come, after two lines unless the client was stopped.
+bool MQEvents::AwaitEvent(MQReader::EventWait& wait)
+{
+    Outcome result;
+    do {
+        result = wait.Await();
+    } while (result == Outcome::kTimedOut && m_connection.IsLinked());
+    if (result == Outcome::kReceived) return true;
+    if (result == Outcome::kStopped) return false;
+    if (result == Outcome::kTimedOut) errno = EIDRM;
+    PrintError("PosixMQClient::WaitForConfigEvent - mq_receive\n");
+    Print("PosixMQClient::WaitForConfigEvent - mq_receive ERROR\n");
+    m_connection.SetReachable(false);
+    return false;
+}
+
 bool MQEvents::WaitForEvent(ConfigEvent& event)
 {
     if (!m_waitRegistered && !RegisterWait()) return false;
     MQReader::EventWait wait(m_reader);
-    for (;;) {
-        const Outcome result = wait.Await();
-        if (result == Outcome::kStopped) return false;
-        if (result == Outcome::kTimedOut && m_connection.IsLinked()) continue;
-        if (result != Outcome::kReceived) {
-            if (result == Outcome::kTimedOut) errno = EIDRM;
-            PrintError("PosixMQClient::WaitForConfigEvent - mq_receive\n");
-            Print("PosixMQClient::WaitForConfigEvent - mq_receive ERROR\n");
-            m_connection.SetReachable(false);
-            return false;
-        }
+    while (AwaitEvent(wait)) {
         const ListenerList::Turn turn(m_listeners);
         MQMessage message;
         if (!m_reader.TakeEvent(turn, message)) continue;  // another thread was faster
@@ -319,6 +325,7 @@ bool MQEvents::WaitForEvent(ConfigEvent& event)
               static_cast<int>(message.msgtype));
         return true;
     }
+    return false;
 }
 
 }  // namespace vexa::config::access

@@ -56,6 +56,7 @@ class MQEvents {
     /// Under the turn: no event is delivered meanwhile.
     bool TellDaemon(const ListenerList::Turn& turn, eMessageType_t type, const char* operation);
     bool RegisterWait();
+    bool AwaitEvent(MQReader::EventWait& wait);
     void RegisterAnew(const ListenerList::Turn& turn);
     bool Arm() VEXA_REQUIRES(m_notifyLock);
     bool DeliverNext();

@@ -42,18 +42,24 @@ bool Send(mqd_t queue, const XCONFIGMGR_CONNECTION_REQUEST_T& request, const Dea
     return false;
 }
 
+/// @param daemon  its queue, without whose name nothing comes. @return false, with errno.
+bool WaitForMessage(mqd_t daemon, mqd_t queue, const Deadline& deadline)
+{
+    while (!WaitForQueue(queue, POLLIN, NextLook(deadline))) {
+        if (errno != ETIMEDOUT || deadline.IsOver()) return false;
+        if (HasName(daemon)) continue;
+        errno = EIDRM;
+        return false;
+    }
+    return true;
+}
+
 /// The first message that is no event, and no goodbye of a daemon that has ended.
 /// @param daemon  its queue. @param buffer  for any message of the queue.
 bool ReceiveAnswer(mqd_t daemon, mqd_t queue, uint32_t requestID, std::vector<char>& buffer,
                    const Deadline& deadline, MQMessage& answer)
 {
-    for (;;) {
-        if (!WaitForQueue(queue, POLLIN, NextLook(deadline))) {
-            if (errno != ETIMEDOUT || deadline.IsOver()) return false;
-            if (HasName(daemon)) continue;
-            errno = EIDRM;
-            return false;
-        }
+    while (WaitForMessage(daemon, queue, deadline)) {
         const ssize_t count = ReceiveNow(queue, buffer.data(), buffer.size());
         if (count == -1 && errno == EAGAIN) continue;
         if (count == -1) return false;
@@ -61,6 +67,7 @@ bool ReceiveAnswer(mqd_t daemon, mqd_t queue, uint32_t requestID, std::vector<ch
         const bool isStray = answer.msgtype == XCFG_DISCONNECT_RESPONSE && answer.info.requestID != requestID;
         if (!answer.IsEvent() && !isStray) return true;
     }
+    return false;
 }
 
 /// Answers to a client that has had the same name must not look like answers to this one: the numbers jump

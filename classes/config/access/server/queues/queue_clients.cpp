@@ -236,8 +236,9 @@ void QueueClients::TakeChanges()
     if (m_changes.IsEmpty()) return;
     for (QueueEvent event; m_changes.Take(event); m_hasNews = true) {
         const size_t bytes = event.bytes.size();
+        const eParam_t id = event.id;
         event.number = m_events.End() + 1;
-        m_events.Add(event.id, std::move(event), bytes);
+        m_events.Add(id, std::move(event), bytes);
     }
     const uint64_t leftOut = m_changes.TakeLeftOut();
     if (leftOut == 0) return;

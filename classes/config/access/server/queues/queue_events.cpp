@@ -22,10 +22,11 @@ QueueEvents::~QueueEvents()
 void QueueEvents::Add(QueueEvent event, bool wake)
 {
     const size_t bytes = event.bytes.size();
+    const eParam_t id = event.id;
     {
         const MutexLock hold(m_lock);
         m_isEmpty = false;
-        m_events.Add(event.id, std::move(event), bytes);
+        m_events.Add(id, std::move(event), bytes);
         if (!wake || std::exchange(m_isWoken, true)) return;
     }
     Wake();
