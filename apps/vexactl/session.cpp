@@ -106,7 +106,7 @@ class Watcher : public ConfigEventListener, public vexa::ConnectionListener {
 
     void ConnectionChanged(vexa::ConnectionChange change) override
     {
-        if (change == vexa::ConnectionChange::kEventsMissing) m_isMissing = true;
+        if (change != vexa::ConnectionChange::kLost) m_isMissing = true;
         eventfd_write(m_changed, 1);
     }
 
@@ -398,7 +398,7 @@ void Session::WaitForWatch(double seconds)
 }
 
 /// Waits for a change, a signal, the end of the output or the time, after which the device is asked whether it
-/// is still there.
+/// is still there; so it is when the connection seems lost, for another daemon may have taken the queue over.
 void Session::WaitForNews(long long milliseconds)
 {
     pollfd events[] = {
@@ -406,7 +406,7 @@ void Session::WaitForNews(long long milliseconds)
     const int ready = poll(events, 3, static_cast<int>(milliseconds));
     Interrupts::Instance().Check();
     if (events[2].revents & POLLERR) throw OutputClosed{};
-    if (ready == 0 && IsRemote() && !IsOver("multicast:"))
+    if ((ready == 0 || !vexa::IsReachable(*m_config)) && IsRemote() && !IsOver("multicast:"))
         Ask([](Config& config) { return config.Get(eParamID_SystemState); });
     eventfd_t ignored;
     eventfd_read(m_watcher->ChangedFd(), &ignored);

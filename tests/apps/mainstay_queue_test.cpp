@@ -196,6 +196,24 @@ TEST_F(MainstayQueue, AListenerSurvivesTheDaemonsEnd)
 /// As a user would. The other transports are watched where they have no name of the machine.
 using MainstayQueueNotify = MainstayQueue;
 
+TEST_F(MainstayQueueNotify, AWatchOutlivesTheDaemonAndSaysThatItMayHaveMissedChanges)
+{
+    Program watcher(Command("queue", {"watch", "ReelName"}));
+    const auto shows = [&](const std::string& name) {
+        return Eventually([&] {
+            Tool({"set", "ReelName", name});
+            return watcher.Out().find(name) != std::string::npos;
+        });
+    };
+    EXPECT_TRUE(shows("before"));
+    EndDaemon(SIGKILL);
+    Start();
+    watcher.WaitForOutput("vexactl: changes may be missing\n");
+    EXPECT_TRUE(shows("after"));
+    watcher.Signal(SIGINT);
+    EXPECT_EQ(watcher.Wait().status, 0);
+}
+
 TEST_F(MainstayQueueNotify, TheToolReachesTheDaemonThroughQueues)
 {
     Program watcher(Command("queue", {"watch"}));
