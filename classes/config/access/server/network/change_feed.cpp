@@ -153,21 +153,25 @@ std::shared_ptr<ChangeFeed> ChangeFeed::Of(Config& config, std::endian payloadOr
     std::erase_if(all.feeds, [](const auto& entry) { return entry.second.expired(); });
     std::weak_ptr<ChangeFeed>& known = all.feeds[{&config, payloadOrder}];
     std::shared_ptr<ChangeFeed> feed = known.lock();
-    if (!feed) known = feed = std::make_shared<ChangeFeed>(config, payloadOrder);
+    if (!feed) {
+        feed = std::make_shared<ChangeFeed>(config, payloadOrder);
+        feed->Start();
+        known = feed;
+    }
     return feed;
 }
 
 ChangeFeed::ChangeFeed(Config& config, std::endian payloadOrder)
     : m_config(config), m_payloadOrder(payloadOrder)
 {
+}
+
+/// Not in the constructor: events come from here on, and share the feed.
+void ChangeFeed::Start()
+{
     m_config.AddConfigEventListener(this);
-    try {
-        const NoSignals inherited;
-        m_thread = std::thread([this] { Run(); });
-    } catch (...) {
-        m_config.RemoveConfigEventListener(this);
-        throw;
-    }
+    const NoSignals inherited;
+    m_thread = std::thread([this] { Run(); });
 }
 
 ChangeFeed::~ChangeFeed()
@@ -178,7 +182,7 @@ ChangeFeed::~ChangeFeed()
         m_stop = true;
         m_changed.NotifyAll();
     }
-    m_thread.join();
+    if (m_thread.joinable()) m_thread.join();
 }
 
 ChangeFeed::Position ChangeFeed::Add(const std::shared_ptr<TcpStream>& receiver)

@@ -24,7 +24,7 @@ class TcpStream;
 /// and waits for none of them. The events are sent on the feed's thread, or by a connection's thread that has
 /// used its input up: each client gets all that there is for it in one piece.
 ///
-/// Registered with the store from construction to destruction. Thread: any.
+/// Registered with the store until its destruction. Thread: any.
 class ChangeFeed final : public ConfigEventListener, public std::enable_shared_from_this<ChangeFeed> {
   public:
     /// As it is sent, but for the words of the receiver.
@@ -75,10 +75,11 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
         size_t m_bytes = 0;
     };
 
-    /// The feed of a store, made if there is none. It must end before the store does.
+    /// The feed of a store, made if there is none. It must end before the store does. Throws when there is no
+    /// memory or no thread.
     /// @param payloadOrder  of texts.
     static std::shared_ptr<ChangeFeed> Of(Config& config, std::endian payloadOrder);
-    /// Use Of. Throws when there is no thread.
+    /// Use Of.
     ChangeFeed(Config& config, std::endian payloadOrder);
     /// Hold no lock.
     ~ChangeFeed() override;
@@ -100,6 +101,7 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
     bool ParamChanged(eParam_t id, std::string value, timeval time) override;
 
   private:
+    void Start();
     void AddEvent(eParam_t id, Event event);
     void Lose();
     void Deliver();
