@@ -120,6 +120,12 @@ ChangeFeed::Gathering::~Gathering()
     t_gathering = nullptr;
 }
 
+void ChangeFeed::Gathering::SetStore(const Config* config)
+{
+    Deliver();
+    if (t_gathering) t_gathering->m_config = config;
+}
+
 bool ChangeFeed::Gathering::HasEvents()
 {
     return t_gathering && t_gathering->m_feed;
@@ -136,6 +142,7 @@ void ChangeFeed::Gathering::Deliver()
 /// @return false when the event has to leave by itself, or the others with it.
 bool ChangeFeed::Gathering::Holds(ChangeFeed& feed, size_t bytes)
 {
+    if (&feed.m_config != m_config) return false;
     if (!m_feed) m_feed = feed.weak_from_this().lock();
     if (m_feed.get() != &feed) return false;
     m_bytes += bytes;

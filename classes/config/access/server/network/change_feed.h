@@ -55,8 +55,8 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
         std::vector<size_t> m_begins;
     };
 
-    /// While it lives, the changes of this thread wait for each other, up to kBatchBytes: for a thread that
-    /// answers requests which have already arrived. One per thread.
+    /// While it lives, the changes that this thread makes to one store wait for each other, up to kBatchBytes:
+    /// for a thread that answers requests which have already arrived. One per thread.
     class Gathering {
       public:
         Gathering();
@@ -64,6 +64,9 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
         Gathering(const Gathering&) = delete;
         Gathering& operator=(const Gathering&) = delete;
 
+        /// The store, which this thread keeps open; null: none. Delivers what the one before has. Without a
+        /// gathering it does nothing.
+        static void SetStore(const Config* config);
         static bool HasEvents();
         /// Has the events delivered. Hold no lock.
         static void Deliver();
@@ -71,6 +74,7 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
       private:
         friend class ChangeFeed;
         bool Holds(ChangeFeed& feed, size_t bytes);
+        const Config* m_config = nullptr;    // a feed of another store might outlive it here
         std::shared_ptr<ChangeFeed> m_feed;  // that has events of this thread
         size_t m_bytes = 0;
     };

@@ -102,6 +102,7 @@ bool NetworkTCPConnection::OpenStore(eConfigID_t configID)
     if (m_config && m_configID == configID) return true;
     LeaveStore();
     m_config = OpenPeerStore(configID);
+    ChangeFeed::Gathering::SetStore(m_config);
     m_configID = configID;
     return m_config != nullptr;
 }
@@ -109,6 +110,7 @@ bool NetworkTCPConnection::OpenStore(eConfigID_t configID)
 void NetworkTCPConnection::LeaveStore()
 {
     m_stream->StopListening();
+    ChangeFeed::Gathering::SetStore(nullptr);
     ClosePeerStore(m_config);
     m_config = nullptr;
 }

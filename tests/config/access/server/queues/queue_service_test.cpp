@@ -108,7 +108,7 @@ struct Heard {
 // More than the history of the backlog holds, so that a stuck listener misses some. A slow one reads one in ten.
 TEST_F(MainstayQueueService, WhatListenersHearLastIsWhatTheStoreHolds)
 {
-    constexpr int kChanges = 30'000, kAtATime = 10;
+    constexpr int kChanges = 60'000, kAtATime = 10;
     enum { kStuck, kSlow, kQuick };
     for (const long depth : {10L, kLibrarysDepth}) {
         SCOPED_TRACE(depth);
