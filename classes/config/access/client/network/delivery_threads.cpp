@@ -60,9 +60,10 @@ bool EventsThread::Start(const char* name, std::atomic<bool>& stop, const std::f
     DeliveryThreads::Join(m_thread);  // ended by itself
     stop = false;
     try {
+        m_running = true;  // the thread may end at once
         m_thread = m_threads.Start(name, [this, body] { Run(body); });
-        m_running = true;
     } catch (const std::system_error&) {
+        m_running = false;
         Print("NetworkClient::StartEventsThread - unable to start thread");
     }
     return m_running;
@@ -75,7 +76,6 @@ void EventsThread::Run(const std::function<void()>& body)
     } catch (...) {
         Print("NetworkClient::ProcessEvents - ended by an exception\n");
     }
-    const MutexLock hold(m_lock);
     m_running = false;
 }
 

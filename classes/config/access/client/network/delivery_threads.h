@@ -45,6 +45,8 @@ class EventsThread {
     /// @param body  returns when there is nothing more to come.
     /// @return false, after one line, when no thread can be started.
     bool Start(const char* name, std::atomic<bool>& stop, const std::function<void()>& body);
+    /// For the body, when it receives no more: from now on Start waits for its end and starts another thread.
+    void MarkEnded() { m_running = false; }
     /// Waits for its end. The body must be on its way out.
     void Join();
 
@@ -54,7 +56,7 @@ class EventsThread {
     DeliveryThreads& m_threads;
     Mutex m_lock;
     std::thread m_thread VEXA_GUARDED_BY(m_lock);
-    bool m_running VEXA_GUARDED_BY(m_lock) = false;
+    std::atomic<bool> m_running = false;  // set under the lock, cleared by the thread
 };
 
 }  // namespace vexa::corvalis::config::access

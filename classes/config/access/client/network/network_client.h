@@ -84,6 +84,8 @@ class NetworkClient : public vexa::CatalogueConfig, public vexa::Connection {
     DeliveryThreads& Threads() { return m_threads; }
     /// Whether the client is ending: no further event is delivered.
     bool IsStopping() const { return m_stopEvents; }
+    /// For the end of ProcessEvents: a listener that is added later has it started anew.
+    void MarkEventsEnded() { m_eventsThread.MarkEnded(); }
     /// Whether there is a server that answers: not for a client that is bound for multicast.
     bool HasServer() const { return m_hasServer; }
     void NoteExchange(bool isAnswered);

@@ -189,6 +189,7 @@ void NetworkUDPClient::ProcessEvents()
         if (HasServer() && !IsStopping() && !Listeners().IsEmpty()) Probe();
     }
     DiagnosticLog("NetworkUDPClient::ProcessEvents exit\n");
+    MarkEventsEnded();  // before the other thread tells it
     const MutexLock hold(m_queueLock);
     m_receiverEnded = true;  // the other thread delivers the rest
     m_queueChanged.NotifyAll();
@@ -353,9 +354,12 @@ void NetworkUDPClient::ResponseQueueHandler()
         }
     }
     if (m_stopQueue || IsStopping()) return;
+    m_queueThread.MarkEnded();
+    {
+        const MutexLock hold(m_queueLock);
+        m_queueEnded = true;
+    }
     SetDeaf(true);
-    const MutexLock hold(m_queueLock);
-    m_queueEnded = true;
 }
 
 }  // namespace vexa::corvalis::config::access
