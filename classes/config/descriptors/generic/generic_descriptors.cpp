@@ -54,8 +54,13 @@ void CreateGroup_1()
 void CreateDescriptors()
 {
     if (!g_paramDescriptors.empty()) return;
-    CreateGroup_0();
-    CreateGroup_1();
+    try {
+        CreateGroup_0();
+        CreateGroup_1();
+    } catch (...) {
+        DestroyDescriptors();  // half of them would pass for all from then on
+        throw;
+    }
 }
 
 void DestroyDescriptors()

@@ -3,6 +3,7 @@
 #include <libintl.h>
 
 #include <clocale>
+#include <exception>
 
 #include "config/base/log.h"
 #include "config/base/semaphore_helper.h"
@@ -36,13 +37,61 @@ void DeleteAll() VEXA_REQUIRES(buildLock)
     vexa::config::generic::DestroyDescriptors();
 }
 
+/// Half a catalogue would pass for a built one from then on.
+void BuildAllOrNone() VEXA_REQUIRES(buildLock)
+{
+    try {
+        Build();
+    } catch (...) {
+        DeleteAll();
+        throw;
+    }
+}
+
+/// "C" and its relatives have the texts of the catalogue themselves. Without them an earlier foreign language
+/// would stay.
+void SetProcessLocale(const std::string& name)
+{
+    for (const char* const locale : {name.c_str(), "C.UTF-8", "C"})
+        if (setlocale(LC_ALL, locale)) return;
+}
+
+/// The text domain that the builders ask for translations, for the life of a scope.
+class TextDomain {
+  public:
+    TextDomain() : m_before(Current()) { textdomain(kTextDomain); }
+    ~TextDomain() { textdomain(m_before.c_str()); }
+    TextDomain(const TextDomain&) = delete;
+    TextDomain& operator=(const TextDomain&) = delete;
+
+  private:
+    /// A copy: textdomain answers with a pointer into storage that its next call frees.
+    static std::string Current()
+    {
+        const char* const current = textdomain(nullptr);
+        return current ? current : "messages";
+    }
+
+    const std::string m_before;
+};
+
+bool Rebuild(const std::string& localeName)
+{
+    const TextDomain ofTheCatalogue;
+    DestroyDescriptors();
+    SetProcessLocale(localeName);
+    bindtextdomain(kTextDomain, kLocaleFolder);
+    CreateDescriptors();
+    return true;
+}
+
 }  // namespace
 
 void CreateDescriptors()
 {
     SemaphoreHelper hold(buildLock);
     if (CProductFeatures::canDoi18n()) bindtextdomain(kTextDomain, kLocaleFolder);
-    if (g_paramDescriptors.empty()) Build();
+    if (g_paramDescriptors.empty()) BuildAllOrNone();
 }
 
 // The product predicates take the model from the environment, so the device adds nothing to the sequence.
@@ -88,7 +137,7 @@ void ImportGenericDescriptors()
 }
 
 bool SetLocaleDescriptors(unsigned int locale)
-{
+try {
     if (!CProductFeatures::canDoi18n()) return false;
     ParamDescriptor* const descriptor = FindDescriptor(eParamID_Locale);
     if (!descriptor) {
@@ -101,16 +150,7 @@ bool SetLocaleDescriptors(unsigned int locale)
                     locale);
         return false;
     }
-    const std::string localeName = locales->GetEnumValueDescriptor(locale).shortName;
-    // textdomain answers with a pointer into storage that its next call frees.
-    const char* const current = textdomain(nullptr);
-    const std::string textDomain = current ? current : "messages";
-
-    DestroyDescriptors();
-    setlocale(LC_ALL, localeName.c_str());
-    bindtextdomain(kTextDomain, kLocaleFolder);
-    textdomain(kTextDomain);
-    CreateDescriptors();
-    textdomain(textDomain.c_str());
-    return true;
+    return Rebuild(locales->GetEnumValueDescriptor(locale).shortName);
+} catch (const std::exception& error) {
+    return vexa::Report("SetLocaleDescriptors(%d): %s\n", locale, error.what());
 }

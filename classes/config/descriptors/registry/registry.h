@@ -9,7 +9,8 @@
 
 class BDX4Device;
 
-/// Builds the catalogue for the current model; does nothing when it is built.
+/// Builds the catalogue for the current model; does nothing when it is built. Without memory for all of it the
+/// registry stays empty and std::bad_alloc leaves, since nothing works without a catalogue.
 VEXA_EXPORT void CreateDescriptors();
 /// The same on behalf of a device driver.
 VEXA_EXPORT void CreateDescriptors(BDX4Device* device);
@@ -26,5 +27,6 @@ VEXA_EXPORT void ImportGenericDescriptors();
 
 /// Rebuilds the catalogue in the language of one value of eParamID_Locale. Call it before the first Connect:
 /// all descriptors are replaced. A locale that the machine lacks leaves the texts untranslated.
-/// @return false, with the registry as it was, when the model has no translations or no such parameter.
+/// @return false, with the registry as it was, when the model has no translations or no such parameter; false
+/// after one line when the memory ran out, with the registry empty if that happened on the way.
 VEXA_EXPORT bool SetLocaleDescriptors(unsigned int locale);

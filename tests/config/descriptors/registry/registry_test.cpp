@@ -9,6 +9,7 @@
 #include "config/descriptors/placeholder.h"
 #include "config/descriptors/registry/menu_order.h"
 #include "config/descriptors/registry/param_groups.h"
+#include "support/failing_new.h"
 #include "support/in_child.h"
 
 namespace generic = vexa::config::generic;
@@ -51,6 +52,22 @@ TEST_F(RegistryTest, BuildsOnceAndAgainAfterItWasDestroyed)
     EXPECT_TRUE(g_paramDescriptors.empty() && generic::g_paramDescriptors.empty());
     CreateDescriptors(nullptr);
     EXPECT_EQ(g_paramDescriptors.size(), built.size());
+}
+
+TEST_F(RegistryTest, IsBuiltWholeOrNotAtAll)
+{
+    const std::pair<void (*)(), long> builds[] = {{CreateDescriptors, 100}, {generic::CreateDescriptors, 3}};
+    for (const auto& [build, step] : builds) {
+        const auto attempt = [build = build] {
+            try {
+                build();
+                DestroyDescriptors();
+            } catch (const std::bad_alloc&) {
+            }
+            EXPECT_TRUE(g_paramDescriptors.empty() && generic::g_paramDescriptors.empty());
+        };
+        EXPECT_GT(WithEachAllocationFailing(attempt, step), 10);
+    }
 }
 
 TEST_F(RegistryTest, LooksUpByIdentifierAndByExactName)
@@ -198,6 +215,22 @@ TEST(Locale, IsSwitchedByARebuildThatKeepsTheTextDomain)
     });
 }
 
+TEST(Locale, ASwitchWithoutMemoryLeavesNoHalfOfACatalogue)
+{
+    ExpectOnModel("OAK", [] {
+        CreateDescriptors();
+        const size_t whole = g_paramDescriptors.size();
+        textdomain("front-panel");
+        const auto change = [whole] {
+            SetLocaleDescriptors(1);
+            EXPECT_STREQ(textdomain(nullptr), "front-panel");
+            CreateDescriptors();
+            EXPECT_EQ(g_paramDescriptors.size(), whole);
+        };
+        EXPECT_GT(WithEachAllocationFailing(change, 100), 10);
+    });
+}
+
 TEST(Locale, ARefusedSwitchLeavesTheRegistryAsItWas)
 {
     const auto refused = [] {
@@ -212,6 +245,14 @@ TEST(Locale, ARefusedSwitchLeavesTheRegistryAsItWas)
     ExpectOnModel("ALDER", refused, "");
     ExpectOnModel("OAK", refused,
                   "SetLocaleDescriptors(-1) dynamic_cast of descriptor for eParamID_Locale failed\n");
+    // No placeholder is asked: it would be one more that is never freed.
+    const auto refusedWithoutLocales = [] {
+        const size_t retained = CountRetainedDescriptors();
+        EXPECT_FALSE(SetLocaleDescriptors(1));
+        EXPECT_EQ(CountRetainedDescriptors(), retained);
+    };
+    ExpectOnModel("OAK", refusedWithoutLocales,
+                  "SetLocaleDescriptors(1) got nullptr for ::GetDescriptor(eParamID_Locale)\n");
 }
 
 }  // namespace
