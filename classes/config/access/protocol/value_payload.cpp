@@ -59,6 +59,14 @@ class BigEndianDeSerializer : public MemoryDeSerializer {
     }
 };
 
+/// The standard classes without a value. What they contain, and every object in it, would be made first, and
+/// announce itself in the log.
+bool IsNoValue(eClassID_t id)
+{
+    return id == eClassID_SectorHeader || id == eClassID_Checkpoint || id == eClassID_PresetsParamVector ||
+           id == eClassID_Vector || id == eClassID_PackageHeader;
+}
+
 }  // namespace
 
 std::string WritePayload(Serializable* object, std::endian order)
@@ -68,7 +76,10 @@ std::string WritePayload(Serializable* object, std::endian order)
     if (bytes.empty()) return bytes;
     MemorySerializer stream(kFormat, bytes.data(), bytes.data() + bytes.size(), false);
     BigEndianSerializer bigEndian(kFormat, bytes.data(), bytes.data() + bytes.size(), false);
-    (order == std::endian::native ? stream : bigEndian).Write("Serializable", copy.get());
+    MemorySerializer& writer = order == std::endian::native ? stream : bigEndian;
+    writer.Write("Serializable", copy.get());
+    // An object without a copy may have changed since it was measured.
+    bytes.resize(writer.Failed() ? 0 : writer.GetBytesWritten());
     return bytes;
 }
 
@@ -77,7 +88,11 @@ std::unique_ptr<Serializable> ReadPayload(const char* payload, size_t length, st
     char* const start = const_cast<char*>(payload);  // only read
     MemoryDeSerializer stream(kFormat, start, start + length, false);
     BigEndianDeSerializer bigEndian(kFormat, start, start + length, false);
-    return ReadPrivate(order == std::endian::native ? stream : bigEndian);
+    MemoryDeSerializer& reader = order == std::endian::native ? stream : bigEndian;
+    long classID = 0;
+    // A long is peeked at: the object is read from the same position.
+    if (!reader.Read("ClassID", classID) || IsNoValue(static_cast<eClassID_t>(classID))) return nullptr;
+    return ReadPrivate(reader);
 }
 
 bool ReadTextPayload(const char* payload, size_t length, std::string& text, std::endian order)

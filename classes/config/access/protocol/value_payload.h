@@ -30,8 +30,8 @@ std::string MessageBytes(const Record& record, const std::string& payload = {})
 /// @param order  of its words.
 std::string WritePayload(Serializable* object, std::endian order = std::endian::native);
 
-/// The object that a payload holds, which the caller owns; null when it holds no whole object of a known
-/// class. Thread: any.
+/// The value that a payload holds, which the caller owns; null when it holds no whole object of a known
+/// class. Records and containers, which no message carries, are not decoded. Thread: any.
 std::unique_ptr<Serializable> ReadPayload(const char* payload, size_t length,
                                           std::endian order = std::endian::native);
 /// The same, only for a text.
