@@ -24,7 +24,8 @@ ClassFactory* Find(eClassID_t id)
     SemaphoreHelper hold(registryLock);
     const auto found = registry->find(id);
     if (found != registry->end()) return found->second;
-    if (registry->size() < kMaxEntries) (*registry)[id] = nullptr;
+    // An entry in an empty registry would keep the standard factories out.
+    if (!registry->empty() && registry->size() < kMaxEntries) (*registry)[id] = nullptr;
     return nullptr;
 }
 
@@ -48,8 +49,27 @@ void RegisterAllOrNone(void (*registerAll)()) VEXA_REQUIRES(initLock)
         registerAll();
     } catch (...) {
         Empty();
-        throw;
     }
+}
+
+bool HasSharedObjects(eClassID_t id)
+{
+    return id == eClassID_IntegerValue || id == eClassID_StringValue || id == eClassID_SectorHeader ||
+           id == eClassID_Checkpoint;
+}
+
+/// Whether the factory has one object for all. It is asked, since applications register factories that were
+/// written before anybody asked.
+/// @param object  that it, or the factory that it replaced meanwhile, has made.
+bool Shares(ClassFactory& factory, const Serializable* object)
+{
+    Serializable* const next = factory.Create();
+    if (next == object) return true;
+    Serializable* const nextButOne = factory.Create();
+    if (next == nextButOne) return true;
+    delete next;
+    delete nextButOne;
+    return false;
 }
 
 }  // namespace
@@ -69,7 +89,7 @@ void ClassFactory::Register(ClassFactory* factory)
 }
 
 Serializable* ClassFactory::Create(eClassID_t id)
-{
+try {
     InitFactories();
     ClassFactory* const factory = Find(id);
     if (!factory) {
@@ -79,6 +99,8 @@ Serializable* ClassFactory::Create(eClassID_t id)
     Serializable* const object = factory->Create();
     if (object) object->SetClassID(id);
     return object;
+} catch (...) {
+    return nullptr;
 }
 
 void ClassFactory::DestroyFactories()
@@ -90,15 +112,18 @@ void ClassFactory::DestroyFactories()
     }
 }
 
-bool ClassFactory::IsShared(eClassID_t id)
-{
-    return id == eClassID_IntegerValue || id == eClassID_StringValue || id == eClassID_SectorHeader ||
-           id == eClassID_Checkpoint;
+bool ClassFactory::IsShared(Serializable* object)
+try {
+    if (!HasSharedObjects(object->GetClassID())) return false;
+    ClassFactory* const factory = Find(object->GetClassID());
+    return !factory || Shares(*factory, object);
+} catch (...) {
+    return true;  // one that is lost does less harm than one that is deleted twice
 }
 
 void ClassFactory::Release(Serializable* object)
 {
-    if (object && !IsShared(object->GetClassID())) delete object;
+    if (object && !IsShared(object)) delete object;
 }
 
 vexa::RecursiveMutex& ClassFactory::PrototypeMutex()

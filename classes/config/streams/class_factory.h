@@ -27,20 +27,23 @@ class VEXA_EXPORT ClassFactory {
     virtual Serializable* Create() = 0;
 
     /// Registers the standard factories, unless any factory is registered already. So call it before you
-    /// register other factories.
+    /// register other factories. Without memory for all of them none is registered, and the next call tries
+    /// again.
     static void InitFactories();
     /// Registers a factory in place of an earlier one for its class. The factory must have been made with new
     /// and belongs to the registry from now on; the one that it replaces is kept, since its object may be in
     /// use.
     static void Register(ClassFactory* factory);
-    /// An object of this class, labelled with it. An unknown class prints one line and gives null.
+    /// An object of this class, labelled with it. An unknown class prints one line and gives null; so does,
+    /// without a line, a factory that throws.
     static Serializable* Create(eClassID_t id);
     /// Deletes every registered factory, for the very end of the process: nothing can be created afterwards,
     /// and the standard factories are not registered again.
     static void DestroyFactories();
 
-    /// Whether objects of this class belong to their factory.
-    static bool IsShared(eClassID_t id);
+    /// Whether an object of Create still belongs to its factory: one of classes 0, 1, 6 and 7, unless a factory
+    /// that makes new objects was registered for it.
+    static bool IsShared(Serializable* object);
     /// Gives an object of Create back: deletes it unless it is shared. Null is allowed.
     static void Release(Serializable* object);
     /// Held from Create until the content of a shared object has been copied. Recursive, because objects
@@ -48,8 +51,7 @@ class VEXA_EXPORT ClassFactory {
     static vexa::RecursiveMutex& PrototypeMutex();
 
   private:
-    /// Runs `registerAll` unless a factory is registered. All of its factories are registered or none:
-    /// without memory for one, the next call tries again.
+    /// Runs `registerAll` unless a factory is registered. All of its factories are registered or none.
     static void RegisterIfEmpty(void (*registerAll)());
 
     const eClassID_t m_classID;

@@ -9,7 +9,7 @@
 /// Reads the fields that a Serializer wrote, in the same order. The names are for the reader of the code.
 ///
 /// A read beyond the end fails: the result is false, the out-value neutral (0, "", false, null, length 0),
-/// and every later read fails as well. Thread: one at a time. The order of the virtual operations is part of
+/// and every later read fails as well, until the reader is pointed at another sector. Thread: one at a time. The order of the virtual operations is part of
 /// the contract: append only.
 class VEXA_EXPORT DeSerializer {
   public:
@@ -38,6 +38,9 @@ class VEXA_EXPORT DeSerializer {
     bool Failed() const { return m_failed; }
     /// Marks the stream as unusable; for objects whose fields make no sense together.
     void Fail() { m_failed = true; }
+
+  protected:
+    void ClearFailure() { m_failed = false; }
 
   private:
     eSerializationFormat m_format;

@@ -34,13 +34,16 @@ class VEXA_EXPORT MemoryDeSerializer : public DeSerializer {
     /// Always true: the sector is the whole stream.
     bool IsEndOfStream() override { return true; }
 
-    bool GetFlag() const { return m_flag; }
-
     virtual char* GetPos() { return m_position; }
     virtual void SetPos(char* position) { m_position = position; }
     virtual bool IsEndOfSector() { return m_position >= m_end; }
     virtual char* GetSectorStart() { return m_start; }
-    virtual void SetSectorStart(char* start) { m_start = start; }
+    /// Another sector: what failed in the last one is forgotten. Set its end and the position as well.
+    virtual void SetSectorStart(char* start)
+    {
+        m_start = start;
+        ClearFailure();
+    }
     virtual char* GetSectorEnd() { return m_end; }
     virtual void SetSectorEnd(char* end) { m_end = end; }
     /// Bytes between the position and the end.
@@ -56,6 +59,6 @@ class VEXA_EXPORT MemoryDeSerializer : public DeSerializer {
     char* m_position;
     char* m_start;
     char* m_end;
-    bool m_flag;
+    [[maybe_unused]] bool m_flag;
     unsigned int m_nesting = 0;
 };

@@ -35,13 +35,16 @@ class VEXA_EXPORT MemorySerializer : public Serializer {
     void Write(std::string name, char* buffer, unsigned int length) override;
     void Wrote(unsigned int bytes) override;
 
-    bool GetFlag() const { return m_flag; }
-
     virtual char* GetPos() { return m_position; }
     virtual void SetPos(char* position) { m_position = position; }
     virtual bool IsEndOfBuffer() { return m_position >= m_end; }
     virtual char* GetBufferStart() { return m_start; }
-    virtual void SetBufferStart(char* start) { m_start = start; }
+    /// Another buffer: what failed in the last one is forgotten. Set its end and the position as well.
+    virtual void SetBufferStart(char* start)
+    {
+        m_start = start;
+        ClearFailure();
+    }
     virtual char* GetBufferEnd() { return m_end; }
     virtual void SetBufferEnd(char* end) { m_end = end; }
     /// Bytes between the position and the end.
@@ -54,7 +57,7 @@ class VEXA_EXPORT MemorySerializer : public Serializer {
     char* m_position;
     char* m_start;
     char* m_end;
-    bool m_flag;
+    [[maybe_unused]] bool m_flag;
 };
 
 /// Writes nothing and counts the bytes that a MemorySerializer would write. Thread: one at a time.

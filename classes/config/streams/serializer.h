@@ -40,11 +40,13 @@ class VEXA_EXPORT Serializer {
 
     eSerializationFormat GetFormat() const { return m_format; }
     unsigned int GetBytesWritten() const { return m_bytesWritten; }
-    /// Whether a write failed; stays set. A sender then drops the whole message.
+    /// Whether a write failed; stays set until the writer gets another buffer. A sender then drops the whole
+    /// message.
     bool Failed() const { return m_failed; }
 
   protected:
     void Fail() { m_failed = true; }
+    void ClearFailure() { m_failed = false; }
     /// Header and fields of an object, within the nesting limit.
     void WriteObject(Serializable* object, eClassID_t classID);
 

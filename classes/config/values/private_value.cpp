@@ -1,5 +1,7 @@
 #include "config/values/private_value.h"
 
+#include <typeinfo>
+
 #include "config/streams/deserializer.h"
 #include "config/values/checkpoint.h"
 #include "config/values/config_value.h"
@@ -17,11 +19,16 @@ std::unique_ptr<Serializable> CopyShared(Serializable* object)
     return nullptr;
 }
 
+bool IsSameKind(const ConfigValue& a, const ConfigValue& b)
+{
+    return typeid(a) == typeid(b);
+}
+
 std::unique_ptr<Serializable> ReadLocked(DeSerializer& stream) VEXA_REQUIRES(ClassFactory::PrototypeMutex())
 {
     Serializable* object = nullptr;
     if (!stream.Read("Serializable", object) || !object) return nullptr;
-    if (ClassFactory::IsShared(object->GetClassID())) return CopyShared(object);
+    if (ClassFactory::IsShared(object)) return CopyShared(object);
     return std::unique_ptr<Serializable>(object);
 }
 
@@ -29,10 +36,13 @@ std::unique_ptr<Serializable> ReadLocked(DeSerializer& stream) VEXA_REQUIRES(Cla
 
 PrivateCopy::PrivateCopy(Serializable* object) : m_object(object)
 {
-    if (auto* const value = dynamic_cast<ConfigValue*>(object)) {
-        m_clone.reset(value->Clone());
-        m_object = m_clone.get();
-    }
+    auto* const value = dynamic_cast<ConfigValue*>(object);
+    if (!value) return;
+    std::unique_ptr<ConfigValue> clone(value->Clone());
+    if (!clone || !IsSameKind(*clone, *value)) return;
+    clone->SetClassID(value->GetClassID());
+    m_clone = std::move(clone);
+    m_object = m_clone.get();
 }
 
 std::unique_ptr<Serializable> ReadPrivate(DeSerializer& stream)

@@ -8,7 +8,8 @@
 class DeSerializer;
 
 /// The object that a sender measures and then writes. A stored value may change between the two steps, so it
-/// is cloned first; other objects have no clone and are used as they are. Thread: one at a time.
+/// is cloned first. Other objects have no clone and are used as they are, as is a value of an application's own
+/// class that inherits Clone, which would leave its fields out. Thread: one at a time.
 class PrivateCopy {
   public:
     /// @param object  borrowed; may be null.
@@ -21,7 +22,7 @@ class PrivateCopy {
 };
 
 /// Reads the next object, which the caller owns. The class factory shares the objects of some classes, so
-/// their content is copied before another thread can read into them. Thread: any, one at a time for one
+/// their content is copied (values by their Clone) before another thread can read into them. Thread: any, one at a time for one
 /// stream.
 /// @return null when the stream holds no whole object of a known class.
 std::unique_ptr<Serializable> ReadPrivate(DeSerializer& stream);

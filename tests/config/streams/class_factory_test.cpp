@@ -5,6 +5,7 @@
 
 #include "config/values/checkpoint.h"
 #include "config/values/standard_factories.h"
+#include "support/failing_new.h"
 #include "support/gate.h"
 #include "support/in_child.h"
 #include "support/stderr_of.h"
@@ -94,6 +95,19 @@ TEST(ClassFactory, AReplacedFactoryStaysAndDestroyedOnesAreNotRebuilt)
             EXPECT_EQ(Make(20), nullptr);
         },
         NotFound("0") + NotFound("20"));
+}
+
+TEST(ClassFactory, WithoutMemoryNothingIsMadeAndTheNextCallTriesAgain)
+{
+    ExpectInChild([] {
+        const auto make = [] { ClassFactory::Release(Make(8)); };
+        EXPECT_GT(WithEachAllocationFailing(make), 10);
+        for (const unsigned int id : {0u, 14u}) {
+            Serializable* const made = Make(id);
+            EXPECT_NE(made, nullptr) << id;
+            ClassFactory::Release(made);
+        }
+    });
 }
 
 /// Holds up the registry until its gate opens, and then is not registered after all.

@@ -12,6 +12,7 @@
 #include "config/values/private_value.h"
 #include "config/values/sector_header.h"
 #include "config/values/vector.h"
+#include "support/failing_new.h"
 #include "support/golden.h"
 #include "support/stderr_of.h"
 #include "support/stream_bytes.h"
@@ -86,6 +87,8 @@ TEST(MemorySerializer, LaysFieldsDownInHostOrderAtAnyAlignmentWhereTheyFit)
                 EXPECT_EQ(writer.Available(), static_cast<ptrdiff_t>(fits ? 0 : room));
                 writer.Write("", static_cast<unsigned char>(1));
                 EXPECT_EQ(buffer.Text(), before + (fits ? row.bytes : empty)) << "stays failed";
+                writer.SetBufferStart(buffer.begin());
+                EXPECT_FALSE(writer.Failed()) << "in another buffer as well";
             }
         }
 }
@@ -125,6 +128,11 @@ TEST(MemoryDeSerializer, ReadsFieldsAtAnyAlignmentAndPeeksBytesAndLongs)
             reader.SetPos(reader.GetSectorStart());
             unsigned char byte = 1;
             EXPECT_FALSE(reader.Read("", byte)) << "the failure stays";
+            const Exactly next("\1");
+            reader.SetSectorStart(next.begin());
+            reader.SetSectorEnd(next.end());
+            reader.SetPos(next.begin());
+            EXPECT_TRUE(reader.Read("", byte)) << "but not for another sector";
         }
     }
     Reader other(Words({0xBEEE}));
@@ -261,6 +269,20 @@ TEST(Stream, AnObjectThatThrowsWhileItReadsIsGivenUpAndReadsAsNull)
     Serializable* object = &before;
     StderrOf([&] { EXPECT_FALSE(reader.Read("Serializable", object)); });
     EXPECT_EQ(object, nullptr);
+}
+
+TEST(Stream, AnObjectWithoutMemoryReadsAsNullAndIsGivenUp)
+{
+    Reader reader(Golden("stream.PresetsParamVector"));
+    const auto read = [&reader] {
+        reader.SetSectorStart(reader.GetSectorStart());
+        reader.SetPos(reader.GetSectorStart());
+        Serializable* object = nullptr;
+        const bool ok = reader.Read("Serializable", object);
+        EXPECT_EQ(ok, object != nullptr);
+        ClassFactory::Release(object);
+    };
+    StderrOf([&] { EXPECT_GT(WithEachAllocationFailing(read), 5); });
 }
 
 TEST(Stream, NestingIsLimited)

@@ -6,6 +6,7 @@
 #include "config/values/sector_header.h"
 #include "config/values/vector.h"
 #include "support/gate.h"
+#include "support/in_child.h"
 #include "support/stderr_of.h"
 #include "support/stream_bytes.h"
 
@@ -55,6 +56,79 @@ TEST(ReadPrivate, AThreadThatReadsMeanwhileDoesNotChangeWhatAnotherReads)
         EXPECT_TRUE(one && one->IsEqual(ones[i].get())) << i;
         EXPECT_TRUE(two && two->IsEqual(twos[i].get())) << i;
     }
+}
+
+/// A value of an application: a number with a unit, and a count of those that live.
+class Measured : public IntegerValue {
+  public:
+    explicit Measured(std::string unit) : IntegerValue(0, kID, eCParam_IntegerValue, 7), m_unit(unit)
+    {
+        SetClassID(eClassID_t{20});
+        ++alive;
+    }
+    ~Measured() override { --alive; }
+    bool Serialize(Serializer* serializer) override
+    {
+        IntegerValue::Serialize(serializer);
+        serializer->Write("Unit", m_unit);
+        return true;
+    }
+    bool Deserialize(DeSerializer* deserializer) override
+    {
+        IntegerValue::Deserialize(deserializer);
+        return deserializer->Read("Unit", m_unit);
+    }
+    static inline int alive = 0;
+
+  private:
+    std::string m_unit;
+};
+
+/// In place of the standard factory of numbers; with a prototype, as that one has, or without.
+class MeasuredFactory : public ClassFactory {
+  public:
+    explicit MeasuredFactory(Measured* prototype)
+        : ClassFactory(eClassID_IntegerValue), m_prototype(prototype)
+    {
+        Register(this);
+    }
+    Serializable* Create() override { return m_prototype ? m_prototype : new Measured(""); }
+
+  private:
+    Measured* const m_prototype;
+};
+
+TEST(ReadPrivate, TakesTheNewObjectsOfAFactoryAsTheyAreAndLeavesSharedOnes)
+{
+    ExpectInChild([] {
+        ClassFactory::InitFactories();
+        Measured sent("dB");
+        sent.SetClassID(eClassID_IntegerValue);
+        const std::string bytes = Streamed(sent);
+        const auto read = [](const std::string& from) {
+            Reader reader(from);
+            return ReadPrivate(reader);
+        };
+        new MeasuredFactory(nullptr);
+        EXPECT_EQ(Streamed(*read(bytes)), bytes);
+        EXPECT_EQ(read(bytes.substr(0, bytes.size() - 1)), nullptr);
+        EXPECT_EQ(Measured::alive, 1);
+
+        Measured prototype("");
+        new MeasuredFactory(&prototype);
+        EXPECT_NE(read(bytes), nullptr);
+        EXPECT_EQ(read(bytes.substr(0, bytes.size() - 1)), nullptr);
+        EXPECT_EQ(Measured::alive, 2);
+    });
+}
+
+TEST(PrivateCopy, IsOfTheSameClassAndKind)
+{
+    Measured measured("dB");
+    EXPECT_EQ(Streamed(*PrivateCopy(&measured).get()), Streamed(measured));
+    IntegerValue relabelled(0, kID, eCParam_IntegerValue, 7);
+    relabelled.SetClassID(eClassID_t{21});
+    EXPECT_EQ(PrivateCopy(&relabelled).get()->GetClassID(), 21u);
 }
 
 TEST(PrivateCopy, StaysAsItWasWhileTheOriginalChanges)
