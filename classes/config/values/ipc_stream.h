@@ -3,6 +3,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
+#include <vector>
 
 #include "config/base/export.h"
 #include "config/streams/memory_deserializer.h"
@@ -29,15 +31,16 @@ class VEXA_EXPORT IPCSerializer : public MemorySerializer {
 
     using MemorySerializer::Write;
     /// Sends a copy of the object, taken at the start: another thread may change the object meanwhile.
-    /// @return false, without waiting, when the queue is full or does not exist, or the object cannot be
-    /// written.
+    /// @return false, without waiting, when the queue is full or does not exist, the object cannot be written,
+    /// or is larger than a message may be.
     bool Write(CONFIGMGR_STREAM_HEADER_T header, Serializable* object);
 
   private:
     int m_queue;
 };
 
-/// Receives objects. Thread: one at a time.
+/// Receives objects. Keep one reader for a type: it remembers headers that came before their data. Thread: one
+/// at a time.
 class VEXA_EXPORT IPCDeSerializer : public MemoryDeSerializer {
   public:
     /// @param limit  how long to wait for the header, and again for the data.
@@ -48,15 +51,25 @@ class VEXA_EXPORT IPCDeSerializer : public MemoryDeSerializer {
     using MemoryDeSerializer::Read;
     bool Read(Serializable*& object) override;
     bool IsEndOfStream() override { return true; }
-    /// Waits for the header of the given type and reads the object behind it.
-    /// @param header  in: `type` to wait for; out: the received header.
+    /// Waits for the header of the given type and reads the object behind it. A header whose data is missing, as
+    /// a sender leaves it that was refused in between, is passed over, as is data without a header.
+    /// @param header  in: `type` to wait for; out: the header of the object.
     /// @param wait  false: answer null at once when no header is there.
-    /// @return an object of ClassFactory::Create (shared for some classes: hold
-    /// ClassFactory::PrototypeMutex() until
-    /// it is copied), or null: no message came in time, or the two messages do not fit together.
+    /// @return an object of ClassFactory::Create, or null: no message came in time, or no whole object. For
+    /// some classes the object is shared: hold ClassFactory::PrototypeMutex() during the call, with all of its
+    /// waiting, and until the object is copied, unless this is the only thread that reads objects.
     virtual Serializable* Read(CONFIGMGR_STREAM_HEADER_T& header, bool wait);
+    /// The same, with an object that the caller owns. Others may read objects meanwhile.
+    std::unique_ptr<Serializable> ReadPrivate(CONFIGMGR_STREAM_HEADER_T& header, bool wait);
 
   private:
+    class Message;
+    bool Receive(CONFIGMGR_STREAM_HEADER_T& header, bool wait, Message& data);
+    bool TakeHeader(int32_t type);
+    bool FindOwner(const Message& data, CONFIGMGR_STREAM_HEADER_T& header);
+    MemoryDeSerializer StreamOf(const Message& data) const;
+
     int m_queue;
     std::chrono::milliseconds m_limit;
+    std::vector<CONFIGMGR_STREAM_HEADER_T> m_headers;  // taken from the queue before their data, in order
 };
