@@ -16,8 +16,7 @@ int WaitThroughSignals(sem_t* semaphore)
 
 }  // namespace
 
-SemaphoreHelper::SemaphoreHelper(LockSemaphore* lock)
-    : m_semaphore(lock ? &lock->raw : nullptr), m_owesPost(lock != nullptr)
+SemaphoreHelper::SemaphoreHelper(sem_t* semaphore) : m_semaphore(semaphore), m_owesPost(semaphore != nullptr)
 {
     if (m_owesPost && WaitThroughSignals(m_semaphore) != 0)
         vexa::PrintError("Semaphore(): call to sem_wait failed\n");

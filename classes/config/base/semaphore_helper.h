@@ -20,7 +20,13 @@ class VEXA_SCOPED_CAPABILITY VEXA_EXPORT SemaphoreHelper {
   public:
     explicit SemaphoreHelper(LockSemaphore& lock) VEXA_ACQUIRE(lock) : SemaphoreHelper(&lock) {}
     /// @param lock  borrowed; null: nothing is waited for and nothing posted.
-    explicit SemaphoreHelper(LockSemaphore* lock) VEXA_ACQUIRE(lock);
+    explicit SemaphoreHelper(LockSemaphore* lock) VEXA_ACQUIRE(lock)
+        : SemaphoreHelper(lock ? &lock->raw : nullptr)
+    {
+    }
+    /// For a bare semaphore, of which the analysis knows nothing: what it guards is not checked.
+    /// @param semaphore  as above.
+    explicit SemaphoreHelper(sem_t* semaphore);
     ~SemaphoreHelper() VEXA_RELEASE();
     SemaphoreHelper(const SemaphoreHelper&) = delete;
     SemaphoreHelper& operator=(const SemaphoreHelper&) = delete;

@@ -34,7 +34,8 @@ class VEXA_EXPORT EnumDescriptor : public IntegerDescriptor {
     /// The value's name; "0x1f" when there is none.
     virtual std::string GetEnumValue(unsigned int value);
 
-    /// Whether the value is in the table; spares validators the copy of the whole table.
+    /// Whether the value is in the table; spares validators the copy of the whole table. So a derived class that
+    /// overrides GetEnumValueDescriptors is not asked: it sets its values instead.
     bool HasEnumValue(unsigned int value) const { return m_values.contains(value); }
 
   private:

@@ -96,7 +96,8 @@ class VEXA_EXPORT ParamDescriptor {
     /// Replace the content of the caller's map. Numeric and string attributes are separate name spaces.
     virtual void GetAttributes(std::map<std::string, unsigned int>& out);
     virtual void GetAttributes(std::map<std::string, std::string>& out) { out = m_stringAttributes; }
-    /// The numeric attribute, or null: for look-ups on every write, which must not allocate.
+    /// The numeric attribute, or null: for look-ups on every write, which must not allocate. So a derived class
+    /// that overrides GetAttribute is not asked.
     const unsigned int* FindNumber(std::string_view key) const;
     /// @param out  untouched when the key is absent.
     virtual bool GetAttribute(std::string key, unsigned int& out);

@@ -33,11 +33,9 @@ Config* GetMappingConfig(const std::string& transport)
 
 std::atomic<Config*> CParam_ZK9::_pConfigAccess = nullptr;
 
-CParam_ZK9::CParam_ZK9(eParam_t id, eParamType_t type) : CParam_ZK9(id, type, std::string("udp")) {}
-
-CParam_ZK9::CParam_ZK9(eParam_t id, eParamType_t type, const std::string& transport) : CParam(id, type)
+CParam_ZK9::CParam_ZK9(eParam_t id, eParamType_t type) : CParam(id, type)
 {
-    if (ConnectOnce(transport)) return;
+    if (ConnectOnce()) return;
     vexa::Print("CParam_ZK9::CParam_ZK9 Connect failed\n");
     ConfigFactoryImpl::GetInstance()->Disconnect(nullptr);
     exit(1);
@@ -51,19 +49,19 @@ CParam_ZK9::CParam_ZK9(eParam_t id, eParamType_t type, Config* config) : CParam(
 
 namespace {
 
-bool MakeConnection(std::atomic<Config*>& shared, const std::string& transport) VEXA_REQUIRES(connectLock)
+bool MakeConnection(std::atomic<Config*>& shared) VEXA_REQUIRES(connectLock)
 {
-    if (!shared) shared = GetMappingConfig(transport);
+    if (!shared) shared = GetMappingConfig("udp");
     return shared != nullptr;
 }
 
 }  // namespace
 
 /// @return whether there is a shared connection; first objects on two threads make a single one.
-bool CParam_ZK9::ConnectOnce(const std::string& transport)
+bool CParam_ZK9::ConnectOnce()
 {
     SemaphoreHelper hold(connectLock);
-    return MakeConnection(_pConfigAccess, transport);
+    return MakeConnection(_pConfigAccess);
 }
 
 unsigned int CParam_ZK9::GetParamValue()

@@ -94,12 +94,8 @@ class VEXA_EXPORT CParam_ZK9 : public CParam {
     /// values.
     std::string GetParamEnumName(eParam_t id, unsigned int value);
 
-  protected:
-    /// The same as the first, over a transport of the derived class's choice.
-    CParam_ZK9(eParam_t id, eParamType_t type, const std::string& transport);
-
   private:
-    static bool ConnectOnce(const std::string& transport);
+    static bool ConnectOnce();
 
     static std::atomic<Config*> _pConfigAccess;
 };

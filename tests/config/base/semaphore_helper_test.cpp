@@ -1,5 +1,6 @@
 #include "config/base/semaphore_helper.h"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -15,6 +16,21 @@
 
 namespace {
 
+thread_local bool waitFails = false;
+
+}  // namespace
+
+/// In front of the C library's.
+extern "C" int sem_wait(sem_t* semaphore)
+{
+    static const auto original = reinterpret_cast<int (*)(sem_t*)>(dlsym(RTLD_NEXT, "sem_wait"));
+    if (!waitFails) return original(semaphore);
+    errno = EINVAL;
+    return -1;
+}
+
+namespace {
+
 TEST(SemaphoreHelper, AFailedPostIsReportedAndNullIsNothingToHold)
 {
     LockSemaphore full;
@@ -26,6 +42,31 @@ TEST(SemaphoreHelper, AFailedPostIsReportedAndNullIsNothingToHold)
                 testing::StartsWith("SemaphoreHelper::~SemaphoreHelper failed to post\n"));
     SemaphoreHelper::Destroy(full);
     EXPECT_EQ(StderrOf([] { std::make_unique<SemaphoreHelper>(static_cast<LockSemaphore*>(nullptr)); }), "");
+}
+
+TEST(SemaphoreHelper, HoldsABareSemaphoreAndGoesOnWithoutOneThatFails)
+{
+    sem_t bare;
+    ASSERT_TRUE(SemaphoreHelper::Init(&bare));
+    const auto count = [&bare] {
+        int now = -1;
+        sem_getvalue(&bare, &now);
+        return now;
+    };
+    {
+        const SemaphoreHelper hold(&bare);
+        EXPECT_EQ(count(), 0);
+    }
+    EXPECT_EQ(count(), 1);
+    EXPECT_EQ(StderrOf([&] {
+                  waitFails = true;
+                  const SemaphoreHelper hold(&bare);
+                  waitFails = false;
+                  EXPECT_EQ(count(), 1) << "it was not taken";
+              }),
+              "Semaphore(): call to sem_wait failed\n: Invalid argument\n");
+    EXPECT_EQ(count(), 2) << "posted all the same";
+    EXPECT_TRUE(SemaphoreHelper::Destroy(&bare));
 }
 
 std::atomic<int> signalsHandled = 0;
