@@ -26,7 +26,7 @@ class VEXA_SCOPED_CAPABILITY VEXA_EXPORT SemaphoreHelper {
     }
     /// For a bare semaphore, of which the analysis knows nothing: what it guards is not checked.
     /// @param semaphore  as above.
-    explicit SemaphoreHelper(sem_t* semaphore);
+    explicit SemaphoreHelper(sem_t* semaphore) VEXA_NO_THREAD_SAFETY_ANALYSIS;
     ~SemaphoreHelper() VEXA_RELEASE();
     SemaphoreHelper(const SemaphoreHelper&) = delete;
     SemaphoreHelper& operator=(const SemaphoreHelper&) = delete;
