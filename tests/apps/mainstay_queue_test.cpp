@@ -111,6 +111,7 @@ TEST_F(MainstayQueue, TellsEveryClientOfEveryChange)
         EXPECT_THAT(client->stream, HasSubstr("from tcp"));
         EXPECT_EQ(event.streamLength, client->stream.size());
     }
+    EXPECT_THAT(m_daemon->Inherited(), testing::IsEmpty());
     EXPECT_EQ(two.SetEvents(false), 65u);
     deaf.Ask(81, kNumber, 8);
     EXPECT_EQ(one.Receive().value, 8u);

@@ -14,6 +14,7 @@
 using testing::AllOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
+using testing::IsEmpty;
 
 namespace {
 
@@ -39,6 +40,7 @@ class Daemon {
     }
     void Signal(int signal) const { m_program.Signal(signal); }
     ProgramResult Wait() { return m_program.Wait(); }
+    std::vector<std::string> Inherited() const { return m_program.Inherited(); }
 
     /// A configuration of its own, because all daemons of a host multicast to the same group.
     std::string Tcp() const { return "tcp://127.0.0.1:" + tcpPort + "/" + kConfig; }
@@ -88,6 +90,8 @@ TEST(Mainstay, WatchersSeeWhatOthersSet)
     EXPECT_EQ(Tool(daemon.Udp(), {"alarms", "raise", "SW_Error_Alarm", "It broke"}).status, 0);
     overMulticast.WaitForOutput("SW_Error_Alarm = raised, ERROR: \"It broke\"\n");
     EXPECT_EQ(Tool(daemon.Tcp(), {"alarms", "raised"}).status, 6) << "TCP carries no data";
+    for (const Program* const watcher : watchers) EXPECT_THAT(watcher->Inherited(), IsEmpty());
+    EXPECT_THAT(daemon.Inherited(), IsEmpty());
 
     overTcp.Signal(SIGINT);
     EXPECT_EQ(overTcp.Wait().status, 0);

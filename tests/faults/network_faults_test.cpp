@@ -192,7 +192,20 @@ TEST(NetworkFaults, WithoutMemoryOneClientSuffersAtMost)
     }
 }
 
-// Not a fault, but only the calls show it.
+// Not faults, but only the calls show them.
+
+// In two pieces it could have an event between them.
+TEST(NetworkFaults, AReplyAndItsPayloadLeaveTogether)
+{
+    FaultyDaemon daemon;
+    RawPeer peer(daemon.tcpPort);
+    ASSERT_TRUE(IsServed(peer, true));
+    const int before = daemon.faults.Begun(kSend);
+    peer.Send(Request(112, kText));
+    EXPECT_EQ(RecordOf(peer.Receive(4 + SetText().size()))[0], 128u);
+    EXPECT_EQ(daemon.faults.Begun(kSend), before + 1);
+}
+
 TEST(NetworkFaults, EventsOfRequestsThatArriveTogetherLeaveTogether)
 {
     constexpr int kListeners = 30;  // more than the thread that answers the requests serves itself

@@ -1,14 +1,22 @@
 #include "support/failing_new.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
 
 constexpr long kNever = -1;
 thread_local long toSkip = kNever;
+thread_local size_t largest = 0;
 
 }  // namespace
+
+size_t TakeLargestNew()
+{
+    return std::exchange(largest, 0);
+}
 
 FailingNew::FailingNew(long skip)
 {
@@ -29,6 +37,7 @@ bool FailingNew::Failed() const
 
 void* operator new(size_t size, const std::nothrow_t&) noexcept
 {
+    largest = std::max(largest, size);
     if (toSkip != kNever && toSkip-- == 0) return nullptr;
     return malloc(size ? size : 1);
 }

@@ -1,5 +1,10 @@
-/// Lets allocations of the test's own thread fail, as they do when memory is short.
+/// Lets allocations of the test's own thread fail, as they do when memory is short, and measures them.
 #pragma once
+
+#include <cstddef>
+
+/// The largest allocation of this thread by operator new so far, and from now on again.
+std::size_t TakeLargestNew();
 
 /// One allocation of this thread by operator new fails with std::bad_alloc while the object lives.
 class FailingNew {

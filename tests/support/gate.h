@@ -34,6 +34,8 @@ class WatchedThread {
         return !m_done;
     }
 
+    bool HasEnded() const { return m_done; }
+
   private:
     bool IsAsleep() const
     {

@@ -1,5 +1,6 @@
 #include "support/program.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -7,6 +8,9 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
 
 namespace {
 
@@ -19,6 +23,12 @@ void ChangeEnvironment(const std::vector<std::string>& environment)
         else
             setenv(entry.substr(0, equals).c_str(), entry.substr(equals + 1).c_str(), 1);
     }
+}
+
+std::string LinkOf(const std::filesystem::path& path)
+{
+    std::error_code isGone;
+    return std::filesystem::read_symlink(path, isGone);
 }
 
 }  // namespace
@@ -78,6 +88,25 @@ void Program::WaitForOutput(const std::string& text) const
 void Program::Signal(int signal) const
 {
     if (m_child > 0) kill(m_child, signal);  // -1 would be every process
+}
+
+std::vector<std::string> Program::Inherited() const
+{
+    const std::string process = "/proc/" + std::to_string(m_child);
+    std::set<std::string> known;  // it has inherited these itself
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        known.insert(LinkOf(entry.path()));
+    std::vector<std::string> inherited;
+    for (const auto& entry : std::filesystem::directory_iterator(process + "/fdinfo")) {
+        std::ifstream info(entry.path());
+        std::string word, flags;
+        while (info >> word && word != "flags:") continue;
+        info >> flags;
+        const std::string what = LinkOf(process + "/fd/" + entry.path().filename().string());
+        if ((strtoul(flags.c_str(), nullptr, 8) & O_CLOEXEC) == 0 && !known.contains(what))
+            inherited.push_back(what);
+    }
+    return inherited;
 }
 
 ProgramResult Program::Wait()

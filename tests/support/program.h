@@ -30,6 +30,9 @@ class Program {
     void WaitForOutput(const std::string& text) const;
     void Signal(int signal) const;
     ProgramResult Wait();
+    /// What the descriptors are that a program which it starts would inherit, besides those that it has inherited
+    /// itself.
+    std::vector<std::string> Inherited() const;
 
   private:
     /// A file without a name that goes when it is closed. Unlike a pipe it never blocks a program

@@ -1,7 +1,7 @@
 // A listener may be deleted once RemoveConfigEventListener has returned, whatever it was registered with.
 #include "config/listeners/listener_list.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <optional>
 #include <string>
@@ -64,5 +64,25 @@ TEST_P(Removal, WaitsForTheCallbackOfAnotherThread)
 }
 INSTANTIATE_TEST_SUITE_P(, Removal, testing::Values("store", "cache", "tcp", "udp"),
                          [](const auto& row) { return row.param; });
+
+TEST(ListenerList, AListenerThatWritesIntoDataDoesNotChangeWhatOthersHear)
+{
+    struct Scribbler : RecordingListener {
+        bool DataChanged(eParam_t, std::string& data, timeval) override
+        {
+            data[0] = '#';
+            return true;
+        }
+    } scribbler;
+    RecordingListener listener;
+    LocalStore store(72);
+    store->AddConfigEventListener(&scribbler);
+    store->AddConfigEventListener(&listener);
+    std::string data = "as it is";
+    store->SetData(eParamID_TestData, data);
+    EXPECT_THAT(listener.Heard(), testing::Contains(testing::EndsWith("=as it is")));
+    store->RemoveConfigEventListener(&scribbler);
+    store->RemoveConfigEventListener(&listener);
+}
 
 }  // namespace

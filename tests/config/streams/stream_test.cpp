@@ -285,6 +285,18 @@ TEST(Stream, AnObjectWithoutMemoryReadsAsNullAndIsGivenUp)
     StderrOf([&] { EXPECT_GT(WithEachAllocationFailing(read), 5); });
 }
 
+TEST(Stream, ASenderDoesNotChooseHowMuchIsAllocated)
+{
+    const std::string number = Streamed(*Number(7));
+    for (const std::string& bytes : {Words({9, 0x01000000}) + number, Words({8, 0x01000000}) + number,
+                                     Words({8, 1}) + number + Words({0x7FFFFFFF}) + "presets"}) {
+        Reader reader(bytes);
+        TakeLargestNew();
+        StderrOf([&] { EXPECT_EQ(ReadPrivate(reader), nullptr); });
+        EXPECT_LT(TakeLargestNew(), 64u * 1024) << testing::PrintToString(bytes);
+    }
+}
+
 TEST(Stream, NestingIsLimited)
 {
     std::string bytes = Words({9, 0});

@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <memory>
 #include <vector>
@@ -116,6 +119,37 @@ TEST(NetworkEventListener, DeadlinesFallOnTheSamePointOfASecond)
         EXPECT_EQ(deadline.tv_sec, expected.tv_sec) << timeout;
         EXPECT_EQ(deadline.tv_nsec, expected.tv_nsec) << timeout;
     }
+}
+
+TEST_F(NetworkEventListenerTest, CloseReturnsWhenNobodyIsInsideAnyMore)
+{
+    static std::atomic<bool> isHeld, mayGo;
+    isHeld = mayGo = false;
+    // Keeps a thread where it is, in its wait.
+    signal(SIGUSR1, [](int) {
+        isHeld = true;
+        while (!mayGo) usleep(1000);
+    });
+    listener.Open(kUri);
+    std::atomic<pthread_t> waiter;
+    std::atomic<bool> hasLeft = false;
+    const WatchedThread waiting([&] {
+        waiter = pthread_self();
+        ConfigEvent mine;
+        EXPECT_FALSE(listener.WaitForConfigEvent(mine));
+        hasLeft = true;
+    });
+    ASSERT_TRUE(waiting.Waits());
+    pthread_kill(waiter, SIGUSR1);
+    EXPECT_TRUE(Eventually([&] { return isHeld.load(); }));
+    const WatchedThread closing([&] {
+        listener.Close();
+        EXPECT_TRUE(mayGo);
+    });
+    EXPECT_TRUE(closing.Waits());
+    mayGo = true;
+    EXPECT_TRUE(Eventually([&] { return hasLeft.load(); }));
+    signal(SIGUSR1, SIG_DFL);
 }
 
 TEST_F(NetworkEventListenerTest, ASignalAnEventThatIsNotKeptAndCloseEndWaits)

@@ -2,14 +2,18 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <set>
 #include <vector>
 
 #include "support/gate.h"
+#include "support/raw_peer.h"
 #include "support/stderr_of.h"
 
 namespace {
@@ -48,6 +52,25 @@ TEST(Socket, SendsAndReceivesUntilTheEnd)
     connection.client.close();
     char received[8];
     for (const int count : {3, 0}) EXPECT_EQ(connection.server.recv(received, sizeof received), count);
+}
+
+TEST(Socket, ADescriptorMayHaveAnyNumber)
+{
+    constexpr int kBeyondASet = FD_SETSIZE + 100;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit enough{std::max<rlim_t>(limit.rlim_cur, kBeyondASet + 1), limit.rlim_max};
+    if (setrlimit(RLIMIT_NOFILE, &enough) != 0) GTEST_SKIP() << "the system gives fewer descriptors";
+    Connection connection;
+    const int high = fcntl(connection.client.fd, F_DUPFD_CLOEXEC, kBeyondASet);
+    ASSERT_GE(high, kBeyondASet);
+    close(connection.client.fd);
+    connection.client.fd = high;
+    connection.server.send("x", 1);
+    EXPECT_TRUE(connection.client.read_select(RawPeer::kDeadlineMs));
+    char byte = 0;
+    EXPECT_EQ(connection.client.recv(&byte, 1), 1);
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 TEST(Socket, CloseWakesTheThreadInside)

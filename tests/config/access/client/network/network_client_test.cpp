@@ -8,6 +8,7 @@
 #include "config/access/client/network/network_factory.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/values/config_value.h"
+#include "support/gate.h"
 #include "support/network_events.h"
 #include "support/raw_peer.h"
 #include "support/recording_listener.h"
@@ -128,14 +129,21 @@ TEST_F(NetworkClientTest, AGetWithoutReplyEndsTheProcess)
         });
         net::NetworkClient* const client = Connect(server);
         client->SetReplyTimeout(20);
-        atexit([] { fputs("at exit\n", stderr); });
+        static const std::function<void()>* goodbye;
+        const std::function<void()> disconnect = [&] { m_factory.Disconnect(client); };
+        goodbye = &disconnect;
+        atexit([] {
+            (*goodbye)();
+            fputs("at exit\n", stderr);
+        });
+        alarm(RawPeer::kDeadlineMs / 1000);  // for a goodbye that waits for what its own process holds
         errno = 0;
         client->Get(kNumber);
     };
     for (const int type : {SOCK_STREAM, SOCK_DGRAM})
         EXPECT_EXIT(run(type), testing::ExitedWithCode(255),
                     "Socket::read_select - readfds is not set .timeout secs:0 usecs:20000.[^$]*"
-                    "NetworkClient::Get - select failed on port [0-9]+ .PID:[0-9]+.\nat exit");
+                    "NetworkClient::Get - select failed on port [0-9]+ .PID:[0-9]+.\n[^$]*at exit");
 }
 
 TEST_F(NetworkClientTest, ListenersAreRegisteredOnceAndMayUseTheClient)
@@ -171,6 +179,47 @@ TEST_F(NetworkClientTest, ListenersAreRegisteredOnceAndMayUseTheClient)
     EXPECT_EQ(busy.Heard().size(), 1u);
     EXPECT_TRUE(client->RemoveConfigEventListener(&other));
     StderrOf([&] { m_factory.Disconnect(client); });
+}
+
+TEST_F(NetworkClientTest, ARemovalThatIsNotConfirmedEnds)
+{
+    ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+        peer.Connect();
+        peer.Receive(28);
+        EXPECT_EQ(peer.Receive(28).msgtype, static_cast<uint32_t>(XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST));
+        ServeUntilDisconnect(peer);
+    });
+    net::NetworkClient* const client = Connect(server);
+    ASSERT_NE(client, nullptr);
+    client->SetReplyTimeout(20);
+    RecordingListener listener;
+    EXPECT_TRUE(client->AddConfigEventListener(&listener));
+    const std::string lines = StderrOf([&] {
+        const WatchedThread removing([&] { EXPECT_TRUE(client->RemoveConfigEventListener(&listener)); });
+        EXPECT_TRUE(Eventually([&] { return removing.HasEnded(); }));
+        client->SetReplyTimeout(RawPeer::kDeadlineMs);
+        m_factory.Disconnect(client);  // ends a removal that still waits
+    });
+    EXPECT_THAT(lines,
+                HasSubstr("UnregisterForEvents - msgtype != XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE"));
+}
+
+TEST_F(NetworkClientTest, TheNumberIsItsOwnResult)
+{
+    ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+        peer.Connect();
+        for (const uint32_t number : {7u, 0u})
+            peer.Send(ReplyTo(peer.Receive(), XCFG_GET_PARAM_RESPONSE, number));
+        ServeUntilDisconnect(peer);
+    });
+    net::NetworkClient* const client = Connect(server);
+    ASSERT_NE(client, nullptr);
+    unsigned int number = 5;
+    EXPECT_TRUE(client->Get(kNumber, number));
+    EXPECT_EQ(number, 7u);
+    EXPECT_FALSE(client->Get(kNumber, number)) << "as if it had failed, as callers know it";
+    EXPECT_EQ(number, 0u);
+    m_factory.Disconnect(client);
 }
 
 TEST_F(NetworkClientTest, AListenerThatComesLaterDoesNotHearOldValues)

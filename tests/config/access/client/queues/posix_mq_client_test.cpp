@@ -92,6 +92,20 @@ TEST_F(MainstayQueueClient, WrongAnswersFailInTheOrderOfTheChecks)
     EXPECT_TRUE(m_client->IsReachable());
 }
 
+TEST_F(MainstayQueueClient, TheNumberIsItsOwnResult)
+{
+    unsigned int number = 5;
+    EXPECT_TRUE(m_client->Get(kNumber, number));
+    EXPECT_EQ(number, 7u);
+    AnswerWith(XCFG_GET_PARAM_REQUEST, [](const MQRequest& request) {
+        auto answer = AnswerTo(request);
+        answer.value = 0;
+        return Bytes(answer);
+    });
+    EXPECT_FALSE(m_client->Get(kNumber, number)) << "as if it had failed, as callers know it";
+    EXPECT_EQ(number, 0u);
+}
+
 TEST_F(MainstayQueueClient, ShortAnswersAreFilledWithZeros)
 {
     m_client->Get(kNumber);  // leaves a whole answer in the buffer

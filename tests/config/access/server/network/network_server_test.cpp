@@ -250,6 +250,23 @@ TEST(NetworkServer, StoresForPeersAreLimited)
     EXPECT_TRUE(Eventually([&] { return !refuses(4000); }));
 }
 
+TEST(NetworkServer, OneThatEndsByItselfWaitsForItsStop)
+{
+    auto* const server = new NetworkServer(AF_INET, SOCK_DGRAM, 0);
+    ASSERT_TRUE(server->Init());
+    for (int descriptor = 3; descriptor < 100; ++descriptor) {
+        sockaddr_in address{};
+        socklen_t length = sizeof address;
+        if (getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
+            address.sin_family == AF_INET && ntohs(address.sin_port) == server->Port())
+            close(descriptor);
+    }
+    ASSERT_TRUE(server->Start());
+    ASSERT_FALSE(NetworkServer::WaitUntilStopped(std::chrono::milliseconds(50)));
+    server->Stop();
+    EXPECT_TRUE(NetworkServer::WaitUntilStopped(std::chrono::milliseconds(RawPeer::kDeadlineMs)));
+}
+
 TEST(NetworkServer, StartsAndStops)
 {
     TestServer running;
