@@ -34,8 +34,6 @@ class WatchedThread {
         return !m_done;
     }
 
-    bool HasEnded() const { return m_done; }
-
   private:
     bool IsAsleep() const
     {

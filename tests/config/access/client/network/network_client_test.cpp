@@ -8,7 +8,6 @@
 #include "config/access/client/network/network_factory.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/values/config_value.h"
-#include "support/gate.h"
 #include "support/network_events.h"
 #include "support/raw_peer.h"
 #include "support/recording_listener.h"
@@ -183,25 +182,23 @@ TEST_F(NetworkClientTest, ListenersAreRegisteredOnceAndMayUseTheClient)
 
 TEST_F(NetworkClientTest, ARemovalThatIsNotConfirmedEnds)
 {
-    ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+    std::promise<void> hasEnded;
+    ScriptedServer server(SOCK_STREAM, [&](ScriptedPeer& peer) {
         peer.Connect();
         peer.Receive(28);
         EXPECT_EQ(peer.Receive(28).msgtype, static_cast<uint32_t>(XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST));
-        ServeUntilDisconnect(peer);
+        EXPECT_TRUE(Comes(hasEnded));
     });
     net::NetworkClient* const client = Connect(server);
     ASSERT_NE(client, nullptr);
     client->SetReplyTimeout(20);
     RecordingListener listener;
     EXPECT_TRUE(client->AddConfigEventListener(&listener));
-    const std::string lines = StderrOf([&] {
-        const WatchedThread removing([&] { EXPECT_TRUE(client->RemoveConfigEventListener(&listener)); });
-        EXPECT_TRUE(Eventually([&] { return removing.HasEnded(); }));
-        client->SetReplyTimeout(RawPeer::kDeadlineMs);
-        m_factory.Disconnect(client);  // ends a removal that still waits
-    });
+    const std::string lines = StderrOf([&] { EXPECT_TRUE(client->RemoveConfigEventListener(&listener)); });
+    hasEnded.set_value();
     EXPECT_THAT(lines,
                 HasSubstr("UnregisterForEvents - msgtype != XCFG_REMOVE_CONFIG_EVENT_LISTENER_RESPONSE"));
+    StderrOf([&] { m_factory.Disconnect(client); });
 }
 
 TEST_F(NetworkClientTest, TheNumberIsItsOwnResult)

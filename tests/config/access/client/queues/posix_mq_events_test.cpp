@@ -29,14 +29,14 @@ TEST_F(MainstayQueueEvents, RequestsWorkAmongEvents)
         if (request.msgtype == XCFG_DISCONNECT_REQUEST) return false;
         sendEvents();
         self.Send(m_id, Bytes(AnswerTo(request)));
-        if (request.msgtype == XCFG_GET_PARAM_REQUEST) sendEvents();
+        sendEvents();
         return true;
     });
     ASSERT_TRUE(m_client->AddConfigEventListener(&m_listener));
-    ASSERT_TRUE(Eventually([&] { return m_listener.Heard().size() == 2; }))
-        << "before the registration's answer";
+    ASSERT_TRUE(Eventually([&] { return m_listener.Heard().size() == 4; }))
+        << "on both sides of the registration's answer";
     for (unsigned int i = 0; i < kRequests; ++i) ASSERT_EQ(m_client->Get(kNumber), 7u);
-    ASSERT_TRUE(Eventually([&] { return m_listener.Heard().size() == 2 + 4 * kRequests; }));
+    ASSERT_TRUE(Eventually([&] { return m_listener.Heard().size() == 4 + 4 * kRequests; }));
     m_daemon->SetScript(nullptr);
     const auto heard = m_listener.Heard();
     for (size_t i = 0; i < heard.size(); i += 2) {
