@@ -12,7 +12,6 @@ void CreateGroup_122()
                  .Status()
                  .Range(0, 100)
                  .Units("%")
-                 .ClassName("volatile")
                  .Description("How far the present job, such as formatting, has come."));
     if (CProductFeatures::hasFrontPanel()) {
         Register(
@@ -20,6 +19,7 @@ void CreateGroup_122()
                 .Feature(eFeature_1)
                 .Command()
                 .Length(0, 80)
+                .ClassName("volatile")
                 .Description("Text that the front panel shows until the next key press; empty removes it."));
     }
 }

@@ -19,6 +19,7 @@ void CreateStorage()
     Register(String(PARAM_ID(ClipToDelete), "Clip to Delete", "Clip Del")
                  .Command()
                  .Length(0, kPathLength)
+                 .ClassName("volatile")
                  .ClassName("panel_hidden")
                  .Description("Name of a clip; setting it deletes the clip."));
     Register(String(PARAM_ID(StoragePath), "Storage Path", "Path")
@@ -109,7 +110,6 @@ void CreateCurrentClip()
                  .Feature(eFeature_1)
                  .Status()
                  .Length(0, 11)
-                 .ClassName("volatile")
                  .Description("Time from the start of the clip to the present frame."));
     if (CProductFeatures::canDoPlayback()) {
         Register(Integer(PARAM_ID(CurrentPlaylistIndex), "Current Playlist Index", "List Idx")

@@ -8,7 +8,7 @@ namespace vexa::config::catalogue {
 
 namespace {
 
-constexpr unsigned int kClipNameLength = 64;
+constexpr unsigned int kClipNameLength = 64, kNoPlaylistIndex = 1000;
 
 /// 0 for an unknown model, then the models in the order of their table.
 ValueList Products()
@@ -62,7 +62,8 @@ void CreateTransport()
                  .Description("What the transport does."));
 }
 
-/// Cueing: moves playback to a place in the recorded material.
+/// Cueing: moves playback to a place in the recorded material. The empty time code and the index behind the last
+/// are at rest: the device puts them back, so that the same place can be asked for twice.
 void CreateCue()
 {
     Register(Integer(PARAM_ID(TransportRequestedSpeed), "Transport Requested Speed", "TranSped")
@@ -76,7 +77,6 @@ void CreateCue()
     Register(String(PARAM_ID(CueToTimecode), "Cue to Timecode", "Cue TC")
                  .Command()
                  .Length(0, 11)
-                 .ClassName("volatile")
                  .Description("Time code; setting it moves playback there."));
     Register(String(PARAM_ID(GoToClip), "Go to Clip", "GoToClip")
                  .Command()
@@ -84,12 +84,14 @@ void CreateCue()
                  .ClassName("volatile")
                  .ClassName("panel_hidden")
                  .Description("Name of a clip; setting it selects the clip for playback."));
-    Register(Integer(PARAM_ID(GoToPlaylistIndex), "Go to Playlist Index", "GoToIdx")
-                 .Command()
-                 .Range(0, 999)
-                 .ClassName("volatile")
-                 .ClassName("panel_hidden")
-                 .Description("Entry of the playlist, counted from 0; setting it moves playback there."));
+    Register(
+        Integer(PARAM_ID(GoToPlaylistIndex), "Go to Playlist Index", "GoToIdx")
+            .Command()
+            .Range(0, kNoPlaylistIndex)
+            .Default(kNoPlaylistIndex)
+            .ClassName("panel_hidden")
+            .Description(
+                "Entry of the playlist, counted from 0; setting it moves playback there; 1000 is none."));
 }
 
 void CreateGang()

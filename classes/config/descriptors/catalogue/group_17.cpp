@@ -40,6 +40,7 @@ void CreateClipNaming()
                  .NotInRegisters()
                  .Range(1, 999)
                  .Default(1)
+                 .ClassName("volatile")  // a new clip name sets it back without an event
                  .HiddenUnless(shown)
                  .DisabledBy(eParamID_UseCustomClipTake, 1)
                  .Dependent(eParamID_CombinedName)

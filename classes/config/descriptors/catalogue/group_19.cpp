@@ -57,6 +57,7 @@ void CreateGroup_19()
                  .NotInRegisters()
                  .Range(1, 999)
                  .Default(1)
+                 .ClassName("volatile")  // as the counted take
                  .HiddenUnless(shown)
                  .EnabledBy(eParamID_UseCustomClipTake, 1)
                  .Dependent(eParamID_CombinedName)

@@ -22,7 +22,8 @@ ValueList TimeZones()
 
 }  // namespace
 
-/// Group 55: the clock. A reset must not turn the clock back, so date and time take no part in it.
+/// Group 55: the clock. A reset must not turn the clock back, so date and time take no part in it. They are volatile
+/// because the clock runs on: the same time on another day is another command.
 void CreateGroup_55()
 {
     Register(Integer(PARAM_ID(DateSet), "Date", "Date")
@@ -30,12 +31,14 @@ void CreateGroup_55()
                  .Command()
                  .Range(20000101, 20991231)
                  .Default(20000101)
+                 .ClassName("volatile")
                  .ClassName("date_param")
                  .Description("Date of the clock, written as year, month and day in one number."));
     Register(Integer(PARAM_ID(TimeSet), "Time", "Time")
                  .Type(eCParam_Time)
                  .Command()
                  .Range(0, 235959)
+                 .ClassName("volatile")
                  .Description("Time of the clock, written as hours, minutes and seconds in one number."));
     Register(Enum(PARAM_ID(TimeZone), "Time Zone", "TimeZone")
                  .NotInRegisters()

@@ -60,12 +60,10 @@ void CreateGroup_8()
         Register(String(PARAM_ID(DisplayTimecode), "Display Timecode", "TC Disp")
                      .Status()
                      .Length(0, kTimecodeLength)
-                     .ClassName("volatile")
                      .Description("Time code of the frame that is being recorded or played."));
         Register(String(PARAM_ID(InputTimecode), "Input Timecode", "TC Input")
                      .Status()
                      .Length(0, kTimecodeLength)
-                     .ClassName("volatile")
                      .Description("Time code that arrives from the selected source."));
     }
 }

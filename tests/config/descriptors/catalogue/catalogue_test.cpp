@@ -12,6 +12,7 @@
 #include <set>
 #include <sstream>
 
+#include "config/access/client/cache/config_cache.h"
 #include "config/descriptors/catalogue/builders.h"
 #include "config/descriptors/enum_descriptor.h"
 #include "config/descriptors/placeholder.h"
@@ -218,6 +219,19 @@ TEST(Catalogue, EachModelHasItsParameters)
     EXPECT_EQ(now.str(), agreed.str()) << "if it is meant: cp " << copy << " " << file;
 }
 
+TEST(Catalogue, ReadonlyAndVolatileAreOnAsManyParametersAsAgreed)
+{
+    std::map<std::string, std::set<std::string>> carriers;
+    for (const auto& [parameter, models] : ReadFamily()) {
+        std::istringstream words(parameter);
+        std::string id;
+        words >> id;
+        for (std::string word; words >> word;) carriers[word].insert(id);
+    }
+    EXPECT_EQ(carriers["readonly"].size(), 27u);
+    EXPECT_EQ(carriers["volatile"].size(), 19u);
+}
+
 // ---- Rows: what the builders register, and how many forms of it the family knows ----
 
 const char* ClassOf(ParamDescriptor& descriptor)
@@ -374,6 +388,37 @@ TEST(Catalogue, TwoLineNamesOnlyOnTheTwoLinePanelAndOnlyWhenAsked)
                                               {eParamID_SensorCommand, 0u, "Idle"},
                                               {eParamID_SensorCommand, 2u, "Shutdown:\n  2 seconds"}})
             EXPECT_EQ(Get<EnumDescriptor>(id).GetEnumValue(value), name);
+    });
+}
+
+// ---- Through a cache ----
+
+TEST(Catalogue, CommandsCanBeGivenTwiceThroughACache)
+{
+    OnModel("OAK", [] {
+        TestStore store;
+        ConfigCache cache(&*store);
+        for (const eParam_t id : {eParamID_RegisterSave, eParamID_DateSet, eParamID_TimeSet})
+            for (int twice = 0; twice < 2; ++twice)
+                EXPECT_TRUE(cache.Set(id, Get<IntegerDescriptor>(id).GetFactoryDefault()));
+        for (const eParam_t id : {eParamID_GoToClip, eParamID_ClipToDelete, eParamID_DisplayMessage})
+            for (int twice = 0; twice < 2; ++twice) EXPECT_TRUE(cache.Set(id, std::string("a")));
+        EXPECT_THAT(store.listener.Heard(), testing::SizeIs(6 * 2));
+    });
+}
+
+TEST(Catalogue, ATakeThatANewNameSetsBackIsSeenThroughACache)
+{
+    OnModel("OAK", [] {
+        TestStore store;
+        ConfigCache cache(&*store);
+        for (const eParam_t take : {eParamID_Take, eParamID_CustomTake}) {
+            EXPECT_TRUE(cache.Set(take, 50u));
+            EXPECT_EQ(cache.Get(take), 50u);
+        }
+        store->Set(eParamID_ClipNumber, 7u);
+        store->Set(eParamID_CustomClipName, std::string("Reel"));
+        for (const eParam_t take : {eParamID_Take, eParamID_CustomTake}) EXPECT_EQ(cache.Get(take), 1u);
     });
 }
 
