@@ -19,7 +19,6 @@ bool CProductFeatures::hasFan() { return CurrentProductModel().fan; }
 bool CProductFeatures::has2ndPS() { return CurrentProductModel().secondPowerSupply; }
 bool CProductFeatures::hasVoltageSensing() { return CurrentProductModel().voltageSensing; }
 bool CProductFeatures::hasGenlock() { return CurrentProductModel().genlock; }
-bool CProductFeatures::canDoHeight(int height) { return height >= CurrentProductModel().minimumHeight; }
 bool CProductFeatures::isMultiChannel() { return CurrentProductModel().multiChannel; }
 bool CProductFeatures::usesFlashFileSystem() { return CurrentProductModel().flashFileSystem; }
 bool CProductFeatures::shouldEraseAllPresets() { return CurrentProductModel().eraseAllPresets; }
@@ -44,6 +43,12 @@ bool CProductFeatures::hasLut() { return CurrentProductModel().lut; }
 
 bool CProductFeatures::canDol10n(std::string locale)
 {
+bool CProductFeatures::canDoHeight(int height)
+{
+    const int minimum = CurrentProductModel().minimumHeight;
+    return minimum == 0 || height >= minimum;
+}
+
     constexpr const char* kTranslated[] = {"ja_JP.utf8", "ko_KR.utf8", "zh_CN.utf8"};
     return canDoi18n() && std::ranges::find(kTranslated, locale) != std::end(kTranslated);
 }

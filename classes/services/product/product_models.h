@@ -20,7 +20,7 @@ struct VEXA_EXPORT ProductModel {
     std::string_view name;
     SerialRow serial;
     int ethernetPorts = 1;
-    int minimumHeight = 0;  ///< smallest picture height in lines
+    int minimumHeight = 0;  ///< smallest picture height in lines; 0: none
     int sdiInputs = 1;
     int mediaSlots = 1;
     bool signalProcessor = false;  ///< a converter or frame synchroniser: no media

@@ -93,7 +93,7 @@ TEST(ProductID, AnUnknownModelHasNoFeaturesAndNoSerial)
             [] {
                 EXPECT_EQ(SerialNumber::GetFormattedSerialNumber(), "XX000000  ");
                 EXPECT_FALSE(CProductID::isALDER() || CProductFeatures::canDoi18n());
-                EXPECT_TRUE(CProductFeatures::canDoHeight(0));
+                for (const int height : {0, -1, INT_MIN}) EXPECT_TRUE(CProductFeatures::canDoHeight(height));
                 EXPECT_EQ(CProductFeatures::canDoEthernets(), 1);
             },
             "FormatSerialNumber: ERROR  Unknown ProductID\n"
