@@ -26,11 +26,13 @@ bool CProductFeatures::hasIdentifyLed() { return CurrentProductModel().identifyL
 bool CProductFeatures::hasTwoLinePanel() { return CurrentProductModel().twoLinePanel; }
 bool CProductFeatures::hasMedia() { return !CurrentProductModel().signalProcessor; }
 bool CProductFeatures::hasSecondSlot() { return hasMedia() && CurrentProductModel().mediaSlots > 1; }
+bool CProductFeatures::canDoInterval() { return hasMedia() && !isMultiChannel(); }
 int  CProductFeatures::countSDIInputs() { return CurrentProductModel().sdiInputs; }
 bool CProductFeatures::hasFrontPanel() { return CurrentProductModel().frontPanel; }
 bool CProductFeatures::hasColourDisplay() { return CurrentProductModel().colourDisplay; }
 bool CProductFeatures::canDoUHD() { return CurrentProductModel().uhd; }
 bool CProductFeatures::has12G() { return CurrentProductModel().sdi12G; }
+bool CProductFeatures::recordsUHD60() { return hasMedia() && canDoUHD() && has12G(); }
 bool CProductFeatures::canDoRGB444() { return CurrentProductModel().rgb444; }
 bool CProductFeatures::canDoXQ() { return CurrentProductModel().xq; }
 bool CProductFeatures::hasInputFrameSync() { return CurrentProductModel().frameSync; }
@@ -41,14 +43,14 @@ bool CProductFeatures::hasCameraData() { return CurrentProductModel().cameraData
 bool CProductFeatures::hasLut() { return CurrentProductModel().lut; }
 // clang-format on
 
-bool CProductFeatures::canDol10n(std::string locale)
-{
 bool CProductFeatures::canDoHeight(int height)
 {
     const int minimum = CurrentProductModel().minimumHeight;
     return minimum == 0 || height >= minimum;
 }
 
+bool CProductFeatures::canDol10n(std::string locale)
+{
     constexpr const char* kTranslated[] = {"ja_JP.utf8", "ko_KR.utf8", "zh_CN.utf8"};
     return canDoi18n() && std::ranges::find(kTranslated, locale) != std::end(kTranslated);
 }

@@ -35,6 +35,8 @@ class VEXA_EXPORT CProductFeatures {
     /// Records to media and so has clips, slots and a transport; false on converters and frame synchronisers.
     static bool hasMedia();
     static bool hasSecondSlot();
+    /// Records a few frames at regular intervals, on one channel.
+    static bool canDoInterval();
     static int countSDIInputs();
     static bool hasFrontPanel();
     /// A panel with a colour display of its own brightness, beside the key backlight.
@@ -42,6 +44,8 @@ class VEXA_EXPORT CProductFeatures {
     /// Pictures of 2160 lines.
     static bool canDoUHD();
     static bool has12G();
+    /// Records pictures of 2160 lines at 47.95 to 60 frames per second, which only 12G links bring in.
+    static bool recordsUHD60();
     /// Codecs with RGB 4:4:4, and the largest of them.
     static bool canDoRGB444();
     static bool canDoXQ();

@@ -7,7 +7,7 @@ namespace vexa::config::catalogue {
 /// Group 9: interval recording, on recorders with one channel.
 void CreateGroup_9()
 {
-    if (!CProductFeatures::hasMedia() || CProductFeatures::isMultiChannel()) return;
+    if (!CProductFeatures::canDoInterval()) return;
 
     Register(Enum(PARAM_ID(IntervalRecord), "Interval Record", "Intv Rec")
                  .Values(OffOn())

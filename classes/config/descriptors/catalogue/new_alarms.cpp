@@ -20,12 +20,19 @@ constexpr auto kInfo = Alarm::INFORMATION, kWarning = Alarm::WARNING, kError = A
 using Models = bool (*)();
 constexpr Models kAlways = nullptr, kMedia = CProductFeatures::hasMedia,
                  kPlayback = CProductFeatures::canDoPlayback, kRollover = CProductFeatures::canDoRollover,
-                 kChannels = CProductFeatures::isMultiChannel, kUHD = CProductFeatures::canDoUHD,
-                 kCamera = CProductFeatures::hasCameraData, kLut = CProductFeatures::hasLut,
-                 kGenlock = CProductFeatures::hasGenlock, kFan = CProductFeatures::hasFan,
-                 kTwoPS = CProductFeatures::has2ndPS, kVoltage = CProductFeatures::hasVoltageSensing;
+                 kChannels = CProductFeatures::isMultiChannel, kUHD60 = CProductFeatures::recordsUHD60,
+                 kInterval = CProductFeatures::canDoInterval, kCamera = CProductFeatures::hasCameraData,
+                 kLut = CProductFeatures::hasLut, kGenlock = CProductFeatures::hasGenlock,
+                 kFan = CProductFeatures::hasFan, kTwoPS = CProductFeatures::has2ndPS,
+                 kVoltage = CProductFeatures::hasVoltageSensing;
 
-/// Conditions under which the recorder raises and clears an alarm; "Key" is the record key.
+bool RollsOverUHD60()
+{
+    return CProductFeatures::canDoRollover() && CProductFeatures::recordsUHD60();
+}
+
+/// Conditions under which the recorder raises and clears an alarm; "Key" is the record key. An alarm of a unit that
+/// cannot record or play goes without them, so that its own components alone raise and clear it.
 constexpr const char *kRaiseRec = "raise_on_record", *kRaiseKey = "raise_on_record_pressed",
                      *kClearKey = "clear_on_record_pressed", *kClearPlay = "clear_on_play_pressed",
                      *kClearUser = "can_be_cleared", *kHidden = "hidden_param";
@@ -73,8 +80,8 @@ constexpr AlarmRow kAlarms[] = {
     {kWarning,  ROW(Genlock_Mismatch),                   "GenlkMis", kGenlock,  {}},
     {kWarning,  ROW(Non_VFR_Format),                     "Non VFR",  kMedia,    {kRaiseKey}},
     {kError,    ROW(No_Clip_Name),                       "No Name",  kMedia,    {kRaiseKey, kClearKey}},
-    {kError,    ROW(Unsupported_Media_4KP60HQ),          "No 4K60",  kUHD,      {kRaiseKey}},
-    {kError,    ROW(Rollover_Unsupported_Media_4KP60HQ), "RO 4K60",  kRollover, {kRaiseKey}},
+    {kError,    ROW(Unsupported_Media_4KP60HQ),          "No 4K60",  kUHD60,     {kRaiseKey}},
+    {kError,    ROW(Rollover_Unsupported_Media_4KP60HQ), "RO 4K60",  RollsOverUHD60, {kRaiseKey}},
     {kError,    ROW(No_Media_Installed),                 "No Media", kMedia,    {kRaiseKey, kClearPlay}},
     {kWarning,  ROW(Turn_Off_Camera_Data),               "Cam Data", kCamera,   {kRaiseKey, kClearUser}},
     {kError,    ROW(HQ_Not_Supported),                   "No HQ",    kMedia,    {kRaiseKey}},
@@ -89,7 +96,7 @@ constexpr AlarmRow kAlarms[] = {
     {kCritical, ROW(Safeboot),                           "Safeboot", kAlways,   {kHidden}},
     {kError,    ROW(Record_Inhibited),                   "Rec Inh",  kMedia,    {kRaiseKey, kClearKey}},
     {kError,    ROW(MXF_Record_Inhibited),               "MXF Inh",  kMedia,    {kRaiseKey, kClearKey}},
-    {kInfo,     ROW(Interval_Record_Enabled),            "Interval", kMedia,    {kRaiseKey, kHidden}},
+    {kInfo,     ROW(Interval_Record_Enabled),            "Interval", kInterval, {kRaiseKey, kHidden}},
     {kError,    ROW(ProRes_MultiChnl_Record_Format),     "PR MC",    kChannels, {kRaiseKey}},
     {kInfo,     ROW(Infinite_Record),                    "Inf Rec",  kMedia,    {kRaiseRec, kHidden}},
 };
@@ -115,12 +122,19 @@ std::string AtRest(alarms::Alarm_Severity severity)
     return alarm.SerializeAsString();
 }
 
+bool Applies(std::string_view className)
+{
+    if (className == kRaiseRec || className == kRaiseKey || className == kClearKey)
+        return CProductFeatures::hasMedia();
+    return className != kClearPlay || CProductFeatures::canDoPlayback();
+}
+
 void CreateAlarm(const AlarmRow& row)
 {
     AlarmEntry entry(row.id, row.idName, row.name ? row.name : WordsOf(row.idName), row.shortName);
     entry.Command().Default(AtRest(row.severity)).ClassName("protobuf_message");
     for (const char* const name : row.classNames)
-        if (name) entry.ClassName(name);
+        if (name) entry.ClassNameIf(Applies(name), name);
     entry.Attribute("Content-Type", "application/vnd.google.protobuf")
         .Description("Alarm (protobuf encoded)");
     Register(entry);
