@@ -171,7 +171,8 @@ TEST(Catalogue, IsSoundOnEveryModel)
 
 // ---- Across the models ----
 
-/// Each parameter of a model as a line of models.txt begins: identifier, symbolic name, class names, values.
+/// Each parameter of a model as a line of models.txt begins: identifier, symbolic name, class names, values, and the
+/// values of others that it waits for.
 void PrintParameters()
 {
     for (const auto& [id, descriptor] : g_paramDescriptors) {
@@ -182,6 +183,10 @@ void PrintParameters()
         if (auto* const enumeration = dynamic_cast<EnumDescriptor*>(descriptor))
             for (const auto& value : enumeration->GetOrderedEnumValueDescriptors())
                 std::cerr << ' ' << value.value;
+        for (const auto& [name, relations] : descriptor->GetRelations())
+            for (const auto& [other, value] : relations)
+                std::cerr << ' ' << name << '=' << FindDescriptor(other)->GetParamIDName().substr(9) << '='
+                          << value;
         std::cerr << '\n';
     }
 }
@@ -242,7 +247,8 @@ const char* ClassOf(ParamDescriptor& descriptor)
     return dynamic_cast<DataDescriptor*>(&descriptor) ? "Data" : "String";
 }
 
-/// What the forms of an enumeration differ in: values, default and relations.
+/// What the forms of an enumeration differ in: values, default and relations. Not so one format of the signal
+/// generator, which several channels make conditional without changing it.
 size_t FormOf(ParamDescriptor& descriptor)
 {
     auto* const enumeration = dynamic_cast<EnumDescriptor*>(&descriptor);
@@ -251,6 +257,7 @@ size_t FormOf(ParamDescriptor& descriptor)
     form << enumeration->GetFactoryDefault();
     for (const auto& value : enumeration->GetOrderedEnumValueDescriptors())
         form << '|' << value.value << value.name;
+    if (descriptor.GetParamID() == eParamID_VideoSGFormat) return std::hash<std::string>()(form.str());
     for (const auto& [name, relations] : enumeration->GetRelations()) form << '|' << name << relations.size();
     return std::hash<std::string>()(form.str());
 }
