@@ -117,7 +117,7 @@ void CreateCamera()
         Register(String(PARAM_ID(CameraData), "Camera Data", "Cam Info")
                      .Internal()
                      .Length(0, 255)
-                     .ClassName("data_js_class_name")
+                     .Attribute("data_js_class_name", "CameraData")
                      .Description("What the camera in the SDI signal says about itself."));
     }
     if (CProductFeatures::hasFireWire()) {

@@ -48,6 +48,7 @@ void CreateGroup_99()
                           {kRestore, "Restore"},
                           {kRestoreWithNetwork, "Restore with Network", "RstorNet"}})
                  .ClassName("action_param")
+                 .ClassName("config")
                  .Action(RestoreFactorySettings)
                  .Description("Sets all parameters to their factory defaults, with or without the network."));
 }
