@@ -84,6 +84,10 @@ class Entry {
         m_descriptor->AddRelation("enabled_by", id, value);
         return This();
     }
+    Self& EnabledByIf(bool condition, eParam_t id, unsigned int value)
+    {
+        return condition ? EnabledBy(id, value) : This();
+    }
     Self& DisabledBy(eParam_t id, unsigned int value)
     {
         m_descriptor->AddRelation("disabled_by", id, value);

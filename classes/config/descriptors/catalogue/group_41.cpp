@@ -10,15 +10,18 @@ namespace vexa::config::catalogue {
 void CreateGroup_41()
 {
     const bool uhd = CProductFeatures::canDoUHD(), sdi12G = CProductFeatures::has12G();
-    Register(
-        Enum(PARAM_ID(VideoSGFormat), "Signal Generator Format", "SG Fmt")
-            .Default(CProductID::isMAPLE() ? kFormat1080p2398 : kFormat1080i5994)
-            .Values(FormatsSDAndHD())
-            .ValuesIf(uhd, Formats2160p())
-            .ValuesIf(sdi12G, Formats2160pHighRate())
-            .ValuesIf(uhd, Formats4K())
-            .ValuesIf(sdi12G, Formats4KHighRate())
-            .Description("Format of the test picture on the output while there is nothing else to show."));
+    Register(Enum(PARAM_ID(VideoSGFormat), "Signal Generator Format", "SG Fmt")
+                 .Default(CProductID::isMAPLE() ? kFormat1080p2398 : kFormat1080i5994)
+                 .Values(FormatsSDAndHD())
+                 .ValuesIf(uhd, Formats2160p())
+                 .ValuesIf(sdi12G, Formats2160pHighRate())
+                 .ValuesIf(uhd, Formats4K())
+                 .ValuesIf(sdi12G, Formats4KHighRate())
+                 .EnabledByIf(CProductFeatures::isMultiChannel(), eParamID_RecordType, 1)
+                 .Description(
+                     CProductFeatures::isMultiChannel()
+                         ? "Format of the test picture on each output while several channels are in use."
+                         : "Format of the test picture on the output while there is nothing else to show."));
     if (CProductFeatures::isMultiChannel()) {
         Register(Enum(PARAM_ID(VideoSGFormat_Single), "Signal Generator Format Single Channel", "SG Sngl")
                      .Default(kFormat1080i5994)
