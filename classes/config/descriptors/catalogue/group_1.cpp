@@ -72,7 +72,7 @@ ValueList OutputConversions()
     if (CProductID::isMAPLE()) return Conversions({eConvert_Off, eConvert_1080iTo720p, eConvert_720pTo1080p});
     if (CProductID::isBIRCH())
         return Conversions({eConvert_Off, eConvert_1080pTo2160p, eConvert_2160pTo1080p});
-    if (CProductID::isOAK())
+    if (CProductFeatures::has12G())
         return Conversions({eConvert_Off, eConvert_720pTo1080p, eConvert_1080pTo2160p, eConvert_2160pTo1080p,
                             eConvert_4KTo2160pCrop});
     if (CProductFeatures::isMultiChannel())
