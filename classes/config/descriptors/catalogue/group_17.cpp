@@ -34,6 +34,7 @@ void CreateClipNaming()
                  .Values(Letters(0))
                  .HiddenUnless(shown)
                  .EnabledBy(eParamID_ClipAppend, 1)
+                 .DisabledBy(eParamID_UseCustomClipName, 1)
                  .Dependent(eParamID_CombinedName)
                  .Description("Letter that follows the number in a clip name."));
     Register(Integer(PARAM_ID(Take), "Take", "Take")
