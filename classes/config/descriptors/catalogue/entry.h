@@ -97,9 +97,9 @@ class Entry {
     {
         return condition ? DisabledBy(id, value) : This();
     }
+    /// A parameter that follows this one. The registry tells it so, once all are there.
     Self& Dependent(eParam_t id) { m_descriptor->AddDependentParamID(id); return This(); }
     Self& DependentIf(bool condition, eParam_t id) { return condition ? Dependent(id) : This(); }
-    Self& DependsOn(eParam_t id) { m_descriptor->AddDependsOnParamID(id); return This(); }
     Self& Attribute(const char* key, unsigned int value) { m_descriptor->AddAttribute(key, value); return This(); }
     Self& Attribute(const char* key, std::string value)
     {

@@ -124,7 +124,6 @@ void CreateCurrentClip()
                  .Default(254)
                  .Values(FileSystems())
                  .Values({{254, "None"}, {255, "Unknown"}})
-                 .DependsOn(eParamID_MediaState)
                  .Description("File system found on the media in the selected slot."));
 }
 

@@ -50,11 +50,6 @@ void CreateClipNaming()
                  .Status()
                  .Length(0, 64)
                  .HiddenUnless(shown)
-                 .DependsOn(eParamID_ClipName)
-                 .DependsOn(eParamID_ClipNumber)
-                 .DependsOn(eParamID_ClipAppend)
-                 .DependsOn(eParamID_AlphaAppend)
-                 .DependsOn(eParamID_Take)
                  .Description("Name that the next recording will have."));
 }
 

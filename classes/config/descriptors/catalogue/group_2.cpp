@@ -105,7 +105,6 @@ void CreateMultiChannel()
             .Values(
                 {{0, "All"}, {1, "Ch1"}, {2, "Ch2"}, {3, "Ch3"}, {4, "Ch4"}, {5, "Ch1+Ch2"}, {6, "Ch3+Ch4"}})
             .EnabledBy(eParamID_RecordType, 1)
-            .DependsOn(eParamID_EncodeChannels)
             .Description("Encoded channels that the record key starts."));
 }
 

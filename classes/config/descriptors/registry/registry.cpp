@@ -22,11 +22,20 @@ constexpr const char* kLocaleFolder = "/usr/share/locale";
 
 StaticLock buildLock;
 
+/// Entries say who follows them; whoever follows learns here whom, so that neither list lacks what the other has.
+void AddDependsOn()
+{
+    for (const auto& [id, descriptor] : g_paramDescriptors)
+        for (const eParam_t dependent : descriptor->GetDependentParamIDs())
+            if (ParamDescriptor* const other = FindDescriptor(dependent)) other->AddDependsOnParamID(id);
+}
+
 void Build() VEXA_REQUIRES(buildLock)
 {
     ImportGenericDescriptors();
     for (const auto builder : vexa::config::catalogue::kBuilders) builder();
     if (!CProductID::isRelease()) vexa::config::catalogue::CreateParamDescriptor_EngineeringDebug();
+    AddDependsOn();
     AddParamGroupAttribute();
     AddMenuNumberAttribute();
 }

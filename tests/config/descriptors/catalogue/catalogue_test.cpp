@@ -88,6 +88,11 @@ void CheckNames(ParamDescriptor& descriptor)
     EXPECT_TRUE(IsAlarm(id) ? description == "Alarm (protobuf encoded)" : description.ends_with('.'));
 }
 
+bool Contains(const std::vector<eParam_t>& ids, eParam_t id)
+{
+    return std::ranges::count(ids, id) == 1;
+}
+
 void CheckReferences(ParamDescriptor& descriptor)
 {
     for (const auto& [name, relations] : descriptor.GetRelations()) {
@@ -97,8 +102,14 @@ void CheckReferences(ParamDescriptor& descriptor)
             EXPECT_TRUE(other && other->HasEnumValue(value)) << name << " " << id << " = " << value;
         }
     }
-    for (const auto& ids : {descriptor.GetDependentParamIDs(), descriptor.GetDependsOnParamIDs()})
-        for (const eParam_t id : ids) EXPECT_TRUE(IsValidParamID(id)) << id;
+    for (const eParam_t id : descriptor.GetDependentParamIDs()) {
+        ParamDescriptor* const other = FindDescriptor(id);
+        EXPECT_TRUE(other && Contains(other->GetDependsOnParamIDs(), descriptor.GetParamID())) << id;
+    }
+    for (const eParam_t id : descriptor.GetDependsOnParamIDs()) {
+        ParamDescriptor* const other = FindDescriptor(id);
+        EXPECT_TRUE(other && Contains(other->GetDependentParamIDs(), descriptor.GetParamID())) << id;
+    }
 }
 
 void CheckRange(IntegerDescriptor& number)
