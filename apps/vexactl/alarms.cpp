@@ -32,6 +32,17 @@ std::optional<vexa::alarms::Alarm_Severity> SeverityByName(std::string name)
     return Alarm::Severity_Parse(name, &severity) ? std::optional(severity) : std::nullopt;
 }
 
+/// "INFORMATION, WARNING, ERROR or CRITICAL".
+std::string SeverityNames()
+{
+    std::string names;
+    for (int severity = Alarm::Severity_MIN; severity <= Alarm::Severity_MAX; ++severity) {
+        if (severity > Alarm::Severity_MIN) names += severity < Alarm::Severity_MAX ? ", " : " or ";
+        names += Alarm::Severity_Name(static_cast<vexa::alarms::Alarm_Severity>(severity));
+    }
+    return names;
+}
+
 /// Alarms are data values.
 void RequireData(const Session& session)
 {
@@ -107,7 +118,7 @@ ExitStatus RaiseAlarm(Session& session, const std::string& name, const std::stri
     atRest.ParseFromString(dynamic_cast<AlarmDescriptor&>(parameter->Descriptor()).GetFactoryDefault());
     const auto level = severity.empty() ? atRest.severity() : SeverityByName(severity);
     if (!level) {
-        session.Complain("unknown severity " + Quoted(severity));
+        session.Complain("unknown severity " + Quoted(severity) + ": " + SeverityNames());
         return ExitStatus::kUsage;
     }
     return Finish(session, *parameter, session.Ask([&](Config& config) {

@@ -22,7 +22,7 @@ void CreateGroup_15()
                      .Description("Number of the playlist that is played."));
     }
     if (CProductFeatures::hasMedia()) {
-        Register(Enum(PARAM_ID(DroppedFrames), "Dropped Frames", "DropFrms")
+        Register(Enum(PARAM_ID(DroppedFrames), "Dropped Frame Action", "DropActn")
                      .Values({{0, "Alarm Only"}, {1, "Stop Recording"}})
                      .Description("What happens when the media is too slow to take a frame."));
     }

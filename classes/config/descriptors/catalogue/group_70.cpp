@@ -53,11 +53,11 @@ void CreateColourDisplay()
                  .Range(1, kBrightest)
                  .Default(kBrightest)
                  .DependentMinimum(eParamID_LCDDisplayIntensityLow)
-                 .Description("Brightness of the colour display while the panel is in use."));
+                 .Description("Brightness of the color display while the panel is in use."));
     Register(Integer(PARAM_ID(LCDDisplayIntensityLow), "LCD Dimming", "LCD Lo")
                  .Range(1, kBrightest)
                  .Default(8)
-                 .Description("Steps by which the colour display is dimmed, 1 being full brightness."));
+                 .Description("Steps by which the color display is dimmed, 1 being full brightness."));
 }
 
 }  // namespace

@@ -163,6 +163,12 @@ void CheckAlarm(AlarmDescriptor& alarm)
 
 void CheckAll()
 {
+    std::map<std::string, int> shown;
+    for (const auto& [id, descriptor] : g_paramDescriptors) {
+        ++shown["name " + descriptor->GetName()];
+        ++shown["short name " + descriptor->GetShortName()];
+    }
+    for (const auto& [name, count] : shown) EXPECT_EQ(count, 1) << name << " is that of two parameters";
     EXPECT_EQ(CountRetainedDescriptors(), 0u) << "an entry replaced another";
     for (const auto& [id, descriptor] : g_paramDescriptors) {
         SCOPED_TRACE(descriptor->GetParamIDName());
