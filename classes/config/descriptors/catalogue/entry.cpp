@@ -2,18 +2,33 @@
 
 #include <libintl.h>
 
+#include <clocale>
+
 #include "config/descriptors/descriptor_table.h"
 #include "config/descriptors/placeholder.h"
+#include "services/product/product_features.h"
 
 namespace vexa::config::catalogue {
+
+namespace {
+
+/// "C" or "C.UTF-8". Not worth a look-up for each text, which LANGUAGE would answer all the same in the second.
+bool SpeaksC()
+{
+    const char* const locale = setlocale(LC_MESSAGES, nullptr);
+    return !locale || (locale[0] == 'C' && (locale[1] == '\0' || locale[1] == '.'));
+}
+
+}  // namespace
 
 Enum& Enum::Values(const std::vector<NamedValue>& values)
 {
     unsigned int highest = m_descriptor->GetMaxValue();
     for (NamedValue entry : values) {
         highest = std::max(highest, entry.value);
-        m_descriptor->AddNameValuePair(
-            entry.value, entry.name, entry.shortName.empty() ? entry.name : entry.shortName, &entry.data, "");
+        m_descriptor->AddNameValuePair(entry.value, Translated(entry.name),
+                                       Translated(entry.shortName.empty() ? entry.name : entry.shortName),
+                                       &entry.data, "");
     }
     m_descriptor->SetMinValue(0);
     m_descriptor->SetMaxValue(highest);
@@ -36,7 +51,8 @@ Integer& Integer::Range(unsigned int min, unsigned int max)
 Integer& Integer::Suffixes(const char* singular, const char* plural)
 {
     // Front ends read the first key in this spelling.
-    return Attribute("value_suffix_singluar", singular).Attribute("value_suffix_plural", plural);
+    return Attribute("value_suffix_singluar", Translated(singular))
+        .Attribute("value_suffix_plural", Translated(plural));
 }
 
 String& String::Length(unsigned int min, unsigned int max)
@@ -62,9 +78,11 @@ void Register(std::unique_ptr<ParamDescriptor> descriptor)
     slot = descriptor.release();
 }
 
-const char* Translated(const char* text)
+std::string Translated(std::string text)
 {
-    return dgettext("config", text);
+    // An empty text is the key of the translations' own header.
+    if (text.empty() || !CProductFeatures::canDoi18n() || SpeaksC()) return text;
+    return dgettext("config", text.c_str());
 }
 
 }  // namespace vexa::config::catalogue

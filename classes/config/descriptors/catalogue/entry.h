@@ -31,6 +31,10 @@
 
 namespace vexa::config::catalogue {
 
+/// The text in the language of the process, from the text domain "config"; as it is in the C locale, on models that
+/// are not translated, and where the language lacks it. Entries ask for all that front ends show.
+std::string Translated(std::string text);
+
 /// A parameter by identifier and symbolic name, for tables of entries that differ in little: {PARAM_ID(name)}.
 struct ParamName {
     eParam_t id;
@@ -54,8 +58,8 @@ class Entry {
     {
         m_descriptor->SetParamID(id);
         m_descriptor->SetParamIDName(std::move(idName));
-        m_descriptor->SetName(std::move(name));
-        m_descriptor->SetShortName(std::move(shortName));
+        m_descriptor->SetName(Translated(std::move(name)));
+        m_descriptor->SetShortName(Translated(std::move(shortName)));
         m_descriptor->SetParamType(type);
         m_descriptor->SetRegEx("*");
     }
@@ -107,7 +111,7 @@ class Entry {
         return This();
     }
     Self& Action(ParamDescriptor::Action action) { m_descriptor->SetAction(std::move(action)); return This(); }
-    Self& Description(std::string text) { return Attribute("description", std::move(text)); }
+    Self& Description(std::string text) { return Attribute("description", Translated(std::move(text))); }
     // clang-format on
 
     std::unique_ptr<ParamDescriptor> Release() { return std::move(m_descriptor); }
@@ -146,7 +150,7 @@ class Integer : public Entry<IntegerDescriptor, Integer> {
     Integer& AdjustBy(unsigned int step) { m_descriptor->SetAdjustBy(step); return *this; }
     Integer& ScaleBy(unsigned int scale) { m_descriptor->SetScaleBy(scale); return *this; }
     Integer& DisplayPrecision(unsigned int digits) { m_descriptor->SetDisplayPrecision(digits); return *this; }
-    Integer& Units(const char* units) { m_descriptor->SetUnits(units); return *this; }
+    Integer& Units(const char* units) { m_descriptor->SetUnits(Translated(units)); return *this; }
     // clang-format on
     /// The words that front ends put after a value of one and of several.
     Integer& Suffixes(const char* singular, const char* plural);
@@ -198,8 +202,5 @@ void Register(Entry<Descriptor, Self>& entry)
 {
     Register(entry.Release());
 }
-
-/// The text in the language of the process, from the text domain "config".
-const char* Translated(const char* text);
 
 }  // namespace vexa::config::catalogue

@@ -4,16 +4,17 @@
 
 namespace vexa::config::catalogue {
 
-/// Group 118: language. The short names are the locale names that go to setlocale.
+/// Group 118: language. The names say each language in itself, and the short names are the locale names that go to
+/// setlocale, so neither has a translation.
 void CreateGroup_118()
 {
-    Register(Enum(PARAM_ID(Locale), Translated("Locale"), "Locale")
+    Register(Enum(PARAM_ID(Locale), "Locale", "Locale")
                  .Values({{0, "English", "en_US.utf8"},
                           {1, "日本語 - Japanese", "ja_JP.utf8"},
                           {2, "한국어 - Korean", "ko_KR.utf8"},
                           {3, "中文 - Chinese", "zh_CN.utf8"}})
                  .ClassName("hidden_param")
-                 .Description(Translated("Language of names and descriptions.")));
+                 .Description("Language of names and descriptions."));
 }
 
 /// Group 120: rear-panel identification, on models that have the LED.
