@@ -7,10 +7,15 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include "services/product/flash_info.h"
 #include "services/product/product_features.h"
 #include "services/product/product_id.h"
+#include "services/product/product_models.h"
 #include "services/product/read_file.h"
 #include "services/product/serial_number.h"
 #include "support/in_child.h"
@@ -98,6 +103,73 @@ TEST(ProductID, AnUnknownModelHasNoFeaturesAndNoSerial)
             },
             "FormatSerialNumber: ERROR  Unknown ProductID\n"
             "FormatSerialNumber: ERROR.  Unknown ProductID.\n");
+}
+
+// ---- The table of features in docs/models.md ----
+
+std::string Cell(int number)
+{
+    return std::to_string(number);
+}
+
+std::string Cell(bool holds)
+{
+    return holds ? "yes" : "-";
+}
+
+/// What the table has to say of this model, by the predicate that each row names.
+std::map<std::string, std::string> Features()
+{
+    using P = CProductFeatures;
+    std::map<std::string, std::string> features = {{"canDoHeight(480)", Cell(P::canDoHeight(480))}};
+#define FEATURE(name) features[#name] = Cell(P::name())
+    FEATURE(hasMedia), FEATURE(countSDIInputs), FEATURE(canDoEthernets), FEATURE(canDoUHD), FEATURE(has12G);
+    FEATURE(isMultiChannel), FEATURE(canDoPlayback), FEATURE(hasSecondSlot), FEATURE(canDoRollover);
+    FEATURE(usesFlashFileSystem), FEATURE(canDoBenchmark), FEATURE(canDoStorageCert), FEATURE(canDoRGB444);
+    FEATURE(canDoXQ), FEATURE(hasLut), FEATURE(hasCameraData), FEATURE(hasFireWire), FEATURE(hasAnalogInputs);
+    FEATURE(hasInputFrameSync), FEATURE(hasGenlock), FEATURE(canDoTimecode), FEATURE(hasRS422);
+    FEATURE(canDoGang), FEATURE(usesReelInUI), FEATURE(hasFrontPanel), FEATURE(hasTwoLinePanel);
+    FEATURE(hasColourDisplay), FEATURE(canDoi18n), FEATURE(hasDashboard), FEATURE(hasIdentifyLed);
+    FEATURE(hasFan), FEATURE(has2ndPS), FEATURE(hasVoltageSensing), FEATURE(shouldEraseAllPresets);
+#undef FEATURE
+    return features;
+}
+
+std::vector<std::string> SplitAt(const std::string& text, char separator)
+{
+    std::vector<std::string> parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, separator);) {
+        part.erase(0, part.find_first_not_of(' '));
+        parts.push_back(part.erase(part.find_last_not_of(' ') + 1));
+    }
+    return parts;
+}
+
+/// By model, what the page says of each predicate.
+std::map<std::string, std::map<std::string, std::string>> FeaturesOnThePage()
+{
+    std::map<std::string, std::map<std::string, std::string>> features;
+    std::vector<std::string> models;
+    std::ifstream page(VEXA_SOURCE_DIR "/docs/models.md");
+    for (std::string line; std::getline(page, line);) {
+        const auto cells = SplitAt(line, '|');
+        if (line.starts_with("| feature |")) models = cells;
+        if (models.empty() || cells.size() != models.size() || line.find('`') == std::string::npos) continue;
+        const auto predicates = SplitAt(cells[1], '`');
+        for (size_t i = 1; i < predicates.size(); i += 2)
+            for (size_t model = 2; model < models.size(); ++model)
+                features[models[model]][predicates[i]] = cells[model];
+    }
+    return features;
+}
+
+TEST(ProductFeatures, AreWhatTheTableOfTheModelsSays)
+{
+    const auto onThePage = FeaturesOnThePage();
+    EXPECT_EQ(onThePage.size(), ProductModels().size() + 1);
+    for (const auto& [model, features] : onThePage)
+        ExpectOnModel(model, [&] { EXPECT_EQ(Features(), features); });
 }
 
 // ---- Files ----
