@@ -229,10 +229,10 @@ TEST(ConfigCache, TheEventOfAnOldWriteDoesNotKeepANewOneFromTheStore)
 {
     TestStore store;  // its events come late
     ConfigCache cache(&*store);
-    for (const unsigned int value : {3u, 4u, 3u, 4u}) cache.Set(eParamID_Take, value);
-    cache.ParamChanged(eParamID_Take, 3u, kTime);
-    EXPECT_TRUE(cache.Set(eParamID_Take, 3u));
-    EXPECT_EQ(store->Get(eParamID_Take), 3u);
+    for (const unsigned int value : {3u, 4u, 3u, 4u}) cache.Set(eParamID_ClipNumber, value);
+    cache.ParamChanged(eParamID_ClipNumber, 3u, kTime);
+    EXPECT_TRUE(cache.Set(eParamID_ClipNumber, 3u));
+    EXPECT_EQ(store->Get(eParamID_ClipNumber), 3u);
     std::string old = "old", last = "last", data;
     for (std::string* const value : {&old, &last}) cache.SetData(eParamID_TestData, *value);
     cache.DataChanged(eParamID_TestData, old, kTime);
@@ -240,9 +240,9 @@ TEST(ConfigCache, TheEventOfAnOldWriteDoesNotKeepANewOneFromTheStore)
     EXPECT_TRUE(store->GetData(eParamID_TestData, data));
     EXPECT_EQ(data, "old");
 
-    cache.ParamChanged(eParamID_Take, 2u, kTime);  // as another client has written it
-    store->Set(eParamID_Take, 2u);
-    EXPECT_EQ(StderrOf([&] { EXPECT_TRUE(cache.Set(eParamID_Take, 2u)); }), kSuppressed);
+    cache.ParamChanged(eParamID_ClipNumber, 2u, kTime);  // as another client has written it
+    store->Set(eParamID_ClipNumber, 2u);
+    EXPECT_EQ(StderrOf([&] { EXPECT_TRUE(cache.Set(eParamID_ClipNumber, 2u)); }), kSuppressed);
 }
 
 TEST(ConfigCache, AroundAStore)
