@@ -168,8 +168,7 @@ TEST(ProductFeatures, AreWhatTheTableOfTheModelsSays)
 {
     const auto onThePage = FeaturesOnThePage();
     EXPECT_EQ(onThePage.size(), ProductModels().size() + 1);
-    for (const auto& [model, features] : onThePage)
-        ExpectOnModel(model, [&] { EXPECT_EQ(Features(), features); });
+    for (const auto& row : onThePage) ExpectOnModel(row.first, [&] { EXPECT_EQ(Features(), row.second); });
 }
 
 // ---- Files ----
