@@ -19,8 +19,7 @@ namespace net = vexa::corvalis::config::access;
 
 namespace {
 
-/// Whether a server can bind the port. A UDP server would share it silently with another daemon, and the
-/// library reports a failure in several lines, so this asks first.
+/// Whether a server can bind the port. The library reports a failure in several lines, so this asks first.
 bool IsFree(int socketType, int port)
 {
     const int descriptor = socket(AF_INET, socketType | SOCK_CLOEXEC, 0);

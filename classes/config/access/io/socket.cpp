@@ -60,19 +60,6 @@ int SetOption(int descriptor, int level, int option, int value)
     return setsockopt(descriptor, level, option, &value, sizeof value);
 }
 
-/// For calls that let the system choose a port. It gives the same port to several datagram sockets that allow
-/// reuse, and a datagram for one of them reaches another.
-template <class Call>
-int WithPortOfItsOwn(int descriptor, const Call& call)
-{
-    SetOption(descriptor, SOL_SOCKET, SO_REUSEADDR, 0);
-    const int result = call();
-    const int error = errno;
-    SetOption(descriptor, SOL_SOCKET, SO_REUSEADDR, 1);
-    errno = error;
-    return result;
-}
-
 }  // namespace
 
 static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_un) == 110);
@@ -186,8 +173,14 @@ int Socket::bind_inet(int number)
     inet_address.sin_family = static_cast<sa_family_t>(domain);
     inet_address.sin_port = htons(static_cast<uint16_t>(number));
     const Operation operation(*this);
-    const auto bind = [&] { return ::bind(operation.fd, AsSockaddr(inet_address), sizeof inet_address); };
-    if ((number == 0 ? WithPortOfItsOwn(operation.fd, bind) : bind()) == -1) {
+    // The system may give one port of its choice to several sockets that allow reuse.
+    if (number == 0) SetOption(operation.fd, SOL_SOCKET, SO_REUSEADDR, 0);
+    const int result = ::bind(operation.fd, AsSockaddr(inet_address), sizeof inet_address);
+    const int error = errno;
+    // A stream socket has its port alone once it listens, and lets the server that follows have it at once.
+    if (number == 0 && type == SOCK_STREAM) SetOption(operation.fd, SOL_SOCKET, SO_REUSEADDR, 1);
+    errno = error;
+    if (result == -1) {
         ReportErrno("Socket::bind_inet");
         return 0;
     }
@@ -268,17 +261,25 @@ int Socket::connect_inet(const std::string& to, int number)
         ReportErrno("Socket::connect_inet - inet_pton() failed");
         return 0;
     }
+    keep_port_alone();
     const Operation operation(*this);
-    const auto connect = [&] {
-        return Repeat([&] { return ::connect(operation.fd, AsSockaddr(inet_address), sizeof inet_address); });
-    };
-    if ((type == SOCK_DGRAM ? WithPortOfItsOwn(operation.fd, connect) : connect()) == -1) {
+    if (Repeat([&] { return ::connect(operation.fd, AsSockaddr(inet_address), sizeof inet_address); }) ==
+        -1) {
         ReportErrno("Socket::connect_inet - connect() failed");
         return 0;
     }
     host = to;
     port = number;
     return 1;
+}
+
+int Socket::keep_port_alone()
+{
+    if (type != SOCK_DGRAM) return 1;
+    const Operation operation(*this);
+    if (SetOption(operation.fd, SOL_SOCKET, SO_REUSEADDR, 0) == 0) return 1;
+    ReportErrno("Socket::keep_port_alone");
+    return 0;
 }
 
 int Socket::local_port() const

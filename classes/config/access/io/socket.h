@@ -42,6 +42,10 @@ class Socket {
     /// open has got.
     void close();
 
+    /// For a datagram socket, before it is bound: no other socket, of another user for instance, can have its port
+    /// as well and take its datagrams. Sockets that connect, and those of port 0, do so by themselves.
+    int keep_port_alone();
+
     /// The file of a local socket: named by its number; the name is ignored.
     std::string build_local_path(const std::string& name, int port) const;
     int bind(int port);

@@ -170,7 +170,8 @@ bool NetworkServer::Running::Init()
     m_socket.reset(new (std::nothrow) Socket(m_domain, m_type));
     if (!m_socket) return Report("NetworkServer::Init - failed to new Socket\n");
     if (!m_socket->create()) return Report("NetworkServer::Init - failed to create Socket\n");
-    if (!m_socket->bind(m_port)) return Report("NetworkServer::Init - failed to bind Socket\n");
+    if (!m_socket->keep_port_alone() || !m_socket->bind(m_port))
+        return Report("NetworkServer::Init - failed to bind Socket\n");
     if (m_type == SOCK_STREAM && !m_socket->listen()) return Report("NetworkServer::Init - listen failed\n");
     return true;
 }

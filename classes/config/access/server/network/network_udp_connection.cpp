@@ -32,6 +32,17 @@ void PrintTooShort()
     Print("NetworkUDPConnection::ProcessDatagramMessages - insufficient message length\n");
 }
 
+/// A reply to a Get String request has that request's own type. Were one taken for a request, two servers, or
+/// one that has been sent a datagram in its own name, would answer each other for ever.
+bool IsLongerThanItsRecord(uint32_t type, size_t size)
+{
+    const size_t record = IsConnectionRequest(type) ? wire::Size<MessagePrefix>() : kRequestBytes;
+    if (HasPayload(type) || size <= record) return false;
+    Print("NetworkUDPConnection::ProcessDatagramMessages - \"%s\" of %zu bytes is no request\n",
+          GetMessageName(type), size);
+    return true;
+}
+
 std::string NameOf(Config& config, eParam_t id)
 {
     if (ParamDescriptor* const descriptor = config.GetParamDescriptor(id)) return descriptor->GetName();
@@ -166,6 +177,7 @@ void NetworkUDPConnection::ProcessMessages(const char* data, int length, const s
     }
     MessagePrefix prefix;
     if (!Decode(data, size, prefix)) return PrintTooShort();
+    if (IsLongerThanItsRecord(type, size)) return;
     DiagnosticLog("NetworkUDPConnection::ProcessDatagramMessages - %s\n", GetMessageName(type));
     if (type == XCFG_CONNECT_REQUEST) return ProcessConnectRequest(prefix, from);
     if (type == XCFG_DISCONNECT_REQUEST) return ProcessDisconnectRequest(prefix, from);

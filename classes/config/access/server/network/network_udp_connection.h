@@ -37,7 +37,8 @@ class NetworkUDPConnection : public NetworkConnection {
     /// Multicasts the changes of a configuration even when no client has connected to it, which does not
     /// count as connected. A failure prints one line.
     void Announce(eConfigID_t configID);
-    /// Handles one datagram; drops a datagram that is too short or of an unknown type, after one line.
+    /// Handles one datagram; drops a datagram that is too short, of an unknown type, or a request without payload
+    /// that is longer than its record, after one line.
     /// @param data  the received bytes. @param from  gets the reply.
     void ProcessMessages(const char* data, int length, const sockaddr_in& from);
     /// The store of a configuration to which a client is connected; null after one line.
