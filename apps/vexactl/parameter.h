@@ -58,5 +58,5 @@ class Parameter {
 std::string SeverityName(vexa::alarms::Alarm_Severity severity);
 /// One line; bytes that are no UTF-8 are replaced.
 std::string Dump(const Json& json);
-/// A text in quotes, with control characters escaped: it may come from anywhere and goes to a terminal.
+/// A text in quotes, on one line.
 std::string Quoted(const std::string& text);

@@ -20,6 +20,7 @@
 #include "config/access/connector/reachability.h"
 #include "config/access/protocol/mq_protocol.h"
 #include "config/access/protocol/value_payload.h"
+#include "config/base/harmless.h"
 #include "config/descriptors/registry/registry.h"
 
 namespace mq = vexa::config::access;
@@ -348,8 +349,9 @@ std::optional<Parameter> Session::Find(const std::string& name)
     return parameter;
 }
 
-void Session::WriteLine(FILE* stream, const std::string& line)
+void Session::WriteLine(FILE* stream, const std::string& text)
 {
+    const std::string line = vexa::Harmless(text);
     fwrite(line.data(), 1, line.size(), stream);
     fputc('\n', stream);
 }

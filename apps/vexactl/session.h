@@ -115,8 +115,8 @@ class Session {
     void CheckConnection() const;
     void HideLibraryMessages();
     std::optional<Value> ReadRemote(const Parameter& parameter, Config& config);
-    /// The watch prints from other threads.
-    void WriteLine(FILE* stream, const std::string& line) VEXA_REQUIRES(m_output);
+    /// The watch prints from other threads. What the device chose cannot control a terminal.
+    void WriteLine(FILE* stream, const std::string& text) VEXA_REQUIRES(m_output);
 
     Config* m_config = nullptr;
     Config* m_catalogue = nullptr;  // a local store, where there was no other configuration

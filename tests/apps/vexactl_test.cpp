@@ -130,15 +130,17 @@ TEST(Vexactl, JsonIsOneObjectALine)
 TEST(Vexactl, TextsArriveWholeAndAreShownSafely)
 {
     const std::string text(5000, 'x');
-    const ProgramResult run =
-        Tool({"shell"}, "set ReelName " + text +
-                            "\nset ReelName \"\"\nget ReelName\n"
-                            "set ReelName \"tab\there \\\"quoted\\\" back\\\\slash\"\n"
-                            "set ReelName '\x1b[31mred \xff'\nset ReelName \"open\ninfo ReelName\n");
+    const ProgramResult run = Tool({"shell"}, "set ReelName " + text +
+                                                  "\nset ReelName \"\"\nget ReelName\n"
+                                                  "set ReelName \"tab\there \\\"quoted\\\" back\\\\slash\"\n"
+                                                  "set ReelName '\x1b[31mred \xff \u009b32mgreen\x7f "
+                                                  "\u202ethgir\u202c'\nset ReelName \"open\ninfo ReelName\n");
     EXPECT_THAT(run.out, HasSubstr("ReelName stored \"" + text + "\"\n"));
     EXPECT_THAT(run.out, HasSubstr("ReelName = \"\"\n"));
     EXPECT_THAT(run.out, HasSubstr("ReelName stored \"tab\\there \\\"quoted\\\" back\\\\slash\"\n"));
-    EXPECT_THAT(run.out, AllOf(HasSubstr("\\u001b[31mred \xef\xbf\xbd"), Not(HasSubstr("\x1b"))));
+    EXPECT_THAT(run.out,
+                HasSubstr("ReelName stored \"\\u001b[31mred \xef\xbf\xbd \\u009b32mgreen\\u007f \\u202ethgir"
+                          "\\u202c\"\n"));
     EXPECT_THAT(run.err, HasSubstr("line 6: a quote is not closed"));
 }
 

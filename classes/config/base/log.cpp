@@ -11,8 +11,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
 
 #include "config/base/diagnostic_log.h"
+#include "config/base/harmless.h"
 #include "config/base/mutex.h"
 #include "config/base/no_destructor.h"
 
@@ -76,13 +80,25 @@ void Write(const char* text, size_t length, bool limited)
     if ((limited && !Passes(log)) || !TellLeftOut(log) || !WriteNow(text, length)) ++log.leftOut;
 }
 
+/// What peers chose goes to whatever terminal shows the log.
+void WriteHarmless(std::string_view text, bool limited)
+try {
+    if (IsPlain(text)) return Write(text.data(), text.size(), limited);
+    std::string harmless = Harmless(text);
+    harmless.resize(std::min(harmless.size(), kMaxLogBytes - 1));
+    Write(harmless.data(), harmless.size(), limited);
+} catch (const std::bad_alloc&) {
+    constexpr std::string_view kInstead = "a line was left out for want of memory\n";
+    Write(kInstead.data(), kInstead.size(), limited);
+}
+
 void Format(const char* format, va_list arguments, bool limited)
 {
     const int error = errno;
     char text[kMaxLogBytes];
     // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the callers have called va_start
     const int length = vsnprintf(text, sizeof text, format, arguments);
-    if (length > 0) Write(text, std::min(static_cast<size_t>(length), sizeof text - 1), limited);
+    if (length > 0) WriteHarmless({text, std::min(static_cast<size_t>(length), sizeof text - 1)}, limited);
     errno = error;
 }
 

@@ -11,7 +11,8 @@ namespace vexa {
 inline constexpr size_t kMaxLogBytes = 4096;
 
 /// Prints, as printf. A text that standard error does not take at once is left out and counted; the number of
-/// texts that were left out precedes the next one. Keeps errno. Thread: any.
+/// texts that were left out precedes the next one. Characters that a terminal would obey are spelled out. Keeps
+/// errno. Thread: any.
 [[gnu::format(printf, 1, 2)]] VEXA_EXPORT void Print(const char* format, ...);
 /// Prints the text and the reason in errno, as perror. Thread: any.
 VEXA_EXPORT void PrintError(const char* what);

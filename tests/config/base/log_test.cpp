@@ -77,4 +77,21 @@ TEST(Log, KeepsErrnoAndNamesIt)
     EXPECT_EQ(errno, ENOENT);
 }
 
+TEST(Log, SpellsOutWhatATerminalWouldObey)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        {"plain\ttext\n", "plain\ttext\n"},
+        {"\x1b]0;owned\a\r\x7f", "\\u001b]0;owned\\u0007\\u000d\\u007f"},
+        {"\u009b32m \u0085", "\\u009b32m \\u0085"},
+        {"\u202eback\u202c \u2066\u200f\u061c\u2028", "\\u202eback\\u202c \\u2066\\u200f\\u061c\\u2028"},
+        {"\u00e9 \u20ac \u65e5\u672c \U0001f600", "\u00e9 \u20ac \u65e5\u672c \U0001f600"},
+        {"\x9b"
+         "32m \xc2",
+         "\\x9b32m \\xc2"},                                       // no UTF-8
+        {"\xc1\x9b \xe0\x82\x9b", "\\xc1\\x9b \\xe0\\x82\\x9b"},  // longer than they need be
+        {"\xf4\x90\x80\x80 \xed\xa0\x80", "\\xf4\\x90\\x80\\x80 \\xed\\xa0\\x80"},
+    };
+    for (const auto& [text, shown] : rows) EXPECT_EQ(StderrOf([&] { vexa::Print("%s", text); }), shown);
+}
+
 }  // namespace
