@@ -45,6 +45,24 @@ void PrintMalformed(const char* what, size_t length)
     Print("mainstay: dropped a message: %s (%zu bytes)\n", what, length);
 }
 
+/// @return -1, with errno; ENOENT when the queue was removed meanwhile.
+mqd_t OpenOrMake()
+{
+    const mqd_t queue = CreateQueue(kRequestQueue, O_RDWR | O_EXCL);
+    return queue == -1 && errno == EEXIST ? mq_open(kRequestQueue, O_RDWR | O_CLOEXEC) : queue;
+}
+
+/// The name of the request queue for a message: whoever has taken it is named, too. @param queue  -1: it cannot
+/// be opened.
+std::string NameWithOwner(mqd_t queue)
+{
+    struct stat status {};
+    const std::string path = std::string(kQueueFolder) + kRequestQueue;
+    const bool isKnown = (queue == -1 ? stat(path.c_str(), &status) : fstat(queue, &status)) == 0;
+    if (!isKnown || status.st_uid == geteuid()) return kRequestQueue;
+    return std::string(kRequestQueue) + " of user " + std::to_string(status.st_uid);
+}
+
 /// The type that answers a request. Data requests have codes of their own.
 uint32_t AnswerTo(uint32_t type)
 {
@@ -72,7 +90,6 @@ class QueueService::Service : public ConfigEventListener {
     using Response = XCONFIGMGR_RESPONSE_T;
     using Request = XCONFIGMGR_REQUEST_T;
 
-    static mqd_t OpenLocked();
     bool OpenQueue();
     bool TakeOver(mqd_t queue);
     void Run(const char* name, void (Service::*step)());
@@ -139,38 +156,31 @@ QueueService::Service::~Service()
     mq_close(m_queue);
 }
 
-/// A file lock, which ends with its process, marks the queue of a running daemon. @return -1, with errno:
-/// EWOULDBLOCK when there is one, ENOENT when the queue was removed meanwhile.
-mqd_t QueueService::Service::OpenLocked()
-{
-    mqd_t queue = CreateQueue(kRequestQueue, O_RDWR | O_EXCL);
-    if (queue == -1 && errno == EEXIST) queue = mq_open(kRequestQueue, O_RDWR | O_CLOEXEC);
-    if (queue == -1 || LockQueue(queue)) return queue;
-    const int error = errno;
-    mq_close(queue);
-    errno = error;
-    return -1;
-}
-
-/// The queue of a crashed daemon is taken over, with its clients and their pending requests; one that others
-/// may use, or that does not fit, is made anew.
+/// A file lock, which ends with its process, marks the queue of a running daemon. The queue of a crashed one is
+/// taken over, with its clients and their pending requests; one that others may use, or that does not fit, is
+/// made anew.
 bool QueueService::Service::OpenQueue()
 {
     constexpr int kAttempts = 10;  // others may make and remove it meanwhile
     for (int i = 0; i < kAttempts; ++i) {
-        const mqd_t queue = OpenLocked();
+        const mqd_t queue = OpenOrMake();
         if (queue == -1 && errno == ENOENT) continue;
-        if (queue == -1 && errno == EWOULDBLOCK)
-            return Report("mainstay: another daemon serves the queue %s\n", kRequestQueue);
+        int error = errno;
+        const std::string name = NameWithOwner(queue);
         if (queue == -1)
-            return Report("mainstay: cannot open the queue %s: %s\n", kRequestQueue, strerror(errno));
-        if (TakeOver(queue)) return true;
-        const bool isRemoved = !HasName(queue) || mq_unlink(kRequestQueue) == 0;
-        const int error = errno;
+            return Report("mainstay: cannot open the queue %s: %s\n", name.c_str(), strerror(error));
+        const bool isLocked = LockQueue(queue);
+        if (isLocked && TakeOver(queue)) return true;
+        const bool isRemoved = isLocked && (!HasName(queue) || mq_unlink(kRequestQueue) == 0);
+        error = errno;
         mq_close(queue);
-        if (!isRemoved)
-            return Report("mainstay: the queue %s is not this daemon's, and cannot be removed: %s\n",
-                          kRequestQueue, strerror(error));
+        if (isRemoved) continue;
+        if (isLocked)
+            return Report("mainstay: the queue %s cannot be used, nor removed: %s\n", name.c_str(),
+                          strerror(error));
+        if (error == EWOULDBLOCK)
+            return Report("mainstay: another daemon serves the queue %s\n", name.c_str());
+        return Report("mainstay: cannot open the queue %s: %s\n", name.c_str(), strerror(error));
     }
     return Report("mainstay: the queue %s is removed again and again\n", kRequestQueue);
 }

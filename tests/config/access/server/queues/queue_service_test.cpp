@@ -9,6 +9,7 @@
 
 #include "config/access/client/queues/posix_mq_client.h"
 #include "config/access/client/queues/posix_mq_factory.h"
+#include "config/access/io/left_queues.h"
 #include "config/access/server/peer_stores.h"
 #include "config/config.h"
 #include "config/descriptors/registry/registry.h"
@@ -250,11 +251,13 @@ TEST_F(MainstayQueueOfStranger, IsNotServed)
     struct {
         long bytes;
         mode_t mode;
+        bool isLocked;
         const char* message;
     } const rows[] = {
-        {16, 0666, "mainstay: the queue /mainstay is not this daemon's, and cannot be removed: "},
-        {512, 0666, "mainstay: the queue /mainstay is not this daemon's, and cannot be removed: "},
-        {512, 0600, "mainstay: cannot open the queue /mainstay: Permission denied\n"},
+        {16, 0666, false, "mainstay: the queue /mainstay of user 23456 cannot be used, nor removed: "},
+        {512, 0666, false, "mainstay: the queue /mainstay of user 23456 cannot be used, nor removed: "},
+        {512, 0666, true, "mainstay: another daemon serves the queue /mainstay of user 23456\n"},
+        {512, 0600, false, "mainstay: cannot open the queue /mainstay"},
     };
     for (const auto& row : rows) {
         ExpectInChild(
@@ -263,6 +266,7 @@ TEST_F(MainstayQueueOfStranger, IsNotServed)
                 attributes.mq_maxmsg = 1;
                 attributes.mq_msgsize = row.bytes;
                 const mqd_t queue = mq_open(mq::kRequestQueue, O_RDWR | O_CREAT | O_EXCL, 0600, &attributes);
+                EXPECT_TRUE(!row.isLocked || mq::LockQueue(queue));
                 EXPECT_EQ(fchmod(queue, row.mode) + fchown(queue, 23456, 23456) + setuid(12345), 0);
                 EXPECT_FALSE(mq::QueueService().Start());
             },
