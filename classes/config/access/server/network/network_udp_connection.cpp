@@ -78,6 +78,20 @@ NetworkUDPConnection::~NetworkUDPConnection()
 
 // --- configurations ---
 
+/// Whatever the connection identifier.
+bool NetworkUDPConnection::Entry::IsConnectedTo(const sockaddr_in& from) const
+{
+    if (isPermanent) return true;  // its clients are not known
+    const auto client = clients.lower_bound({from.sin_addr.s_addr, from.sin_port, 0});
+    return client != clients.end() && std::get<0>(*client) == from.sin_addr.s_addr &&
+           std::get<1>(*client) == from.sin_port;
+}
+
+size_t NetworkUDPConnection::Entry::MaxPayloadFor(const sockaddr_in& from) const
+{
+    return IsConnectedTo(from) ? kMaxDatagramPayload : kMaxUnconnectedFactor * kRequestBytes - kResponseBytes;
+}
+
 NetworkUDPConnection::Entry* NetworkUDPConnection::OpenEntry(eConfigID_t configID)
 {
     const auto key = static_cast<uint32_t>(configID);
@@ -338,7 +352,7 @@ void NetworkUDPConnection::ProcessGetStreamRequest(Entry& entry, const Datagram&
     std::string payload = WritePayload(entry.config->GetSerializable(request.paramID), m_payloadOrder);
     // The request's own code: clients of this transport look for it.
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_GET_STREAM_PARAM_REQUEST);
-    if (payload.empty() || payload.size() > kMaxDatagramPayload) {
+    if (payload.empty() || payload.size() > entry.MaxPayloadFor(datagram.from)) {
         Print("ParamChanged: Invalid serializable value (ParamID:0x%0x)\n", request.paramID);
         response = ErrorResponse(request, XCFG_GET_STREAM_PARAM_REQUEST, kErrorNoValue);
         payload.clear();
@@ -363,7 +377,8 @@ void NetworkUDPConnection::ProcessGetDataRequest(Entry& entry, const Datagram& d
     constexpr uint32_t kErrorNoData = 1;
     std::string data;
     XCONFIGMGR_RESPONSE_T response = ResponseFor(datagram.request, XCFG_GET_DATA_RESPONSE);
-    if (!entry.config->GetData(datagram.request.paramID, data) || data.size() > kMaxDatagramPayload) {
+    if (!entry.config->GetData(datagram.request.paramID, data) ||
+        data.size() > entry.MaxPayloadFor(datagram.from)) {
         response = ErrorResponse(datagram.request, XCFG_GET_DATA_RESPONSE, kErrorNoData);
         data.clear();
     }

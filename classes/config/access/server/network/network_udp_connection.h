@@ -25,6 +25,10 @@ class NetworkUDPConnection : public NetworkConnection {
     /// stays open for good.
     static constexpr size_t kMaxClients = 4096;
 
+    /// Bytes of a reply, for each byte of the request, to an address that has not connected: whoever forges a
+    /// sender could have much more sent to it than he sends himself.
+    static constexpr size_t kMaxUnconnectedFactor = 8;
+
     /// How long the clients of a configuration may be silent without losing it to others.
     static constexpr std::chrono::hours kPatience{1};
 
@@ -61,6 +65,8 @@ class NetworkUDPConnection : public NetworkConnection {
         std::chrono::steady_clock::time_point lastHeard;
 
         bool IsConnected() const { return isPermanent || !clients.empty(); }
+        bool IsConnectedTo(const sockaddr_in& from) const;
+        size_t MaxPayloadFor(const sockaddr_in& from) const;
     };
     /// A datagram: the request, its payload and its sender.
     struct Datagram {

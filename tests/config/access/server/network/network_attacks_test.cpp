@@ -50,6 +50,30 @@ TEST_F(NetworkAttacks, AReplyIsNoRequest)
     EXPECT_THAT(log, HasSubstr("\"Get String Request\" of 52 bytes is no request\n"));
 }
 
+TEST_F(NetworkAttacks, WhoHasNotConnectedGetsLittleMoreThanHeSends)
+{
+    constexpr uint32_t kData = eParamID_TestData;
+    constexpr size_t kRequestBytes = 48;
+    std::string bytes(20'000, 'b');
+    store->Set(eParamID_SysName, bytes);
+    store->SetData(eParamID_TestData, bytes);
+    RawPeer stranger(server.port, SOCK_DGRAM);
+    const auto ask = [](RawPeer& peer, uint32_t type, uint32_t id) {
+        peer.Send(RequestWords(type, kConfig, id));
+        return peer.Receive();
+    };
+    const std::pair<uint32_t, uint32_t> requests[] = {{112, kText}, {256, kData}};
+    for (const auto& [type, id] : requests) {
+        EXPECT_GT(ask(client, type, id).size(), bytes.size());
+        EXPECT_EQ(ask(stranger, type, id).size(), 52u);
+    }
+    store->Set(eParamID_SysName, "short");
+    EXPECT_GT(ask(stranger, 112, kText).size(), 52u);
+    EXPECT_LE(ask(stranger, 112, kText).size(), 8 * kRequestBytes);
+    EXPECT_EQ(stranger.Ask(Connect(), 13)[0], 32u);
+    EXPECT_GT(ask(stranger, 256, kData).size(), bytes.size());
+}
+
 /// @return whether another socket can have the port as well.
 bool CanShare(int port, const char* address)
 {
