@@ -62,8 +62,10 @@ int main(int argc, char** argv)
         ->check(CLI::IsMember({"big"}))
         ->type_name("ORDER");
     app.add_flag("--no-mq", options.noQueues, "Do not serve message queues");
-    app.add_option("--stall-timeout", options.stallSeconds,
-                   "Seconds after which a TCP client is cut off that takes nothing of what there is for it")
+    app.add_option(
+           "--stall-timeout", options.stallSeconds,
+           "Seconds after which a TCP client is cut off that takes nothing of what there is for it, has not "
+           "connected, or leaves a request unfinished")
         ->check(CLI::Range(1, 86'400))
         ->capture_default_str();
     app.set_version_flag("--version", std::string("mainstay ") + MAINSTAY_VERSION);

@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <atomic>
+#include <deque>
 #include <optional>
 
 #include "config/access/client/queues/posix_mq_client.h"
@@ -144,6 +145,27 @@ TEST_F(MainstayQueue, OnlyTheCulpritSuffers)
     } while (last.msgtype == 144u);
     EXPECT_EQ(last.msgtype, 96u);
     EXPECT_EQ(last.value, 20u);
+}
+
+TEST_F(MainstayQueue, ConnectionsThatSayNothingLeaveRoomForOthers)
+{
+    EndDaemon(SIGTERM);
+    Program daemon(
+        {"/bin/sh", "-c",
+         std::string("ulimit -n 200; exec ") + MAINSTAY + " --tcp-port 0 --no-udp --stall-timeout 1"},
+        "", {"PRODUCT_ID=OAK"});
+    daemon.WaitForOutput("mainstay: ready");
+    const int port = NumberAfter("TCP port ", daemon.Err());
+    std::deque<RawPeer> silent;
+    for (int i = 0; i < 260; ++i) silent.emplace_back(port);
+    daemon.WaitForOutput("a client is turned away, there are 50\n");
+    RawClient client;
+    client.Connect();
+    EXPECT_EQ(client.Ask(80, kNumber).msgtype, 96u);
+    for (RawPeer& peer : silent) EXPECT_TRUE(peer.IsClosed());
+    EXPECT_EQ(RawPeer(port).Ask({16, 1, 0, 0, 0, 4096}, 7)[0], 32u);
+    daemon.Signal(SIGTERM);
+    EXPECT_EQ(daemon.Wait().status, 0);
 }
 
 TEST_F(MainstayQueue, IsTakenOverAfterACrashAndRemovedAtAStop)

@@ -4,6 +4,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -52,6 +53,15 @@ void FindOutWhetherThePeerLives(int descriptor, std::chrono::milliseconds stallT
     setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, &kIntervalSeconds, sizeof kIntervalSeconds);
     setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPCNT, &kProbes, sizeof kProbes);
     setsockopt(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, &unackedMs, sizeof unackedMs);
+}
+
+size_t MaxConnections()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return NetworkServer::kMaxConnections;
+    const rlim_t others = std::min<rlim_t>(NetworkServer::kOtherDescriptors, limit.rlim_cur / 2);
+    const rlim_t room = (limit.rlim_cur - others) / 2;
+    return static_cast<size_t>(std::clamp<rlim_t>(room, 1, NetworkServer::kMaxConnections));
 }
 
 void Count(bool starts)
@@ -303,6 +313,11 @@ std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::WaitForConnection(
         PrintError("NetworkServer::WaitForConnection");
         Print("NetworkServer::WaitForConnection - accept failed\n");
         PauseIfExhausted(error);
+        return nullptr;
+    }
+    if (NetworkTCPConnection::Count() >= MaxConnections()) {
+        Print("NetworkServer::WaitForConnection - a client is turned away, there are %zu\n",
+              NetworkTCPConnection::Count());
         return nullptr;
     }
     // The system would let the buffer of a client that does not read grow to several megabytes.

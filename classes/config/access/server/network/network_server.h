@@ -14,6 +14,7 @@
 
 #include <bit>
 #include <chrono>
+#include <cstddef>
 #include <memory>
 
 #include "config/base/export.h"
@@ -26,6 +27,12 @@ namespace vexa::corvalis::config::access {
 /// Thread: one; Stop and WaitUntilStopped on any.
 class VEXA_EXPORT NetworkServer {
   public:
+    /// TCP connections of the process at a time: each has a thread.
+    static constexpr size_t kMaxConnections = 2048;
+    /// Descriptors that connections, which take up to two each, leave to everything else: the response queues of
+    /// 1,024 clients, files, other sockets. Half of them all where the process may have few.
+    static constexpr size_t kOtherDescriptors = 1100;
+
     /// @param domain  AF_INET or AF_UNIX.
     /// @param type    SOCK_STREAM: TCP, a thread per client. SOCK_DGRAM: UDP, one thread for all.
     /// @param port    0 lets the system choose; see Port.
@@ -41,8 +48,8 @@ class VEXA_EXPORT NetworkServer {
     int Port() const;
     /// The byte order of texts as the clients read and write them. Default the host's own. Before Start.
     void SetPayloadOrder(std::endian order);
-    /// How long a TCP client may take nothing although there is something for it; then it is cut off. Default a
-    /// minute. Before Start.
+    /// How long a TCP client may take nothing although there is something for it, take to connect, and leave a
+    /// request unfinished; then it is cut off. Default a minute. Before Start.
     void SetStallTimeout(std::chrono::milliseconds timeout);
     /// Changes of this configuration are multicast from the start of the server, whether or not a client
     /// connected to it. UDP only; before Start.

@@ -16,6 +16,12 @@
 
 namespace vexa::corvalis::config::access {
 
+namespace {
+
+std::atomic<size_t> connections = 0;
+
+}  // namespace
+
 /// A request of the protocol: the bytes of its record, its name in messages, and its handler.
 struct NetworkTCPConnection::RequestHandler {
     uint32_t type;
@@ -54,8 +60,23 @@ const NetworkTCPConnection::RequestHandler* NetworkTCPConnection::FindHandler(ui
 
 NetworkTCPConnection::NetworkTCPConnection(std::unique_ptr<Socket> socket, std::endian payloadOrder,
                                            std::chrono::milliseconds stallTimeout)
-    : m_payloadOrder(payloadOrder), m_stream(std::make_shared<TcpStream>(std::move(socket), stallTimeout))
+    : m_payloadOrder(payloadOrder),
+      m_patience(
+          static_cast<unsigned int>(std::clamp<long long>(stallTimeout.count(), 0, Deadline::kNever - 1))),
+      m_stream(std::make_shared<TcpStream>(std::move(socket), stallTimeout)),
+      m_requestEnd(m_patience)
 {
+    ++connections;
+}
+
+NetworkTCPConnection::~NetworkTCPConnection()
+{
+    --connections;
+}
+
+size_t NetworkTCPConnection::Count()
+{
+    return connections;
 }
 
 bool NetworkTCPConnection::Start()
@@ -117,13 +138,29 @@ void NetworkTCPConnection::LeaveStore()
 
 // --- messages ---
 
+/// A client may be silent as long as it likes, once it has connected. @return as TcpStream::AwaitInput.
+int NetworkTCPConnection::AwaitRequest()
+{
+    if (m_config) {
+        static const Deadline forever(Deadline::kNever);
+        const int found = m_stream->AwaitInput(forever);
+        m_requestEnd = Deadline(m_patience);
+        return found;
+    }
+    const int found = m_stream->AwaitInput(m_requestEnd);
+    if (found == -1 && errno == ETIMEDOUT)
+        Print("NetworkTCPConnection - a client that has not connected in %u ms is cut off\n", m_patience);
+    return found;
+}
+
 /// One message. @return false at the end of the connection.
 bool NetworkTCPConnection::ProcessMessages()
 {
     char record[kRequestBytes];
     if (!m_stream->WaitForRoom()) return false;
-    const int count = m_stream->Read(record, sizeof(uint32_t));
-    if (count == 0) return false;
+    const int found = AwaitRequest();
+    if (found == 0) return false;
+    const int count = found < 0 ? found : m_stream->Read(record, sizeof(uint32_t), m_requestEnd);
     if (count != sizeof(uint32_t))
         return Report(
             "NetworkTCPConnection::ProcessMessages - error calling recv for socket message "
@@ -149,7 +186,7 @@ bool NetworkTCPConnection::ProcessMessages()
 bool NetworkTCPConnection::ReadRest(const RequestHandler& handler, char* record)
 {
     const uint32_t rest = handler.length - static_cast<uint32_t>(sizeof(uint32_t));
-    if (m_stream->Read(record + sizeof(uint32_t), rest) == static_cast<int>(rest)) return true;
+    if (m_stream->Read(record + sizeof(uint32_t), rest, m_requestEnd) == static_cast<int>(rest)) return true;
     return Report(
         "NetworkTCPConnection::ProcessMessages - error calling recv for %s (connection pid = 0x%X)\n",
         handler.name, ProcessID());
@@ -220,7 +257,7 @@ bool NetworkTCPConnection::ReadStream(uint32_t length, std::string& payload)
     if (length <= kMaxRequestPayload) {
         payload.resize(length);
         errno = 0;
-        if (m_stream->Read(payload.data(), length) == static_cast<int>(length)) return true;
+        if (m_stream->Read(payload.data(), length, m_requestEnd) == static_cast<int>(length)) return true;
     }
     PrintError("NetworkTCPConnection::ProcessSetStreamRequest");
     return false;

@@ -22,11 +22,17 @@ namespace vexa::corvalis::config::access {
 class NetworkTCPConnection : public NetworkConnection, public ConfigEventListener {
   public:
     /// @param payloadOrder  of texts as the client reads and writes them.
-    /// @param stallTimeout  as of TcpStream.
+    /// @param stallTimeout  as of TcpStream; also how long the client may take to connect, and to send the rest of
+    /// a request that it has begun.
     explicit NetworkTCPConnection(std::unique_ptr<Socket> socket,
                                   std::endian payloadOrder = std::endian::native,
                                   std::chrono::milliseconds stallTimeout = TcpStream::kStallTimeout);
-    ~NetworkTCPConnection() override = default;
+    ~NetworkTCPConnection() override;
+    NetworkTCPConnection(const NetworkTCPConnection&) = delete;
+    NetworkTCPConnection& operator=(const NetworkTCPConnection&) = delete;
+
+    /// The connections of the process. Thread: any.
+    static size_t Count();
 
     /// One event for this client alone, while it listens, whatever parameters it asked for.
     using ConfigEventListener::ParamChanged;
@@ -58,6 +64,7 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     bool ProcessGetStreamRequest(const XCONFIGMGR_REQUEST_T& request);
     bool ProcessSetStreamRequest(const XCONFIGMGR_REQUEST_T& request);
 
+    int AwaitRequest();
     bool ReadRest(const RequestHandler& kind, char* record);
     template <class Record, auto kHandler>
     bool Process(const char* record);
@@ -71,10 +78,12 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     uint32_t ProcessID() const { return m_connectionID & 0xFFFF; }
 
     const std::endian m_payloadOrder;
+    const unsigned int m_patience;              // milliseconds
     const std::shared_ptr<TcpStream> m_stream;  // shared with the feed that is just sending
     std::atomic<bool> m_stop = false;
 
     // Of the connection's thread.
+    Deadline m_requestEnd;        // of the whole Connect, then of each request once its first byte is there
     uint32_t m_connectionID = 0;  // of the last Connect Request
     Config* m_config = nullptr;   // from OpenPeerStore; null before Connect
     eConfigID_t m_configID = 0;

@@ -244,7 +244,7 @@ int TcpStream::StallTimeLeft()
 
 /// One wait, for room if something is queued, and for input if that is wanted. @return whether there is
 /// input, or its end.
-bool TcpStream::WaitAndSend(bool forInput)
+bool TcpStream::WaitAndSend(bool forInput, const Deadline& deadline)
 {
     bool forOutput = false;
     int timeLeft = -1;
@@ -254,6 +254,8 @@ bool TcpStream::WaitAndSend(bool forInput)
         if (m_failed) return true;
         forOutput = QueueSize() > 0;
     }
+    // Without a limit each is -1, the greatest as an unsigned number.
+    timeLeft = static_cast<int>(std::min(static_cast<unsigned int>(timeLeft), deadline.Left()));
     const auto wanted = static_cast<short>((forInput ? POLLIN : 0) | (forOutput ? POLLOUT : 0));
     pollfd descriptors[] = {{m_socket->fd, wanted, 0}, {m_wake, POLLIN, 0}};
     if (poll(descriptors, 2, timeLeft) == -1) {
@@ -270,7 +272,7 @@ bool TcpStream::WaitAndSend(bool forInput)
 
 /// @return the number of bytes; 0 at the end; -1 on failure. Without a queue and without other senders it
 /// takes a single system call.
-int TcpStream::Receive(char* data, unsigned int length)
+int TcpStream::Receive(char* data, unsigned int length, const Deadline& deadline)
 {
     if (ChangeFeed::Gathering::HasEvents()) {
         const int count = m_socket->recv_now(data, length);
@@ -284,23 +286,33 @@ int TcpStream::Receive(char* data, unsigned int length)
             if (m_failed) return 0;
             queued = QueueSize() > 0;
         }
-        if (!IsShared() && !queued) return m_socket->recv_some(data, length);
-        if (!WaitAndSend(true)) continue;
+        if (!IsShared() && !queued && !deadline.IsLimited()) return m_socket->recv_some(data, length);
+        if (!WaitAndSend(true, deadline)) {
+            if (!deadline.IsOver()) continue;
+            errno = ETIMEDOUT;
+            return -1;
+        }
         const int count = m_socket->recv_now(data, length);
         if (count != -1 || (errno != EAGAIN && errno != EWOULDBLOCK)) return count;
     }
 }
 
-int TcpStream::Read(char* data, unsigned int length)
+int TcpStream::AwaitInput(const Deadline& deadline)
+{
+    if (m_inputBegin < m_inputEnd) return 1;
+    const int count = Receive(m_input.data(), static_cast<unsigned int>(m_input.size()), deadline);
+    if (count <= 0) return count;
+    m_inputBegin = 0;
+    m_inputEnd = static_cast<size_t>(count);
+    return 1;
+}
+
+int TcpStream::Read(char* data, unsigned int length, const Deadline& deadline)
 {
     unsigned int done = 0;
     while (done < length) {
-        if (m_inputBegin == m_inputEnd) {
-            const int count = Receive(m_input.data(), static_cast<unsigned int>(m_input.size()));
-            if (count <= 0) return count < 0 ? -1 : static_cast<int>(done);
-            m_inputBegin = 0;
-            m_inputEnd = static_cast<size_t>(count);
-        }
+        const int found = AwaitInput(deadline);
+        if (found <= 0) return found < 0 ? -1 : static_cast<int>(done);
         const auto part = std::min<size_t>(length - done, m_inputEnd - m_inputBegin);
         memcpy(data + done, m_input.data() + m_inputBegin, part);
         m_inputBegin += part;

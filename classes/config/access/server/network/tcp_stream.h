@@ -9,6 +9,7 @@
 
 #include "config/access/io/socket.h"
 #include "config/access/server/network/change_feed.h"
+#include "config/base/deadline.h"
 #include "config/base/semaphore_helper.h"
 
 namespace vexa::corvalis::config::access {
@@ -34,8 +35,11 @@ class TcpStream {
     TcpStream& operator=(const TcpStream&) = delete;
 
     // The owner's.
-    /// @return `length`; less when the peer, or a failed send, ended the stream; -1 on failure.
-    int Read(char* data, unsigned int length);
+    /// Waits until there is input. @return 1; 0 when the peer, or a failed send, ended the stream; -1 on failure,
+    /// with ETIMEDOUT when none came in time.
+    int AwaitInput(const Deadline& deadline);
+    /// @return `length`; less when the peer, or a failed send, ended the stream; -1 on failure, as AwaitInput.
+    int Read(char* data, unsigned int length, const Deadline& deadline);
     /// Waits until there is room for an answer. @return false when the stream has failed.
     bool WaitForRoom();
     /// Waits until the peer has taken what is queued, or the stream has failed.
@@ -85,8 +89,9 @@ class TcpStream {
     bool ReportLostEvents(const ChangeFeed::Batch& batch) const VEXA_REQUIRES(m_lock);
     void ClearQueue() VEXA_REQUIRES(m_lock);
     void SendQueue() VEXA_EXCLUDES(m_lock);
-    int Receive(char* data, unsigned int length) VEXA_EXCLUDES(m_lock);
-    bool WaitAndSend(bool forInput) VEXA_EXCLUDES(m_lock);
+    int Receive(char* data, unsigned int length, const Deadline& deadline) VEXA_EXCLUDES(m_lock);
+    bool WaitAndSend(bool forInput, const Deadline& deadline = Deadline(Deadline::kNever))
+        VEXA_EXCLUDES(m_lock);
     int StallTimeLeft() VEXA_REQUIRES(m_lock);
     bool IsShared() const { return m_wake != -1; }
 

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <deque>
 #include <string>
 
 #include "config/access/io/socket.h"
@@ -102,6 +103,29 @@ TEST_F(NetworkAttacks, NobodyTakesTheDatagramsOfAServerOrClient)
     if (!fixed.Init()) GTEST_SKIP() << "the next port is in use";
     for (const char* const address : kAddresses)
         EXPECT_FALSE(CanShare(server.port + 1, address)) << "of a server, chosen by its user";
+}
+
+TEST(NetworkSilence, OnlyWhoHasConnectedMayBeSilent)
+{
+    LocalStore store(kConfig);
+    TestServer server(SOCK_STREAM, {}, std::chrono::milliseconds(500));
+    const std::string connect = NetworkBytes({16, 1, 0, static_cast<uint32_t>(kConfig), 0, 4096});
+    const std::string set = RequestBytes(113, kConfig, kText, TextPayload("text", kText, kConfig));
+    std::deque<RawPeer> connected;
+    for (int i = 0; i < 3; ++i) {
+        connected.emplace_back(server.port).Send(connect);
+        EXPECT_EQ(connected.back().ReceiveWords(7)[0], 32u);
+    }
+    RawPeer &idle = connected[0], &half = connected[1], &unfinished = connected[2];
+    const std::string log = StderrOf([&] {
+        RawPeer silent(server.port), slow(server.port);
+        slow.Send(connect.substr(0, 5));
+        half.Send(set.substr(0, 47));
+        unfinished.Send(set.substr(0, 50));
+        for (RawPeer* const peer : {&silent, &slow, &half, &unfinished}) EXPECT_TRUE(peer->IsClosed());
+        EXPECT_EQ(idle.Ask(RequestWords(80, kConfig, kNumber), 13)[0], 96u);
+    });
+    EXPECT_THAT(log, HasSubstr("a client that has not connected in 500 ms is cut off\n"));
 }
 
 }  // namespace
