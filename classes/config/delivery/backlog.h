@@ -13,7 +13,7 @@ namespace vexa {
 
 /// Keeps events in their order. A receiver that keeps up gets every one. For one that lags, events which a
 /// newer event of the same parameter has overtaken are left out, oldest first, once there are more than
-/// kHistoryBytes of them; the newest event of each parameter always stays, in the order of the last change.
+/// a certain size of them; the newest event of each parameter always stays, in the order of the last change.
 /// So memory is bounded by the catalogue, and nobody ends with an old value.
 ///
 /// One receiver calls Take. Several of them each keep a Position and call Read; the owner drops what all have
@@ -23,11 +23,15 @@ class Backlog {
   public:
     /// The number of the last event that a receiver has read, counted from 1.
     using Position = uint64_t;
-    /// Overtaken events that are kept: several thousand changes of numbers.
+    /// Overtaken events that are kept, by default: several thousand changes of numbers.
     static constexpr size_t kHistoryBytes = size_t{4} * 1024 * 1024;
 
     /// @param maxBytes  of the newest events of all parameters: a limit for events that peers send.
-    explicit Backlog(size_t maxBytes = SIZE_MAX) : m_maxBytes(maxBytes) {}
+    /// @param historyBytes  of overtaken events that are kept.
+    explicit Backlog(size_t maxBytes = SIZE_MAX, size_t historyBytes = kHistoryBytes)
+        : m_maxBytes(maxBytes), m_maxHistoryBytes(historyBytes)
+    {
+    }
 
     bool IsEmpty() const { return m_events.empty(); }
     /// The number of the newest event.
@@ -68,7 +72,7 @@ class Backlog {
         return std::ranges::upper_bound(m_events, position, {}, &Entry::position);
     }
 
-    const size_t m_maxBytes;
+    const size_t m_maxBytes, m_maxHistoryBytes;
     Position m_end = 0;
     uint64_t m_leftOut = 0;
     Events m_events;  // the last one is the newest of its parameter, so there is none that is only gone
@@ -103,7 +107,7 @@ void Backlog<Event>::Overtake(Entry& older)
     m_historyBytes += older.bytes;
     older.state = State::kOvertaken;
     m_overtaken.push_back(older.position);
-    while (m_historyBytes > kHistoryBytes) LeaveOutOldest();
+    while (m_historyBytes > m_maxHistoryBytes) LeaveOutOldest();
 }
 
 template <class Event>

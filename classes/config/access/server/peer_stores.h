@@ -16,6 +16,32 @@ inline constexpr size_t kMaxPeerStores = 64;
 /// Those of one UDP server: its clients need not be there at all, and those over TCP must find some left.
 inline constexpr size_t kMaxDatagramPeerStores = 32;
 
+/// Bytes of the texts and data that peers have in stores other than 0, for all of them together: store 0 has its
+/// own limit, the catalogue.
+inline constexpr size_t kMaxPeerTextBytes = size_t{16} * 1024 * 1024;
+
+/// Room for a text, or data, that a peer is about to have stored. Thread: any.
+class PeerText {
+  public:
+    /// @param config  from OpenPeerStore. @param bytes  of the value, in place of what the parameter has.
+    PeerText(Config& config, eParam_t id, size_t bytes);
+    /// Gives the room back, unless the value was stored.
+    ~PeerText();
+    PeerText(const PeerText&) = delete;
+    PeerText& operator=(const PeerText&) = delete;
+
+    /// Whether the value may be stored.
+    bool HasRoom() const { return m_hasRoom; }
+    /// The value is stored: it counts as long as the store is open.
+    void Keep();
+
+  private:
+    const eConfigID_t m_configID;
+    const eParam_t m_id;
+    const size_t m_bytes;
+    bool m_hasRoom = true, m_isStored = false;
+};
+
 /// The store of a configuration. Close each store that was opened. Thread: any; hold no lock.
 /// @return null when too many others are open or the connector has none.
 VEXA_EXPORT Config* OpenPeerStore(eConfigID_t configID);

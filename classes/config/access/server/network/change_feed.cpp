@@ -169,7 +169,9 @@ std::shared_ptr<ChangeFeed> ChangeFeed::Of(Config& config, std::endian payloadOr
 }
 
 ChangeFeed::ChangeFeed(Config& config, std::endian payloadOrder)
-    : m_config(config), m_payloadOrder(payloadOrder)
+    : m_config(config),
+      m_payloadOrder(payloadOrder),
+      m_events(SIZE_MAX, config.GetConfigID() == 0 ? Backlog<Event>::kHistoryBytes : kPeerHistoryBytes)
 {
 }
 

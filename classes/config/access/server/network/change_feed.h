@@ -35,6 +35,8 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
         size_t Size() const { return record.size() + payload.size(); }
     };
     using Position = Backlog<Event>::Position;
+    /// History of a store other than 0: peers may listen to kMaxPeerStores of them, and have all filled.
+    static constexpr size_t kPeerHistoryBytes = size_t{512} * 1024;
     /// Events leave at the latest when there are so many bytes of them.
     static constexpr size_t kBatchBytes = size_t{64} * 1024;
 
@@ -120,7 +122,7 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
 
     mutable Mutex m_lock;
     CondVar m_changed;
-    Backlog<Event> m_events VEXA_GUARDED_BY(m_lock);
+    Backlog<Event> m_events VEXA_GUARDED_BY(m_lock);  // the newest are bounded by what the store holds
     std::vector<std::weak_ptr<TcpStream>> m_receivers VEXA_GUARDED_BY(m_lock);
     unsigned int m_receiversVersion VEXA_GUARDED_BY(m_lock) = 0;
     bool m_wanted VEXA_GUARDED_BY(m_lock) = false;  // the feed's thread has work

@@ -1,5 +1,7 @@
 #include "config/access/server/network/network_connection.h"
 
+#include <utility>
+
 #include "config/base/log.h"
 #include "config/config.h"
 #include "config/values/config_value.h"
@@ -8,17 +10,14 @@ namespace vexa::corvalis::config::access {
 
 namespace {
 
-template <class Value, class Content>
-bool Apply(Config& config, ConfigValue& object, timeval time, const char* mismatch)
+template <class Value, class Content, class Store>
+bool Apply(ConfigValue& object, const char* mismatch, const Store& store)
 {
     auto* const value = dynamic_cast<Value*>(&object);
-    if (!value) {
-        Print("%s", mismatch);
-        return false;
-    }
+    if (!value) return Report("%s", mismatch);
     Content content{};
     value->Get(content);
-    return config.Set(value->GetParamID(), std::move(content), time);
+    return store(value->GetParamID(), std::move(content));
 }
 
 }  // namespace
@@ -28,12 +27,14 @@ bool NetworkConnection::DoSetRequest(Config* config, ConfigValue* value, timeval
     switch (value ? value->GetClassID() : eClassID_Unset) {
         case eClassID_IntegerValue:
             return Apply<IntegerValue, unsigned int>(
-                *config, *value, time,
-                "NetworkConnection::DoSetRequest - type error, configValue is not an IntegerValue\n");
+                *value, "NetworkConnection::DoSetRequest - type error, configValue is not an IntegerValue\n",
+                [&](eParam_t id, unsigned int number) { return config->Set(id, number, time); });
         case eClassID_StringValue:
             return Apply<StringValue, std::string>(
-                *config, *value, time,
-                "NetworkConnection::DoSetRequest - type error, configValue is not a StringValue\n");
+                *value, "NetworkConnection::DoSetRequest - type error, configValue is not a StringValue\n",
+                [&](eParam_t id, std::string text) {
+                    return SetText(*config, id, text.size(), [&] { return config->Set(id, text, time); });
+                });
         default:
             return Report("NetworkConnection::DoSetRequest - returning error (unsupported classID)\n");
     }

@@ -4,6 +4,8 @@
 #include <sys/time.h>
 
 #include "config/access/protocol/network_protocol.h"
+#include "config/access/server/peer_stores.h"
+#include "config/base/log.h"
 
 class Config;
 class ConfigValue;
@@ -21,6 +23,19 @@ class NetworkConnection {
     bool DoSetRequest(Config* config, ConfigValue* value, timeval time);
 
   protected:
+    /// Has a text or data stored, if there is room for what peers store. @return false after one line, or the
+    /// store's answer.
+    template <class Store>
+    static bool SetText(Config& config, eParam_t id, size_t bytes, const Store& store)
+    {
+        PeerText text(config, id, bytes);
+        if (!text.HasRoom())
+            return Report("NetworkConnection::SetText - no room for another text (ParamID:0x%0x)\n", id);
+        if (!store()) return false;
+        text.Keep();
+        return true;
+    }
+
     /// The answer to a request without value: its prefix, and no error.
     static XCONFIGMGR_CONNECTION_RESPONSE_T Confirmation(const MessagePrefix& request, eMessageType_t type);
     /// An answer without payload. An error of 0 is the caller's mistake: a warning, and it is sent as it is.

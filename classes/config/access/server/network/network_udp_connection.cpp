@@ -392,7 +392,9 @@ void NetworkUDPConnection::ProcessSetDataRequest(Entry& entry, const Datagram& d
     std::string data(datagram.payload, request.streamLength);
     ChangeAnnouncer::OwnChange change(*entry.announcer, WithDependents(*entry.config, request.paramID));
     // The store calls its listeners even for data that it refused, which is no change.
-    if (!entry.config->SetData(request.paramID, data)) return;
+    if (!SetText(*entry.config, request.paramID, data.size(),
+                 [&] { return entry.config->SetData(request.paramID, data); }))
+        return;
     AnnounceStream(entry, datagram, XCFG_PARAM_DATA_CHANGED_EVENT, change);
     change.AnnounceKept(request.paramID);
 }

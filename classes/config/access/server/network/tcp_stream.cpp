@@ -86,6 +86,11 @@ bool TcpStream::Transmit(const char* data, size_t length)
 
 bool TcpStream::Enqueue(const char* data, size_t length)
 try {
+    if (allQueues + length > kMaxAllQueues) {
+        Print("NetworkTCPConnection - a client that lags is cut off, for too much waits for all together\n");
+        errno = ENOBUFS;
+        return Fail();
+    }
     if (m_sent > m_queue.size() / 2) {
         m_queue.erase(0, m_sent);
         m_sent = 0;

@@ -24,7 +24,9 @@ class TcpStream {
     /// Bytes that wait for a peer, beyond which it gets no answers to further requests.
     static constexpr size_t kQueueRoom = size_t{64} * 1024;
     /// The same for all peers of the process together; a peer for which nothing waits is always answered.
-    static constexpr size_t kAllQueuesRoom = size_t{64} * 1024 * 1024;
+    static constexpr size_t kAllQueuesRoom = size_t{32} * 1024 * 1024;
+    /// The limit of what waits for all of them. A peer for which more would have to wait is cut off.
+    static constexpr size_t kMaxAllQueues = 2 * kAllQueuesRoom;
     static constexpr std::chrono::milliseconds kStallTimeout = std::chrono::minutes(1);
 
     /// @param stallTimeout  how long a peer may take nothing although there is something for it.

@@ -4,15 +4,20 @@
 #include <unistd.h>
 
 #include <deque>
+#include <memory>
+#include <optional>
 #include <string>
 
 #include "config/access/io/socket.h"
+#include "config/access/server/network/tcp_stream.h"
+#include "config/access/server/peer_stores.h"
 #include "support/raw_peer.h"
 #include "support/stderr_of.h"
 #include "support/test_server.h"
 
 namespace {
 
+using namespace vexa::corvalis::config::access;
 using testing::HasSubstr;
 
 const eConfigID_t kConfig = 0x20000000 + getpid() * 4;
@@ -29,7 +34,6 @@ class NetworkAttacks : public testing::Test {
     }
     static WordList Connect() { return {16, 0x21234, 0, static_cast<uint32_t>(kConfig), 0, 4096}; }
 
-    using NetworkServer = vexa::corvalis::config::access::NetworkServer;
     LocalStore store{kConfig};
     TestServer server{SOCK_DGRAM};
     RawPeer client{server.port, SOCK_DGRAM};
@@ -93,7 +97,7 @@ bool CanShare(int port, const char* address)
 TEST_F(NetworkAttacks, NobodyTakesTheDatagramsOfAServerOrClient)
 {
     constexpr const char* kAddresses[] = {"127.0.0.1", "0.0.0.0"};
-    vexa::corvalis::config::access::Socket other(AF_INET, SOCK_DGRAM);
+    Socket other(AF_INET, SOCK_DGRAM);
     ASSERT_TRUE(other.create() && other.connect("127.0.0.1", server.port));
     for (const char* const address : kAddresses) {
         EXPECT_FALSE(CanShare(server.port, address)) << "of a server, chosen by the system";
@@ -125,7 +129,71 @@ TEST(NetworkSilence, OnlyWhoHasConnectedMayBeSilent)
         for (RawPeer* const peer : {&silent, &slow, &half, &unfinished}) EXPECT_TRUE(peer->IsClosed());
         EXPECT_EQ(idle.Ask(RequestWords(80, kConfig, kNumber), 13)[0], 96u);
     });
+    server.Stop();
+    EXPECT_TRUE(NetworkServer::WaitUntilStopped(std::chrono::milliseconds(RawPeer::kDeadlineMs)));
     EXPECT_THAT(log, HasSubstr("a client that has not connected in 500 ms is cut off\n"));
+}
+
+TEST_F(NetworkAttacks, TextsOfPeersHaveOneLimit)
+{
+    const auto set = [&](const std::string& text) {
+        const std::string payload = TextPayload(text, kText, kConfig);
+        client.Send(RequestBytes(113, kConfig, kText, payload));
+        client.Send(RequestBytes(258, kConfig, eParamID_TestData, text));
+        EXPECT_EQ(client.Ask(RequestWords(80, kConfig, kNumber), 13)[0], 96u);
+        std::string stored, data;
+        store->Get(eParamID_SysName, stored);
+        store->GetData(eParamID_TestData, data);
+        return stored == text && data == text;
+    };
+    Config* const other = OpenPeerStore(kConfig + 1);
+    const auto fill = [&](size_t bytes) {
+        PeerText text(*other, eParamID_SysName, bytes);
+        if (text.HasRoom()) text.Keep();
+        return text.HasRoom();
+    };
+    EXPECT_TRUE(set("ten bytes."));
+    EXPECT_FALSE(fill(kMaxPeerTextBytes - 19));
+    EXPECT_TRUE(fill(kMaxPeerTextBytes - 20));
+    EXPECT_TRUE(fill(kMaxPeerTextBytes - 20)) << "in place of the other";
+    EXPECT_FALSE(set("eleven byte"));
+    EXPECT_TRUE(set("as many :)"));
+    Config* const device = OpenPeerStore(0);
+    EXPECT_TRUE(PeerText(*device, eParamID_SysName, 1000).HasRoom());
+    ClosePeerStore(device);
+    ClosePeerStore(other);
+    EXPECT_TRUE(set("eleven byte")) << "the other store is closed";
+}
+
+/// A stream whose peer reads nothing.
+struct Unread {
+    Unread()
+    {
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        auto socket = std::make_unique<Socket>(AF_UNIX, SOCK_STREAM);
+        socket->fd = ends[0];
+        peer = ends[1];
+        stream.emplace(std::move(socket));
+    }
+    ~Unread() { close(peer); }
+    bool Send(size_t bytes) { return stream->Send(std::string(bytes, 'x').data(), bytes); }
+
+    int peer;
+    std::optional<TcpStream> stream;
+};
+
+TEST(NetworkQueues, HaveOneLimit)
+{
+    constexpr size_t kMost = TcpStream::kMaxAllQueues, kMany = kMost / 8;
+    Unread lagging, next;
+    EXPECT_TRUE(lagging.Send(kMost));
+    EXPECT_THAT(StderrOf([&] { EXPECT_FALSE(next.Send(kMany)); }),
+                HasSubstr("a client that lags is cut off"));
+    EXPECT_FALSE(next.Send(1)) << "it would come after a part of a message";
+    EXPECT_TRUE(lagging.Send(1));
+    lagging.stream.reset();
+    EXPECT_TRUE(Unread().Send(kMany));
 }
 
 }  // namespace
