@@ -15,7 +15,8 @@ class ParamDescriptor;
 /// Thread: one object belongs to one thread. The order of the virtual operations is part of the contract.
 class VEXA_EXPORT AlarmProducer {
   public:
-    /// @param config  borrowed; must carry data values (a local store or UDP, not TCP: see Config::SetData).
+    /// @param config  borrowed; must carry data values (a local store or UDP, not TCP nor
+    /// message queues, which end the process: see Config::SetData).
     AlarmProducer(Config* config, eParam_t id);
     virtual ~AlarmProducer() = default;
     AlarmProducer(const AlarmProducer&) = delete;

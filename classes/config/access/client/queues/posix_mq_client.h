@@ -20,7 +20,8 @@ struct XCONFIGMGR_RESPONSE_T;
 /// PosixMQFactory makes clients and takes them back.
 ///
 /// Numbers and texts come from the daemon; parameters and descriptors from this process's own catalogue. A
-/// number or text must fit into one message of the queue.
+/// number or text must fit into one message of the queue. Data values do not travel over queues: GetData and
+/// SetData are those of Config, which end the process.
 /// Thread: any. Listeners are called one at a time, on threads that the system starts or on one that waits
 /// for events. They may use the client and disconnect it; adding and removing listeners of the same client,
 /// and waiting for its events, is refused in a callback. The connection is lost after an exchange without an

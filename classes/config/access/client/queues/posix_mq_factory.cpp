@@ -6,7 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <new>
 
@@ -22,7 +24,36 @@ namespace vexa::config::access {
 namespace {
 
 /// A daemon that is gone must not delay the end of its clients.
-constexpr unsigned int kDisconnectTimeoutMs = 1000;
+const std::atomic<unsigned int> disconnectTimeoutMs = 1000;
+
+/// The time of a handshake. Its limit may change meanwhile. Thread: one.
+class HandshakeTime {
+  public:
+    /// @param limit  borrowed.
+    explicit HandshakeTime(const std::atomic<unsigned int>& limit) : m_limit(limit) {}
+
+    /// What is left as of now. Prints a line for each minute that has passed.
+    Deadline Left()
+    {
+        const auto passed = std::chrono::steady_clock::now() - m_start;
+        if (passed >= m_told + std::chrono::minutes(1)) {
+            m_told = std::chrono::floor<std::chrono::minutes>(passed);
+            Print("PosixMQFactory - the daemon has not answered for %d minutes\n",
+                  static_cast<int>(m_told.count()));
+        }
+        const unsigned int limit = m_limit;
+        if (limit == Deadline::kNever) return Deadline(Deadline::kNever);
+        const auto left =
+            std::chrono::milliseconds(limit) - std::chrono::floor<std::chrono::milliseconds>(passed);
+        return Deadline(static_cast<unsigned int>(std::max<long long>(left.count(), 0)));
+    }
+    bool IsOver() { return Left().IsOver(); }
+
+  private:
+    const std::atomic<unsigned int>& m_limit;
+    const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+    std::chrono::minutes m_told{0};
+};
 
 XCONFIGMGR_CONNECTION_REQUEST_T HandshakeRequest(eMessageType_t type, unsigned int connectionID,
                                                  unsigned int priority, SharedExchanges& shared)
@@ -33,20 +64,20 @@ XCONFIGMGR_CONNECTION_REQUEST_T HandshakeRequest(eMessageType_t type, unsigned i
     return request;
 }
 
-bool Send(mqd_t queue, const XCONFIGMGR_CONNECTION_REQUEST_T& request, const Deadline& deadline)
+bool Send(mqd_t queue, const XCONFIGMGR_CONNECTION_REQUEST_T& request, HandshakeTime& time)
 {
     const std::string bytes = wire::Bytes<wire::HostOrder>(request);
     do {
-        if (SendMessage(queue, bytes.data(), bytes.size(), request.info.priority, deadline)) return true;
-    } while (errno == ETIMEDOUT && !deadline.IsOver() && HasName(queue));
+        if (SendMessage(queue, bytes.data(), bytes.size(), request.info.priority, time.Left())) return true;
+    } while (errno == ETIMEDOUT && !time.IsOver() && HasName(queue));
     return false;
 }
 
 /// @param daemon  its queue, without whose name nothing comes. @return false, with errno.
-bool WaitForMessage(mqd_t daemon, mqd_t queue, const Deadline& deadline)
+bool WaitForMessage(mqd_t daemon, mqd_t queue, HandshakeTime& time)
 {
-    while (!WaitForQueue(queue, POLLIN, NextLook(deadline))) {
-        if (errno != ETIMEDOUT || deadline.IsOver()) return false;
+    while (!WaitForQueue(queue, POLLIN, NextLook(time.Left()))) {
+        if (errno != ETIMEDOUT || time.IsOver()) return false;
         if (HasName(daemon)) continue;
         errno = EIDRM;
         return false;
@@ -57,9 +88,9 @@ bool WaitForMessage(mqd_t daemon, mqd_t queue, const Deadline& deadline)
 /// The first message that is no event, and no goodbye of a daemon that has ended.
 /// @param daemon  its queue. @param buffer  for any message of the queue.
 bool ReceiveAnswer(mqd_t daemon, mqd_t queue, uint32_t requestID, std::vector<char>& buffer,
-                   const Deadline& deadline, MQMessage& answer)
+                   HandshakeTime& time, MQMessage& answer)
 {
-    while (WaitForMessage(daemon, queue, deadline)) {
+    while (WaitForMessage(daemon, queue, time)) {
         const ssize_t count = ReceiveNow(queue, buffer.data(), buffer.size());
         if (count == -1 && errno == EAGAIN) continue;
         if (count == -1) return false;
@@ -190,9 +221,9 @@ mqd_t PosixMQFactory::OpenResponseQueue(unsigned int& connectionID)
 bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, unsigned int connectionID,
                                        unsigned int priority)
 {
-    const Deadline deadline(m_connectTimeout);
+    HandshakeTime time(m_connectTimeout);
     const auto request = HandshakeRequest(XCFG_CONNECT_REQUEST, connectionID, priority, *m_shared);
-    if (!Send(requestQueue, request, deadline)) {
+    if (!Send(requestQueue, request, time)) {
         PrintError("PosixMQFactory::ConfirmConnection");
         return Report("PosixMQFactory::ConfirmConnection: mq_send failed\n");
     }
@@ -211,7 +242,7 @@ bool PosixMQFactory::ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, 
                       static_cast<long>(attributes.mq_msgsize));
     }
     MQMessage answer;
-    if (!ReceiveAnswer(requestQueue, responseQueue, request.info.requestID, buffer, deadline, answer)) {
+    if (!ReceiveAnswer(requestQueue, responseQueue, request.info.requestID, buffer, time, answer)) {
         PrintError("PosixMQFactory::ConfirmConnection - mq_receive failed\n");
         return Report("PosixMQFactory::ConfirmConnection - mq_receive for connectionID %X failed\n",
                       connectionID);
@@ -244,12 +275,12 @@ void PosixMQFactory::Disconnect(PosixMQClient* client)
 
 bool PosixMQFactory::ConfirmDisconnect(PosixMQClient* client)
 {
-    const Deadline deadline(kDisconnectTimeoutMs);
+    HandshakeTime time(disconnectTimeoutMs);
     const auto request = HandshakeRequest(XCFG_DISCONNECT_REQUEST, client->ConnectionID(),
                                           client->Connection().priority, *m_shared);
     DrainQueue(client->Connection().responseQueue);
     mq_attr attributes{};
-    if (!Send(client->Connection().requestQueue, request, deadline) ||
+    if (!Send(client->Connection().requestQueue, request, time) ||
         mq_getattr(client->Connection().responseQueue, &attributes) != 0)
         return false;
     std::vector<char> buffer;
@@ -260,7 +291,7 @@ bool PosixMQFactory::ConfirmDisconnect(PosixMQClient* client)
     }
     MQMessage answer;
     return ReceiveAnswer(client->Connection().requestQueue, client->Connection().responseQueue,
-                         request.info.requestID, buffer, deadline, answer) &&
+                         request.info.requestID, buffer, time, answer) &&
            answer.msgtype == XCFG_DISCONNECT_RESPONSE &&
            ConnectionUtilities::IsValidResponse(request.info, answer.info) && answer.listenerError == 0;
 }

@@ -43,7 +43,8 @@ class VEXA_EXPORT PosixMQFactory {
     /// 10 for a URI with "priority=", whatever follows, else 0.
     static unsigned int GetPriority(const std::string& uri);
 
-    /// How long the daemon may take to answer a Connect, in milliseconds. Default no limit.
+    /// How long the daemon may take to answer a Connect, in milliseconds. Default no limit: a line a minute then
+    /// tells of the wait. It also counts for a Connect that is waiting, which another thread can end like that.
     void SetConnectTimeout(unsigned int timeout) { m_connectTimeout = timeout; }
 
   private:

@@ -173,6 +173,11 @@ TEST_F(MainstayQueueFactory, WaitsForADaemonThatHangsAreLimited)
     const auto start = std::chrono::steady_clock::now();
     factory.Disconnect(client);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
+    factory.SetConnectTimeout(vexa::Deadline::kNever);
+    auto waiting = std::async(std::launch::async, [&] { return factory.Connect("mq:"); });
+    EXPECT_EQ(waiting.wait_for(50ms), std::future_status::timeout);
+    factory.SetConnectTimeout(0);
+    EXPECT_EQ(waiting.get(), nullptr) << "another thread has ended it";
     EXPECT_FALSE(QueueExists(QueueName(0)));
 }
 
