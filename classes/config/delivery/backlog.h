@@ -27,12 +27,11 @@ class Backlog {
     static constexpr size_t kHistoryBytes = size_t{4} * 1024 * 1024;
 
     /// @param maxBytes  of the newest events of all parameters: a limit for events that peers send.
-    /// @param historyBytes  of overtaken events that are kept.
-    explicit Backlog(size_t maxBytes = SIZE_MAX, size_t historyBytes = kHistoryBytes)
-        : m_maxBytes(maxBytes), m_maxHistoryBytes(historyBytes)
-    {
-    }
+    explicit Backlog(size_t maxBytes = SIZE_MAX) : m_maxBytes(maxBytes) {}
 
+    /// Bytes of overtaken events that are kept, from the next event on.
+    void LimitHistory(size_t bytes) { m_maxHistoryBytes = bytes; }
+    size_t HistoryBytes() const { return m_historyBytes; }
     bool IsEmpty() const { return m_events.empty(); }
     /// The number of the newest event.
     Position End() const { return m_end; }
@@ -72,7 +71,8 @@ class Backlog {
         return std::ranges::upper_bound(m_events, position, {}, &Entry::position);
     }
 
-    const size_t m_maxBytes, m_maxHistoryBytes;
+    const size_t m_maxBytes;
+    size_t m_maxHistoryBytes = kHistoryBytes;
     Position m_end = 0;
     uint64_t m_leftOut = 0;
     Events m_events;  // the last one is the newest of its parameter, so there is none that is only gone

@@ -22,6 +22,8 @@ namespace {
 /// So few receivers are served by the thread that made the changes: waking another thread would take longer.
 constexpr size_t kFewReceivers = 16;
 
+std::atomic<size_t> allHistory = 0;  // bytes
+
 thread_local ChangeFeed::Gathering* t_gathering = nullptr;
 
 struct Feeds {
@@ -169,9 +171,7 @@ std::shared_ptr<ChangeFeed> ChangeFeed::Of(Config& config, std::endian payloadOr
 }
 
 ChangeFeed::ChangeFeed(Config& config, std::endian payloadOrder)
-    : m_config(config),
-      m_payloadOrder(payloadOrder),
-      m_events(SIZE_MAX, config.GetConfigID() == 0 ? Backlog<Event>::kHistoryBytes : kPeerHistoryBytes)
+    : m_config(config), m_payloadOrder(payloadOrder)
 {
 }
 
@@ -192,6 +192,9 @@ ChangeFeed::~ChangeFeed()
         m_changed.NotifyAll();
     }
     if (m_thread.joinable()) m_thread.join();
+    const MutexLock hold(m_lock);
+    m_events.Clear();
+    CountHistory();
 }
 
 ChangeFeed::Position ChangeFeed::Add(const std::shared_ptr<TcpStream>& receiver)
@@ -236,10 +239,19 @@ void ChangeFeed::AddEvent(eParam_t id, Event event)
 {
     const size_t bytes = event.Size();
     const bool isGathered = t_gathering && t_gathering->Holds(*this, bytes);
+    const bool isScarce = allHistory > kAllHistoryBytes && m_config.GetConfigID() != 0;
     const MutexLock hold(m_lock);
+    m_events.LimitHistory(isScarce ? kLittleHistoryBytes : Backlog<Event>::kHistoryBytes);
     m_events.Add(id, std::move(event), bytes - kResponseBytes);
+    CountHistory();
     m_end = m_events.End();
     if (!isGathered) Wake();
+}
+
+void ChangeFeed::CountHistory()
+{
+    allHistory += m_events.HistoryBytes() - m_countedHistory;
+    m_countedHistory = m_events.HistoryBytes();
 }
 
 /// Without the event the clients would keep an old value; the end of their connections makes them read anew.
@@ -295,6 +307,7 @@ bool ChangeFeed::SendToEach()
     }
     const MutexLock hold(m_lock);
     if (m_receiversVersion == version) m_events.Drop(least);  // a new receiver has not been asked
+    CountHistory();
     return more;
 }
 

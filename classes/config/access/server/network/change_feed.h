@@ -35,8 +35,10 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
         size_t Size() const { return record.size() + payload.size(); }
     };
     using Position = Backlog<Event>::Position;
-    /// History of a store other than 0: peers may listen to kMaxPeerStores of them, and have all filled.
-    static constexpr size_t kPeerHistoryBytes = size_t{512} * 1024;
+    /// History of all feeds together, beyond which each that gets an event keeps only a little, store 0 excepted:
+    /// peers may listen to kMaxPeerStores stores and have them all changed.
+    static constexpr size_t kAllHistoryBytes = size_t{32} * 1024 * 1024,
+                            kLittleHistoryBytes = size_t{512} * 1024;
     /// Events leave at the latest when there are so many bytes of them.
     static constexpr size_t kBatchBytes = size_t{64} * 1024;
 
@@ -115,6 +117,7 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
     bool SendToEach();
     void Wake() VEXA_REQUIRES(m_lock);
     bool AwaitWork();
+    void CountHistory() VEXA_REQUIRES(m_lock);
     void Run();
 
     Config& m_config;
@@ -122,7 +125,8 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
 
     mutable Mutex m_lock;
     CondVar m_changed;
-    Backlog<Event> m_events VEXA_GUARDED_BY(m_lock);  // the newest are bounded by what the store holds
+    Backlog<Event> m_events VEXA_GUARDED_BY(m_lock);      // the newest are bounded by what the store holds
+    size_t m_countedHistory VEXA_GUARDED_BY(m_lock) = 0;  // bytes
     std::vector<std::weak_ptr<TcpStream>> m_receivers VEXA_GUARDED_BY(m_lock);
     unsigned int m_receiversVersion VEXA_GUARDED_BY(m_lock) = 0;
     bool m_wanted VEXA_GUARDED_BY(m_lock) = false;  // the feed's thread has work

@@ -196,4 +196,37 @@ TEST(NetworkQueues, HaveOneLimit)
     EXPECT_TRUE(Unread().Send(kMany));
 }
 
+/// The events of texts up to the one that ends with a number.
+int EventsUpTo(RawPeer& peer, int last)
+{
+    int count = 0;
+    for (std::string payload; !payload.ends_with(std::to_string(last) + std::string(1, '\0')); ++count) {
+        const WordList event = peer.ReceiveWords(13);
+        EXPECT_EQ(event[0], 145u);
+        if (event[0] != 145u) break;
+        payload = peer.Receive(event[11]);
+    }
+    return count;
+}
+
+TEST(NetworkQueues, HistoriesOfAllStoresHaveOneLimit)
+{
+    constexpr int kStores = 11, kLast = 300;
+    TestServer server;
+    std::deque<LocalStore> stores;
+    std::deque<RawPeer> listeners;
+    for (int i = 0; i < kStores; ++i) {
+        const eConfigID_t config = kConfig + i;
+        LocalStore& store = stores.emplace_back(config);
+        RawPeer& listener = listeners.emplace_back(server.port, SOCK_STREAM, 4096);
+        listener.Send(WordList{16, 1, 0, static_cast<uint32_t>(config), 0, 4096});
+        EXPECT_EQ(listener.ReceiveWords(7)[0], 32u);
+        listener.Send(WordList{48, 1, 0, static_cast<uint32_t>(config), 0, 4096, 0});
+        EXPECT_EQ(listener.Ask(RequestWords(80, config, kNumber), 13)[0], 96u);
+        for (int n = 0; n <= kLast; ++n)
+            store->Set(eParamID_SysName, std::string(20'000, 'x') + std::to_string(n));
+    }
+    EXPECT_LT(EventsUpTo(listeners.back(), kLast), EventsUpTo(listeners.front(), kLast) * 2 / 3);
+}
+
 }  // namespace
