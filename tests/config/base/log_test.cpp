@@ -91,7 +91,7 @@ TEST(Log, SpellsOutWhatATerminalWouldObey)
         {"\xc1\x9b \xe0\x82\x9b", "\\xc1\\x9b \\xe0\\x82\\x9b"},  // longer than they need be
         {"\xf4\x90\x80\x80 \xed\xa0\x80", "\\xf4\\x90\\x80\\x80 \\xed\\xa0\\x80"},
     };
-    for (const auto& [text, shown] : rows) EXPECT_EQ(StderrOf([&] { vexa::Print("%s", text); }), shown);
+    for (const auto& row : rows) EXPECT_EQ(StderrOf([&] { vexa::Print("%s", row.first); }), row.second);
 }
 
 }  // namespace
