@@ -41,7 +41,7 @@ const char* NameOf(const StringQueue&)
 
 ConfigManager::ConfigManager(eConfigID_t configID)
     : m_configID(configID),
-      m_rangeRules(*this, m_listeners, [this](eParam_t id, unsigned int value) { SetConfigParam(id, value); })
+      m_rangeRules(*this, [this](eParam_t id, unsigned int value) { SetConfigParam(id, value); })
 {
 }
 

@@ -15,8 +15,9 @@ struct VEXA_EXPORT Clip {
     unsigned int take = 0;
 };
 
-/// Finds clips. It reads the clip-naming parameters through the Config it was made for and must not write to
-/// it: the store holds locks while it asks. Thread: the one that asked for the finder.
+/// Finds clips. It reads the clip-naming parameters through the Config it was made for, which is the store or, for a
+/// custom take, a view of it with custom names and takes and without the gang. It must not write there: the store may
+/// hold locks while it asks. Thread: the one that asked for the finder.
 class VEXA_EXPORT ClipFinder {
   public:
     virtual ~ClipFinder() = default;

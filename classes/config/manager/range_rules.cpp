@@ -3,8 +3,9 @@
 #include <algorithm>
 
 #include "config/base/log.h"
-#include "config/config.h"
+#include "config/descriptors/catalogue_config.h"
 #include "config/manager/media_library.h"
+#include "config/values/config_value.h"
 
 namespace vexa {
 
@@ -12,6 +13,59 @@ namespace {
 
 constexpr unsigned int kMaxTake = 999;
 constexpr unsigned int kMaxMediaAvailable = 99;  // per cent, two digits on the panel
+
+/// A store as a search for custom takes has to see it: with custom names and takes and no gang, whatever the user has
+/// set. In the store itself these values stay as they are, because others read it meanwhile.
+class CustomNaming : public CatalogueConfig {
+  public:
+    explicit CustomNaming(Config& store) : m_store(store) {}
+
+    using Config::Set;
+    using Config::SetData;
+    unsigned int Get(eParam_t id) override
+    {
+        unsigned int value = 0;
+        Get(id, value);
+        return value;
+    }
+    bool Get(eParam_t id, unsigned int& value) override
+    {
+        IntegerValue* const own = Find(id);
+        if (!own) return m_store.Get(id, value);
+        own->Get(value);
+        return true;
+    }
+    Serializable* GetSerializable(eParam_t id) override
+    {
+        IntegerValue* const own = Find(id);
+        return own ? own : m_store.GetSerializable(id);
+    }
+    eConfigID_t GetConfigID() override { return m_store.GetConfigID(); }
+    timeval GetLastConfigUpdate() override { return m_store.GetLastConfigUpdate(); }
+    bool Set(eParam_t id, unsigned int value, timeval time) override { return m_store.Set(id, value, time); }
+    bool Set(eParam_t id, std::string value, timeval time) override
+    {
+        return m_store.Set(id, std::move(value), time);
+    }
+    bool Get(eParam_t id, std::string& value) override { return m_store.Get(id, value); }
+    bool GetData(eParam_t id, std::string& data) override { return m_store.GetData(id, data); }
+    bool SetData(eParam_t id, std::string& data, timeval time) override
+    {
+        return m_store.SetData(id, data, time);
+    }
+
+  private:
+    IntegerValue* Find(eParam_t id)
+    {
+        const auto found = std::ranges::find(m_own, id, [](IntegerValue& own) { return own.GetParamID(); });
+        return found == std::end(m_own) ? nullptr : found;
+    }
+
+    Config& m_store;
+    IntegerValue m_own[3] = {{m_store.GetConfigID(), eParamID_GangEnable, eCParam_EnumValue, 0},
+                             {m_store.GetConfigID(), eParamID_UseCustomClipName, eCParam_EnumValue, 1},
+                             {m_store.GetConfigID(), eParamID_UseCustomClipTake, eCParam_EnumValue, 1}};
+};
 
 unsigned int AskMedia(Config& config)
 {
@@ -46,32 +100,21 @@ void RangeRules::Limit(eParam_t id, unsigned int& value)
         LimitTake(value);
 }
 
-/// The clip finder reads how clips are named from the store. For a custom take it must find custom names and
-/// takes and no gang, whatever the user has set, so these are forced for the length of the search.
-void RangeRules::LimitCustomTake(unsigned int& value)
-{
-    const ListenerList::Turn turn(m_listeners);  // no other change in between, and no event
-    const unsigned int clipName = m_store.Get(eParamID_UseCustomClipName);
-    const unsigned int clipTake = m_store.Get(eParamID_UseCustomClipTake);
-    const unsigned int gang = m_store.Get(eParamID_GangEnable);
-    m_setSilently(eParamID_GangEnable, 0);
-    m_setSilently(eParamID_UseCustomClipName, 1);
-    m_setSilently(eParamID_UseCustomClipTake, 1);
-    LimitTake(value);
-    PutBack(eParamID_UseCustomClipName, 1, clipName);
-    PutBack(eParamID_UseCustomClipTake, 1, clipTake);
-    PutBack(eParamID_GangEnable, 0, gang);
-}
-
-/// Restores a forced value, unless a user has changed it meanwhile.
-void RangeRules::PutBack(eParam_t id, unsigned int forced, unsigned int saved)
-{
-    if (m_store.Get(id) == forced) m_setSilently(id, saved);
-}
-
 void RangeRules::LimitTake(unsigned int& value)
 {
-    const unsigned int last = LastTakeOnMedia(m_store);
+    LimitTake(m_store, value);
+}
+
+void RangeRules::LimitCustomTake(unsigned int& value)
+{
+    CustomNaming naming(m_store);
+    LimitTake(naming, value);
+}
+
+/// @param naming  says how clips are named.
+void RangeRules::LimitTake(Config& naming, unsigned int& value)
+{
+    const unsigned int last = LastTakeOnMedia(naming);
     if (last >= value) value = std::min(last, kMaxTake) + 1;
     value = std::min(value, kMaxTake);
 }

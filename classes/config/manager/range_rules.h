@@ -3,7 +3,6 @@
 
 #include <functional>
 
-#include "config/listeners/listener_list.h"
 #include "config/param_ids.h"
 
 class Config;
@@ -11,15 +10,14 @@ class Config;
 namespace vexa {
 
 /// Works on one store: reads its clip-naming parameters, asks the product's media library which takes exist,
-/// and writes takes without an event. Thread: any.
+/// and writes takes without an event. Thread: any. No lock is held while the media library is asked; where new clip
+/// naming resets a take, the caller holds the store's turn, so that no other naming comes in between.
 class RangeRules {
   public:
     /// @param store        borrowed.
-    /// @param listeners    of the store: a search for custom takes blocks other changes.
     /// @param setSilently  stores a number without preconditions and events.
-    RangeRules(Config& store, ListenerList& listeners,
-               std::function<void(eParam_t, unsigned int)> setSilently)
-        : m_store(store), m_listeners(listeners), m_setSilently(std::move(setSilently))
+    RangeRules(Config& store, std::function<void(eParam_t, unsigned int)> setSilently)
+        : m_store(store), m_setSilently(std::move(setSilently))
     {
     }
 
@@ -33,11 +31,10 @@ class RangeRules {
 
   private:
     void LimitCustomTake(unsigned int& value);
-    void PutBack(eParam_t id, unsigned int forced, unsigned int saved);
+    static void LimitTake(Config& naming, unsigned int& value);
     void ResetTake(eParam_t take);
 
     Config& m_store;
-    ListenerList& m_listeners;
     const std::function<void(eParam_t, unsigned int)> m_setSilently;
 };
 

@@ -5,6 +5,7 @@
 
 #include <array>
 
+#include "config/values/config_value.h"
 #include "support/gate.h"
 #include "support/store.h"
 
@@ -117,39 +118,50 @@ TEST(RangeRules, TheRangeStepDoesNotDecideWhatIsStored)
     EXPECT_THAT(store.listener.Heard(), Contains("int 7b03050a=150"));
 }
 
-TEST(RangeRules, ACustomTakeIsSoughtUnderForcedNamingThatIsPutBack)
+TEST(RangeRules, ACustomTakeIsSoughtUnderCustomNamingThatNobodyElseSees)
 {
     FakeMedia media(12);
     TestStore store;
     store->SetConfigParam(eParamID_GangEnable, 1u);
+    const auto naming = [](Config& config) {
+        std::string all;
+        for (const eParam_t id : {eParamID_GangEnable, eParamID_UseCustomClipName, eParamID_UseCustomClipTake,
+                                  eParamID_ClipNumber}) {
+            unsigned int value = 99, held = 99;
+            EXPECT_TRUE(config.Get(id, value));
+            dynamic_cast<IntegerValue&>(*config.GetSerializable(id)).Get(held);
+            EXPECT_TRUE(config.Get(id) == value && held == value);
+            all += std::to_string(value);
+        }
+        return all;
+    };
+    store->SetConfigParam(eParamID_ClipNumber, 7u);
+    media.whileSearching = [&](Config& seen) {
+        EXPECT_EQ(naming(seen), "0117");
+        EXPECT_EQ(naming(*store), "1007");
+    };
     unsigned int take = 1;
     store->EnforceRangeLimits(eParamID_CustomTake, take);
     EXPECT_EQ(take, 13u);
-    EXPECT_THAT(media.log, Contains("last custom gang 0"));
-    EXPECT_EQ(store->Get(eParamID_GangEnable), 1u);
-    EXPECT_EQ(store->Get(eParamID_UseCustomClipName), 0u);
-    EXPECT_EQ(store->Get(eParamID_UseCustomClipTake), 0u);
-    EXPECT_TRUE(store.listener.Heard().empty());
+    store->Set(eParamID_CustomClipName, std::string("Scene"));
+    EXPECT_EQ(store->Get(eParamID_CustomTake), 13u);
+    EXPECT_THAT(media.log, ElementsAre("open NewCache", "find 101", "last custom gang 0",  //
+                                       "open NewCache", "find 101", "last custom gang 0"));
+    EXPECT_EQ(naming(*store), "1007");
 }
 
-TEST(RangeRules, AChangeDuringTheSearchIsNeitherLostNorToldWrongly)
+TEST(RangeRules, NoWriterWaitsForTheSearchForATakeThatAUserSets)
 {
-    Gate gate;
-    FakeMedia media(0);
-    TestStore store;
-    media.whileSearching = [&](Config&) {
-        store->SetConfigParam(eParamID_GangEnable, 1u);
-        gate.Pass();
-    };
-    const std::jthread search([&] {
-        unsigned int take = 1;
-        store->EnforceRangeLimits(eParamID_CustomTake, take);
-    });
-    // What the search has forced already.
-    EXPECT_TRUE(gate.KeepsWaiting([&] { store->Set(eParamID_UseCustomClipName, 1u); }));
-    EXPECT_EQ(store->Get(eParamID_GangEnable), 1u);
-    EXPECT_EQ(store->Get(eParamID_UseCustomClipName), 1u);
-    EXPECT_THAT(store.listener.Heard(), Contains("int 1301000a=1"));
+    for (const eParam_t take : {eParamID_CustomTake, eParamID_Take}) {
+        Gate gate;
+        FakeMedia media(0);
+        TestStore store;
+        media.whileSearching = [&](Config&) { gate.Pass(); };
+        const std::jthread search([&] { store->Set(take, 5u); });
+        EXPECT_FALSE(gate.KeepsWaiting([&] { store->Set(eParamID_UseCustomClipName, 1u); }));
+        EXPECT_EQ(store->Get(eParamID_UseCustomClipName), 1u);
+        EXPECT_THAT(store.listener.Heard(), Contains("int 1301000a=1"));
+    }
 }
 
 TEST(RangeRules, AFailingMediaLibraryLeavesTheNamingAsItWas)
