@@ -19,7 +19,8 @@ class VEXA_EXPORT ConfigFactory : public Runnable {
   public:
     /// @return null on failure. The caller does not delete it, but gives it back with Disconnect.
     virtual Config* Connect(std::string uri) = 0;
-    /// The Config must not be used any more. Null, and a store that this factory did not hand out, is
-    /// ignored.
+    /// The Config must not be used any more. In a callback of it, it is deleted when the callback has ended, and no
+    /// listener of a Config that is deleted is called any more. Null, and a Config that this factory did not hand out
+    /// or that was given back already, is ignored.
     virtual void Disconnect(Config* config) = 0;
 };

@@ -1,7 +1,6 @@
 #include "config/manager/config_manager.h"
 
 #include <algorithm>
-#include <set>
 
 #include "config/base/log.h"
 #include "config/base/no_destructor.h"
@@ -35,7 +34,64 @@ const char* NameOf(const StringQueue&)
     return "std::string";
 }
 
+struct LiveStores {
+    StaticLock lock;
+    std::map<const Config*, eConfigID_t> numbers VEXA_GUARDED_BY(lock);
+};
+
+LiveStores& Live()
+{
+    static vexa::NoDestructor<LiveStores> live;
+    return *live;
+}
+
+void Enter(const ConfigManager& store, eConfigID_t id)
+{
+    LiveStores& live = Live();
+    SemaphoreHelper hold(live.lock);
+    live.numbers.emplace(&store, id);
+}
+
+void Leave(const ConfigManager& store)
+{
+    LiveStores& live = Live();
+    SemaphoreHelper hold(live.lock);
+    live.numbers.erase(&store);
+}
+
 }  // namespace
+
+/// An operation that calls out, to listeners, preconditions or the media library, and goes on with the store after that.
+class ConfigManager::Operation {
+  public:
+    explicit Operation(ConfigManager& store) : m_store(store), m_outer(s_innermost) { s_innermost = this; }
+    ~Operation()
+    {
+        s_innermost = m_outer;
+        if (m_deletesStore) delete &m_store;
+    }
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
+
+    /// @return whether this thread is in an operation of the store, which will delete it.
+    static bool LeaveToOutermost(const ConfigManager& store)
+    {
+        Operation* outermost = nullptr;
+        for (Operation* operation = s_innermost; operation; operation = operation->m_outer)
+            if (&operation->m_store == &store) outermost = operation;
+        if (outermost) outermost->m_deletesStore = true;
+        return outermost != nullptr;
+    }
+
+  private:
+    static thread_local Operation* s_innermost;
+
+    ConfigManager& m_store;
+    Operation* const m_outer;
+    bool m_deletesStore = false;
+};
+
+thread_local ConfigManager::Operation* ConfigManager::Operation::s_innermost = nullptr;
 
 // --- life ---
 
@@ -43,13 +99,32 @@ ConfigManager::ConfigManager(eConfigID_t configID)
     : m_configID(configID),
       m_rangeRules(*this, [this](eParam_t id, unsigned int value) { SetConfigParam(id, value); })
 {
+    Enter(*this, configID);
 }
 
 ConfigManager::~ConfigManager()
 {
+    Leave(*this);
     DeleteAllUpdatePreconditions();
     SemaphoreHelper::Destroy(m_useCountLock);
     LeaveValues();
+}
+
+void ConfigManager::Release(ConfigManager* store)
+{
+    if (Operation::LeaveToOutermost(*store))
+        store->m_listeners.Clear();
+    else
+        delete store;
+}
+
+std::optional<eConfigID_t> ConfigManager::IDOf(const Config* config)
+{
+    LiveStores& live = Live();
+    SemaphoreHelper hold(live.lock);
+    const auto found = live.numbers.find(config);
+    if (found == live.numbers.end()) return std::nullopt;
+    return found->second;
 }
 
 void ConfigManager::LeaveValues()
@@ -123,10 +198,12 @@ bool ConfigManager::RemoveUpdatePrecondition(UpdatePrecondition* precondition)
 
 bool ConfigManager::DeleteAllUpdatePreconditions()
 {
-    // A precondition that was added twice is deleted once.
-    const std::set<UpdatePrecondition*> distinct(m_preconditions.begin(), m_preconditions.end());
-    m_preconditions.clear();
-    for (UpdatePrecondition* const precondition : distinct) delete precondition;
+    std::vector<UpdatePrecondition*> all;
+    all.swap(m_preconditions);
+    // One that was added twice is deleted once. Without allocating: the end of a store must not need memory.
+    std::ranges::sort(all);
+    const auto twice = std::ranges::unique(all);
+    std::for_each(all.begin(), twice.begin(), [](UpdatePrecondition* precondition) { delete precondition; });
     return true;
 }
 
@@ -293,6 +370,7 @@ bool ConfigManager::StoreAndAnnounce(const vexa::ListenerList::Turn&, eParam_t i
 
 bool ConfigManager::Set(eParam_t id, unsigned int value, timeval time)
 {
+    const Operation operation(*this);
     IntegerQueue queue{{id, value}};
     while (!queue.empty())
         if (!SetFront(queue, time)) return false;
@@ -323,6 +401,7 @@ bool ConfigManager::SetFront(IntegerQueue& queue, timeval time)
 
 bool ConfigManager::Set(eParam_t id, std::string value, timeval time)
 {
+    const Operation operation(*this);
     StringQueue queue{{id, std::move(value)}};
     while (!queue.empty())
         if (!SetFront(queue, time)) return false;
@@ -348,6 +427,7 @@ bool ConfigManager::SetFront(StringQueue& queue, timeval time)
 
 bool ConfigManager::SetData(eParam_t id, std::string& data, timeval time)
 {
+    const Operation operation(*this);
     ParamDescriptor* const descriptor = GetParamDescriptor(id);
     if (!descriptor) {
         PrintDescriptorError(kSetData);
@@ -369,24 +449,28 @@ bool ConfigManager::StoreAndAnnounceData(const vexa::ListenerList::Turn&, ParamD
 
 bool ConfigManager::EnforceRangeLimits(eParam_t id, unsigned int& value)
 {
+    const Operation operation(*this);
     m_rangeRules.Limit(id, value);
     return true;
 }
 
 bool ConfigManager::EnforceTakeLimits(unsigned int& value)
 {
+    const Operation operation(*this);
     m_rangeRules.LimitTake(value);
     return true;
 }
 
 bool ConfigManager::ExecutePostTriggers(eParam_t id, unsigned int&)
 {
+    const Operation operation(*this);
     m_rangeRules.AfterNumber(id);
     return true;
 }
 
 bool ConfigManager::ExecutePostTriggers(eParam_t id, std::string)
 {
+    const Operation operation(*this);
     m_rangeRules.AfterText(id);
     return true;
 }
@@ -414,24 +498,28 @@ bool ConfigManager::RemoveConfigEventListener(ConfigEventListener* listener)
 
 bool ConfigManager::FireParamChangedEvent(eParam_t id, unsigned int value, timeval time)
 {
+    const Operation operation(*this);
     m_listeners.TellNumber(id, value, time);
     return true;
 }
 
 bool ConfigManager::FireParamChangedEvent(eParam_t id, std::string value, timeval time)
 {
+    const Operation operation(*this);
     m_listeners.TellText(id, std::move(value), time);
     return true;
 }
 
 bool ConfigManager::FireDataChangedEvent(eParam_t id, std::string& data, timeval time)
 {
+    const Operation operation(*this);
     m_listeners.TellData(id, data, time);
     return true;
 }
 
 bool ConfigManager::FireParamsChangedEvents(std::vector<eParam_t> ids, timeval time)
 {
+    const Operation operation(*this);
     for (const eParam_t id : ids) {
         ParamDescriptor* const descriptor = GetParamDescriptor(id);
         if (!descriptor) continue;
@@ -459,6 +547,7 @@ void ConfigManager::AnnounceCurrent(const vexa::ListenerList::Turn&, ParamDescri
 
 bool ConfigManager::FireDataChangedEvents(std::vector<eParam_t> ids, timeval time)
 {
+    const Operation operation(*this);
     for (const eParam_t id : ids) {
         if (!GetParamDescriptor(id)) continue;
         const vexa::ListenerList::Turn turn(m_listeners);

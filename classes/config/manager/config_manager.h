@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,11 @@ class ConfigManager : public vexa::CatalogueConfig {
     /// The store must be out of use. The value objects live on: a caller may still hold one from
     /// GetSerializable.
     ~ConfigManager() override;
+    /// Deletes a store whose last user has left, which may be in a callback of it: then it is deleted after the
+    /// outermost operation of this thread, and calls no listener any more.
+    static void Release(ConfigManager* store);
+    /// The number of a store of this process; nothing for any other pointer, which is not followed.
+    static std::optional<eConfigID_t> IDOf(const Config* config);
 
     // Config; the forms that are not named here keep its defaults.
     using Config::AddConfigEventListener;
@@ -96,6 +102,8 @@ class ConfigManager : public vexa::CatalogueConfig {
     bool FireDataChangedEvents(std::vector<eParam_t> ids, timeval time);
 
   private:
+    class Operation;
+
     template <class Queue>
     bool PassesPrecondition(vexa::config::UpdatePrecondition& precondition, Queue& queue);
     template <class Queue>

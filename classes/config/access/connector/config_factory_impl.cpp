@@ -1,5 +1,7 @@
 #include "config/access/connector/config_factory_impl.h"
 
+#include <map>
+#include <utility>
 #include <vector>
 
 #include "config/access/client/cache/config_cache.h"
@@ -36,6 +38,36 @@ void Keep(ConfigCache* cache)
     static vexa::NoDestructor<KeptCaches> kept;
     SemaphoreHelper hold(kept->lock);
     kept->caches.push_back(cache);
+}
+
+/// The network clients that were handed out and not given back. They are the process's and not one connector's:
+/// a client may be given back to the next one.
+struct Clients {
+    StaticLock lock;
+    std::map<Config*, NetworkClient*> clients VEXA_GUARDED_BY(lock);
+};
+
+Clients& HandedOut()
+{
+    static vexa::NoDestructor<Clients> handedOut;
+    return *handedOut;
+}
+
+Config* HandOut(NetworkClient* client)
+{
+    Clients& handedOut = HandedOut();
+    SemaphoreHelper hold(handedOut.lock);
+    handedOut.clients.emplace(client, client);
+    return client;
+}
+
+/// @return null for anything else: only the pointer is looked at, which may be that of a client that is gone.
+NetworkClient* TakeBack(Config* config)
+{
+    Clients& handedOut = HandedOut();
+    SemaphoreHelper hold(handedOut.lock);
+    const auto entry = handedOut.clients.extract(config);
+    return entry ? entry.mapped() : nullptr;
 }
 
 /// @return null when the cache would not hear of changes: it would answer old values for ever.
@@ -89,18 +121,16 @@ Config* ConfigFactoryImpl::Connect(std::string uri)
 Config* ConfigFactoryImpl::ConnectNetwork(const std::string& uri)
 {
     NetworkClient* const client = m_networkFactory->Connect(uri);
-    Config* config = client;
-    if (client && vexa::uri::Contains(uri, "caching=true")) {
-        config = AddCache(*client);
-        if (!config) m_networkFactory->Disconnect(client);
-    }
+    Config* config = nullptr;
+    if (client) config = vexa::uri::Contains(uri, "caching=true") ? AddCache(*client) : HandOut(client);
+    if (client && !config) m_networkFactory->Disconnect(client);
     if (!config) vexa::Print("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n");
     return config;
 }
 
 void ConfigFactoryImpl::Disconnect(Config* config)
 {
-    if (auto* const client = dynamic_cast<NetworkClient*>(config))
+    if (NetworkClient* const client = TakeBack(config))
         m_networkFactory->Disconnect(client);
     else
         m_localFactory->Disconnect(config);

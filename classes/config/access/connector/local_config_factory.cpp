@@ -1,5 +1,6 @@
 #include "config/access/connector/local_config_factory.h"
 
+#include <algorithm>
 #include <memory>
 
 #include "config/access/protocol/uri.h"
@@ -42,19 +43,30 @@ Config* LocalConfigFactory::Connect(std::string uri)
     return m_stores[id] = store.release();
 }
 
-bool LocalConfigFactory::Disconnect(Config* config)
+/// @param last  receives the store if that was its last use.
+/// @return whether the store is one of this factory's: another factory's may have a number that is in the table too.
+bool LocalConfigFactory::TakeUse(Config* config, ConfigManager*& last)
 {
     SemaphoreHelper hold(m_tableLock);
-    auto* const store = dynamic_cast<ConfigManager*>(config);
-    if (!store) return false;
-    const eConfigID_t id = store->GetConfigID();
-    const auto found = m_stores.find(id);
-    // Another factory's store may have a number that is in the table too: it is not this factory's to count.
-    if (found == m_stores.end() || found->second != store)
-        return Report("LocalConfigFactory::Disconnect - This instance not tracking configID %d\n", id);
+    // The pointer is compared before it is followed: it may be that of a store which is gone.
+    const auto found = std::ranges::find(m_stores, config, [](const auto& entry) { return entry.second; });
+    if (found == m_stores.end()) return false;
+    auto* const store = static_cast<ConfigManager*>(config);
     if (store->DecrementUseCount() != 0) return true;
     m_stores.erase(found);
-    delete store;
+    last = store;
+    return true;
+}
+
+bool LocalConfigFactory::Disconnect(Config* config)
+{
+    ConfigManager* last = nullptr;
+    if (!TakeUse(config, last)) {
+        const auto id = ConfigManager::IDOf(config);
+        return id && Report("LocalConfigFactory::Disconnect - This instance not tracking configID %d\n", *id);
+    }
+    // Without the table lock: preconditions that clients have added may connect and disconnect while they are deleted.
+    if (last) ConfigManager::Release(last);
     return true;
 }
 

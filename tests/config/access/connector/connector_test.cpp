@@ -5,6 +5,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <future>
+
 #include "config/access/connector/reachability.h"
 #include "config/access/protocol/uri.h"
 #include "config/descriptors/integer_descriptor.h"
@@ -148,6 +150,80 @@ TEST(Connector, AStoreOfAnotherFactoryIsNotTracked)
     EXPECT_EQ(foreign->GetUseCount(), 1);
     EXPECT_TRUE(factory.Disconnect(own));
     EXPECT_FALSE(factory.Disconnect(nullptr));
+}
+
+struct PreconditionThatHoldsAStore : vexa::config::UpdatePrecondition {
+    explicit PreconditionThatHoldsAStore(std::function<void()> react = nullptr) : onUpdate(std::move(react))
+    {
+    }
+    ~PreconditionThatHoldsAStore() override { ConfigFactoryImpl::GetInstance()->Disconnect(held); }
+    bool IsUpdateValid(Config*, vexa::config::IntegerQueue&) override
+    {
+        if (onUpdate) onUpdate();
+        return true;
+    }
+    bool IsUpdateValid(Config*, vexa::config::StringQueue&) override { return true; }
+    bool IsUpdateValid(Config*, eParam_t, Serializable&) override { return true; }
+
+    const std::function<void()> onUpdate;
+    Config* const held = ConfigFactoryImpl::GetInstance()->Connect("local:configid=22");
+};
+
+TEST(Connector, TheLastUserOfAStoreMayLeaveInACallback)
+{
+    CreateDescriptors();
+    ConfigFactory* const connector = ConfigFactoryImpl::GetInstance();
+    for (const bool inPrecondition : {false, true}) {
+        Config* const store = connector->Connect("local:configid=21");
+        const auto leave = [&] {
+            store->Set(eParamID_ReelName, std::string("from the callback"));
+            connector->Disconnect(store);
+            EXPECT_TRUE(ConfigManager::IDOf(store)) << "the change is still under way";
+            Config* const next = connector->Connect("local:configid=21");
+            EXPECT_NE(next, store);
+            EXPECT_EQ(next->Get(eParamID_RegisterSave), 1u);
+            connector->Disconnect(next);
+        };
+        RecordingListener leaving([&] {
+            if (!inPrecondition && leaving.Heard().size() == 1) leave();
+        });
+        RecordingListener behind;
+        store->AddConfigEventListener(&leaving);
+        store->AddConfigEventListener(&behind);
+        if (inPrecondition)
+            StderrOf([&] { store->AddUpdatePrecondition(new PreconditionThatHoldsAStore(leave)); });
+        EXPECT_TRUE(store->Set(eParamID_RegisterSave, 2u));
+        EXPECT_FALSE(ConfigManager::IDOf(store));
+        EXPECT_EQ(behind.Heard().size(), inPrecondition ? 1u : 0u)
+            << "not called once the store was given back";
+    }
+}
+
+TEST(Connector, WhatIsDeletedWithAStoreMayUseTheConnector)
+{
+    CreateDescriptors();
+    ConfigFactory* const connector = ConfigFactoryImpl::GetInstance();
+    Config* const store = connector->Connect("local:configid=21");
+    StderrOf([&] { store->AddUpdatePrecondition(new PreconditionThatHoldsAStore); });
+    std::promise<void> done;
+    std::thread leaving([&] {
+        connector->Disconnect(store);
+        done.set_value();
+    });
+    ASSERT_EQ(done.get_future().wait_for(std::chrono::seconds(5)), std::future_status::ready)
+        << "it waits for itself";
+    leaving.join();
+}
+
+TEST(Connector, WhatIsGivenBackTwiceIsLeftAlone)
+{
+    TestServer server;
+    ConfigFactory* const connector = ConfigFactoryImpl::GetInstance();
+    for (const std::string& uri : {std::string("local:configid=21"), server.Uri("tcp")}) {
+        Config* const config = connector->Connect(uri);
+        connector->Disconnect(config);
+        EXPECT_EQ(StderrOf([&] { connector->Disconnect(config); }), "");
+    }
 }
 
 /// Stops the store that asks for its default first.
