@@ -7,7 +7,6 @@
 #include "config/descriptors/integer_descriptor.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/descriptors/string_descriptor.h"
-#include "config/manager/value_pool.h"
 #include "config/values/config_value.h"
 
 using vexa::config::IntegerQueue;
@@ -97,6 +96,7 @@ thread_local ConfigManager::Operation* ConfigManager::Operation::s_innermost = n
 
 ConfigManager::ConfigManager(eConfigID_t configID)
     : m_configID(configID),
+      m_formerValues(configID),
       m_rangeRules(*this, [this](eParam_t id, unsigned int value) { SetConfigParam(id, value); })
 {
     Enter(*this, configID);
@@ -130,7 +130,7 @@ std::optional<eConfigID_t> ConfigManager::IDOf(const Config* config)
 void ConfigManager::LeaveValues()
 {
     SemaphoreHelper hold(m_valueLock);
-    value_pool::Give(m_values);
+    m_formerValues.Return(m_values);
 }
 
 bool ConfigManager::Init()
@@ -234,36 +234,44 @@ bool ConfigManager::PassesPreconditions(ParamDescriptor* descriptor, Queue& queu
 
 // --- single values ---
 
-Serializable* ConfigManager::CreateValue(ParamDescriptor* descriptor)
+/// @return null for a descriptor of neither kind.
+std::unique_ptr<ConfigValue> ConfigManager::MakeValue(ParamDescriptor& descriptor) const
 {
-    const eParam_t id = descriptor->GetParamID();
-    if (ConfigValue* const value = value_pool::Take(m_configID, id)) return value;
-    ConfigValue* value = nullptr;
-    if (auto* const integer = dynamic_cast<IntegerDescriptor*>(descriptor))
-        value = IntegerValue::Create(id, integer->GetParamType(), integer->GetFactoryDefault());
-    else if (auto* const text = dynamic_cast<StringDescriptor*>(descriptor))
-        value = StringValue::Create(id, text->GetParamType(), text->GetFactoryDefault());
+    const eParam_t id = descriptor.GetParamID();
+    std::unique_ptr<ConfigValue> value;
+    if (auto* const integer = dynamic_cast<IntegerDescriptor*>(&descriptor))
+        value.reset(IntegerValue::Create(id, integer->GetParamType(), integer->GetFactoryDefault()));
+    else if (auto* const text = dynamic_cast<StringDescriptor*>(&descriptor))
+        value.reset(StringValue::Create(id, text->GetParamType(), text->GetFactoryDefault()));
     if (value) value->SetConfigID(m_configID);
     return value;
+}
+
+/// @return null when the parameter can have no value.
+Serializable* ConfigManager::FindOrMake(ParamDescriptor& descriptor)
+{
+    const eParam_t id = descriptor.GetParamID();
+    SemaphoreHelper hold(m_valueLock);
+    const auto found = m_values.find(id);
+    if (found != m_values.end()) return found->second;
+    if (auto former = m_formerValues.Take(descriptor))
+        return m_values.insert(std::move(former)).position->second;
+    auto made = MakeValue(descriptor);
+    if (!made) return nullptr;
+    Serializable*& entry = m_values[id];
+    return entry = made.release();
 }
 
 bool ConfigManager::GetConfigValue(eParam_t id, Serializable*& value)
 {
     ParamDescriptor* const descriptor = FindDescriptor(id);
     if (!descriptor) return false;
-    SemaphoreHelper hold(m_valueLock);
-    const auto found = m_values.find(id);
-    if (found != m_values.end()) {
-        value = found->second;
+    if (Serializable* const object = FindOrMake(*descriptor)) {
+        value = object;
         return true;
     }
-    Serializable* const created = CreateValue(descriptor);
-    if (!created)
-        return vexa::Report(
-            "ConfigManager::GetConfigValue - Clone() returned defaultValue == NULL, paramID = 0x%0X\n", id);
-    m_values.emplace(id, created);
-    value = created;
-    return true;
+    return vexa::Report(
+        "ConfigManager::GetConfigValue - Clone() returned defaultValue == NULL, paramID = 0x%0X\n", id);
 }
 
 Serializable* ConfigManager::GetConfigValue(eParam_t id)

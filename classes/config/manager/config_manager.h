@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,7 +13,10 @@
 #include "config/listeners/listener_list.h"
 #include "config/manager/range_rules.h"
 #include "config/manager/update_precondition.h"
+#include "config/manager/value_pool.h"
 #include "config/streams/serializable.h"
+
+class ConfigValue;
 
 /// One configuration instance: every registered parameter with its value.
 ///
@@ -28,8 +32,8 @@
 class ConfigManager : public vexa::CatalogueConfig {
   public:
     explicit ConfigManager(eConfigID_t configID);
-    /// The store must be out of use. The value objects live on: a caller may still hold one from
-    /// GetSerializable.
+    /// The store must be out of use. The value objects live on, for the next store of its number: a
+    /// caller may still hold one from GetSerializable. Needs no memory.
     ~ConfigManager() override;
     /// Deletes a store whose last user has left, which may be in a callback of it: then it is deleted after the
     /// outermost operation of this thread, and calls no listener any more.
@@ -110,7 +114,8 @@ class ConfigManager : public vexa::CatalogueConfig {
     bool PassesPreconditions(ParamDescriptor* descriptor, Queue& queue);
     bool SetFront(vexa::config::IntegerQueue& queue, timeval time);
     bool SetFront(vexa::config::StringQueue& queue, timeval time);
-    Serializable* CreateValue(ParamDescriptor* descriptor);
+    std::unique_ptr<ConfigValue> MakeValue(ParamDescriptor& descriptor) const;
+    Serializable* FindOrMake(ParamDescriptor& descriptor) VEXA_EXCLUDES(m_valueLock);
     void StampUpdate();
     /// The turn is held from storing to the last event: otherwise two writers could announce in another order than
     /// they stored.
@@ -131,7 +136,8 @@ class ConfigManager : public vexa::CatalogueConfig {
     StaticLock m_valueLock;
 
     int32_t m_useCount VEXA_GUARDED_BY(m_useCountLock) = 0;
-    std::map<eParam_t, Serializable*> m_values VEXA_GUARDED_BY(m_valueLock);  // owned; only ever grows
+    vexa::FormerValues m_formerValues VEXA_GUARDED_BY(m_valueLock);
+    vexa::FormerValues::Values m_values VEXA_GUARDED_BY(m_valueLock);  // owned; only ever grows
 
     // Never read together, so two words; the newest update wins.
     std::atomic<uint32_t> m_lastUpdateSeconds = 0, m_lastUpdateMicroseconds = 0;

@@ -1,50 +1,80 @@
 #include "config/manager/value_pool.h"
 
+#include <algorithm>
+
 #include "config/base/no_destructor.h"
 #include "config/base/semaphore_helper.h"
+#include "config/descriptors/integer_descriptor.h"
+#include "config/descriptors/string_descriptor.h"
 #include "config/values/config_value.h"
 
-namespace value_pool {
+namespace vexa {
+
+struct FormerValues::Pool {
+    StaticLock lock;
+    Sets resting VEXA_GUARDED_BY(lock);  // the one that has rested longest first
+};
+
+FormerValues::Pool& FormerValues::ThePool()
+{
+    static NoDestructor<Pool> pool;
+    return *pool;
+}
 
 namespace {
 
-using Pool = std::multimap<eParam_t, ConfigValue*>;  // several of one parameter if stores lived at once
-
-StaticLock poolLock;
-vexa::NoDestructor<Pool> pool VEXA_GUARDED_BY(poolLock);
-
-ConfigValue* TakeUnchanged(eParam_t paramID)
+/// Whether a new value of that descriptor would be of the same class and type.
+bool Fits(Serializable& object, ParamDescriptor& descriptor)
 {
-    SemaphoreHelper hold(poolLock);
-    const auto found = pool->find(paramID);
-    if (found == pool->end()) return nullptr;
-    ConfigValue* const value = found->second;
-    pool->erase(found);
-    return value;
+    auto* const value = dynamic_cast<ConfigValue*>(&object);
+    if (!value || value->GetParamType() != descriptor.GetParamType()) return false;
+    return dynamic_cast<IntegerDescriptor*>(&descriptor)
+               ? dynamic_cast<IntegerValue*>(value) != nullptr
+               : dynamic_cast<StringDescriptor*>(&descriptor) && dynamic_cast<StringValue*>(value);
+}
+
+void Renew(ConfigValue& value, eConfigID_t configID)
+{
+    value.ResetToFactory();
+    value.SetConfigID(configID);
+    value.SetDirty(configID != 0);
 }
 
 }  // namespace
 
-void Give(const std::map<eParam_t, Serializable*>& values)
+FormerValues::FormerValues(eConfigID_t configID)
 {
-    for (const auto& [id, object] : values) {
-        auto* const value = dynamic_cast<ConfigValue*>(object);
-        if (!value) continue;
-        if (dynamic_cast<StringValue*>(value))
-            value->ResetToFactory();  // do not keep the memory of a long text
-        SemaphoreHelper hold(poolLock);
-        pool->insert(pool->lower_bound(id), {id, value});  // in front: taken first
-    }
+    Pool& pool = ThePool();
+    SemaphoreHelper hold(pool.lock);
+    auto found = std::ranges::find(pool.resting, configID, &Set::configID);
+    if (found == pool.resting.end() && pool.resting.size() >= kKeptApart) found = pool.resting.begin();
+    if (found == pool.resting.end())
+        m_own.emplace_back();
+    else
+        m_own.splice(m_own.end(), pool.resting, found);
+    m_own.front().configID = configID;
 }
 
-ConfigValue* Take(eConfigID_t configID, eParam_t paramID)
+FormerValues::Values::node_type FormerValues::Take(ParamDescriptor& descriptor)
 {
-    ConfigValue* const value = TakeUnchanged(paramID);
-    if (!value) return nullptr;
-    value->SetConfigID(configID);
-    value->ResetToFactory();
-    value->SetDirty(false);
-    return value;
+    auto& [configID, values] = m_own.front();
+    const auto [first, last] = values.equal_range(descriptor.GetParamID());
+    const auto found =
+        std::find_if(first, last, [&](const auto& entry) { return Fits(*entry.second, descriptor); });
+    if (found == last) return {};
+    Renew(static_cast<ConfigValue&>(*found->second), configID);
+    return values.extract(found);
 }
 
-}  // namespace value_pool
+void FormerValues::Return(Values& values)
+{
+    for (const auto& [id, value] : values)
+        if (auto* const text = dynamic_cast<StringValue*>(value))
+            text->Set({});  // do not keep the memory of a long one
+    m_own.front().values.merge(values);
+    Pool& pool = ThePool();
+    SemaphoreHelper hold(pool.lock);
+    pool.resting.splice(pool.resting.end(), m_own);
+}
+
+}  // namespace vexa

@@ -105,7 +105,7 @@ void TypedValue<T>::Set(T value)
     {
         SemaphoreHelper hold(m_lock);
         if (m_value == value) return;
-        m_value = std::move(value);
+        std::swap(m_value, value);  // a moved-to text would keep the memory of a longer one
     }
     SetDirty(true);
 }

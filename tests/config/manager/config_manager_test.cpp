@@ -9,6 +9,7 @@
 #include "config/descriptors/enum_descriptor.h"
 #include "config/descriptors/string_descriptor.h"
 #include "config/values/config_value.h"
+#include "support/failing_new.h"
 #include "support/gate.h"
 #include "support/store.h"
 
@@ -349,21 +350,52 @@ TEST(ConfigManager, NothingIsStoredWhileTheListenersAreTold)
 
 // --- life ---
 
-TEST(ConfigManager, ValuesOutliveTheirStoreAndServeTheNext)
+TEST(ConfigManager, ValuesOutliveTheirStoreAndServeTheNextOfItsNumber)
 {
-    std::set<Serializable*> objects;
-    for (int round = 0; round < 3; ++round) {
-        TestStore store(4711 + round);  // of whatever number, or a peer could grow the process
-        Serializable* const object = store->GetSerializable(eParamID_RegisterSave);
-        objects.insert(object);
+    const auto object = [](eConfigID_t id) {
+        TestStore store(id);
+        Serializable* const held = store->GetSerializable(eParamID_RegisterSave);
         EXPECT_EQ(store->Get(eParamID_RegisterSave), 1u) << "the factory default, not the last store's value";
-        EXPECT_TRUE(round == 0 || !object->IsDirty());
+        EXPECT_TRUE(held->IsDirty()) << "as a new value of that number";
         store->Set(eParamID_RegisterSave, 9u);
-    }
-    EXPECT_EQ(objects.size(), 1u);
+        return held;
+    };
+    Serializable* const held = object(4711);
     unsigned int value = 0;
-    dynamic_cast<IntegerValue*>(*objects.begin())->Get(value);
-    EXPECT_EQ(value, 9u) << "a pointer that was kept may still be read";
+    EXPECT_NE(object(4712), held);
+    dynamic_cast<IntegerValue&>(*held).Get(value);
+    EXPECT_EQ(value, 9u) << "a pointer that was kept may still be read, and no other store writes to it";
+    EXPECT_EQ(object(4711), held);
+
+    std::set<Serializable*> objects;
+    const int kept = vexa::FormerValues::kKeptApart;
+    for (int id = 1; id <= 2 * kept; ++id) objects.insert(object(id));
+    EXPECT_LT(objects.size(), 2 * vexa::FormerValues::kKeptApart) << "or a peer could grow the process";
+}
+
+TEST(ConfigManager, AValueOfAnotherClassDoesNotServeTheNextStore)
+{
+    IntegerDescriptor number;
+    StringDescriptor text;
+    for (ParamDescriptor* const descriptor :
+         {static_cast<ParamDescriptor*>(&number), static_cast<ParamDescriptor*>(&text)}) {
+        CreateDescriptors();
+        descriptor->SetParamID(kUnknown);
+        g_paramDescriptors[kUnknown] = descriptor;
+        TestStore store(4711);
+        EXPECT_EQ(store->Set(kUnknown, std::string("text")), descriptor == &text);
+    }
+    g_paramDescriptors.erase(kUnknown);
+}
+
+TEST(ConfigManager, TheEndOfAStoreNeedsNoMemory)
+{
+    auto store = std::make_unique<TestStore>();
+    (*store)->Set(eParamID_ReelName, std::string(10'000, 'x'));
+    StderrOf([&] { (*store)->AddUpdatePrecondition(new ScriptedPrecondition); });
+    const FailingNew failing(0);
+    store.reset();
+    EXPECT_FALSE(failing.Failed());
 }
 
 }  // namespace
