@@ -32,3 +32,21 @@ int WithEachAllocationFailing(const Operation& operation, long step = 1)
         if (!failing.Failed()) return runs;
     }
 }
+
+/// The same where something has to be done with memory before and after each run.
+/// @param prepare  takes the number of the run.
+template <class Prepare, class Operation, class Check>
+int WithEachAllocationFailing(const Prepare& prepare, const Operation& operation, const Check& check)
+{
+    for (int runs = 0;; ++runs) {
+        prepare(runs);
+        bool failed;
+        {
+            const FailingNew failing(runs);
+            operation();
+            failed = failing.Failed();
+        }
+        check();
+        if (!failed) return runs;
+    }
+}

@@ -54,57 +54,98 @@ bool ListenerList::IsEmpty() const
 
 // --- delivery ---
 
-/// @param call  owns the content of the event: it may run after this returned.
-template <class Call>
-void ListenerList::Deliver(const Call& call)
+ListenerList::Ready ListenerList::ReadyNumber(eParam_t id, unsigned int value, timeval time)
+{
+    Ready ready;
+    ready.push_back({Event::kNumber, id, time, value});
+    return ready;
+}
+
+ListenerList::Ready ListenerList::ReadyText(eParam_t id, std::string text, timeval time)
+{
+    return WithCopies({Event::kText, id, time, 0, std::move(text)});
+}
+
+ListenerList::Ready ListenerList::ReadyData(eParam_t id, std::string data, timeval time)
+{
+    return WithCopies({Event::kData, id, time, 0, std::move(data)});
+}
+
+ListenerList::Ready ListenerList::WithCopies(Event event)
+{
+    size_t listeners;
+    {
+        const MutexLock hold(m_lock);
+        listeners = m_registrations.size();
+    }
+    event.copies.assign(listeners, event.text);
+    Ready ready;
+    ready.push_back(std::move(event));
+    return ready;
+}
+
+void ListenerList::Tell(Ready event)
 {
     const Turn turn(*this);
-    if (m_delivering) {
-        m_deferred.emplace_back(call);
-        return;
-    }
+    m_deferred.splice(m_deferred.end(), event);
+    if (m_delivering) return;
     m_delivering = true;
-    CallAll(call);
     while (!m_deferred.empty()) {
-        const Delivery next = std::move(m_deferred.front());
-        m_deferred.pop_front();
-        CallAll(next);
+        Ready next;
+        next.splice(next.end(), m_deferred, m_deferred.begin());
+        CallAll(next.front());
     }
     m_delivering = false;
 }
 
-template <class Call>
-void ListenerList::CallAll(const Call& call)
+void ListenerList::CallAll(Event& event)
 {
     if (m_version != m_callingVersion) Refresh();
     for (const Registration& registration : m_calling) {
         if (m_version != m_callingVersion && !Has(registration)) continue;
         try {
-            call(*registration.listener);
+            Call(*registration.listener, event);
         } catch (...) {
             m_reportException();
         }
     }
 }
 
+void ListenerList::Call(ConfigEventListener& listener, Event& event)
+{
+    if (event.kind == Event::kNumber) {
+        listener.ParamChanged(event.id, event.number, event.time);
+        return;
+    }
+    std::string own;
+    if (event.copies.empty()) {
+        own = event.text;  // for a listener that was added after the event had been made ready
+    } else {
+        own = std::move(event.copies.back());
+        event.copies.pop_back();
+    }
+    if (event.kind == Event::kText)
+        listener.ParamChanged(event.id, std::move(own), event.time);
+    else
+        listener.DataChanged(event.id, own, event.time);
+}
+
 void ListenerList::TellNumber(eParam_t id, unsigned int value, timeval time)
 {
-    Deliver([=](ConfigEventListener& listener) { listener.ParamChanged(id, value, time); });
+    const Turn turn(*this);
+    Tell(ReadyNumber(id, value, time));
 }
 
 void ListenerList::TellText(eParam_t id, std::string text, timeval time)
 {
-    Deliver([id, text = std::move(text), time](ConfigEventListener& listener) {
-        listener.ParamChanged(id, text, time);
-    });
+    const Turn turn(*this);
+    Tell(ReadyText(id, std::move(text), time));
 }
 
 void ListenerList::TellData(eParam_t id, std::string data, timeval time)
 {
-    Deliver([id, data = std::move(data), time](ConfigEventListener& listener) {
-        std::string own = data;
-        listener.DataChanged(id, own, time);
-    });
+    const Turn turn(*this);
+    Tell(ReadyData(id, std::move(data), time));
 }
 
 void ListenerList::Refresh()

@@ -3,8 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
-#include <functional>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -66,17 +65,34 @@ class VEXA_EXPORT ListenerList {
     /// Each listener gets a copy of its own.
     void TellData(eParam_t id, std::string data, timeval time);
 
+    /// An event that is ready to be told.
+    struct Event {
+        enum Kind { kNumber, kText, kData } kind;
+        eParam_t id;
+        timeval time;
+        unsigned int number = 0;
+        std::string text = {};
+        std::vector<std::string> copies = {};  ///< of the text, for the listeners
+    };
+    /// One event; lists exchange their elements without allocating.
+    using Ready = std::list<Event>;
+
+    /// The same in two steps: whoever stores a value first makes the event ready, which needs memory, then stores the
+    /// value, and then tells it, which cannot fail any more. Both under one turn.
+    Ready ReadyNumber(eParam_t id, unsigned int value, timeval time);
+    Ready ReadyText(eParam_t id, std::string text, timeval time);
+    Ready ReadyData(eParam_t id, std::string data, timeval time);
+    void Tell(Ready event);
+
   private:
-    using Delivery = std::function<void(ConfigEventListener&)>;
     struct Registration {
         ConfigEventListener* listener;
         uint32_t number;  // distinguishes registrations of one listener
     };
 
-    template <class Call>
-    void Deliver(const Call& call);
-    template <class Call>
-    void CallAll(const Call& call) VEXA_REQUIRES(m_turn);
+    Ready WithCopies(Event event);
+    void CallAll(Event& event) VEXA_REQUIRES(m_turn);
+    static void Call(ConfigEventListener& listener, Event& event);
     void Refresh() VEXA_REQUIRES(m_turn);
     bool Has(const Registration& registration) const;
     static void ReportException();
@@ -85,7 +101,7 @@ class VEXA_EXPORT ListenerList {
 
     ListenerLock m_turn;
     bool m_delivering VEXA_GUARDED_BY(m_turn) = false;
-    std::deque<Delivery> m_deferred VEXA_GUARDED_BY(m_turn);
+    Ready m_deferred VEXA_GUARDED_BY(m_turn);
     // The registrations as of m_callingVersion: a delivery looks at the list again only when it has changed.
     std::vector<Registration> m_calling VEXA_GUARDED_BY(m_turn);
     uint32_t m_callingVersion VEXA_GUARDED_BY(m_turn) = 0;

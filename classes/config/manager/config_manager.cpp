@@ -33,6 +33,12 @@ const char* NameOf(const StringQueue&)
     return "std::string";
 }
 
+/// For an operation that an exception has ended, which is mostly one that found no memory.
+bool Failed(const char* operation)
+{
+    return vexa::Report("ConfigManager::%s - ended by an exception\n", operation);
+}
+
 struct LiveStores {
     StaticLock lock;
     std::map<const Config*, eConfigID_t> numbers VEXA_GUARDED_BY(lock);
@@ -138,21 +144,22 @@ bool ConfigManager::Init()
     m_lastUpdateSeconds = 0;
     m_lastUpdateMicroseconds = 0;
     vexa::Print("ConfigManager::Init - calling AddDefaultPreconditions!\n");
-    AddDefaultPreconditions();
-    InitDefaultConfig();
-    return true;
+    return AddDefaultPreconditions() && InitDefaultConfig();
 }
 
+/// @return false only without memory: the store is not whole then.
 bool ConfigManager::InitDefaultConfig()
-{
+try {
     for (const eParam_t id : ::GetParamIDs()) {
         Serializable* value = nullptr;
-        if (!GetConfigValue(id, value))
+        if (!FindOrMakeByID(id, value))
             vexa::Print("ConfigManager::InitDefaultConfig - GetConfigValue failed for paramid %d!!!!\n",
                         static_cast<int>(id));
     }
     vexa::Print("ConfigManager::InitDefaultConfig() - end\n");
     return true;
+} catch (...) {
+    return Failed("InitDefaultConfig");
 }
 
 int32_t ConfigManager::IncrementUseCount()
@@ -175,17 +182,40 @@ int32_t ConfigManager::GetUseCount()
 
 // --- descriptors and preconditions ---
 
+ParamDescriptor* ConfigManager::GetParamDescriptor(std::string paramIDName)
+try {
+    return CatalogueConfig::GetParamDescriptor(std::move(paramIDName));
+} catch (...) {
+    Failed("GetParamDescriptor");
+    return nullptr;
+}
+
+std::list<eParam_t> ConfigManager::GetParamIDs()
+try {
+    return CatalogueConfig::GetParamIDs();
+} catch (...) {
+    Failed("GetParamIDs");
+    return {};
+}
+
 bool ConfigManager::AddDefaultPreconditions()
-{
-    return AddUpdatePrecondition(new vexa::config::UpdatePreconditionValues);
+try {
+    auto values = std::make_unique<vexa::config::UpdatePreconditionValues>();
+    if (!AddUpdatePrecondition(values.get())) return false;
+    values.release();
+    return true;
+} catch (...) {
+    return Failed("AddDefaultPreconditions");
 }
 
 bool ConfigManager::AddUpdatePrecondition(UpdatePrecondition* precondition)
-{
+try {
     if (!precondition) return false;
     vexa::Print("%s: adding precondition(%p)\n", "AddUpdatePrecondition", static_cast<void*>(precondition));
     m_preconditions.push_back(precondition);
     return true;
+} catch (...) {
+    return Failed("AddUpdatePrecondition");
 }
 
 bool ConfigManager::RemoveUpdatePrecondition(UpdatePrecondition* precondition)
@@ -262,16 +292,23 @@ Serializable* ConfigManager::FindOrMake(ParamDescriptor& descriptor)
     return entry = made.release();
 }
 
-bool ConfigManager::GetConfigValue(eParam_t id, Serializable*& value)
+bool ConfigManager::FindOrMakeByID(eParam_t id, Serializable*& value)
 {
     ParamDescriptor* const descriptor = FindDescriptor(id);
     if (!descriptor) return false;
-    if (Serializable* const object = FindOrMake(*descriptor)) {
-        value = object;
-        return true;
-    }
-    return vexa::Report(
-        "ConfigManager::GetConfigValue - Clone() returned defaultValue == NULL, paramID = 0x%0X\n", id);
+    Serializable* const object = FindOrMake(*descriptor);
+    if (!object)
+        return vexa::Report(
+            "ConfigManager::GetConfigValue - Clone() returned defaultValue == NULL, paramID = 0x%0X\n", id);
+    value = object;
+    return true;
+}
+
+bool ConfigManager::GetConfigValue(eParam_t id, Serializable*& value)
+try {
+    return FindOrMakeByID(id, value);
+} catch (...) {
+    return Failed("GetConfigValue");
 }
 
 Serializable* ConfigManager::GetConfigValue(eParam_t id)
@@ -303,7 +340,7 @@ bool ConfigManager::SetConfigParam(eParam_t id, unsigned int value)
 // Unlike the integer form it makes the value on demand, and prints all eight digits; the two differ on
 // purpose.
 bool ConfigManager::SetConfigParam(eParam_t id, std::string value)
-{
+try {
     Serializable* object = nullptr;
     if (!GetConfigValue(id, object))
         return vexa::Report("ConfigManager::SetConfigParam() - configValue == NULL for paramID = %08X\n", id);
@@ -312,6 +349,8 @@ bool ConfigManager::SetConfigParam(eParam_t id, std::string value)
     text->Set(std::move(value));
     StampUpdate();
     return true;
+} catch (...) {
+    return Failed("SetConfigParam");
 }
 
 bool ConfigManager::GetConfigParam(eParam_t id, unsigned int& value)
@@ -322,7 +361,7 @@ bool ConfigManager::GetConfigParam(eParam_t id, unsigned int& value)
 }
 
 bool ConfigManager::GetConfigParam(eParam_t id, std::string& value)
-{
+try {
     Serializable* object = nullptr;
     if (!GetConfigValue(id, object))
         return vexa::Report("ConfigManager::GetConfigParam() - configValue == NULL for paramID = %X\n", id);
@@ -330,6 +369,8 @@ bool ConfigManager::GetConfigParam(eParam_t id, std::string& value)
     if (!text) return vexa::Report("ConfigManager::GetConfigParam - error - not a StringValue\n");
     text->Get(value);
     return true;
+} catch (...) {
+    return Failed("GetConfigParam");
 }
 
 unsigned int ConfigManager::Get(eParam_t id)
@@ -366,23 +407,47 @@ bool ConfigManager::GetData(eParam_t id, std::string& data)
 
 // --- writing ---
 
+vexa::ListenerList::Ready ConfigManager::ReadyEvent(eParam_t id, unsigned int value, timeval time)
+{
+    return m_listeners.ReadyNumber(id, value, time);
+}
+
+vexa::ListenerList::Ready ConfigManager::ReadyEvent(eParam_t id, const std::string& value, timeval time)
+{
+    return m_listeners.ReadyText(id, value, time);
+}
+
+void ConfigManager::AfterStoring(eParam_t id, unsigned int)
+{
+    m_rangeRules.AfterNumber(id);
+}
+
+void ConfigManager::AfterStoring(eParam_t id, const std::string&)
+{
+    m_rangeRules.AfterText(id);
+}
+
+/// From storing to the event nothing needs memory: either both happen, or the change is refused.
 template <class Value>
 bool ConfigManager::StoreAndAnnounce(const vexa::ListenerList::Turn&, eParam_t id, Value& value, timeval time)
 {
+    auto event = ReadyEvent(id, value, time);
     if (!SetConfigParam(id, value)) return false;  // stamps the update
-    ExecutePostTriggers(id, value);
-    FireParamChangedEvent(id, value, time);
+    AfterStoring(id, value);
+    m_listeners.Tell(std::move(event));
     FireDependents(id, time);
     return true;
 }
 
 bool ConfigManager::Set(eParam_t id, unsigned int value, timeval time)
-{
+try {
     const Operation operation(*this);
     IntegerQueue queue{{id, value}};
     while (!queue.empty())
         if (!SetFront(queue, time)) return false;
     return true;
+} catch (...) {
+    return Failed("Set(uint32_t)");
 }
 
 bool ConfigManager::SetFront(IntegerQueue& queue, timeval time)
@@ -408,12 +473,14 @@ bool ConfigManager::SetFront(IntegerQueue& queue, timeval time)
 }
 
 bool ConfigManager::Set(eParam_t id, std::string value, timeval time)
-{
+try {
     const Operation operation(*this);
     StringQueue queue{{id, std::move(value)}};
     while (!queue.empty())
         if (!SetFront(queue, time)) return false;
     return true;
+} catch (...) {
+    return Failed("Set(std::string)");
 }
 
 // A precondition may only veto a string: changing it in the queue, or removing it, has no effect.
@@ -434,7 +501,7 @@ bool ConfigManager::SetFront(StringQueue& queue, timeval time)
 }
 
 bool ConfigManager::SetData(eParam_t id, std::string& data, timeval time)
-{
+try {
     const Operation operation(*this);
     ParamDescriptor* const descriptor = GetParamDescriptor(id);
     if (!descriptor) {
@@ -443,15 +510,19 @@ bool ConfigManager::SetData(eParam_t id, std::string& data, timeval time)
     }
     const vexa::ListenerList::Turn turn(m_listeners);
     return StoreAndAnnounceData(turn, *descriptor, data, time);
+} catch (...) {
+    return Failed("SetData");
 }
 
 bool ConfigManager::StoreAndAnnounceData(const vexa::ListenerList::Turn&, ParamDescriptor& descriptor,
                                          std::string& data, timeval time)
 {
-    const bool stored = SetConfigParam(descriptor.GetParamID(), data);
+    const eParam_t id = descriptor.GetParamID();
+    auto event = m_listeners.ReadyData(id, data, time);
+    const bool stored = SetConfigParam(id, data);
     StampUpdate();
-    FireDataChangedEvent(descriptor.GetParamID(), data, time);
-    FireDataChangedEvents(descriptor.GetDependentParamIDs(), time);
+    m_listeners.Tell(std::move(event));
+    FireDependentsData(descriptor, time);
     return stored;
 }
 
@@ -486,10 +557,12 @@ bool ConfigManager::ExecutePostTriggers(eParam_t id, std::string)
 // --- listeners ---
 
 bool ConfigManager::AddConfigEventListener(ConfigEventListener* listener)
-{
+try {
     if (!listener) return false;
     m_listeners.Add(listener);
     return true;
+} catch (...) {
+    return Failed("AddConfigEventListener");
 }
 
 bool ConfigManager::AddConfigEventListener(eParam_t, ConfigEventListener* listener)
@@ -505,28 +578,34 @@ bool ConfigManager::RemoveConfigEventListener(ConfigEventListener* listener)
 }
 
 bool ConfigManager::FireParamChangedEvent(eParam_t id, unsigned int value, timeval time)
-{
+try {
     const Operation operation(*this);
     m_listeners.TellNumber(id, value, time);
     return true;
+} catch (...) {
+    return Failed("FireParamChangedEvent");
 }
 
 bool ConfigManager::FireParamChangedEvent(eParam_t id, std::string value, timeval time)
-{
+try {
     const Operation operation(*this);
     m_listeners.TellText(id, std::move(value), time);
     return true;
+} catch (...) {
+    return Failed("FireParamChangedEvent");
 }
 
 bool ConfigManager::FireDataChangedEvent(eParam_t id, std::string& data, timeval time)
-{
+try {
     const Operation operation(*this);
     m_listeners.TellData(id, data, time);
     return true;
+} catch (...) {
+    return Failed("FireDataChangedEvent");
 }
 
 bool ConfigManager::FireParamsChangedEvents(std::vector<eParam_t> ids, timeval time)
-{
+try {
     const Operation operation(*this);
     for (const eParam_t id : ids) {
         ParamDescriptor* const descriptor = GetParamDescriptor(id);
@@ -535,6 +614,8 @@ bool ConfigManager::FireParamsChangedEvents(std::vector<eParam_t> ids, timeval t
         AnnounceCurrent(turn, *descriptor, time);
     }
     return true;
+} catch (...) {
+    return Failed("FireParamsChangedEvents");
 }
 
 /// Nothing is stored between reading and announcing.
@@ -554,7 +635,7 @@ void ConfigManager::AnnounceCurrent(const vexa::ListenerList::Turn&, ParamDescri
 }
 
 bool ConfigManager::FireDataChangedEvents(std::vector<eParam_t> ids, timeval time)
-{
+try {
     const Operation operation(*this);
     for (const eParam_t id : ids) {
         if (!GetParamDescriptor(id)) continue;
@@ -562,6 +643,8 @@ bool ConfigManager::FireDataChangedEvents(std::vector<eParam_t> ids, timeval tim
         AnnounceCurrentData(turn, id, time);
     }
     return true;
+} catch (...) {
+    return Failed("FireDataChangedEvents");
 }
 
 void ConfigManager::AnnounceCurrentData(const vexa::ListenerList::Turn&, eParam_t id, timeval time)
@@ -571,8 +654,18 @@ void ConfigManager::AnnounceCurrentData(const vexa::ListenerList::Turn&, eParam_
     FireDataChangedEvent(id, data, time);
 }
 
+/// The change itself has been announced by then, so a failure here does not refuse it.
 void ConfigManager::FireDependents(eParam_t id, timeval time)
-{
+try {
     if (ParamDescriptor* const descriptor = GetParamDescriptor(id))
         FireParamsChangedEvents(descriptor->GetDependentParamIDs(), time);
+} catch (...) {
+    Failed("FireParamsChangedEvents");
+}
+
+void ConfigManager::FireDependentsData(ParamDescriptor& descriptor, timeval time)
+try {
+    FireDataChangedEvents(descriptor.GetDependentParamIDs(), time);
+} catch (...) {
+    Failed("FireDataChangedEvents");
 }

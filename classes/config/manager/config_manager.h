@@ -27,6 +27,8 @@ class ConfigValue;
 /// is stored at once and announced after the current one has reached every listener. It may also remove
 /// itself or others.
 ///
+/// Without memory an operation does nothing and returns false or null, after one line.
+///
 /// Thread: any, for every operation; preconditions are added and removed before concurrent writes begin.
 /// Lock order: listener lock, value lock, the lock of one value.
 class ConfigManager : public vexa::CatalogueConfig {
@@ -49,6 +51,9 @@ class ConfigManager : public vexa::CatalogueConfig {
     eConfigID_t GetConfigID() override { return m_configID; }
     /// Always zero, deliberately: the store stamps its updates for itself only.
     timeval GetLastConfigUpdate() override { return {}; }
+    using vexa::CatalogueConfig::GetParamDescriptor;
+    ParamDescriptor* GetParamDescriptor(std::string paramIDName) override;
+    std::list<eParam_t> GetParamIDs() override;
     bool Set(eParam_t id, unsigned int value, timeval time) override;
     bool Get(eParam_t id, unsigned int& value) override;
     bool Set(eParam_t id, std::string value, timeval time) override;
@@ -64,12 +69,13 @@ class ConfigManager : public vexa::CatalogueConfig {
     /// The parameter is ignored: the listener hears all of them.
     bool AddConfigEventListener(eParam_t id, ConfigEventListener* listener) override;
     bool RemoveConfigEventListener(ConfigEventListener* listener) override;
-    /// Null is refused.
+    /// Null is refused, and so is any without memory; what is refused stays the caller's.
     bool AddUpdatePrecondition(vexa::config::UpdatePrecondition* precondition) override;
     /// The precondition belongs to the caller again.
     bool RemoveUpdatePrecondition(vexa::config::UpdatePrecondition* precondition) override;
 
     /// Called once by the creator: default preconditions, then every parameter's factory default.
+    /// @return false without memory: the store is not whole then.
     bool Init();
     bool InitDefaultConfig();
     bool AddDefaultPreconditions();
@@ -115,8 +121,13 @@ class ConfigManager : public vexa::CatalogueConfig {
     bool SetFront(vexa::config::IntegerQueue& queue, timeval time);
     bool SetFront(vexa::config::StringQueue& queue, timeval time);
     std::unique_ptr<ConfigValue> MakeValue(ParamDescriptor& descriptor) const;
+    bool FindOrMakeByID(eParam_t id, Serializable*& value) VEXA_EXCLUDES(m_valueLock);
     Serializable* FindOrMake(ParamDescriptor& descriptor) VEXA_EXCLUDES(m_valueLock);
     void StampUpdate();
+    vexa::ListenerList::Ready ReadyEvent(eParam_t id, unsigned int value, timeval time);
+    vexa::ListenerList::Ready ReadyEvent(eParam_t id, const std::string& value, timeval time);
+    void AfterStoring(eParam_t id, unsigned int);
+    void AfterStoring(eParam_t id, const std::string&);
     /// The turn is held from storing to the last event: otherwise two writers could announce in another order than
     /// they stored.
     template <class Value>
@@ -126,6 +137,7 @@ class ConfigManager : public vexa::CatalogueConfig {
     void AnnounceCurrent(const vexa::ListenerList::Turn& turn, ParamDescriptor& descriptor, timeval time);
     void AnnounceCurrentData(const vexa::ListenerList::Turn& turn, eParam_t id, timeval time);
     void FireDependents(eParam_t id, timeval time);
+    void FireDependentsData(ParamDescriptor& descriptor, timeval time);
     void LeaveValues() VEXA_EXCLUDES(m_valueLock);
     const eConfigID_t m_configID;
 

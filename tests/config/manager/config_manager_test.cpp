@@ -388,6 +388,101 @@ TEST(ConfigManager, AValueOfAnotherClassDoesNotServeTheNextStore)
     g_paramDescriptors.erase(kUnknown);
 }
 
+/// Keeps what it heard last, without allocating.
+struct QuietListener : ConfigEventListener {
+    using ConfigEventListener::ParamChanged;
+    bool ParamChanged(eParam_t id, unsigned int value, timeval) override
+    {
+        if (id == eParamID_RegisterSave) number = value;
+        return true;
+    }
+    bool ParamChanged(eParam_t id, std::string value, timeval) override
+    {
+        if (id == eParamID_CustomClipName) text.swap(value);
+        return true;
+    }
+    bool DataChanged(eParam_t, std::string& value, timeval) override
+    {
+        data.swap(value);
+        return true;
+    }
+    unsigned int number = 1;
+    std::string text, data;
+};
+
+TEST(ConfigManager, WithoutMemoryAChangeIsRefusedOrToldAsItIsStored)
+{
+    TestStore store;
+    store->RemoveConfigEventListener(&store.listener);
+    QuietListener first, second;
+    for (QuietListener* const listener : {&first, &second}) store->AddConfigEventListener(listener);
+    ParamDescriptor* const save = GetDescriptor(eParamID_RegisterSave);
+    save->SetDependentParamIDs({eParamID_ReelName});
+    std::string value, text, data;
+    bool done = false;
+    const auto prepare = [&](int run) {
+        value = std::to_string(run) + std::string(100, 'x');
+        done = false;
+    };
+    const auto heard = [&] {
+        store->Get(eParamID_CustomClipName, text);
+        store->GetData(eParamID_TestData, data);
+        for (const QuietListener* const listener : {&first, &second}) {
+            EXPECT_EQ(listener->number, store->Get(eParamID_RegisterSave));
+            EXPECT_EQ(listener->text, text);
+            EXPECT_EQ(listener->data, data);
+        }
+    };
+    unsigned int number = 1;
+    StderrOf([&] {
+        EXPECT_GE(
+            WithEachAllocationFailing([&](int run) { number = 2 + static_cast<unsigned int>(run) % 10; },
+                                      [&] { done = store->Set(eParamID_RegisterSave, number, kTime); },
+                                      [&] {
+                                          EXPECT_EQ(done, store->Get(eParamID_RegisterSave) == number);
+                                          heard();
+                                      }),
+            4);
+        EXPECT_GE(
+            WithEachAllocationFailing(
+                prepare, [&] { done = store->Set(eParamID_CustomClipName, std::move(value), kTime); }, heard),
+            6);
+        EXPECT_GE(WithEachAllocationFailing(
+                      prepare, [&] { done = store->SetData(eParamID_TestData, value, kTime); },
+                      [&] {
+                          heard();
+                          EXPECT_EQ(done, data == value);
+                      }),
+                  4);
+    });
+    EXPECT_TRUE(done);
+    save->SetDependentParamIDs({});
+}
+
+TEST(ConfigManager, WithoutMemoryNothingElseThrows)
+{
+    TestStore store;
+    store->Set(eParamID_ReelName, std::string(100, 'x'));
+    RecordingListener listener;
+    for (int n = 0; n < 3; ++n) store->AddConfigEventListener(&listener);  // no room is left
+    std::string text;
+    ScriptedPrecondition precondition;
+    const std::function<bool()> operations[] = {
+        [&] { return text.clear(), text.shrink_to_fit(), store->Get(eParamID_ReelName, text); },
+        [&] { return store->AddConfigEventListener(&listener); },
+        [&] { return !store->GetParamIDs().empty(); },
+        [&] {
+            return store->AddUpdatePrecondition(&precondition) &&
+                   store->RemoveUpdatePrecondition(&precondition);
+        },
+    };
+    for (const auto& operation : operations) {
+        bool done = false;
+        StderrOf([&] { EXPECT_GE(WithEachAllocationFailing([&] { done = operation(); }), 1); });
+        EXPECT_TRUE(done);
+    }
+}
+
 TEST(ConfigManager, TheEndOfAStoreNeedsNoMemory)
 {
     auto store = std::make_unique<TestStore>();

@@ -1,8 +1,8 @@
 #include "config/access/connector/config_factory_impl.h"
 
+#include <list>
 #include <map>
-#include <utility>
-#include <vector>
+#include <memory>
 
 #include "config/access/client/cache/config_cache.h"
 #include "config/access/client/network/network_client.h"
@@ -30,14 +30,15 @@ bool IsNetworkUri(const std::string& uri)
 /// Caches live as long as the process; the list keeps them reachable, so that no tool reports them as leaked.
 struct KeptCaches {
     StaticLock lock;
-    std::vector<ConfigCache*> caches VEXA_GUARDED_BY(lock);
+    std::list<ConfigCache*> caches VEXA_GUARDED_BY(lock);
 };
 
-void Keep(ConfigCache* cache)
+/// @param entry  of one cache.
+void Keep(std::list<ConfigCache*> entry)
 {
     static vexa::NoDestructor<KeptCaches> kept;
     SemaphoreHelper hold(kept->lock);
-    kept->caches.push_back(cache);
+    kept->caches.splice(kept->caches.end(), entry);
 }
 
 /// The network clients that were handed out and not given back. They are the process's and not one connector's:
@@ -74,22 +75,35 @@ NetworkClient* TakeBack(Config* config)
 ConfigCache* AddCache(NetworkClient& client)
 {
     auto cache = std::make_unique<ConfigCache>(&client);
+    std::list<ConfigCache*> entry{cache.get()};  // once the client knows the cache, nothing may fail
     client.AddConnectionListener(cache->Follower());
     if (client.AddConfigEventListener(cache.get())) {
-        Keep(cache.get());
+        Keep(std::move(entry));
         return cache.release();
     }
     client.RemoveConnectionListener(cache->Follower());
     return nullptr;
 }
 
+/// In place of the connector when there is no memory to make it.
+class NoConnector : public ConfigFactory {
+  public:
+    void Run() override {}
+    Config* Connect(std::string) override { return nullptr; }
+    void Disconnect(Config*) override {}
+};
+
 }  // namespace
 
 ConfigFactory* ConfigFactoryImpl::GetInstance()
-{
+try {
     SemaphoreHelper hold(instanceLock);
     if (!instance) instance = new ConfigFactoryImpl;
     return instance;
+} catch (...) {
+    static vexa::NoDestructor<NoConnector> none;
+    vexa::Print("ConfigFactoryImpl::GetInstance - no memory\n");
+    return &*none;
 }
 
 void ConfigFactoryImpl::DestroyInstance()
@@ -108,7 +122,7 @@ ConfigFactoryImpl::ConfigFactoryImpl()
 ConfigFactoryImpl::~ConfigFactoryImpl() = default;
 
 Config* ConfigFactoryImpl::Connect(std::string uri)
-{
+try {
     if (IsNetworkUri(uri)) return ConnectNetwork(uri);
     if (!vexa::uri::Contains(uri, "local:")) return nullptr;
     Config* const config = m_localFactory->Connect(uri);
@@ -116,15 +130,21 @@ Config* ConfigFactoryImpl::Connect(std::string uri)
         vexa::Print("ConfigFactoryImpl::Connect - local factory return NULL Config* for uri = %s\n",
                     uri.c_str());
     return config;
+} catch (...) {
+    vexa::Print("ConfigFactoryImpl::Connect - ended by an exception\n");
+    return nullptr;
 }
 
 Config* ConfigFactoryImpl::ConnectNetwork(const std::string& uri)
 {
-    NetworkClient* const client = m_networkFactory->Connect(uri);
+    const auto giveBack = [this](NetworkClient* unused) { m_networkFactory->Disconnect(unused); };
+    std::unique_ptr<NetworkClient, decltype(giveBack)> client(m_networkFactory->Connect(uri), giveBack);
     Config* config = nullptr;
-    if (client) config = vexa::uri::Contains(uri, "caching=true") ? AddCache(*client) : HandOut(client);
-    if (client && !config) m_networkFactory->Disconnect(client);
-    if (!config) vexa::Print("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n");
+    if (client) config = vexa::uri::Contains(uri, "caching=true") ? AddCache(*client) : HandOut(client.get());
+    if (config)
+        client.release();
+    else
+        vexa::Print("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n");
     return config;
 }
 

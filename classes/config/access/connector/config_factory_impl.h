@@ -23,7 +23,8 @@ class NetworkFactory;
 /// Thread: any, unless an operation says otherwise.
 class VEXA_EXPORT ConfigFactoryImpl : public ConfigFactory {
   public:
-    /// The one connector, made on the first call. Thread: any.
+    /// The one connector, made on the first call. Without memory, one that connects nothing; the next call tries
+    /// again. Thread: any.
     static ConfigFactory* GetInstance();
     /// Deletes the connector; the next GetInstance makes a new one. Stores that still have users live on,
     /// unknown to it. Thread: any, once no other thread uses the connector.

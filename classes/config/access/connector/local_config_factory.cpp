@@ -26,7 +26,7 @@ eConfigID_t LocalConfigFactory::GetConfigID(std::string uri)
 }
 
 Config* LocalConfigFactory::Connect(std::string uri)
-{
+try {
     SemaphoreHelper hold(m_tableLock);
     const eConfigID_t id = GetConfigID(std::move(uri));
     const auto found = m_stores.find(id);
@@ -39,8 +39,12 @@ Config* LocalConfigFactory::Connect(std::string uri)
         Print("LocalConfigFactory::Connect - Init() failed\n");
         return nullptr;
     }
+    m_stores.emplace(id, store.get());
     store->IncrementUseCount();
-    return m_stores[id] = store.release();
+    return store.release();
+} catch (...) {
+    Print("LocalConfigFactory::Connect - ended by an exception\n");
+    return nullptr;
 }
 
 /// @param last  receives the store if that was its last use.

@@ -10,6 +10,7 @@
 #include "config/access/connector/reachability.h"
 #include "config/access/protocol/uri.h"
 #include "config/descriptors/integer_descriptor.h"
+#include "support/failing_new.h"
 #include "support/gate.h"
 #include "support/scripted_server.h"
 #include "support/store.h"
@@ -224,6 +225,32 @@ TEST(Connector, WhatIsGivenBackTwiceIsLeftAlone)
         connector->Disconnect(config);
         EXPECT_EQ(StderrOf([&] { connector->Disconnect(config); }), "");
     }
+}
+
+TEST(Connector, WithoutMemoryThereIsAWholeStoreOrNone)
+{
+    CreateDescriptors();
+    const auto kParameters = ::GetParamIDs().size();
+    ConfigFactoryImpl::DestroyInstance();
+    Config* store = nullptr;
+    const std::string longUri = "local:configid=0000000000000000000023";
+    std::string uri;
+    StderrOf([&] {
+        EXPECT_GT(WithEachAllocationFailing(
+                      [&](int) { uri = longUri; },
+                      [&] { store = ConfigFactoryImpl::GetInstance()->Connect(std::move(uri)); },
+                      [&] {
+                          size_t values = 0;
+                          if (!store) return;
+                          for (const eParam_t id : ::GetParamIDs())
+                              values += store->GetSerializable(id) != nullptr;
+                          EXPECT_EQ(values, kParameters);
+                          ConfigFactoryImpl::GetInstance()->Disconnect(store);
+                          EXPECT_FALSE(ConfigManager::IDOf(store));
+                      }),
+                  10);
+    });
+    EXPECT_TRUE(store);
 }
 
 /// Stops the store that asks for its default first.

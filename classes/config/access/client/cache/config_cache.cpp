@@ -12,6 +12,23 @@ timeval MakeBindingKey()
     return {};
 }
 
+/// For an operation that an exception has ended, which is mostly one that found no memory.
+bool Failed(const char* operation)
+{
+    return vexa::Report("ConfigCache::%s - ended by an exception\n", operation);
+}
+
+/// @param keep  a value. Without memory everything becomes unknown: an older value must not stay.
+template <class Value, class Operation>
+void KeepOrForget(vexa::CachedValues<Value>& values, const Operation& keep)
+{
+    try {
+        keep();
+    } catch (...) {
+        values.ForgetAll();
+    }
+}
+
 }  // namespace
 
 ConfigCache::ConfigCache(Config* config) : m_config(config), m_bindingKey(MakeBindingKey())
@@ -40,7 +57,7 @@ bool ConfigCache::LearnVolatility(eParam_t id, Volatility volatility)
     return std::exchange(m_volatility[id], volatility) == Volatility::Unknown;
 }
 
-bool ConfigCache::IsVolatile(eParam_t id)
+bool ConfigCache::LookUpVolatility(eParam_t id)
 {
     const Volatility known = KnownVolatility(id);
     if (known != Volatility::Unknown) return known == Volatility::Volatile;
@@ -52,17 +69,27 @@ bool ConfigCache::IsVolatile(eParam_t id)
     return isVolatile;
 }
 
+bool ConfigCache::IsVolatile(eParam_t id)
+try {
+    return LookUpVolatility(id);
+} catch (...) {
+    return Failed("IsVolatile");
+}
+
 // --- reading and writing ---
 
 unsigned int ConfigCache::Get(eParam_t id)
-{
-    if (IsVolatile(id)) return m_config->Get(id);
+try {
+    if (LookUpVolatility(id)) return m_config->Get(id);
     unsigned int value = 0;
     if (m_numbers.Find(id, value)) return value;
     const auto before = m_numbers.Now(id);
     value = m_config->Get(id);
-    m_numbers.StoreFetched(id, value, before);
+    KeepOrForget(m_numbers, [&] { m_numbers.StoreFetched(id, value, before); });
     return value;
+} catch (...) {
+    Failed("Get");
+    return 0;
 }
 
 bool ConfigCache::Get(eParam_t id, unsigned int& value)
@@ -79,7 +106,8 @@ bool ConfigCache::WriteThrough(eParam_t id, vexa::CachedValues<Value>& values, c
     const auto before = values.Now(id);
     vexa::NoteAnswer(vexa::Answer::kGiven);  // a store in this process notes none
     if (!write()) return false;
-    values.StoreWritten(id, value, before, vexa::LastAnswer() == vexa::Answer::kGiven);
+    const bool isConfirmed = vexa::LastAnswer() == vexa::Answer::kGiven;
+    KeepOrForget(values, [&] { values.StoreWritten(id, value, before, isConfirmed); });
     return true;
 }
 
@@ -96,67 +124,86 @@ bool ConfigCache::HasAlready(eParam_t id, const std::string& data)
 }
 
 bool ConfigCache::Set(eParam_t id, unsigned int value, timeval time)
-{
+try {
     // Without a connection a fetched 0 says nothing.
-    if (!IsVolatile(id) && HasAlready(id, value) && IsReachable()) {
+    if (!LookUpVolatility(id) && HasAlready(id, value) && IsReachable()) {
         vexa::Print(
             "ConfigCache::Set(uint32_t) - non-volatile param, new value is the same as the cached value, "
             "suppressing Set operation\n");
         return true;
     }
     return WriteThrough(id, m_numbers, value, [&] { return m_config->Set(id, value, time); });
+} catch (...) {
+    return Failed("Set(uint32_t)");
 }
 
 bool ConfigCache::Get(eParam_t id, std::string& value)
-{
-    if (IsVolatile(id)) return m_config->Get(id, value);
+try {
+    if (LookUpVolatility(id)) return m_config->Get(id, value);
     if (m_texts.Find(id, value)) return true;
     const auto before = m_texts.Now(id);
     if (!m_config->Get(id, value)) return false;
-    m_texts.StoreFetched(id, value, before);
+    KeepOrForget(m_texts, [&] { m_texts.StoreFetched(id, value, before); });
     return true;
+} catch (...) {
+    return Failed("Get");
 }
 
 bool ConfigCache::Set(eParam_t id, std::string value, timeval time)
-{
-    if (IsVolatile(id)) return m_config->Set(id, std::move(value), time);
+try {
+    if (LookUpVolatility(id)) return m_config->Set(id, std::move(value), time);
     return WriteThrough(id, m_texts, value, [&] { return m_config->Set(id, value, time); });
+} catch (...) {
+    return Failed("Set(std::string)");
 }
 
 bool ConfigCache::GetData(eParam_t id, std::string& data)
-{
-    if (IsVolatile(id)) return m_config->GetData(id, data);
+try {
+    if (LookUpVolatility(id)) return m_config->GetData(id, data);
     if (m_data.Find(id, data)) return true;
     const auto before = m_data.Now(id);
     if (!m_config->GetData(id, data)) return false;
-    m_data.StoreFetched(id, data, before);
+    KeepOrForget(m_data, [&] { m_data.StoreFetched(id, data, before); });
     return true;
+} catch (...) {
+    return Failed("GetData");
 }
 
 bool ConfigCache::SetData(eParam_t id, std::string& data, timeval time)
-{
-    if (IsVolatile(id)) return m_config->SetData(id, data, time);
+try {
+    if (LookUpVolatility(id)) return m_config->SetData(id, data, time);
     if (HasAlready(id, data)) return true;
     return WriteThrough(id, m_data, data, [&] { return m_config->SetData(id, data, time); });
+} catch (...) {
+    return Failed("SetData");
 }
 
 // --- events of the wrapped configuration ---
 
+/// @return whether the listeners hear of it.
+template <class Value>
+bool ConfigCache::IsNews(eParam_t id, vexa::CachedValues<Value>& values, const Value& value)
+{
+    bool changed = true;  // as far as one knows without memory
+    KeepOrForget(values, [&] { changed = values.StoreEvent(id, value); });
+    return changed || IsVolatile(id);
+}
+
 bool ConfigCache::ParamChanged(eParam_t id, unsigned int value, timeval time)
 {
-    if (m_numbers.StoreEvent(id, value) || IsVolatile(id)) fireParamChangedEvent(id, value, time);
+    if (IsNews(id, m_numbers, value)) fireParamChangedEvent(id, value, time);
     return true;
 }
 
 bool ConfigCache::ParamChanged(eParam_t id, std::string value, timeval time)
 {
-    if (m_texts.StoreEvent(id, value) || IsVolatile(id)) fireParamChangedEvent(id, std::move(value), time);
+    if (IsNews(id, m_texts, value)) fireParamChangedEvent(id, std::move(value), time);
     return true;
 }
 
 bool ConfigCache::DataChanged(eParam_t id, std::string& data, timeval time)
 {
-    if (m_data.StoreEvent(id, data) || IsVolatile(id)) fireDataChangedEvent(id, data, time);
+    if (IsNews(id, m_data, data)) fireDataChangedEvent(id, data, time);
     return true;
 }
 
@@ -176,36 +223,51 @@ void ConfigCache::FollowConnection(vexa::ConnectionChange change)
 
 // --- own listeners ---
 
-void ConfigCache::fireParamChangedEvent(eParam_t id, unsigned int value, timeval time)
+/// The listeners have missed a change, for want of memory.
+void ConfigCache::LoseEvent()
 {
+    Failed("fireParamChangedEvent");
+    TellEventsMissing();
+}
+
+void ConfigCache::fireParamChangedEvent(eParam_t id, unsigned int value, timeval time)
+try {
     m_listeners.TellNumber(id, value, time);
+} catch (...) {
+    LoseEvent();
 }
 
 void ConfigCache::fireParamChangedEvent(eParam_t id, std::string value, timeval time)
-{
+try {
     m_listeners.TellText(id, std::move(value), time);
+} catch (...) {
+    LoseEvent();
 }
 
 void ConfigCache::fireDataChangedEvent(eParam_t id, std::string& data, timeval time)
-{
+try {
     m_listeners.TellData(id, data, time);
+} catch (...) {
+    LoseEvent();
 }
 
 bool ConfigCache::AddConfigEventListener(ConfigEventListener* listener)
-{
+try {
     if (!listener) return false;
     m_listeners.Add(listener);
     return true;
+} catch (...) {
+    return Failed("AddConfigEventListener");
 }
 
 bool ConfigCache::AddConfigEventListener(eParam_t id, ConfigEventListener* listener)
 {
-    return RememberPassedOn(m_config->AddConfigEventListener(id, listener), listener);
+    return PassOn(listener, [&] { return m_config->AddConfigEventListener(id, listener); });
 }
 
 bool ConfigCache::AddConfigEventListener(std::list<eParam_t> ids, ConfigEventListener* listener)
 {
-    return RememberPassedOn(m_config->AddConfigEventListener(std::move(ids), listener), listener);
+    return PassOn(listener, [&] { return m_config->AddConfigEventListener(std::move(ids), listener); });
 }
 
 bool ConfigCache::RemoveConfigEventListener(ConfigEventListener* listener)
@@ -219,12 +281,16 @@ bool ConfigCache::RemoveConfigEventListener(ConfigEventListener* listener)
 
 /// The wrapped configuration borrows the listener until it is removed there, and the caller knows only this
 /// cache.
-bool ConfigCache::RememberPassedOn(bool accepted, ConfigEventListener* listener)
-{
-    if (!accepted) return false;
+template <class Add>
+bool ConfigCache::PassOn(ConfigEventListener* listener, const Add& add)
+try {
+    std::list<ConfigEventListener*> entry{listener};
+    if (!add()) return false;
     SemaphoreHelper hold(m_lock);
-    m_passedOn.push_back(listener);
+    m_passedOn.splice(m_passedOn.end(), entry);
     return true;
+} catch (...) {
+    return Failed("AddConfigEventListener");
 }
 
 /// @return how often it was passed on.

@@ -85,13 +85,14 @@ class CachedValues {
         if (isConfirmed) entry.value = std::move(value);
     }
     /// @return whether the value differs from the one before; where none is known, from Value().
-    bool StoreEvent(eParam_t id, const Value& value)
+    bool StoreEvent(eParam_t id, Value value)
     {
         SemaphoreHelper hold(m_lock);
         Entry& entry = m_entries[id];
         ++entry.events;
         entry.isKnown = true;
-        return std::exchange(entry.value, value) != value;
+        std::swap(entry.value, value);
+        return entry.value != value;
     }
     /// Events were lost: every value may be old. The next event is still compared with what listeners know.
     void ForgetAll()
@@ -126,6 +127,10 @@ class CachedValues {
 ///
 /// Parameters with the class name "volatile" are always read and written through. The operations that are not
 /// named here keep the defaults of Config.
+///
+/// Without memory an operation does nothing and answers false or 0, after one line. A value that cannot be kept makes
+/// all of its kind unknown. A listener that cannot be told of a change misses it, and the listeners of the connection
+/// hear that events are missing.
 ///
 /// Thread: any. No lock is held while the wrapped configuration is called, so its events may arrive at any
 /// time; two first reads at once may fetch twice.
@@ -209,15 +214,20 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener, publi
     bool WriteThrough(eParam_t id, vexa::CachedValues<Value>& values, const Value& value, const Write& write);
     bool HasAlready(eParam_t id, unsigned int value);
     bool HasAlready(eParam_t id, const std::string& data);
+    bool LookUpVolatility(eParam_t id);
     Volatility KnownVolatility(eParam_t id) const;
     bool LearnVolatility(eParam_t id, Volatility volatility);
-    bool RememberPassedOn(bool accepted, ConfigEventListener* listener);
+    template <class Value>
+    bool IsNews(eParam_t id, vexa::CachedValues<Value>& values, const Value& value);
+    void LoseEvent();
+    template <class Add>
+    bool PassOn(ConfigEventListener* listener, const Add& add);
     size_t ForgetPassedOn(ConfigEventListener* listener);
 
     Config* const m_config;
     ConnectionFollower m_follower{*this};
     vexa::ListenerList m_listeners;
-    std::vector<ConfigEventListener*> m_passedOn VEXA_GUARDED_BY(m_lock);  // one entry per registration
+    std::list<ConfigEventListener*> m_passedOn VEXA_GUARDED_BY(m_lock);  // one entry per registration
     vexa::CachedValues<unsigned int> m_numbers{m_lock};
     std::map<eParam_t, Volatility> m_volatility VEXA_GUARDED_BY(m_lock);
     vexa::CachedValues<std::string> m_texts{m_lock};

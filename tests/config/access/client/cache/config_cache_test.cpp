@@ -7,10 +7,12 @@
 #include <thread>
 
 #include "config/descriptors/integer_descriptor.h"
+#include "support/failing_new.h"
 #include "support/network_events.h"
 #include "support/recording_listener.h"
 #include "support/store.h"
 
+using testing::Contains;
 using testing::ElementsAre;
 
 namespace {
@@ -215,6 +217,44 @@ TEST_F(ConfigCacheTest, AnAnswerThatIsOlderThanALossIsNotKept)
     EXPECT_EQ(cache.Get(kPlain), 5u);
     EXPECT_EQ(wrapped.reads, 2);
     wrapped.RemoveConnectionListener(cache.Follower());
+}
+
+TEST_F(ConfigCacheTest, WithoutMemoryNoOldValueStays)
+{
+    RecordingConnectionListener told;
+    cache.AddConnectionListener(&told);
+    std::string text, read;
+    const std::function<std::string()> number = [&] { return std::to_string(cache.Get(kPlain)); };
+    const std::function<std::string()> readText = [&] { return cache.Get(kPlain, read) ? read : "?"; };
+    const std::function<std::string()> readData = [&] { return cache.GetData(kPlain, read) ? read : "?"; };
+    const struct {
+        std::function<void()> change;
+        const std::function<std::string()>& tells;
+        bool isWrite;
+    } rows[] = {{[&] { cache.ParamChanged(kPlain, 7u, kTime); }, number, false},
+                {[&] { cache.ParamChanged(kPlain, std::move(text), kTime); }, readText, false},
+                {[&] { cache.DataChanged(kPlain, text, kTime); }, readData, false},
+                {[&] { cache.Set(kPlain, 7u, kTime); }, number, true},
+                {[&] { cache.Set(kPlain, std::move(text), kTime); }, readText, true},
+                {[&] { cache.SetData(kPlain, text, kTime); }, readData, true}};
+    const auto prepare = [&](int) {
+        Event(kPlain, 4);
+        text.assign(100, 'x');
+        wrapped.writes = 0;
+    };
+    int failures = 0;
+    StderrOf([&] {
+        for (const auto& row : rows) {
+            const auto check = [&] {
+                if (row.isWrite && wrapped.writes == 0) return;
+                EXPECT_NE(row.tells(), "4");
+            };
+            failures += WithEachAllocationFailing(prepare, row.change, check);
+        }
+        EXPECT_EQ(WithEachAllocationFailing([&] { cache.Get(kUnknown); }), 2);
+    });
+    EXPECT_GE(failures, 8);
+    EXPECT_THAT(told.Heard(), Contains(vexa::ConnectionChange::kEventsMissing));
 }
 
 TEST_F(ConfigCacheTest, BindingTakesTheKeyOver)
