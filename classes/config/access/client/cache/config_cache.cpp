@@ -111,16 +111,34 @@ bool ConfigCache::WriteThrough(eParam_t id, vexa::CachedValues<Value>& values, c
     return true;
 }
 
+/// Whether the wrapped configuration has the value, too.
+template <class Value, class Fetch>
+bool ConfigCache::IsConfirmed(eParam_t id, vexa::CachedValues<Value>& values, const Value& value,
+                              const Fetch& fetch)
+{
+    if (!values.MayBeOvertaken(id, value)) return true;
+    const auto before = values.Now(id);
+    vexa::NoteAnswer(vexa::Answer::kGiven);  // a store in this process notes none
+    Value current{};
+    if (!fetch(current) || current != value) return false;
+    if (vexa::LastAnswer() == vexa::Answer::kGiven)
+        KeepOrForget(values, [&] { values.StoreConfirmed(id, value, before); });
+    return true;
+}
+
 bool ConfigCache::HasAlready(eParam_t id, unsigned int value)
 {
-    return Get(id) == value && (!m_numbers.MayBeOvertaken(id, value) || m_config->Get(id) == value);
+    const auto fetch = [&](unsigned int& current) {
+        current = m_config->Get(id);
+        return true;
+    };
+    return Get(id) == value && IsConfirmed(id, m_numbers, value, fetch);
 }
 
 bool ConfigCache::HasAlready(eParam_t id, const std::string& data)
 {
-    if (!m_data.Holds(id, data)) return false;
-    std::string current;
-    return !m_data.MayBeOvertaken(id, data) || (m_config->GetData(id, current) && current == data);
+    const auto fetch = [&](std::string& current) { return m_config->GetData(id, current); };
+    return m_data.Holds(id, data) && IsConfirmed(id, m_data, data, fetch);
 }
 
 bool ConfigCache::Set(eParam_t id, unsigned int value, timeval time)

@@ -30,8 +30,11 @@ class CachedValues {
 
     /// What had been heard of a parameter before a call.
     struct Moment {
-        uint32_t events, losses;
-        bool operator==(const Moment&) const = default;
+        uint32_t events, losses, writes;
+        bool SameEvents(const Moment& other) const
+        {
+            return events == other.events && losses == other.losses;
+        }
     };
 
     /// @param value  untouched when nothing is known.
@@ -56,12 +59,12 @@ class CachedValues {
         const auto found = m_entries.find(id);
         return found != m_entries.end() && found->second.written.value_or(value) != value;
     }
-    /// Taken before a read or write, for StoreFetched, StoreWritten or Forget after it.
+    /// Taken before a read or write, for StoreFetched, StoreWritten or StoreConfirmed after it.
     Moment Now(eParam_t id) const
     {
         SemaphoreHelper hold(m_lock);
         const auto found = m_entries.find(id);
-        return {found == m_entries.end() ? 0 : found->second.events, m_losses};
+        return found == m_entries.end() ? Moment{0, m_losses, 0} : MomentOf(found->second);
     }
     /// Keeps the result of a read, unless a write or an event has brought a newer value meanwhile, or an event
     /// may have been lost.
@@ -69,7 +72,7 @@ class CachedValues {
     {
         SemaphoreHelper hold(m_lock);
         Entry& entry = m_entries[id];
-        if (entry.isKnown || before != Moment{entry.events, m_losses}) return;
+        if (entry.isKnown || !before.SameEvents(MomentOf(entry))) return;
         entry.value = value;
         entry.isKnown = true;
     }
@@ -80,9 +83,20 @@ class CachedValues {
         SemaphoreHelper hold(m_lock);
         Entry& entry = m_entries[id];
         entry.written = value;
-        if (before != Moment{entry.events, m_losses}) return;
+        ++entry.writes;
+        if (!before.SameEvents(MomentOf(entry))) return;
         entry.isKnown = isConfirmed;
         if (isConfirmed) entry.value = std::move(value);
+    }
+    /// Notes that a value which might have been overtaken is the store's: the last write is over then. Unless
+    /// something happened since.
+    void StoreConfirmed(eParam_t id, const Value& value, Moment before)
+    {
+        SemaphoreHelper hold(m_lock);
+        const auto found = m_entries.find(id);
+        if (found == m_entries.end()) return;
+        const Moment now = MomentOf(found->second);
+        if (before.SameEvents(now) && before.writes == now.writes) found->second.written = value;
     }
     /// @return whether the value differs from the one before; where none is known, from Value().
     bool StoreEvent(eParam_t id, Value value)
@@ -106,9 +120,14 @@ class CachedValues {
     struct Entry {
         Value value{};
         std::optional<Value> written;  // through this cache, the last one
-        uint32_t events = 0;
+        uint32_t events = 0, writes = 0;
         bool isKnown = false;
     };
+
+    Moment MomentOf(const Entry& entry) const VEXA_REQUIRES(m_lock)
+    {
+        return {entry.events, m_losses, entry.writes};
+    }
 
     LockSemaphore& m_lock;
     std::map<eParam_t, Entry> m_entries VEXA_GUARDED_BY(m_lock);
@@ -158,7 +177,7 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener, publi
     ParamDescriptor* GetParamDescriptor(std::string paramIDName) override;
     std::list<eParam_t> GetParamIDs() override { return m_config->GetParamIDs(); }
     /// A value that the parameter has already is not sent; one line says so. If the cache knows it from an
-    /// event only, and another value was written last, it asks the wrapped configuration first.
+    /// event only, and another value was written last, it asks the wrapped configuration first, once.
     bool Set(eParam_t id, unsigned int value, timeval time) override;
     /// @return the value once more: false says that it is 0.
     bool Get(eParam_t id, unsigned int& value) override;
@@ -212,6 +231,8 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener, publi
     void FollowConnection(vexa::ConnectionChange change);
     template <class Value, class Write>
     bool WriteThrough(eParam_t id, vexa::CachedValues<Value>& values, const Value& value, const Write& write);
+    template <class Value, class Fetch>
+    bool IsConfirmed(eParam_t id, vexa::CachedValues<Value>& values, const Value& value, const Fetch& fetch);
     bool HasAlready(eParam_t id, unsigned int value);
     bool HasAlready(eParam_t id, const std::string& data);
     bool LookUpVolatility(eParam_t id);

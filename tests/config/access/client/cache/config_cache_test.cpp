@@ -219,6 +219,24 @@ TEST_F(ConfigCacheTest, AnAnswerThatIsOlderThanALossIsNotKept)
     wrapped.RemoveConnectionListener(cache.Follower());
 }
 
+TEST_F(ConfigCacheTest, AsksOnceWhetherAValueIsStillTheStores)
+{
+    std::string nine = "9", five = "5";
+    const std::function<bool()> ways[] = {[&] { return cache.Set(kPlain, 5u); },
+                                          [&] { return cache.SetData(kPlain, five); }};
+    for (const auto& set : ways) {
+        EXPECT_TRUE(cache.Set(kPlain, 9u) && cache.SetData(kPlain, nine));
+        Event(kPlain, 5);
+        wrapped.reads = wrapped.writes = 0;
+        wrapped.during = [&] { EXPECT_TRUE(cache.Set(kPlain, 9u) && cache.SetData(kPlain, nine)); };
+        StderrOf([&] { EXPECT_TRUE(set()); });
+        Event(kPlain, 5);
+        StderrOf([&] { EXPECT_TRUE(set() && set() && set()); });
+        EXPECT_EQ(wrapped.reads, 2) << "the first answer was older than another write";
+        EXPECT_EQ(wrapped.writes, 2);
+    }
+}
+
 TEST_F(ConfigCacheTest, WithoutMemoryNoOldValueStays)
 {
     RecordingConnectionListener told;
