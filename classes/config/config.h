@@ -36,7 +36,8 @@ class VEXA_EXPORT Config {
     virtual ~Config() = default;
 
     /// Sets a number, stamped with the current time.
-    /// @return true only when the value was accepted and stored, perhaps corrected into its range.
+    /// @return true when the value was accepted and stored, perhaps corrected into its range. Where nothing answers a
+    /// write, as over TCP, true says that it was sent: read it to know.
     virtual bool Set(eParam_t id, unsigned int value);
     /// The number; 0 when there is none.
     virtual unsigned int Get(eParam_t id) = 0;
@@ -52,7 +53,8 @@ class VEXA_EXPORT Config {
     virtual std::list<eParam_t> GetParamIDs() = 0;
     /// @param time  of the change; listeners get it unchanged.
     virtual bool Set(eParam_t id, unsigned int value, timeval time) = 0;
-    /// @param value  untouched on failure.
+    /// @param value  a store leaves it untouched on failure. A client of another process, and a cache, write what
+    /// Get(id) returns, and answer false for a 0, stored or not.
     virtual bool Get(eParam_t id, unsigned int& value) = 0;
     /// The same for a text. No length is enforced.
     virtual bool Set(eParam_t id, std::string value, timeval time) = 0;
@@ -70,7 +72,7 @@ class VEXA_EXPORT Config {
 
     /// Calls the listener at every change from now on. The forms with parameters ask for a filter: an
     /// implementation may ignore it and report every parameter, as a store does, which refuses the list.
-    /// @param listener  borrowed until it is removed.
+    /// @param listener  borrowed until it is removed. Null is refused.
     virtual bool AddConfigEventListener(ConfigEventListener*) { return false; }
     virtual bool AddConfigEventListener(eParam_t, ConfigEventListener*) { return false; }
     virtual bool AddConfigEventListener(std::list<eParam_t>, ConfigEventListener*) { return false; }

@@ -483,7 +483,8 @@ try {
     return Failed("Set(std::string)");
 }
 
-// A precondition may only veto a string: changing it in the queue, or removing it, has no effect.
+// A precondition cannot change or drop the string in front, only veto it: what is stored is the string as it was before.
+// What it adds to the queue is asked about and stored in its turn.
 bool ConfigManager::SetFront(StringQueue& queue, timeval time)
 {
     auto [id, value] = queue.front();

@@ -64,7 +64,8 @@ class ConfigManager : public vexa::CatalogueConfig {
     /// No precondition, range rule or trigger. The listeners are called even when the parameter holds no
     /// text.
     bool SetData(eParam_t id, std::string& data, timeval time) override;
-    /// A listener that is added twice hears each change twice; each removal takes one registration away.
+    /// A listener that is added twice hears each change twice; each removal takes one registration away. Null is
+    /// refused.
     bool AddConfigEventListener(ConfigEventListener* listener) override;
     /// The parameter is ignored: the listener hears all of them.
     bool AddConfigEventListener(eParam_t id, ConfigEventListener* listener) override;

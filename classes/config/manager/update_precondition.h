@@ -20,8 +20,8 @@ namespace vexa::config {
 using IntegerQueue = std::deque<std::pair<eParam_t, unsigned int>>;
 using StringQueue = std::deque<std::pair<eParam_t, std::string>>;
 
-/// May veto a change (false), drop it from the queue, or correct it in place. For strings only the veto
-/// counts: the store keeps the string that it was given. Thread: the writer's. The order of the virtual
+/// May veto a change (false), drop it from the queue, correct it in place, or add further ones. Of a string in front
+/// only the veto counts: the store keeps the string that it was given. Thread: the writer's. The order of the virtual
 /// operations is part of the contract: append only.
 class VEXA_EXPORT UpdatePrecondition {
   public:

@@ -176,12 +176,15 @@ TEST(ConfigManager, PreconditionsMayVetoCorrectAddAndDrop)
     EXPECT_EQ(store->Get(eParamID_CustomTake), 12u);
 }
 
-TEST(ConfigManager, StringPreconditionsMayOnlyVeto)
+TEST(ConfigManager, StringPreconditionsMayVetoAndAdd)
 {
     TestStore store;
     ScriptedPrecondition& precondition = AddPrecondition(store);
     precondition.onString = [](StringQueue& queue) {
-        if (queue.front().second == "A001") queue.front().second = "changed";
+        if (queue.front().second == "A001") {
+            queue.front().second = "changed";
+            queue.push_back({eParamID_ReelName, "added"});
+        }
         if (queue.front().second == "A002") queue.clear();
         return queue.empty() || queue.front().second != "A003";
     };
@@ -189,7 +192,8 @@ TEST(ConfigManager, StringPreconditionsMayOnlyVeto)
     EXPECT_TRUE(store->Set(eParamID_ReelName, std::string("A002")));
     EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(store->Set(eParamID_ReelName, std::string("A003"))); }),
               "ConfigManager::Set(std::string) - update precondition failed, returning false\n");
-    EXPECT_THAT(store.listener.Heard(), ElementsAre("str 1101000a=A001", "str 1101000a=A002"));
+    EXPECT_THAT(store.listener.Heard(),
+                ElementsAre("str 1101000a=A001", "str 1101000a=added", "str 1101000a=A002"));
 }
 
 TEST(ConfigManager, NoPreconditionIsAskedOnDoNotValidateNorForAnEmptyQueue)

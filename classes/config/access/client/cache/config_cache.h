@@ -142,7 +142,11 @@ class CachedValues {
 ///
 /// A write whose success is not confirmed, as of a number over TCP and of a text over the network, leaves the
 /// value unknown: the next read asks, unless an event has told it. When the wrapped configuration is lost or
-/// events of it may be missing, every value is unknown. The connection of the cache is the wrapped one's.
+/// events of it may be missing, every value is unknown; until the loss is noticed the cache goes on answering. The
+/// connection of the cache is the wrapped one's.
+///
+/// A parameter's number, text and data are three values: a change of the text leaves the cached data as it was, and the
+/// other way round. So one parameter is written and read in one of these ways by everybody.
 ///
 /// Parameters with the class name "volatile" are always read and written through. The operations that are not
 /// named here keep the defaults of Config.
@@ -203,7 +207,9 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener, publi
     bool DataChanged(eParam_t id, std::string& data, timeval time) override;
     void ParamChanged(ConfigEvent) override {}
 
-    /// Call the own listeners, in the order of registration.
+    /// Call the own listeners, in the order of registration. For the cache itself: an application that calls them on a
+    /// cache around a store of its process, with listeners that write to that store, may wait for ever for a thread
+    /// that does so, too.
     void fireParamChangedEvent(eParam_t id, unsigned int value, timeval time);
     void fireParamChangedEvent(eParam_t id, std::string value, timeval time);
     void fireDataChangedEvent(eParam_t id, std::string& data, timeval time);
