@@ -232,8 +232,8 @@ bool ConfigManager::DeleteAllUpdatePreconditions()
     all.swap(m_preconditions);
     // One that was added twice is deleted once. Without allocating: the end of a store must not need memory.
     std::ranges::sort(all);
-    const auto twice = std::ranges::unique(all);
-    std::for_each(all.begin(), twice.begin(), [](UpdatePrecondition* precondition) { delete precondition; });
+    const auto end = std::unique(all.begin(), all.end());
+    std::for_each(all.begin(), end, [](UpdatePrecondition* precondition) { delete precondition; });
     return true;
 }
 
