@@ -57,7 +57,7 @@ bool ListenerList::IsEmpty() const
 ListenerList::Ready ListenerList::ReadyNumber(eParam_t id, unsigned int value, timeval time)
 {
     Ready ready;
-    ready.push_back({Event::kNumber, id, time, value});
+    ready.emplace_back(Event{Event::kNumber, id, time, value});
     return ready;
 }
 
@@ -104,19 +104,18 @@ void ListenerList::CallAll(Event& event)
     for (const Registration& registration : m_calling) {
         if (m_version != m_callingVersion && !Has(registration)) continue;
         try {
-            Call(*registration.listener, event);
+            if (event.kind == Event::kNumber)
+                registration.listener->ParamChanged(event.id, event.number, event.time);
+            else
+                CallWithCopy(*registration.listener, event);
         } catch (...) {
             m_reportException();
         }
     }
 }
 
-void ListenerList::Call(ConfigEventListener& listener, Event& event)
+void ListenerList::CallWithCopy(ConfigEventListener& listener, Event& event)
 {
-    if (event.kind == Event::kNumber) {
-        listener.ParamChanged(event.id, event.number, event.time);
-        return;
-    }
     std::string own;
     if (event.copies.empty()) {
         own = event.text;  // for a listener that was added after the event had been made ready

@@ -92,7 +92,7 @@ class VEXA_EXPORT ListenerList {
 
     Ready WithCopies(Event event);
     void CallAll(Event& event) VEXA_REQUIRES(m_turn);
-    static void Call(ConfigEventListener& listener, Event& event);
+    static void CallWithCopy(ConfigEventListener& listener, Event& event);
     void Refresh() VEXA_REQUIRES(m_turn);
     bool Has(const Registration& registration) const;
     static void ReportException();
