@@ -18,6 +18,8 @@ struct VEXA_EXPORT SerialRow {
 /// One model. The default row, without features, stands for unknown models.
 struct VEXA_EXPORT ProductModel {
     std::string_view name;
+    unsigned int number =
+        0;  ///< that stands for the model in eParamID_ProductID: never another one, never reused
     SerialRow serial;
     int ethernetPorts = 1;
     int minimumHeight = 0;  ///< smallest picture height in lines; 0: none
@@ -39,5 +41,19 @@ VEXA_EXPORT std::span<const ProductModel> ProductModels();
 /// The row of a model, compared exactly; null when there is none.
 VEXA_EXPORT const ProductModel* FindProductModel(std::string_view name);
 
-/// The row of the device that this process runs on; the default row for an unknown model. Thread: any.
+/// The row of the device that this process runs on, unless this thread works for another one; the default row
+/// for an unknown model. Thread: any.
 VEXA_EXPORT const ProductModel& CurrentProductModel();
+
+/// Makes a model the current one for this thread, for the life of a scope.
+class ProductModelScope {
+  public:
+    /// @param model  outlives the scope.
+    explicit ProductModelScope(const ProductModel& model);
+    ~ProductModelScope();
+    ProductModelScope(const ProductModelScope&) = delete;
+    ProductModelScope& operator=(const ProductModelScope&) = delete;
+
+  private:
+    const ProductModel* const m_before;
+};

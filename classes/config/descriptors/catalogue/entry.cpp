@@ -3,6 +3,7 @@
 #include <libintl.h>
 
 #include <clocale>
+#include <utility>
 
 #include "config/descriptors/descriptor_table.h"
 #include "config/descriptors/placeholder.h"
@@ -71,9 +72,16 @@ Data& Data::SizeLimit(unsigned int bytes)
     return Attribute("size_limit", bytes);
 }
 
+BuildTarget::BuildTarget(DescriptorTable& table) : m_before(std::exchange(s_current, &table)) {}
+
+BuildTarget::~BuildTarget()
+{
+    s_current = m_before;
+}
+
 void Register(std::unique_ptr<ParamDescriptor> descriptor)
 {
-    ParamDescriptor*& slot = g_paramDescriptors[descriptor->GetParamID()];
+    ParamDescriptor*& slot = BuildTarget::Current()[descriptor->GetParamID()];
     if (slot) RetainDescriptor(slot);
     slot = descriptor.release();
 }

@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "config/descriptors/descriptor_table.h"
 #include "config/descriptors/enum_descriptor.h"
 #include "config/descriptors/string_descriptor.h"
 
@@ -192,6 +193,22 @@ class AlarmEntry : public Entry<AlarmDescriptor, AlarmEntry> {
     // clang-format off
     AlarmEntry& Default(std::string message) { m_descriptor->SetFactoryDefault(std::move(message)); return *this; }
     // clang-format on
+};
+
+/// The table that the builders fill on this thread, for the life of a scope; without one, that of the process.
+class BuildTarget {
+  public:
+    explicit BuildTarget(DescriptorTable& table);
+    ~BuildTarget();
+    BuildTarget(const BuildTarget&) = delete;
+    BuildTarget& operator=(const BuildTarget&) = delete;
+
+    static DescriptorTable& Current() { return s_current ? *s_current : g_paramDescriptors; }
+
+  private:
+    static inline thread_local DescriptorTable* s_current = nullptr;
+
+    DescriptorTable* const m_before;
 };
 
 /// Hands a descriptor to the main registry, in place of an earlier one with its identifier.

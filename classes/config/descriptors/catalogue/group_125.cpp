@@ -1,7 +1,6 @@
 #include "config/descriptors/catalogue/builders.h"
 #include "config/descriptors/catalogue/value_lists.h"
 #include "services/product/product_features.h"
-#include "services/product/product_id.h"
 #include "services/product/product_models.h"
 
 namespace vexa::config::catalogue {
@@ -10,20 +9,12 @@ namespace {
 
 constexpr unsigned int kClipNameLength = 64, kNoPlaylistIndex = 1000;
 
-/// 0 for an unknown model, then the models in the order of their table.
 ValueList Products()
 {
     ValueList products = {{0, "Unknown"}};
     for (const ProductModel& model : ProductModels())
-        products.push_back({static_cast<unsigned int>(products.size()), std::string(model.name)});
+        products.push_back({model.number, std::string(model.name)});
     return products;
-}
-
-unsigned int ThisProduct()
-{
-    const ValueList products = Products();
-    const auto found = std::ranges::find(products, CProductID::getProductID(), &NamedValue::name);
-    return found == products.end() ? 0 : found->value;
 }
 
 void CreateTransport()
@@ -190,7 +181,7 @@ void CreateGroup_125()
     CreateProcessStates();
     Register(Enum(PARAM_ID(ProductID), "Product ID", "Product")
                  .Internal()
-                 .Default(ThisProduct())
+                 .Default(CurrentProductModel().number)
                  .Values(Products())
                  .Description("Model of this unit."));
     Register(Enum(PARAM_ID(NetworkServices), "Network Services", "Net Svcs")

@@ -2,18 +2,20 @@
 
 #include <libintl.h>
 
+#include <algorithm>
 #include <clocale>
 #include <exception>
 
 #include "config/base/log.h"
 #include "config/base/semaphore_helper.h"
 #include "config/descriptors/catalogue/builders.h"
+#include "config/descriptors/catalogue/entry.h"
 #include "config/descriptors/enum_descriptor.h"
 #include "config/descriptors/generic/generic_descriptors.h"
 #include "config/descriptors/placeholder.h"
-#include "config/descriptors/registry/param_groups.h"
 #include "services/product/product_features.h"
 #include "services/product/product_id.h"
+#include "services/product/product_models.h"
 
 namespace {
 
@@ -23,21 +25,52 @@ constexpr const char* kLocaleFolder = "/usr/share/locale";
 StaticLock buildLock;
 
 /// Entries say who follows them; whoever follows learns here whom, so that neither list lacks what the other has.
-void AddDependsOn()
+void AddDependsOn(const DescriptorTable& table)
 {
-    for (const auto& [id, descriptor] : g_paramDescriptors)
+    for (const auto& [id, descriptor] : table)
         for (const eParam_t dependent : descriptor->GetDependentParamIDs())
-            if (ParamDescriptor* const other = FindDescriptor(dependent)) other->AddDependsOnParamID(id);
+            if (ParamDescriptor* const other = FindIn(table, dependent)) other->AddDependsOnParamID(id);
+}
+
+void AddMenuNumbers(const DescriptorTable& table)
+{
+    for (const auto& [id, descriptor] : table) {
+        std::string number;
+        if (descriptor->GetAttribute("menu_number", number)) continue;
+        descriptor->AddAttribute("menu_number",
+                                 std::to_string(id >> 24) + "." + std::to_string(id >> 16 & 255));
+    }
+}
+
+void AddParamGroups(const DescriptorTable& table)
+{
+    // A group that is not listed is claimed by none.
+    constexpr unsigned int kGroups[] = {1,  2,  3,  4,  5,  6,  8,  9,  13, 32, 35, 41, 50, 53, 54,
+                                        55, 60, 70, 80, 91, 99, 12, 14, 15, 16, 17, 19, 22, 23, 24};
+    for (const auto& [id, descriptor] : table) {
+        const unsigned int group = id >> 24;
+        unsigned int claimed = 0;
+        if (std::ranges::find(kGroups, group) != std::end(kGroups) &&
+            !descriptor->GetAttribute("ParamGroup", claimed))
+            descriptor->AddAttribute("ParamGroup", group);
+    }
+}
+
+/// Of the current model.
+void Fill(DescriptorTable& table)
+{
+    const vexa::config::catalogue::BuildTarget target(table);
+    for (const auto builder : vexa::config::catalogue::kBuilders) builder();
+    if (!CProductID::isRelease()) vexa::config::catalogue::CreateParamDescriptor_EngineeringDebug();
+    AddDependsOn(table);
+    AddParamGroups(table);
+    AddMenuNumbers(table);
 }
 
 void Build() VEXA_REQUIRES(buildLock)
 {
     ImportGenericDescriptors();
-    for (const auto builder : vexa::config::catalogue::kBuilders) builder();
-    if (!CProductID::isRelease()) vexa::config::catalogue::CreateParamDescriptor_EngineeringDebug();
-    AddDependsOn();
-    AddParamGroupAttribute();
-    AddMenuNumberAttribute();
+    Fill(g_paramDescriptors);
 }
 
 void DeleteAll() VEXA_REQUIRES(buildLock)
@@ -115,29 +148,20 @@ void DestroyDescriptors()
     DeleteAll();
 }
 
+void BuildDescriptors(const ProductModel& model, DescriptorTable& table)
+{
+    const ProductModelScope current(model);
+    Fill(table);
+}
+
 void AddMenuNumberAttribute()
 {
-    for (const auto& [id, descriptor] : g_paramDescriptors) {
-        std::string number;
-        if (descriptor->GetAttribute("menu_number", number)) continue;
-        descriptor->AddAttribute("menu_number",
-                                 std::to_string(id >> 24) + "." + std::to_string(id >> 16 & 255));
-    }
+    AddMenuNumbers(g_paramDescriptors);
 }
 
 void AddParamGroupAttribute()
 {
-    // In this order: the first group that claims a parameter keeps it.
-    constexpr int kGroups[] = {1,  2,  3,  4,  5,  6,  8,  9,  13, 32, 35, 41, 50, 53, 54,
-                               55, 60, 70, 80, 91, 99, 12, 14, 15, 16, 17, 19, 22, 23, 24};
-    for (const int group : kGroups) {
-        for (const eParam_t id : GetParamGroup(group, false)) {
-            ParamDescriptor* const descriptor = FindDescriptor(id);
-            unsigned int claimed = 0;
-            if (descriptor && !descriptor->GetAttribute("ParamGroup", claimed))
-                descriptor->AddAttribute("ParamGroup", static_cast<unsigned int>(group));
-        }
-    }
+    AddParamGroups(g_paramDescriptors);
 }
 
 void ImportGenericDescriptors()

@@ -8,12 +8,16 @@
 #include "config/descriptors/descriptor_table.h"
 
 class BDX4Device;
+struct ProductModel;
 
 /// Builds the catalogue for the current model; does nothing when it is built. Without memory for all of it the
 /// registry stays empty and std::bad_alloc leaves, since nothing works without a catalogue.
 VEXA_EXPORT void CreateDescriptors();
 /// The same on behalf of a device driver.
 VEXA_EXPORT void CreateDescriptors(BDX4Device* device);
+/// Builds the catalogue of any model beside the registry. Thread: any.
+/// @param table  empty; owns the descriptors. Without memory it has some of them, and std::bad_alloc leaves.
+void BuildDescriptors(const ProductModel& model, DescriptorTable& table);
 /// Deletes all descriptors, the generic ones too. Pointers handed out earlier dangle.
 VEXA_EXPORT void DestroyDescriptors();
 
