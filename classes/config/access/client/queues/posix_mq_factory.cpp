@@ -166,6 +166,11 @@ PosixMQFactory::PosixMQFactory() : m_shared(std::make_shared<SharedExchanges>())
     exit(-1);
 }
 
+PosixMQFactory::PosixMQFactory(mqd_t requestQueue)
+    : m_shared(std::make_shared<SharedExchanges>()), m_requestQueue(requestQueue)
+{
+}
+
 PosixMQFactory::~PosixMQFactory() = default;
 
 unsigned int PosixMQFactory::GetPriority(const std::string& uri)

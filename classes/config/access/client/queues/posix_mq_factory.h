@@ -22,6 +22,8 @@ class VEXA_EXPORT PosixMQFactory {
     /// Opens the daemon's queue; the descriptor becomes that of a later daemon when this one has ended. Without
     /// a daemon it ends the process, deliberately: an application of the device cannot go on without it.
     PosixMQFactory();
+    /// @param requestQueue  the daemon's queue, open; owned from now on.
+    explicit PosixMQFactory(mqd_t requestQueue);
     /// Releases nothing: the daemon's queue stays open until the process ends, for the clients that remain.
     virtual ~PosixMQFactory();
     PosixMQFactory(const PosixMQFactory&) = delete;
