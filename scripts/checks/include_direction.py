@@ -25,7 +25,7 @@ FLOORS = [
     ["config/access/connector"],
     ["config/access/server"],
     ["config/access/server/network", "config/access/server/queues"],
-    ["config/legacy"],
+    ["config/legacy", "device"],
     ["mainstay", "vexactl"],
     ["bench", "fuzz", "soak"],
     ["."],  # the header that includes all public ones

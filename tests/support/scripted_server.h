@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include <functional>
 #include <string>
@@ -54,6 +55,13 @@ class ScriptedPeer {
         Send(Confirmation(Receive(24), type, error));
     }
     void Close() { m_socket.close(); }
+    /// Says nothing until the client has ended the connection.
+    void AwaitEnd()
+    {
+        char data[net::kMaxMessageBytes];
+        while (m_socket.wait_ready(POLLIN, 10'000) != 0 && m_socket.recv_some(data, sizeof data) > 0)
+            continue;
+    }
 
   private:
     net::Socket& m_socket;
