@@ -23,6 +23,7 @@ struct {
     {"network", MeasureNetwork},
     {"queues", MeasureQueues},
     {"daemon", MeasureDaemon},
+    {"devices", MeasureDevices},
 };
 
 }  // namespace

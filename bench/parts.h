@@ -6,3 +6,4 @@ void MeasureNumberOfParameters();
 void MeasureNetwork();
 void MeasureQueues();
 void MeasureDaemon();
+void MeasureDevices();

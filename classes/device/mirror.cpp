@@ -72,7 +72,7 @@ void Mirror::SetCatalogue(std::shared_ptr<const Catalogue> catalogue)
 {
     const MutexLock hold(m_lock);
     if (m_catalogue != catalogue)
-        std::erase_if(m_values, [&](const auto& entry) { return !catalogue->Find(entry.first); });
+        std::erase_if(m_values, [&](const auto& entry) { return !catalogue->Find(eParam_t{entry.first}); });
     m_catalogue = std::move(catalogue);
 }
 
@@ -219,8 +219,10 @@ void Mirror::Tell(eParam_t id, const Value& value, Change::Kind kind, timeval ti
 void Mirror::TellAll(Feed& feed)
 {
     feed.awaitsInitial = false;
-    for (auto& [id, entry] : m_values) {
-        const Change change = MakeChange(id, entry.value, Change::Kind::kInitial, {});
+    for (const auto& [id, descriptor] : m_catalogue->All()) {
+        const auto known = m_values.find(id);
+        if (known == m_values.end()) continue;
+        const Change change = MakeChange(id, known->second.value, Change::Kind::kInitial, {});
         if (feed.Wants(change.name)) feed.Add(change);
     }
     m_deliveries.Wake();

@@ -2,11 +2,11 @@
 #pragma once
 
 #include <deque>
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "config/base/mutex.h"
@@ -80,7 +80,7 @@ class Mirror : public LinkEvents {
     mutable CondVar m_changed;
     DeviceStatus m_status VEXA_GUARDED_BY(m_lock);
     std::shared_ptr<const Catalogue> m_catalogue VEXA_GUARDED_BY(m_lock);
-    std::map<eParam_t, Entry> m_values VEXA_GUARDED_BY(m_lock);
+    std::unordered_map<uint32_t, Entry> m_values VEXA_GUARDED_BY(m_lock);
     std::vector<std::weak_ptr<Feed>> m_feeds VEXA_GUARDED_BY(m_lock);
     std::vector<std::weak_ptr<Statuses>> m_statuses VEXA_GUARDED_BY(m_lock);
     std::set<eParam_t> m_touched VEXA_GUARDED_BY(m_lock);

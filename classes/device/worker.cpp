@@ -245,26 +245,28 @@ bool DeviceWorker::ReceiveAndProbe(Link& link, Deadline& probe, LinkFailure& fai
 }
 
 /// Each answer to somebody else's request wakes this thread, too. It stays out of the way while they follow one
-/// another; changes are passed on all the same, by whoever reads.
+/// another, without being told of each; changes are passed on all the same, by whoever reads.
 void DeviceWorker::AwaitTurn()
 {
-    constexpr std::chrono::milliseconds kQuiet(2);
-    while (!m_isStopping && !m_broken) {
-        const auto quiet = std::chrono::steady_clock::now() - m_lastJobs;
-        if (m_isTaken)
-            m_changed.Wait(m_lock);
-        else if (m_lastJobs.time_since_epoch().count() != 0 && quiet < kQuiet)
-            m_changed.Wait(m_lock, Deadline(kQuiet.count()));
-        else
-            return;
-    }
-    while (m_isTaken) m_changed.Wait(m_lock);
+    constexpr unsigned int kQuietMs = 2;
+    constexpr std::chrono::milliseconds kQuiet(kQuietMs);
+    while (!m_isStopping && !m_broken &&
+           (m_isTaken || std::chrono::steady_clock::now() - m_lastJobs < kQuiet))
+        m_quiet.Wait(m_lock, Deadline(kQuietMs));
+    while (m_isTaken) AwaitChange(Deadline(Deadline::kNever));
+}
+
+void DeviceWorker::AwaitChange(const Deadline& deadline)
+{
+    ++m_waiting;
+    m_changed.Wait(m_lock, deadline);
+    --m_waiting;
 }
 
 void DeviceWorker::SetLink(Link* link)
 {
     const MutexLock hold(m_lock);
-    while (m_isTaken) m_changed.Wait(m_lock);
+    while (m_isTaken) AwaitChange(Deadline(Deadline::kNever));
     m_link = link;
     m_broken.reset();
 }
@@ -320,11 +322,11 @@ bool DeviceWorker::Do(const std::vector<LinkRequest>& requests, std::vector<Link
             if (!m_isTaken)
                 RunJobs();
             else if (!deadline.IsOver())
-                m_changed.Wait(m_lock, deadline);
+                AwaitChange(deadline);
             else if (std::erase(m_jobs, job) > 0)
                 break;
             else
-                m_changed.Wait(m_lock);  // it is being carried out, which has a limit
+                AwaitChange(Deadline(Deadline::kNever));  // it is being carried out, which has a limit
         }
         replies = std::move(job->replies);
         failure = job->isDone ? job->failure : LinkFailure{LinkFailure::Kind::kTimedOut, "no answer in time"};
@@ -356,7 +358,7 @@ void DeviceWorker::RunJobs()
         m_broken = failure;
         eventfd_write(m_wake.Get(), 1);
     }
-    m_changed.NotifyAll();
+    if (m_waiting > 0) m_changed.NotifyAll();
 }
 
 bool DeviceWorker::RunOn(Link& link, const Jobs& jobs, std::vector<LinkReply>& replies, LinkFailure& failure)

@@ -74,6 +74,7 @@ class DeviceWorker {
     bool ReceiveAndProbe(Link& link, Deadline& probe, LinkFailure& failure);
     void SetLink(Link* link) VEXA_EXCLUDES(m_lock);
     void AwaitTurn() VEXA_REQUIRES(m_lock);
+    void AwaitChange(const Deadline& deadline) VEXA_REQUIRES(m_lock);
     void RunJobs() VEXA_REQUIRES(m_lock);
     bool RunOn(Link& link, const Jobs& jobs, std::vector<LinkReply>& replies, LinkFailure& failure);
     void Finish(const Jobs& jobs, const std::vector<LinkReply>& replies, bool isWhole,
@@ -96,10 +97,11 @@ class DeviceWorker {
     DeviceState m_stateWithoutConnection = DeviceState::kConnecting;
     std::string m_model, m_software;
     Mutex m_lock;
-    CondVar m_changed;
+    CondVar m_changed, m_quiet;  // the latter only by time
     Jobs m_jobs VEXA_GUARDED_BY(m_lock);
-    Link* m_link VEXA_GUARDED_BY(m_lock) = nullptr;  // while in step; used by whose turn it is
-    bool m_isTaken VEXA_GUARDED_BY(m_lock) = false;  // it is somebody's turn
+    Link* m_link VEXA_GUARDED_BY(m_lock) = nullptr;      // while in step; used by whose turn it is
+    unsigned int m_waiting VEXA_GUARDED_BY(m_lock) = 0;  // threads that wait for a change
+    bool m_isTaken VEXA_GUARDED_BY(m_lock) = false;      // it is somebody's turn
     std::chrono::steady_clock::time_point m_lastJobs VEXA_GUARDED_BY(m_lock);
     std::optional<LinkFailure> m_broken VEXA_GUARDED_BY(m_lock);  // found by a job
     std::thread m_thread;

@@ -75,6 +75,10 @@ bool TcpStream::Transmit(const char* data, size_t length)
         return false;
     }
     if (QueueSize() > 0) return Enqueue(data, length);
+    if (m_isHeld) {
+        m_progress = Clock::now();
+        return Enqueue(data, length);
+    }
     const int sent = m_socket->send_some(data, static_cast<unsigned int>(length));
     if (sent < 0) return Fail();
     const auto taken = static_cast<size_t>(sent);
@@ -117,12 +121,15 @@ bool TcpStream::SendAfterEvents(const char* data, size_t length)
 bool TcpStream::Send(const char* data, size_t length)
 {
     SemaphoreHelper hold(m_lock);
+    // Answers to requests that came together leave together: at the latest when the owner wants more input.
+    if (m_inputBegin < m_inputEnd && QueueSize() == 0) m_isHeld = true;
     return SendAfterEvents(data, length);
 }
 
 void TcpStream::SendQueue()
 {
     SemaphoreHelper hold(m_lock);
+    m_isHeld = false;
     if (QueueSize() > 0) {
         const int sent = m_socket->send_some(m_queue.data() + m_sent, static_cast<unsigned int>(QueueSize()));
         if (sent < 0) {
@@ -285,11 +292,16 @@ int TcpStream::Receive(char* data, unsigned int length, const Deadline& deadline
         ChangeFeed::Gathering::Deliver();
     }
     for (;;) {
-        bool queued;
+        bool queued, held;
         {
             SemaphoreHelper hold(m_lock);
             if (m_failed) return 0;
             queued = QueueSize() > 0;
+            held = m_isHeld;
+        }
+        if (held) {
+            SendQueue();
+            continue;
         }
         if (!IsShared() && !queued && !deadline.IsLimited()) return m_socket->recv_some(data, length);
         if (!WaitAndSend(true, deadline)) {

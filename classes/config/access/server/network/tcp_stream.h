@@ -110,6 +110,7 @@ class TcpStream {
     std::chrono::steady_clock::time_point m_progress
         VEXA_GUARDED_BY(m_lock);  // when the peer last took bytes
     bool m_failed VEXA_GUARDED_BY(m_lock) = false;
+    bool m_isHeld VEXA_GUARDED_BY(m_lock) = false;  // what is sent waits in the queue for what follows it
     std::optional<Listening> m_listening VEXA_GUARDED_BY(m_lock);
 };
 
