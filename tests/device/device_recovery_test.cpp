@@ -42,6 +42,14 @@ std::string NextOf(vexa::ChangeQueue& changes, std::chrono::milliseconds patienc
 class Daemon {
   public:
     explicit Daemon(bool withQueue) : m_withQueue(withQueue) { Start("OAK"); }
+    /// One that is killed would leave its queue.
+    ~Daemon()
+    {
+        m_program->Signal(SIGTERM);
+        m_program->Wait();
+    }
+    Daemon(const Daemon&) = delete;
+    Daemon& operator=(const Daemon&) = delete;
 
     void Restart(int signal, const std::string& model)
     {
