@@ -29,7 +29,7 @@ void Deliveries::Stop()
 std::shared_ptr<void> Deliveries::Add(Step step)
 {
     auto subscriber = std::make_shared<Subscriber>(Subscriber{std::move(step)});
-    const std::shared_ptr<void> subscription(
+    std::shared_ptr<void> subscription(
         nullptr, [shared = m_shared, subscriber](void*) { Remove(*shared, subscriber); });
     const MutexLock hold(m_shared->lock);
     m_shared->subscribers.push_back(subscriber);

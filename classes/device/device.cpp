@@ -125,6 +125,7 @@ void ReadLateOnes(DeviceWorker& worker, const std::vector<Setting>& settings, st
 std::vector<SetResult> Carry(DeviceWorker& worker, const std::vector<Setting>& settings)
 {
     std::vector<LinkRequest> requests;
+    requests.reserve(3 * settings.size());
     for (const Setting& setting : settings) requests.push_back(setting.Get());
     for (const Setting& setting : settings) requests.push_back(setting.Set());
     for (const Setting& setting : settings) requests.push_back(setting.Get());

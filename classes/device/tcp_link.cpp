@@ -117,7 +117,7 @@ bool TcpLink::Receive(LinkFailure& failure)
 bool TcpLink::ReadPiece(LinkFailure& failure)
 {
     failure.reason.clear();
-    std::array<char, 64 * 1024> piece;
+    std::array<char, size_t{64} * 1024> piece;
     const ssize_t count = recv(m_socket.Get(), piece.data(), piece.size(), MSG_DONTWAIT);
     if (count > 0) m_in.append(piece.data(), static_cast<size_t>(count));
     if (count == 0) return Lost(failure, "the device has ended the connection");

@@ -229,25 +229,27 @@ bool UdpLink::ReceiveReplies(const std::vector<LinkRequest>& requests, std::vect
 
 void UdpLink::ReceiveEvents()
 {
+    if (m_events.Get() == -1) return;
     Datagram datagram;
     sockaddr_in from{};
-    bool isMissing = false;
-    while (const size_t size = m_events.Get() == -1 ? 0 : Take(m_events.Get(), datagram, from)) {
-        XCONFIGMGR_RESPONSE_T event;
-        if (!Decode(datagram.data(), size, event) || size - kResponseBytes < event.streamLength) continue;
-        const bool isOurs = event.configID == m_records.ConfigID();
-        if (event.msgtype == XCFG_PARAM_CHANGED_EVENT)
-            isMissing |= m_gaps.IsAfterGap(from, event.requestID, isOurs);
-        if (!isOurs) continue;
-        auto value =
-            m_records.ValueOf(event, std::string(datagram.data() + kResponseBytes, event.streamLength));
-        if (value)
-            m_listener.Changed(event.paramID, *std::move(value), TimeOf(event));
-        else
-            isMissing = true;
-    }
-    if (m_events.Get() != -1 && m_gaps.HasLost(DroppedBySocket(m_events.Get()))) isMissing = true;
-    if (isMissing) m_listener.ChangesMissing();
+    bool isWhole = true;
+    while (const size_t size = Take(m_events.Get(), datagram, from))
+        isWhole &= PassOn(datagram.data(), size, from);
+    if (m_gaps.HasLost(DroppedBySocket(m_events.Get())) || !isWhole) m_listener.ChangesMissing();
+}
+
+/// @return false when this event, or one before it, is missing.
+bool UdpLink::PassOn(const char* datagram, size_t size, const sockaddr_in& from)
+{
+    XCONFIGMGR_RESPONSE_T event;
+    if (!Decode(datagram, size, event) || size - kResponseBytes < event.streamLength) return true;
+    const bool isOurs = event.configID == m_records.ConfigID();
+    const bool isNumber = event.msgtype == XCFG_PARAM_CHANGED_EVENT;
+    const bool isAfterGap = isNumber && m_gaps.IsAfterGap(from, event.requestID, isOurs);
+    if (!isOurs) return !isAfterGap;
+    auto value = m_records.ValueOf(event, std::string(datagram + kResponseBytes, event.streamLength));
+    if (value) m_listener.Changed(event.paramID, *std::move(value), TimeOf(event));
+    return value.has_value() && !isAfterGap;
 }
 
 bool UdpLink::Receive(LinkFailure&)

@@ -39,6 +39,7 @@ class UdpLink : public Link {
     bool ReceiveReplies(const std::vector<LinkRequest>& requests, std::vector<LinkReply>& replies,
                         LinkFailure& failure);
     void ReceiveEvents();
+    bool PassOn(const char* datagram, size_t size, const sockaddr_in& from);
 
     const DeviceAddress m_address;
     LinkEvents& m_listener;

@@ -189,6 +189,7 @@ bool DeviceWorker::ReadAll(Link& link, LinkFailure& failure)
 bool DeviceWorker::Read(Link& link, const std::vector<ParamDescriptor*>& parameters, LinkFailure& failure)
 {
     std::vector<LinkRequest> requests;
+    requests.reserve(parameters.size());
     for (ParamDescriptor* const descriptor : parameters) requests.push_back(GetRequest(*descriptor));
     std::vector<LinkReply> replies;
     const Mirror::Moment asked = mirror.Now();

@@ -202,7 +202,7 @@ bool ConfigManager::AddDefaultPreconditions()
 try {
     auto values = std::make_unique<vexa::config::UpdatePreconditionValues>();
     if (!AddUpdatePrecondition(values.get())) return false;
-    values.release();
+    static_cast<void>(values.release());
     return true;
 } catch (...) {
     return Failed("AddDefaultPreconditions");

@@ -142,7 +142,7 @@ Config* ConfigFactoryImpl::ConnectNetwork(const std::string& uri)
     Config* config = nullptr;
     if (client) config = vexa::uri::Contains(uri, "caching=true") ? AddCache(*client) : HandOut(client.get());
     if (config)
-        client.release();
+        static_cast<void>(client.release());
     else
         vexa::Print("ConfigFactoryImpl::Connect - _network_factory->Connect() failed\n");
     return config;

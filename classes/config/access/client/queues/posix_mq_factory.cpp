@@ -24,7 +24,7 @@ namespace vexa::config::access {
 namespace {
 
 /// A daemon that is gone must not delay the end of its clients.
-const std::atomic<unsigned int> disconnectTimeoutMs = 1000;
+const std::atomic<unsigned int> kDisconnectTimeoutMs = 1000;
 
 /// The time of a handshake. Its limit may change meanwhile. Thread: one.
 class HandshakeTime {
@@ -280,7 +280,7 @@ void PosixMQFactory::Disconnect(PosixMQClient* client)
 
 bool PosixMQFactory::ConfirmDisconnect(PosixMQClient* client)
 {
-    HandshakeTime time(disconnectTimeoutMs);
+    HandshakeTime time(kDisconnectTimeoutMs);
     const auto request = HandshakeRequest(XCFG_DISCONNECT_REQUEST, client->ConnectionID(),
                                           client->Connection().priority, *m_shared);
     DrainQueue(client->Connection().responseQueue);

@@ -282,35 +282,46 @@ bool TcpStream::WaitAndSend(bool forInput, const Deadline& deadline)
     return ready & (POLLIN | POLLERR | POLLHUP);
 }
 
+/// Input that is there, or its end. @return false when there is none.
+bool TcpStream::ReceiveNow(char* data, unsigned int length, int& count)
+{
+    count = m_socket->recv_now(data, length);
+    return count != -1 || (errno != EAGAIN && errno != EWOULDBLOCK);
+}
+
+void TcpStream::SendHeld()
+{
+    {
+        SemaphoreHelper hold(m_lock);
+        if (!m_isHeld) return;
+    }
+    SendQueue();
+}
+
 /// @return the number of bytes; 0 at the end; -1 on failure. Without a queue and without other senders it
 /// takes a single system call.
 int TcpStream::Receive(char* data, unsigned int length, const Deadline& deadline)
 {
+    int count = 0;
     if (ChangeFeed::Gathering::HasEvents()) {
-        const int count = m_socket->recv_now(data, length);
-        if (count != -1 || (errno != EAGAIN && errno != EWOULDBLOCK)) return count;
+        if (ReceiveNow(data, length, count)) return count;
         ChangeFeed::Gathering::Deliver();
     }
+    SendHeld();
     for (;;) {
-        bool queued, held;
+        bool queued;
         {
             SemaphoreHelper hold(m_lock);
             if (m_failed) return 0;
             queued = QueueSize() > 0;
-            held = m_isHeld;
-        }
-        if (held) {
-            SendQueue();
-            continue;
         }
         if (!IsShared() && !queued && !deadline.IsLimited()) return m_socket->recv_some(data, length);
-        if (!WaitAndSend(true, deadline)) {
-            if (!deadline.IsOver()) continue;
+        if (WaitAndSend(true, deadline)) {
+            if (ReceiveNow(data, length, count)) return count;
+        } else if (deadline.IsOver()) {
             errno = ETIMEDOUT;
             return -1;
         }
-        const int count = m_socket->recv_now(data, length);
-        if (count != -1 || (errno != EAGAIN && errno != EWOULDBLOCK)) return count;
     }
 }
 

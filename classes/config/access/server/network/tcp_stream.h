@@ -91,6 +91,8 @@ class TcpStream {
     bool ReportLostEvents(const ChangeFeed::Batch& batch) const VEXA_REQUIRES(m_lock);
     void ClearQueue() VEXA_REQUIRES(m_lock);
     void SendQueue() VEXA_EXCLUDES(m_lock);
+    void SendHeld() VEXA_EXCLUDES(m_lock);
+    bool ReceiveNow(char* data, unsigned int length, int& count);
     int Receive(char* data, unsigned int length, const Deadline& deadline) VEXA_EXCLUDES(m_lock);
     bool WaitAndSend(bool forInput, const Deadline& deadline = Deadline(Deadline::kNever))
         VEXA_EXCLUDES(m_lock);

@@ -69,6 +69,16 @@ uint32_t AnswerTo(uint32_t type)
     return type >= XCFG_GET_DATA_REQUEST ? type | 1 : ResponseTo(eMessageType_t{type});
 }
 
+/// Why a queue is not served.
+bool ReportObstacle(const std::string& name, bool isLocked, int error)
+{
+    if (isLocked)
+        return Report("mainstay: the queue %s cannot be used, nor removed: %s\n", name.c_str(),
+                      strerror(error));
+    if (error == EWOULDBLOCK) return Report("mainstay: another daemon serves the queue %s\n", name.c_str());
+    return Report("mainstay: cannot open the queue %s: %s\n", name.c_str(), strerror(error));
+}
+
 }  // namespace
 
 /// The service itself.
@@ -165,22 +175,16 @@ bool QueueService::Service::OpenQueue()
     for (int i = 0; i < kAttempts; ++i) {
         const mqd_t queue = OpenOrMake();
         if (queue == -1 && errno == ENOENT) continue;
-        int error = errno;
+        const int error = errno;
         const std::string name = NameWithOwner(queue);
         if (queue == -1)
             return Report("mainstay: cannot open the queue %s: %s\n", name.c_str(), strerror(error));
         const bool isLocked = LockQueue(queue);
         if (isLocked && TakeOver(queue)) return true;
         const bool isRemoved = isLocked && (!HasName(queue) || mq_unlink(kRequestQueue) == 0);
-        error = errno;
+        const int obstacle = errno;
         mq_close(queue);
-        if (isRemoved) continue;
-        if (isLocked)
-            return Report("mainstay: the queue %s cannot be used, nor removed: %s\n", name.c_str(),
-                          strerror(error));
-        if (error == EWOULDBLOCK)
-            return Report("mainstay: another daemon serves the queue %s\n", name.c_str());
-        return Report("mainstay: cannot open the queue %s: %s\n", name.c_str(), strerror(error));
+        if (!isRemoved) return ReportObstacle(name, isLocked, obstacle);
     }
     return Report("mainstay: the queue %s is removed again and again\n", kRequestQueue);
 }
