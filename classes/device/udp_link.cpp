@@ -248,8 +248,9 @@ bool UdpLink::PassOn(const char* datagram, size_t size, const sockaddr_in& from)
     const bool isAfterGap = isNumber && m_gaps.IsAfterGap(from, event.requestID, isOurs);
     if (!isOurs) return !isAfterGap;
     auto value = m_records.ValueOf(event, std::string(datagram + kResponseBytes, event.streamLength));
-    if (value) m_listener.Changed(event.paramID, *std::move(value), TimeOf(event));
-    return value.has_value() && !isAfterGap;
+    if (!value) return false;
+    m_listener.Changed(event.paramID, *std::move(value), TimeOf(event));
+    return !isAfterGap;
 }
 
 bool UdpLink::Receive(LinkFailure&)

@@ -5,20 +5,19 @@ namespace vexa::config::catalogue {
 
 namespace {
 
-constexpr const char* kZones[] = {
-    "UTC-12:00", "UTC-11:00", "UTC-10:00", "UTC-09:30", "UTC-09:00", "UTC-08:00", "UTC-07:00", "UTC-06:00",
-    "UTC-05:00", "UTC-04:00", "UTC-03:30", "UTC-03:00", "UTC-02:00", "UTC-01:00", "UTC+00:00", "UTC+01:00",
-    "UTC+02:00", "UTC+03:00", "UTC+03:30", "UTC+04:00", "UTC+04:30", "UTC+05:00", "UTC+05:30", "UTC+05:45",
-    "UTC+06:00", "UTC+06:30", "UTC+07:00", "UTC+08:00", "UTC+08:45", "UTC+09:00", "UTC+09:30", "UTC+10:00",
-    "UTC+10:30", "UTC+11:00", "UTC+12:00", "UTC+12:45", "UTC+13:00", "UTC+14:00"};
-constexpr unsigned int kUTC = 14;
-
+/// A number stays with its zone: another one gets the next number, wherever it stands.
 ValueList TimeZones()
 {
-    ValueList zones;
-    for (const char* zone : kZones) zones.push_back({static_cast<unsigned int>(zones.size()), zone});
-    return zones;
+    return {{0, "UTC-12:00"},  {1, "UTC-11:00"},  {2, "UTC-10:00"},  {3, "UTC-09:30"},  {4, "UTC-09:00"},
+            {5, "UTC-08:00"},  {6, "UTC-07:00"},  {7, "UTC-06:00"},  {8, "UTC-05:00"},  {9, "UTC-04:00"},
+            {10, "UTC-03:30"}, {11, "UTC-03:00"}, {12, "UTC-02:00"}, {13, "UTC-01:00"}, {14, "UTC+00:00"},
+            {15, "UTC+01:00"}, {16, "UTC+02:00"}, {17, "UTC+03:00"}, {18, "UTC+03:30"}, {19, "UTC+04:00"},
+            {20, "UTC+04:30"}, {21, "UTC+05:00"}, {22, "UTC+05:30"}, {23, "UTC+05:45"}, {24, "UTC+06:00"},
+            {25, "UTC+06:30"}, {26, "UTC+07:00"}, {27, "UTC+08:00"}, {28, "UTC+08:45"}, {29, "UTC+09:00"},
+            {30, "UTC+09:30"}, {31, "UTC+10:00"}, {32, "UTC+10:30"}, {33, "UTC+11:00"}, {34, "UTC+12:00"},
+            {35, "UTC+12:45"}, {36, "UTC+13:00"}, {37, "UTC+14:00"}};
 }
+constexpr unsigned int kUTC = 14;
 
 }  // namespace
 
