@@ -54,7 +54,7 @@ std::string Program::ContentOf(FILE* file)
 
 Program::Program(const std::vector<std::string>& command, const std::string& input,
                  const std::vector<std::string>& environment)
-    : m_in(MakeFile(input)), m_out(MakeFile()), m_err(MakeFile()), m_child(fork())
+    : m_command(command.front()), m_in(MakeFile(input)), m_out(MakeFile()), m_err(MakeFile()), m_child(fork())
 {
     if (m_child != 0) return;
     dup2(fileno(m_in.get()), STDIN_FILENO);
@@ -103,7 +103,9 @@ std::vector<std::string> Program::Inherited() const
         while (info >> word && word != "flags:") continue;
         info >> flags;
         const std::string what = LinkOf(process + "/fd/" + entry.path().filename().string());
-        if ((strtoul(flags.c_str(), nullptr, 8) & O_CLOEXEC) == 0 && !known.contains(what))
+        // The shell that starts an emulator leaves its script open.
+        if ((strtoul(flags.c_str(), nullptr, 8) & O_CLOEXEC) == 0 && !known.contains(what) &&
+            what != m_command)
             inherited.push_back(what);
     }
     return inherited;

@@ -41,6 +41,7 @@ class Program {
     static TemporaryFile MakeFile(const std::string& content = "");
     static std::string ContentOf(FILE* file);
 
+    const std::string m_command;
     const TemporaryFile m_in, m_out, m_err;
     pid_t m_child;
 };

@@ -215,9 +215,9 @@ TEST_F(IPCStream, PausesGrowFactoriallyAndThenEndForGood)
     EXPECT_EQ(IPCDeSerializer(eSerializationFormat_Memory, m_queue, 50ms).Read(header, true), nullptr);
     inPause = nullptr;
     ASSERT_GT(pauses.size(), 100u);
-    long expected = 10;
+    long long expected = 10;
     for (size_t i = 0; i < pauses.size(); ++i) {
-        if (expected < kSecond) expected *= static_cast<long>(i) + 1;
+        if (expected < kSecond) expected *= static_cast<long long>(i) + 1;
         EXPECT_TRUE(pauses[i] == expected || (expected >= kSecond && pauses[i] >= kSecond)) << i;
     }
 }
