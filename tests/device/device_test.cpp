@@ -224,4 +224,59 @@ TEST(Device, WhatIsNoDeviceHasAReason)
     }
 }
 
+/// Answers the handshake, and then requests up to the Get of a parameter, which the script answers itself.
+net::XCONFIGMGR_REQUEST_T ServeUpTo(ScriptedPeer& peer, eParam_t id)
+{
+    peer.Connect();
+    peer.Receive(28);
+    for (;;) {
+        const auto request = peer.Receive();
+        if (request.paramID == id || testing::Test::HasFailure()) return request;
+        if (request.msgtype == XCFG_GET_PARAM_REQUEST)
+            peer.Send(
+                ReplyTo(request, XCFG_GET_PARAM_RESPONSE, request.paramID == eParamID_ProductID ? 8 : 1));
+        else
+            peer.Send(ReplyTo(request, XCFG_GET_STREAM_PARAM_RESPONSE, 0, TextPayload("x", request.paramID)));
+    }
+}
+
+TEST(Device, AChangeBeforeAnAnswerIsNewerThanTheAnswer)
+{
+    ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+        const auto get = ServeUpTo(peer, eParamID_FanSpeed);
+        peer.Send(ReplyTo(get, XCFG_PARAM_CHANGED_EVENT, 77) + ReplyTo(get, XCFG_GET_PARAM_RESPONSE, 66));
+        Serve(peer, 8);
+    });
+    Device device(server.Uri());
+    ASSERT_TRUE(device.WaitUntilInStep(kPatience)) << device.Status().reason;
+    EXPECT_EQ(device.Kept(eParamID_FanSpeed).value, Value(77u));
+}
+
+TEST(Device, TextsOfEitherByteOrderAreUnderstoodAndAnsweredInIt)
+{
+    for (const std::endian order : {std::endian::big, std::endian::native}) {
+        std::string written;
+        const auto payload = [order](const std::string& text) {
+            StringValue value(0, eParamID_ReelName, eCParam_StringValue, text);
+            return net::WritePayload(&value, order);
+        };
+        ScriptedServer server(SOCK_STREAM, [&](ScriptedPeer& peer) {
+            auto request = ServeUpTo(peer, eParamID_ReelName);
+            peer.Send(ReplyTo(request, XCFG_GET_STREAM_PARAM_RESPONSE, 0, payload("Szene")));
+            while ((request = peer.Receive()).msgtype != XCFG_SET_STREAM_PARAM_REQUEST &&
+                   !testing::Test::HasFailure())
+                peer.Send(request.msgtype == XCFG_GET_PARAM_REQUEST
+                              ? ReplyTo(request, XCFG_GET_PARAM_RESPONSE, 1)
+                              : ReplyTo(request, XCFG_GET_STREAM_PARAM_RESPONSE, 0, payload("Szene")));
+            written = peer.ReceiveBytes(request.streamLength);
+            Serve(peer, 8);
+        });
+        Device device(server.Uri(), {.probeInterval = 60s});
+        ASSERT_TRUE(device.WaitUntilInStep(kPatience)) << device.Status().reason;
+        EXPECT_EQ(device.Kept(eParamID_ReelName).value, Value("Szene"));
+        device.Set(eParamID_ReelName, "Take");
+        EXPECT_EQ(written, payload("Take"));
+    }
+}
+
 }  // namespace

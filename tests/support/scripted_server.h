@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <thread>
@@ -28,19 +29,33 @@ class ScriptedPeer {
   public:
     explicit ScriptedPeer(net::Socket& socket) : m_socket(socket) {}
 
-    /// The next request; its payload, if any, comes after it.
+    /// The next request; its payload, if any, comes after it. A Disconnect is shorter than the others.
     net::XCONFIGMGR_REQUEST_T Receive(uint32_t bytes = net::kRequestBytes)
     {
         char data[net::kMaxMessageBytes] = {};
         EXPECT_TRUE(m_socket.read_select(10'000));
         if (m_socket.type == SOCK_STREAM) {
-            EXPECT_EQ(m_socket.recv(data, bytes), static_cast<int>(bytes));
+            const uint32_t first = std::min(bytes, 24u);
+            EXPECT_EQ(m_socket.recv(data, first), static_cast<int>(first));
+            net::MessagePrefix prefix;
+            if (net::Decode(data, first, prefix) && prefix.msgtype == XCFG_DISCONNECT_REQUEST) bytes = first;
+            if (bytes > first) {
+                EXPECT_EQ(m_socket.recv(data + first, bytes - first), static_cast<int>(bytes - first));
+            }
         } else {
             EXPECT_GT(m_socket.recvfrom(data, sizeof data, m_client), 0);
         }
         net::XCONFIGMGR_REQUEST_T request;
         net::Decode(data, sizeof data, request);
         return request;
+    }
+    /// The payload of a request, over TCP.
+    std::string ReceiveBytes(uint32_t length)
+    {
+        std::string bytes(length, '\0');
+        EXPECT_TRUE(m_socket.read_select(10'000));
+        EXPECT_EQ(m_socket.recv(bytes.data(), length), static_cast<int>(length));
+        return bytes;
     }
     void Send(const std::string& bytes)
     {
