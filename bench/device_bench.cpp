@@ -69,7 +69,8 @@ int Serve()
 void CompareWriting()
 {
     const OneProcessor inTurns;
-    Device device("127.0.0.1:" + std::to_string(Serve()));
+    // A configuration of its own: nobody else hears of the changes.
+    Device device("127.0.0.1:" + std::to_string(Serve()) + "/configid=1");
     WaitFor(device);
     PingPong bare(SOCK_STREAM);
     unsigned int value = 0;

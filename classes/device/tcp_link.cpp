@@ -79,7 +79,7 @@ bool TcpLink::Exchange(const std::vector<LinkRequest>& requests, std::vector<Lin
     }
     // Nothing answers a Set, so those behind the last Get need no wait.
     for (auto last = requests.rbegin(); last != requests.rend() && last->IsSet(); ++last) m_due.pop_back();
-    bool isWhole = true;
+    bool isWhole = Send(failure);
     while (isWhole && (!m_due.empty() || m_sent < m_out.size())) {
         const short events = m_sent < m_out.size() ? POLLIN | POLLOUT : POLLIN;
         const Ready ready = WaitFor(m_socket.Get(), events, deadline, wake);
