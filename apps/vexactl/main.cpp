@@ -2,11 +2,13 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
 #include "vexactl/commands.h"
+#include "vexactl/completion.h"
 #include "vexactl/shell.h"
 
 namespace {
@@ -37,9 +39,8 @@ ExitStatus Parse(Session& session, int argc, char** argv)
         ->check(CLI::Range(0.001, 50.0))  // the library ends a process after 60
         ->capture_default_str();
     AddCommands(app, session, status, false);
-    app.add_subcommand("shell", "Run commands from standard input over one connection")->callback([&] {
-        status = RunShell(session);
-    });
+    AddShell(app, session, status);
+    AddComplete(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {
@@ -76,6 +77,8 @@ ExitStatus Run(int argc, char** argv, int& signal)
 
 int main(int argc, char** argv)
 {
+    // Names and texts of devices are UTF-8 everywhere, and so is what is typed.
+    if (!setlocale(LC_CTYPE, "") || MB_CUR_MAX == 1) setlocale(LC_CTYPE, "C.UTF-8");
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     std::signal(SIGPIPE, SIG_IGN);  // the device hears a goodbye first
     int signal = 0;

@@ -4,123 +4,178 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <iomanip>
 #include <iostream>
-#include <sstream>
 
+#include "device/address.h"
 #include "vexactl/commands.h"
-
-#ifdef VEXACTL_LINE_EDITING
-#include <editline/readline.h>
-#endif
+#include "vexactl/completion.h"
+#include "vexactl/history_file.h"
+#include "vexactl/line_editor.h"
+#include "vexactl/words.h"
 
 namespace {
 
-constexpr const char* kPrompt = "vexactl> ";
+/// The commands of one line, before it is known.
+class Grammar {
+  public:
+    explicit Grammar(Session& session) : m_session(session)
+    {
+        m_app.require_subcommand(1);
+        AddCommands(m_app, session, status, true);
+        m_app.add_subcommand("quit", "Leave the shell")->alias("exit")->callback([this] { quits = true; });
+        m_app.add_subcommand("help", "Show the commands")->callback([this] {
+            m_session.Print(m_app.get_formatter()->make_help(&m_app, "", CLI::AppFormatMode::Normal));
+        });
+    }
+    CLI::App& App() { return m_app; }
 
-std::optional<std::string> ReadPlainLine()
+    ExitStatus status = ExitStatus::kDone;
+    bool quits = false;
+
+  private:
+    Session& m_session;
+    CLI::App m_app{"Commands of the shell; a line starting with # is a comment", ""};
+};
+
+/// Lines of a script, or of a person.
+class Input {
+  public:
+    explicit Input(Session& session);
+
+    bool IsTyped() const { return m_editor != nullptr; }
+    std::optional<std::string> Read();
+
+  private:
+    std::optional<std::string> ReadTyped();
+    void Remember(const std::string& line);
+
+    Session& m_session;
+    const std::string m_prompt;
+    const HistoryFile m_history{HistoryFile::UsualPath()};
+    const Catalogues m_catalogues;
+    std::string m_last;
+    std::unique_ptr<LineEditor> m_editor;
+};
+
+/// "rec-7> ": what a person calls the device.
+std::string PromptFor(const Session& session)
 {
+    std::string ignored;
+    const auto address = vexa::DeviceAddress::Parse(session.queues ? "mq:" : session.uri, ignored);
+    if (!address) return "vexactl> ";
+    if (address->transport == vexa::Transport::kQueue) return "mq> ";
+    if (address->transport == vexa::Transport::kLocal) return "local> ";
+    const bool isUsual = address->port == vexa::DeviceAddress().port;
+    return address->host + (isUsual ? "" : ":" + std::to_string(address->port)) + "> ";
+}
+
+bool IsTerminal()
+{
+    return isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
+}
+
+Input::Input(Session& session)
+    : m_session(session),
+      m_prompt(PromptFor(session)),
+      m_catalogues(IsTerminal() ? LikelyCatalogues() : Catalogues())
+{
+    if (!IsTerminal()) return;
+    m_editor = std::make_unique<LineEditor>([this](const std::string& before) {
+        return CompleteLine(Grammar(m_session).App(), before, m_catalogues);
+    });
+    for (const std::string& line : m_history.Load()) m_editor->Remember(line);
+}
+
+/// A signal meanwhile ends the tool, with the terminal as it was.
+std::optional<std::string> Input::Read()
+{
+    termios settings{};
+    const bool hasSettings = IsTyped() && tcgetattr(STDIN_FILENO, &settings) == 0;
+    const Interrupts::Idle idle([&] {
+        if (hasSettings) tcsetattr(STDIN_FILENO, TCSANOW, &settings);
+        m_session.Disconnect();
+    });
+    if (IsTyped()) return ReadTyped();
     std::string line;
     return std::getline(std::cin, line) ? std::optional(line) : std::nullopt;
 }
 
-#ifdef VEXACTL_LINE_EDITING
-/// Typed with editing and history.
-std::optional<std::string> ReadTypedLine()
+std::optional<std::string> Input::ReadTyped()
 {
-    char* const typed = readline(kPrompt);
-    if (!typed) return std::nullopt;
-    if (*typed) add_history(typed);
-    std::string line = typed;
-    free(typed);
+    auto line = m_editor->Read(m_prompt);
+    while (line && line->ends_with(' ')) line->pop_back();  // a completion leaves one
+    if (line) Remember(*line);
     return line;
 }
-#else
-std::optional<std::string> ReadTypedLine()
-{
-    std::cout << kPrompt << std::flush;
-    return ReadPlainLine();
-}
-#endif
 
-/// A signal meanwhile ends the tool, with the terminal as it was.
-std::optional<std::string> ReadLine(Session& session, bool terminal)
+/// But for a line that begins with a blank, and passwords.
+void Input::Remember(const std::string& line)
 {
-    termios settings{};
-    const bool hasSettings = terminal && tcgetattr(STDIN_FILENO, &settings) == 0;
-    const Interrupts::Idle idle([&] {
-        if (hasSettings) tcsetattr(STDIN_FILENO, TCSANOW, &settings);
-        session.Disconnect();
-    });
-    return terminal ? ReadTypedLine() : ReadPlainLine();
+    if (line.empty() || line.front() == ' ' || line == m_last) return;
+    if (SetsSecret(ParseLine(line).words, m_catalogues)) return;
+    m_last = line;
+    m_editor->Remember(line);
+    m_history.Append(line);
 }
 
-ExitStatus RunCommand(Session& session, std::vector<std::string> words, bool& quit)
+ExitStatus RunCommand(Session& session, std::vector<std::string> words, bool& quits)
 {
-    ExitStatus status = ExitStatus::kDone;
-    CLI::App app("Commands of the shell; a line starting with # is a comment", "");
-    app.require_subcommand(1);
-    AddCommands(app, session, status, true);
-    app.add_subcommand("quit", "Leave the shell")->alias("exit")->callback([&] { quit = true; });
-    app.add_subcommand("help", "Show the commands")->callback([&] {
-        session.Print(app.get_formatter()->make_help(&app, "", CLI::AppFormatMode::Normal));
-    });
+    Grammar grammar(session);
+    CLI::App& app = grammar.App();
     try {
         app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::Success& help) {
         app.exit(help);
     } catch (const CLI::ParseError& error) {
         session.Complain(Explain(app, error));
-        status = ExitStatus::kUsage;
+        grammar.status = ExitStatus::kUsage;
     } catch (const ConnectionError& error) {
         session.Complain(error.what());
         session.Disconnect();
-        status = error.status;
+        grammar.status = error.status;
     } catch (const std::exception& error) {  // no memory for this command
         session.Complain(error.what());
-        status = ExitStatus::kCannotConnect;
+        grammar.status = ExitStatus::kCannotConnect;
     }
-    return status;
+    quits = grammar.quits;
+    return grammar.status;
 }
 
-ExitStatus RunLine(Session& session, const std::string& line, bool& quit)
+ExitStatus RunLine(Session& session, const std::string& line, bool& quits)
 {
     const auto words = SplitWords(line);
     if (!words) {
         session.Complain("a quote is not closed");
         return ExitStatus::kUsage;
     }
-    return words->empty() ? ExitStatus::kDone : RunCommand(session, *words, quit);
+    return words->empty() ? ExitStatus::kDone : RunCommand(session, *words, quits);
+}
+
+/// @param stopsOnError  a script ends with its first failing command.
+ExitStatus RunShell(Session& session, bool stopsOnError)
+{
+    if (!session.Connect()) return ExitStatus::kCannotConnect;
+    Input input(session);
+    ExitStatus result = ExitStatus::kDone;
+    bool quits = false;
+    for (int number = 1; !quits; ++number) {
+        const auto line = input.Read();
+        if (!line) break;
+        session.scriptLine = input.IsTyped() ? 0 : number;
+        const ExitStatus status = RunLine(session, *line, quits);
+        if (result == ExitStatus::kDone) result = status;
+        if (stopsOnError && !input.IsTyped() && result != ExitStatus::kDone) break;
+    }
+    session.scriptLine = 0;
+    return result;
 }
 
 }  // namespace
 
-std::optional<std::vector<std::string>> SplitWords(const std::string& line)
+void AddShell(CLI::App& app, Session& session, ExitStatus& status)
 {
-    std::istringstream stream(line);
-    std::vector<std::string> words;
-    while (stream >> std::ws, stream.peek() != EOF && stream.peek() != '#') {
-        const char delimiter = stream.peek() == '\'' ? '\'' : '"';
-        std::string word;
-        if (!(stream >> std::quoted(word, delimiter))) return std::nullopt;
-        words.push_back(std::move(word));
-    }
-    return words;
-}
-
-ExitStatus RunShell(Session& session)
-{
-    if (!session.Connect()) return ExitStatus::kCannotConnect;
-    const bool terminal = isatty(STDIN_FILENO);
-    ExitStatus result = ExitStatus::kDone;
-    bool quit = false;
-    for (int number = 1; !quit; ++number) {
-        const auto line = ReadLine(session, terminal);
-        if (!line) break;
-        session.scriptLine = terminal ? 0 : number;
-        const ExitStatus status = RunLine(session, *line, quit);
-        if (result == ExitStatus::kDone) result = status;
-    }
-    session.scriptLine = 0;
-    return result;
+    auto* const shell = app.add_subcommand("shell", "Run commands from standard input over one connection");
+    const auto stopsOnError = std::make_shared<bool>(false);
+    shell->add_flag("--stop-on-error", *stopsOnError, "End a script with its first failing command");
+    shell->callback([=, &session, &status] { status = RunShell(session, *stopsOnError); });
 }
