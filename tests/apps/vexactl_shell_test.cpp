@@ -59,7 +59,7 @@ TEST_F(VexactlShell, KeepsEveryCharacterInAnyLocale)
     for (const char* const locale : {"C.UTF-8", "C"}) {
         Terminal shell({VEXACTL, "--uri", "local:", "shell"}, Environment(locale));
         shell.WaitFor("local> ");
-        shell.Type("set ReelName \"é ü 漢字 🎥\"\r");
+        shell.Type("set ReelName \"é ü 漢字 🎥字\x7f\"\r");
         shell.WaitFor("\nReelName stored \"é ü 漢字 🎥\"");
         shell.WaitFor("local> ");
         shell.Type("\x04");
