@@ -4,7 +4,11 @@
 #include <limits>
 #include <string_view>
 
+#include "config/access/protocol/network_protocol.h"
+
 namespace vexa {
+
+static_assert(DeviceAddress::kUsualPort == corvalis::config::access::kNetworkPort);
 
 namespace {
 

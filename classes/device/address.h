@@ -1,10 +1,10 @@
 /// Addresses of devices, as people type them.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
-#include "config/access/protocol/network_protocol.h"
 #include "config/base/export.h"
 #include "config/param_ids.h"
 
@@ -15,9 +15,11 @@ enum class Transport : uint8_t { kTcp, kUdp, kQueue, kLocal };
 /// The parts of "rec-7", "rec-7:43110", "[fe80::1]:43110", "tcp://10.0.0.7", "udp://10.0.0.7:43110/configid=2",
 /// "mq:", "local:" and "local:configid=2".
 struct VEXA_EXPORT DeviceAddress {
+    static constexpr int kUsualPort = 43110;
+
     Transport transport = Transport::kTcp;
     std::string host;  ///< a name or an address, not looked up; empty for mq and local
-    int port = corvalis::config::access::kNetworkPort;
+    int port = kUsualPort;
     eConfigID_t configID = 0;
 
     /// @param reason  why the text is no address, as the end of a sentence. @return nothing then. Thread: any.
