@@ -65,7 +65,7 @@ std::string PromptFor(const Session& session)
     if (!address) return "vexactl> ";
     if (address->transport == vexa::Transport::kQueue) return "mq> ";
     if (address->transport == vexa::Transport::kLocal) return "local> ";
-    const bool isUsual = address->port == vexa::DeviceAddress().port;
+    const bool isUsual = address->port == vexa::DeviceAddress::kUsualPort;
     return address->host + (isUsual ? "" : ":" + std::to_string(address->port)) + "> ";
 }
 
