@@ -42,9 +42,9 @@ void TestDisplay(AlarmConsumer& consumer, const std::string& bytes)
 void TestTool(Config& store, const std::string& bytes)
 {
     const Parameter parameter(store.GetParamDescriptor(kAlarm));
-    const auto value = parameter.Read(store);
-    Require(value && std::get<std::string>(*value) == bytes, "the store has the bytes");
-    const std::string line = Dump(parameter.ToJson(*value)) + parameter.Text(*value);
+    std::string value;
+    Require(store.GetData(kAlarm, value) && value == bytes, "the store has the bytes");
+    const std::string line = Dump(parameter.ToJson(value)) + parameter.Text(value);
     Require(line.find_first_of("\n\033") == std::string::npos, "a terminal gets one line of text");
 }
 

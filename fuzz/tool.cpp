@@ -6,22 +6,17 @@
 #include <vector>
 
 #include "fuzz/harness.h"
-#include "vexactl/deadline.h"
 #include "vexactl/exit_status.h"
 
 /// The tool's own main function.
 int vexactl_main(int argc, char** argv);
-
-// Nothing here takes long, and the fuzzer has the timer.
-Deadline::Deadline(double, const std::string&, int) {}
-Deadline::~Deadline() = default;
 
 namespace {
 
 void Prepare()
 {
     OpenStore();
-    setenv("VEXACTL_URI", "local:", 1);
+    setenv("VEXACTL_DEVICE", "local:", 1);
     setenv("VEXA_LOG", "", 1);  // keeps standard error on, which the sanitizers need
     dup2(open("/dev/null", O_RDWR | O_CLOEXEC), STDIN_FILENO);  // no terminal
     stdout = fopen("/dev/null", "w");
@@ -33,7 +28,7 @@ bool Leaves(const std::string& text)
 {
     const auto contains = [&](const char* word) { return text.find(word) != std::string::npos; };
     return std::ranges::any_of(
-        std::initializer_list<const char*>{"tcp", "udp", "multicast", "--mq", "watch", "configid"}, contains);
+        std::initializer_list<const char*>{"-d", "--uri", "mq", "watch", "wait", "configid"}, contains);
 }
 
 std::vector<std::string> CommandLine(const std::string& line)

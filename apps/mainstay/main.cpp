@@ -7,9 +7,14 @@
 #include <cstdio>
 
 #include "config/access/protocol/network_protocol.h"
+#include "config/base/harmless.h"
 #include "config/base/log.h"
+#include "config/base/standard_descriptors.h"
+#include "device/catalogue.h"
 #include "mainstay/daemon.h"
 #include "mainstay/service_manager.h"
+#include "services/product/product_id.h"
+#include "services/product/product_models.h"
 
 namespace {
 
@@ -17,7 +22,7 @@ namespace net = vexa::corvalis::config::access;
 
 constexpr const char* kFooter =
     "The model comes from the environment variable PRODUCT_ID or the file /etc/product_id.\n"
-    "Exit status: 0 stopped by SIGTERM or SIGINT, 1 cannot serve, 2 usage.";
+    "Exit status: 0 stopped by SIGTERM or SIGINT, 1 cannot serve, 2 usage or unknown model.";
 
 /// Each client takes a descriptor or two.
 void RaiseDescriptorLimit()
@@ -28,11 +33,28 @@ void RaiseDescriptorLimit()
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+/// "model OAK (250 parameters)".
+std::string ModelText()
+{
+    const std::string model = CProductID::getProductID();
+    const size_t count = vexa::Catalogue::Of(model)->All().size();
+    return (model.empty() ? "no model" : "model " + model) + " (" + std::to_string(count) + " parameters)";
+}
+
+/// A misspelt name would be served as a device with the parameters that all models have.
+bool IsModelKnown()
+{
+    const std::string model = CProductID::getProductID();
+    if (model.empty() || FindProductModel(model)) return true;
+    vexa::Print("mainstay: unknown model \"%s\"\n", vexa::Harmless(model).c_str());
+    return false;
+}
+
 int Serve(const Options& options, const sigset_t& stops)
 {
     Daemon daemon;
     if (!daemon.Start(options)) return 1;
-    vexa::Print("mainstay: ready, %s\n", daemon.Endpoints().c_str());
+    vexa::Print("mainstay: ready, %s, %s\n", ModelText().c_str(), daemon.Endpoints().c_str());
     NotifyServiceManager("READY=1");
     int signal = 0;
     sigwait(&stops, &signal);
@@ -45,6 +67,7 @@ int Serve(const Options& options, const sigset_t& stops)
 
 int main(int argc, char** argv)
 {
+    vexa::OpenStandardDescriptors();
     Options options{.tcpPort = net::kNetworkPort, .udpPort = net::kNetworkPort};
     CLI::App app("Serves the parameters of this device to applications.", "mainstay");
     app.footer(kFooter);
@@ -78,6 +101,7 @@ int main(int argc, char** argv)
         return 2;
     }
 
+    if (!IsModelKnown()) return 2;
     // Before any other thread exists, so that all of them leave these signals to the main thread.
     sigset_t stops;
     sigemptyset(&stops);

@@ -3,19 +3,16 @@
 #include <cctype>
 
 #include "config/descriptors/string_descriptor.h"
-#include "services/alarms/alarm_producer.h"
 
 using vexa::alarms::Alarm;
 
 namespace {
 
-std::vector<Parameter> AllAlarms(Config& config)
+std::vector<Parameter> AllAlarms(const vexa::Catalogue& catalogue)
 {
     std::vector<Parameter> alarms;
-    for (const eParam_t id : config.GetParamIDs()) {
-        ParamDescriptor* const descriptor = config.GetParamDescriptor(id);
-        if (dynamic_cast<AlarmDescriptor*>(descriptor)) alarms.emplace_back(descriptor);
-    }
+    for (const auto& [id, descriptor] : catalogue.All())
+        if (const Parameter parameter(descriptor); parameter.IsAlarm()) alarms.push_back(parameter);
     return alarms;
 }
 
@@ -43,45 +40,39 @@ std::string SeverityNames()
     return names;
 }
 
-/// Alarms are data values.
-void RequireData(const Session& session)
+/// The alarm of this name, or nothing after a message.
+std::optional<Parameter> FindAlarm(Session& session, const std::string& name)
 {
-    if (!session.CarriesData())
-        throw ConnectionError("this connection carries no alarms: --uri udp://ADDRESS:PORT does");
+    const auto parameter = session.Find(name);
+    if (!parameter || parameter->IsAlarm()) return parameter;
+    session.Fail(ExitStatus::kUnknownParameter, parameter->Name() + " is no alarm",
+                 {{"param", parameter->Name()}});
+    return std::nullopt;
 }
 
-/// The alarm of this name, or nothing after a message.
-std::optional<Parameter> FindAlarm(Session& session, const std::string& name, ExitStatus& status)
+std::string AtRest(const Parameter& parameter)
 {
-    status = ExitStatus::kCannotConnect;
-    if (!session.Connect()) return std::nullopt;
-    RequireData(session);
-    session.RequireAnswers();
-    status = ExitStatus::kUnknownParameter;
-    const auto parameter = session.Find(name);
-    if (!parameter || std::string_view(parameter->Kind()) == "alarm") return parameter;
-    session.Complain(parameter->Name() + " is no alarm");
-    return std::nullopt;
+    return dynamic_cast<AlarmDescriptor&>(parameter.Descriptor()).GetFactoryDefault();
 }
 
 void PrintAlarm(Session& session, const Parameter& parameter, const Value& value)
 {
-    if (session.json)
-        session.Print(parameter.ToJson(value));
-    else
-        session.Print(parameter.Name() + " = " + parameter.Text(value));
+    session.PrintValue(parameter, value, parameter.Name() + " = " + parameter.Text(value));
 }
 
-/// Reads the written alarm back and shows it.
-ExitStatus Finish(Session& session, const Parameter& parameter, bool written)
+/// Writes an alarm, and shows it as it was read back.
+ExitStatus Write(Session& session, vexa::Device& device, const Parameter& parameter, const std::string& bytes)
 {
-    const auto value = session.Read(parameter);
-    if (!written || !value) {
-        session.Complain(parameter.Name() + ": the configuration does not accept it");
-        return ExitStatus::kRefused;
+    const vexa::SetResult result = device.Set(parameter.Id(), bytes);
+    Interrupts::Instance().Check();
+    session.RequireConnection(result.failure, result.reason);
+    if (result) {
+        PrintAlarm(session, parameter, *result.now);
+        return ExitStatus::kDone;
     }
-    PrintAlarm(session, parameter, *value);
-    return ExitStatus::kDone;
+    const bool isUnknown = result.outcome == vexa::SetResult::Outcome::kUnknown;
+    return session.Fail(isUnknown ? ExitStatus::kFalse : ExitStatus::kRefused,
+                        parameter.Name() + ": " + result.reason, {{"param", parameter.Name()}});
 }
 
 }  // namespace
@@ -89,21 +80,19 @@ ExitStatus Finish(Session& session, const Parameter& parameter, bool written)
 std::vector<std::string> AlarmNames(Session& session)
 {
     std::vector<std::string> names;
-    if (Config* const config = session.Connect()) {
-        RequireData(session);
-        for (const Parameter& parameter : AllAlarms(*config)) names.push_back(parameter.Name());
-    }
+    session.ConnectForData();
+    for (const Parameter& parameter : AllAlarms(session.Parameters())) names.push_back(parameter.Name());
     return names;
 }
 
 ExitStatus ListAlarms(Session& session, bool raisedOnly)
 {
-    Config* const config = session.Connect();
-    if (!config) return ExitStatus::kCannotConnect;
-    RequireData(session);
-    for (const Parameter& parameter : AllAlarms(*config)) {
-        const auto value = session.Read(parameter);
-        if (value && (!raisedOnly || IsRaised(*value))) PrintAlarm(session, parameter, *value);
+    vexa::Device& device = *session.ConnectForData();
+    const auto alarms = AllAlarms(session.Parameters());
+    const auto results = session.Read(device, alarms);
+    for (size_t i = 0; i < alarms.size(); ++i) {
+        const auto& value = results[i].value;
+        if (value && (!raisedOnly || IsRaised(*value))) PrintAlarm(session, alarms[i], *value);
     }
     return ExitStatus::kDone;
 }
@@ -111,27 +100,24 @@ ExitStatus ListAlarms(Session& session, bool raisedOnly)
 ExitStatus RaiseAlarm(Session& session, const std::string& name, const std::string& severity,
                       const std::string& text)
 {
-    ExitStatus status;
-    const auto parameter = FindAlarm(session, name, status);
-    if (!parameter) return status;
-    Alarm atRest;
-    atRest.ParseFromString(dynamic_cast<AlarmDescriptor&>(parameter->Descriptor()).GetFactoryDefault());
-    const auto level = severity.empty() ? atRest.severity() : SeverityByName(severity);
-    if (!level) {
-        session.Complain("unknown severity " + Quoted(severity) + ": " + SeverityNames());
-        return ExitStatus::kUsage;
-    }
-    return Finish(session, *parameter, session.Ask([&](Config& config) {
-        return AlarmProducer::raise(&config, parameter->Id(), *level, text);
-    }));
+    vexa::Device& device = *session.ConnectForData();
+    const auto parameter = FindAlarm(session, name);
+    if (!parameter) return ExitStatus::kUnknownParameter;
+    Alarm alarm;
+    if (!alarm.ParseFromString(AtRest(*parameter))) alarm.Clear();
+    const auto level = severity.empty() ? alarm.severity() : SeverityByName(severity);
+    if (!level)
+        return session.Fail(ExitStatus::kUsage,
+                            "unknown severity " + Quoted(severity) + ": " + SeverityNames());
+    alarm.set_state(Alarm::RAISED);
+    alarm.set_severity(*level);
+    if (!text.empty()) alarm.add_error()->set_text(text);
+    return Write(session, device, *parameter, alarm.SerializeAsString());
 }
 
 ExitStatus ClearAlarm(Session& session, const std::string& name)
 {
-    ExitStatus status;
-    const auto parameter = FindAlarm(session, name, status);
-    if (!parameter) return status;
-    return Finish(session, *parameter, session.Ask([&](Config& config) {
-        return AlarmProducer::clear(&config, parameter->Id());
-    }));
+    vexa::Device& device = *session.ConnectForData();
+    const auto parameter = FindAlarm(session, name);
+    return parameter ? Write(session, device, *parameter, AtRest(*parameter)) : ExitStatus::kUnknownParameter;
 }

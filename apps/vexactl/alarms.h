@@ -6,7 +6,7 @@
 
 #include "vexactl/session.h"
 
-/// The symbolic names of all alarms of the model; empty when there is no connection.
+/// The symbolic names of all alarms of the model.
 std::vector<std::string> AlarmNames(Session& session);
 /// One line per alarm: name, state, severity, errors. @param raisedOnly  leaves out clear alarms.
 ExitStatus ListAlarms(Session& session, bool raisedOnly);

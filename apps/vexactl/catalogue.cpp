@@ -1,6 +1,5 @@
 #include "vexactl/catalogue.h"
 
-#include "services/product/product_id.h"
 #include "vexactl/description.h"
 
 namespace {
@@ -69,21 +68,21 @@ std::string Row(const Json& facts, const Parameter& parameter)
     return row;
 }
 
-void PrintMarkdown(Session& session, Config& config)
+void PrintMarkdown(Session& session, const vexa::Catalogue& catalogue)
 {
-    const std::string model = CProductID::getProductID();
+    const std::string& model = catalogue.Model();
     session.Print("# Parameters of " + (model.empty() ? "an unknown model" : "the model " + model));
     session.Print(std::string(kIntroduction));
     std::optional<unsigned int> group;
-    for (const eParam_t id : config.GetParamIDs()) {
+    for (const auto& [id, descriptor] : catalogue.All()) {
         if (group != id >> 24) {
             group = id >> 24;
             session.Print("\n## Group " + std::to_string(*group) +
                           "\n\n| parameter | identifier | name | kind | range or values | default | units | "
                           "class names | description |\n|---|---|---|---|---|---|---|---|---|");
         }
-        const Parameter parameter(config.GetParamDescriptor(id));
-        session.Print(Row(Describe(config, parameter), parameter));
+        const Parameter parameter(descriptor);
+        session.Print(Row(Describe(catalogue, parameter), parameter));
     }
 }
 
@@ -91,19 +90,15 @@ void PrintMarkdown(Session& session, Config& config)
 
 ExitStatus PrintCatalogue(Session& session, bool markdown)
 {
-    if (markdown && session.json) {
-        session.Complain("--markdown is a page, not JSON");
-        return ExitStatus::kUsage;
-    }
-    Config* const config = session.ConnectForCatalogue();
-    if (!config) return ExitStatus::kCannotConnect;
+    if (markdown && session.json) return session.Fail(ExitStatus::kUsage, "--markdown is a page, not JSON");
+    const vexa::Catalogue& catalogue = session.Described();
     if (markdown) {
-        PrintMarkdown(session, *config);
+        PrintMarkdown(session, catalogue);
         return ExitStatus::kDone;
     }
     Json all = Json::array();
-    for (const eParam_t id : config->GetParamIDs())
-        all.push_back(Describe(*config, Parameter(config->GetParamDescriptor(id))));
+    for (const auto& [id, descriptor] : catalogue.All())
+        all.push_back(Describe(catalogue, Parameter(descriptor)));
     if (session.json)
         for (const Json& facts : all) session.Print(facts);
     else

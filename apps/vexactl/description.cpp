@@ -45,17 +45,17 @@ Json LimitsOf(const Parameter& parameter)
     return json;
 }
 
-std::string NameOf(Config& config, eParam_t id)
+std::string NameOf(const vexa::Catalogue& catalogue, eParam_t id)
 {
-    ParamDescriptor* const other = config.GetParamDescriptor(id);
+    ParamDescriptor* const other = catalogue.Find(id);
     return other ? Parameter(other).Name() : std::to_string(id);
 }
 
 /// The parameter that must hold a value, and the value by number and name.
-Json ConditionOf(Config& config, const ParamDescriptor::Relation& relation)
+Json ConditionOf(const vexa::Catalogue& catalogue, const ParamDescriptor::Relation& relation)
 {
-    Json json{{"param", NameOf(config, relation.paramID)}, {"value", relation.value}};
-    if (auto* const other = dynamic_cast<EnumDescriptor*>(config.GetParamDescriptor(relation.paramID)))
+    Json json{{"param", NameOf(catalogue, relation.paramID)}, {"value", relation.value}};
+    if (auto* const other = dynamic_cast<EnumDescriptor*>(catalogue.Find(relation.paramID)))
         json["name"] = other->GetEnumValue(relation.value);
     return json;
 }
@@ -73,7 +73,7 @@ std::string Readable(const Json& fact)
 }
 
 /// All but those that are facts of their own.
-Json AttributesOf(Config& config, ParamDescriptor& descriptor)
+Json AttributesOf(const vexa::Catalogue& catalogue, ParamDescriptor& descriptor)
 {
     std::map<std::string, unsigned int> numbers;
     std::map<std::string, std::string> texts;
@@ -85,30 +85,24 @@ Json AttributesOf(Config& config, ParamDescriptor& descriptor)
     for (const auto& [key, number] : numbers) json[key] = number;
     // The one number that is an identifier.
     if (numbers.contains("dependent_minimum"))
-        json["dependent_minimum"] = NameOf(config, eParam_t{numbers["dependent_minimum"]});
+        json["dependent_minimum"] = NameOf(catalogue, eParam_t{numbers["dependent_minimum"]});
     for (const auto& [key, text] : texts) json[key] = text;
     return json;
 }
 
-Json RelationsOf(Config& config, ParamDescriptor& descriptor)
+Json RelationsOf(const vexa::Catalogue& catalogue, ParamDescriptor& descriptor)
 {
     Json json;
     for (const auto& [name, relations] : descriptor.GetRelations())
-        for (const auto& relation : relations) json[name].push_back(ConditionOf(config, relation));
+        for (const auto& relation : relations) json[name].push_back(ConditionOf(catalogue, relation));
     for (const eParam_t id : descriptor.GetDependentParamIDs())
-        json["dependents"].push_back(NameOf(config, id));
+        json["dependents"].push_back(NameOf(catalogue, id));
     for (const eParam_t id : descriptor.GetDependsOnParamIDs())
-        json["depends_on"].push_back(NameOf(config, id));
+        json["depends_on"].push_back(NameOf(catalogue, id));
     return json;
 }
 
 }  // namespace
-
-std::string Padded(std::string text, size_t width)
-{
-    text.resize(std::max(width, text.size()), ' ');
-    return text;
-}
 
 std::optional<Value> FactoryDefault(const Parameter& parameter)
 {
@@ -119,7 +113,7 @@ std::optional<Value> FactoryDefault(const Parameter& parameter)
     return std::nullopt;
 }
 
-Json Describe(Config& config, const Parameter& parameter)
+Json Describe(const vexa::Catalogue& catalogue, const Parameter& parameter)
 {
     ParamDescriptor& descriptor = parameter.Descriptor();
     std::string description, menu;
@@ -138,15 +132,15 @@ Json Describe(Config& config, const Parameter& parameter)
               {"type", static_cast<unsigned int>(descriptor.GetParamType())},
               {"feature", static_cast<unsigned int>(descriptor.GetFeatureType())},
               {"classNames", descriptor.GetClassNames()},
-              {"attributes", AttributesOf(config, descriptor)}};
-    for (const Json& part : {LimitsOf(parameter), RelationsOf(config, descriptor)})
+              {"attributes", AttributesOf(catalogue, descriptor)}};
+    for (const Json& part : {LimitsOf(parameter), RelationsOf(catalogue, descriptor)})
         if (!part.is_null()) json.update(part);
     return json;
 }
 
-std::string DescriptionText(Config& config, const Parameter& parameter)
+std::string DescriptionText(const vexa::Catalogue& catalogue, const Parameter& parameter)
 {
-    const Json facts = Describe(config, parameter);
+    const Json facts = Describe(catalogue, parameter);
     std::string text;
     for (const auto& [key, fact] : facts.items()) {
         if (fact.empty() || fact == "") continue;

@@ -1,5 +1,4 @@
 /// vexactl: reads, changes and watches the parameters of a device.
-#include <poll.h>
 #include <unistd.h>
 
 #include <clocale>
@@ -7,6 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <algorithm>
+#include <string_view>
+
+#include "config/base/standard_descriptors.h"
 #include "vexactl/commands.h"
 #include "vexactl/completion.h"
 #include "vexactl/shell.h"
@@ -14,11 +17,49 @@
 namespace {
 
 constexpr const char* kFooter =
-    "Parameters are named with or without eParamID_, or by identifier (0x5c010000).\n"
-    "The model comes from the environment variable PRODUCT_ID or the file /etc/product_id.\n"
-    "Exit status: 0 done, 1 nothing matched or unknown result, 2 usage, 3 unknown parameter,\n"
-    "4 refused, 5 stored but corrected, 6 cannot connect, 7 no answer in time. The shell ends\n"
-    "with that of its first failing command.";
+    "Parameters are named with or without eParamID_, or by identifier (0x5c010000). The device says which "
+    "model\n"
+    "it is. Exit status: 0 done, 1 nothing matched or unknown result, 2 usage, 3 unknown parameter, 4 "
+    "refused,\n"
+    "5 stored but corrected, 6 cannot connect, 7 no answer in time; of several devices the highest. The "
+    "shell\n"
+    "ends with that of its first failing command.";
+
+/// @return the option that names the device.
+CLI::Option* AddOptions(CLI::App& app, Session& session)
+{
+    auto* const device =
+        app.add_option(
+               "-d,--device,--uri", session.uri,
+               "The device: a name or an address, with or without :PORT; tcp://..., udp://...; mq: for "
+               "the daemon of this machine; local: for a private store inside this process; several "
+               "with commas")
+            ->envname("VEXACTL_DEVICE")
+            ->type_name("DEVICE")
+            ->take_last()
+            ->capture_default_str();
+    auto* const devices =
+        app.add_option("--devices", session.devicesFile, "Several devices, one a line")->type_name("FILE");
+    auto* const queues = app.add_flag("--mq", session.queues, "The same as -d mq:");
+    devices->excludes(queues);
+    app.add_option(
+           "--model", session.model,
+           "The model that the device has to be; for info and catalogue without a device, that of the "
+           "parameters")
+        ->check([](const std::string& model) {
+            return vexa::Catalogue::Of(model) ? "" : "unknown model " + Quoted(model);
+        })
+        ->type_name("MODEL");
+    app.add_flag("--json", session.json, "Data and failures as JSON on standard output, one object a line");
+    app.add_flag("--show-secrets", Parameter::showsSecrets, "Show passwords");
+    app.add_flag("--verbose", session.verbose, "Show the library's messages, too");
+    app.add_option("--timeout", session.timeout, "Seconds to wait for a connection, and for an answer")
+        ->check(SecondsValidator())
+        ->type_name("SECONDS")
+        ->capture_default_str();
+    app.set_version_flag("-V,--version", std::string("vexactl ") + VEXACTL_VERSION);
+    return device;
+}
 
 ExitStatus Parse(Session& session, int argc, char** argv)
 {
@@ -26,36 +67,32 @@ ExitStatus Parse(Session& session, int argc, char** argv)
     CLI::App app("Reads, changes and watches the parameters of a device.", "vexactl");
     app.footer(kFooter);
     app.require_subcommand(1);
-    app.fallthrough();  // --json and --uri may follow the verb
-    app.add_option("--uri", session.uri,
-                   "The device, as tcp://ADDRESS:PORT or udp://ADDRESS:PORT; multicast://127.0.0.1:63110 for "
-                   "watch on the device; local: for a store of this run")
-        ->envname("VEXACTL_URI")
-        ->capture_default_str();
-    app.add_flag("--json", session.json, "Data as JSON, one object a line");
-    app.add_flag("--mq", session.queues, "The daemon of this device, through its message queues");
-    app.add_flag("--verbose", session.verbose, "Show the library's messages, too");
-    app.add_option("--timeout", session.timeout, "Seconds to wait for an answer, at most 50")
-        ->check(CLI::Range(0.001, 50.0))  // the library ends a process after 60
-        ->capture_default_str();
+    app.fallthrough();  // --json and -d may follow the verb
+    const CLI::Option* const device = AddOptions(app, session);
+    app.parse_complete_callback([&] { session.hasDevice = device->count() > 0 || session.queues; });
     AddCommands(app, session, status, false);
     AddShell(app, session, status);
     AddComplete(app);
+    app.add_subcommand("help", "Show the commands")->callback([&] {
+        session.Print(app.get_formatter()->make_help(&app, "vexactl", CLI::AppFormatMode::Normal));
+    });
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {
         app.exit(help);
     } catch (const CLI::ParseError& error) {
-        session.Complain(Explain(app, error) + "; \"vexactl --help\" shows how it is used");
-        return ExitStatus::kUsage;
+        return session.Fail(ExitStatus::kUsage,
+                            Explain(app, error) + "; \"vexactl --help\" shows how it is used");
     }
     return status;
 }
 
 /// @param signal  by which the tool is to end; stays 0 else.
-ExitStatus Run(int argc, char** argv, int& signal)
+ExitStatus Run(Output& output, int argc, char** argv, int& signal)
 {
-    Session session;
+    Session session(output);
+    // Also for what is wrong with the other options.
+    session.json = std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
     try {
         return Parse(session, argc, argv);
     } catch (const Interrupted& interrupted) {
@@ -65,11 +102,9 @@ ExitStatus Run(int argc, char** argv, int& signal)
         signal = SIGPIPE;
         return ExitStatus::kFalse;
     } catch (const ConnectionError& error) {
-        session.Complain(error.what());
-        return error.status;
+        return session.Fail(error.status, error.what());
     } catch (const std::exception& error) {  // no memory: the result is not known
-        session.Complain(error.what());
-        return ExitStatus::kCannotConnect;
+        return session.Fail(ExitStatus::kCannotConnect, error.what());
     }
 }
 
@@ -77,16 +112,17 @@ ExitStatus Run(int argc, char** argv, int& signal)
 
 int main(int argc, char** argv)
 {
+    vexa::OpenStandardDescriptors();
     // Names and texts of devices are UTF-8 everywhere, and so is what is typed.
     if (!setlocale(LC_CTYPE, "") || MB_CUR_MAX == 1) setlocale(LC_CTYPE, "C.UTF-8");
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     std::signal(SIGPIPE, SIG_IGN);  // the device hears a goodbye first
+    Output output;
     int signal = 0;
-    const ExitStatus status = Run(argc, argv, signal);
+    auto status = static_cast<int>(Run(output, argc, argv, signal));
     if (signal != 0) EndBySignal(signal);
-    if (fflush(stdout) == 0 && !ferror(stdout)) return static_cast<int>(status);
-    pollfd output{STDOUT_FILENO, 0, 0};
-    if (poll(&output, 1, 0) == 1 && output.revents & POLLERR) EndBySignal(SIGPIPE);
-    fputs("vexactl: cannot write to standard output\n", stderr);
-    return static_cast<int>(ExitStatus::kFalse);
+    if (Output::IsClosed()) EndBySignal(SIGPIPE);
+    if (!output.Finish()) status = static_cast<int>(ExitStatus::kFalse);
+    if (Connection::HasLeftSome()) _exit(status);
+    return status;
 }

@@ -1,48 +1,15 @@
 #include "vexactl/parameter.h"
 
-#include <arpa/inet.h>
-#include <strings.h>
-
-#include <charconv>
-#include <cmath>
+#include <algorithm>
 
 #include "config/descriptors/enum_descriptor.h"
 #include "config/descriptors/string_descriptor.h"
 
 namespace {
 
-constexpr std::string_view kPrefix = "eParamID_";
+constexpr char kHidden[] = "********";
 
-template <class Descriptor>
-Descriptor* As(ParamDescriptor& descriptor)
-{
-    return dynamic_cast<Descriptor*>(&descriptor);
-}
-
-bool SameIgnoringCase(const std::string& a, const std::string& b)
-{
-    return strcasecmp(a.c_str(), b.c_str()) == 0;
-}
-
-std::optional<unsigned int> ParseNumber(std::string_view text)
-{
-    int base = 10;
-    if (text.starts_with("0x") || text.starts_with("0X")) {
-        text.remove_prefix(2);
-        base = 16;
-    }
-    unsigned int number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-    return number;
-}
-
-std::optional<unsigned int> ParseAddress(const std::string& text)
-{
-    in_addr address;
-    if (inet_pton(AF_INET, text.c_str(), &address) != 1) return std::nullopt;
-    return ntohl(address.s_addr);
-}
+using vexa::alarms::Alarm;
 
 std::string Hex(const std::string& bytes)
 {
@@ -56,30 +23,6 @@ std::string Hex(const std::string& bytes)
     return text;
 }
 
-ParamDescriptor* FindDescriptor(Config& config, const std::string& name)
-{
-    if (const auto id = ParseNumber(name); id && name.starts_with("0x"))
-        return config.GetParamDescriptor(eParam_t{*id});
-    const std::string full = name.starts_with(kPrefix) ? name : std::string(kPrefix) + name;
-    if (ParamDescriptor* const exact = config.GetParamDescriptor(full)) return exact;
-    for (const eParam_t id : config.GetParamIDs()) {
-        ParamDescriptor* const descriptor = config.GetParamDescriptor(id);
-        if (descriptor && SameIgnoringCase(descriptor->GetParamIDName(), full)) return descriptor;
-    }
-    return nullptr;
-}
-
-using vexa::alarms::Alarm;
-
-/// "clear", "raised, ERROR: \"no signal\"".
-std::string AlarmText(const Alarm& alarm)
-{
-    std::string text = alarm.state() == Alarm::CLEAR ? "clear" : "raised";
-    text += ", " + SeverityName(alarm.severity());
-    for (const auto& error : alarm.error()) text += ": " + Quoted(error.text());
-    return text;
-}
-
 Json AlarmJson(const Alarm& alarm)
 {
     Json json{{"raised", alarm.state() != Alarm::CLEAR}, {"severity", SeverityName(alarm.severity())}};
@@ -87,12 +30,11 @@ Json AlarmJson(const Alarm& alarm)
     return json;
 }
 
-std::string ListOfValues(EnumDescriptor& enumeration)
+/// The errors of an alarm come from the device, and may have several lines.
+std::string InOneLine(const std::string& text)
 {
-    std::string list;
-    for (const EnumValueDescriptor& entry : enumeration.GetOrderedEnumValueDescriptors())
-        list += (list.empty() ? "" : ", ") + std::to_string(entry.value) + " " + entry.name;
-    return list;
+    const std::string quoted = Quoted(text);
+    return quoted.substr(1, quoted.size() - 2);
 }
 
 }  // namespace
@@ -103,20 +45,10 @@ std::string SeverityName(vexa::alarms::Alarm_Severity severity)
     return name.empty() ? std::to_string(severity) : name;
 }
 
-std::string Dump(const Json& json)
+std::string Padded(std::string text, size_t width)
 {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-std::string Quoted(const std::string& text)
-{
-    return Dump(Json(text));
-}
-
-std::optional<Parameter> Parameter::Find(Config& config, const std::string& name)
-{
-    ParamDescriptor* const descriptor = FindDescriptor(config, name);
-    return descriptor ? std::optional(Parameter(descriptor)) : std::nullopt;
+    text.resize(std::max(width, text.size()), ' ');
+    return text;
 }
 
 std::string Parameter::IdText() const
@@ -126,117 +58,76 @@ std::string Parameter::IdText() const
     return text;
 }
 
-std::string Parameter::Name() const
+bool Parameter::IsAlarm() const
 {
-    const std::string name = m_descriptor->GetParamIDName();
-    return name.starts_with(kPrefix) ? name.substr(kPrefix.size()) : name;
-}
-
-const char* Parameter::Kind() const
-{
-    if (As<AlarmDescriptor>(*m_descriptor)) return "alarm";
-    if (As<DataDescriptor>(*m_descriptor)) return "data";
-    if (As<EnumDescriptor>(*m_descriptor)) return "enum";
-    return HoldsText() ? "str" : "int";
-}
-
-bool Parameter::HoldsBytes() const
-{
-    return As<DataDescriptor>(*m_descriptor) || As<AlarmDescriptor>(*m_descriptor);
-}
-
-std::optional<Value> Parameter::Read(Config& config) const
-{
-    if (HoldsText()) {
-        std::string text;
-        const bool found = HoldsBytes() ? config.GetData(Id(), text) : config.Get(Id(), text);
-        return found ? std::optional<Value>(text) : std::nullopt;
-    }
-    unsigned int number = 0;
-    return config.Get(Id(), number) ? std::optional<Value>(number) : std::nullopt;
-}
-
-std::optional<Value> Parameter::Parse(const std::string& typed) const
-{
-    if (HoldsText()) return typed;
-    if (auto* const enumeration = As<EnumDescriptor>(*m_descriptor))
-        for (const EnumValueDescriptor& entry : enumeration->GetOrderedEnumValueDescriptors())
-            if (SameIgnoringCase(entry.name, typed) || SameIgnoringCase(entry.shortName, typed))
-                return entry.value;
-    std::optional<unsigned int> number = ParseNumber(typed);
-    if (!number && m_descriptor->GetParamType() == eCParam_IPAddress) number = ParseAddress(typed);
-    return number ? std::optional<Value>(*number) : std::nullopt;
+    return dynamic_cast<AlarmDescriptor*>(m_descriptor) != nullptr;
 }
 
 std::string Parameter::Units() const
 {
-    auto* const integer = As<IntegerDescriptor>(*m_descriptor);
+    auto* const integer = dynamic_cast<IntegerDescriptor*>(m_descriptor);
     return integer ? integer->GetUnits() : "";
-}
-
-/// The number as it is shown: scaled, with its decimals; an address with its dots.
-std::string Parameter::Scaled(unsigned int number) const
-{
-    if (m_descriptor->GetParamType() == eCParam_IPAddress) {
-        const in_addr address{htonl(number)};
-        char text[INET_ADDRSTRLEN];
-        return inet_ntop(AF_INET, &address, text, sizeof text);
-    }
-    auto* const integer = As<IntegerDescriptor>(*m_descriptor);
-    if (!integer || (integer->GetScaleBy() <= 1 && integer->GetOffsetBy() == 0))
-        return std::to_string(number);
-    const double shown =
-        number / static_cast<double>(std::max(1u, integer->GetScaleBy())) + integer->GetOffsetBy();
-    char text[64];
-    snprintf(text, sizeof text, "%.*f", static_cast<int>(std::min(9u, integer->GetDisplayPrecision())),
-             shown);
-    return text;
 }
 
 std::string Parameter::Text(const Value& value) const
 {
-    if (const auto* text = std::get_if<std::string>(&value)) {
-        Alarm alarm;
-        if (As<AlarmDescriptor>(*m_descriptor) && alarm.ParseFromString(*text)) return AlarmText(alarm);
-        return HoldsBytes() ? std::string("<").append(Hex(*text)).append(">") : Quoted(*text);
-    }
-    const unsigned int number = std::get<unsigned int>(value);
-    if (auto* const enumeration = As<EnumDescriptor>(*m_descriptor))
-        return std::to_string(number) + " " + enumeration->GetEnumValue(number);
-    const std::string units = Units();
-    return Scaled(number) + (units.empty() ? "" : " " + units);
+    if (IsHidden()) return kHidden;
+    const std::string text = vexa::Format(*m_descriptor, value);
+    if (!vexa::HoldsText(*m_descriptor)) return text;
+    return HoldsBytes() ? InOneLine(text) : Quoted(text);
+}
+
+bool Parameter::IsRead(const std::string& text, const Value& value) const
+{
+    std::string ignored;
+    return !text.empty() && vexa::Parse(*m_descriptor, text, ignored) == value;
+}
+
+std::string Parameter::Bare(const Value& value) const
+{
+    if (IsHidden()) return kHidden;
+    const std::string text = vexa::Format(*m_descriptor, value);
+    if (vexa::HoldsText(*m_descriptor)) return text;
+    std::string bare = text;
+    if (std::string_view(Kind()) == "enum")
+        bare = text.substr(std::min(text.find(' '), text.size() - 1) + 1);
+    else if (const std::string units = Units(); !units.empty() && text.ends_with(" " + units))
+        bare = text.substr(0, text.size() - units.size() - 1);
+    return IsRead(bare, value) ? bare : text;
 }
 
 Json Parameter::ToJson(const Value& value) const
 {
     Json json{{"id", IdText()}, {"param", Name()}};
+    if (IsHidden()) {
+        json["hidden"] = true;
+        return json;
+    }
+    const std::string shown = vexa::Format(*m_descriptor, value);
     if (const auto* text = std::get_if<std::string>(&value)) {
-        json[HoldsBytes() ? "hex" : "value"] = HoldsBytes() ? Hex(*text) : *text;
         Alarm alarm;
-        if (As<AlarmDescriptor>(*m_descriptor) && alarm.ParseFromString(*text)) json.update(AlarmJson(alarm));
+        const bool isAlarm = IsAlarm() && alarm.ParseFromString(*text);
+        if (HoldsBytes())
+            json["hex"] = Hex(*text);
+        else
+            json["value"] = *text;
+        if (isAlarm) json.update(AlarmJson(alarm));
         return json;
     }
     const unsigned int number = std::get<unsigned int>(value);
     json["value"] = number;
-    if (auto* const enumeration = As<EnumDescriptor>(*m_descriptor))
+    if (auto* const enumeration = dynamic_cast<EnumDescriptor*>(m_descriptor))
         json["name"] = enumeration->GetEnumValue(number);
-    const std::string shown = Scaled(number);
-    if (shown != std::to_string(number)) json["text"] = shown;
+    else if (shown != std::to_string(number))
+        json["text"] = shown;
     if (const std::string units = Units(); !units.empty()) json["units"] = units;
     return json;
 }
 
-std::optional<std::string> Parameter::Objection(const Value& value) const
+std::string Parameter::Typed(const std::string& typed) const
 {
-    const auto* number = std::get_if<unsigned int>(&value);
-    if (!number) return std::nullopt;
-    if (auto* const enumeration = As<EnumDescriptor>(*m_descriptor)) {
-        if (enumeration->HasEnumValue(*number)) return std::nullopt;
-        return "not one of " + ListOfValues(*enumeration);
-    }
-    auto* const integer = As<IntegerDescriptor>(*m_descriptor);
-    const unsigned int min = integer ? integer->GetMinValue() : 0,
-                       max = integer ? integer->GetMaxValue() : ~0u;
-    if (min > max || (min <= *number && *number <= max)) return std::nullopt;
-    return "outside " + std::to_string(min) + " to " + std::to_string(max);
+    constexpr size_t kMuch = 60;
+    if (IsHidden()) return kHidden;
+    if (typed.size() <= kMuch) return Quoted(typed);
+    return Quoted(typed.substr(0, kMuch)) + "... (" + std::to_string(typed.size()) + " bytes)";
 }

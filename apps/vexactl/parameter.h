@@ -1,62 +1,54 @@
-/// A parameter as the tool names, reads and shows it.
+/// A parameter as the tool names and shows it.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
-#include <variant>
 
-#include "config/config.h"
 #include "config/descriptors/param_descriptor.h"
+#include "device/catalogue.h"
+#include "device/format.h"
 #include "messages/alarm.pb.h"
+#include "vexactl/output.h"
 
-using Json = nlohmann::ordered_json;
+using vexa::Value;
 
-/// A number, or a text (of a string, data or alarm parameter).
-using Value = std::variant<unsigned int, std::string>;
-
-/// A parameter of one configuration. Borrows its descriptor. Thread: any.
+/// A parameter of one catalogue. Borrows its descriptor. Thread: any.
 class Parameter {
   public:
     explicit Parameter(ParamDescriptor* descriptor) : m_descriptor(descriptor) {}
 
-    /// By symbolic name, with or without "eParamID_", or by identifier in hexadecimal ("0x5c010000").
-    static std::optional<Parameter> Find(Config& config, const std::string& name);
-
     eParam_t Id() const { return m_descriptor->GetParamID(); }
     std::string IdText() const;
-    /// The symbolic name without its prefix.
-    std::string Name() const;
+    std::string Name() const { return vexa::Catalogue::NameOf(*m_descriptor); }
     /// "int", "enum", "str", "data" or "alarm".
-    const char* Kind() const;
+    const char* Kind() const { return vexa::KindOf(*m_descriptor); }
+    bool IsAlarm() const;
+    bool HoldsBytes() const { return vexa::HoldsBytes(*m_descriptor); }
+    /// Whether its value is shown as ********.
+    bool IsHidden() const { return IsSecret() && !showsSecrets; }
+    bool IsSecret() const { return m_descriptor->HasClassName("password"); }
     ParamDescriptor& Descriptor() const { return *m_descriptor; }
-    bool HoldsText() const { return m_descriptor->GetParamType() == eCParam_StringValue; }
+    std::string Units() const;
 
-    /// Whether the value is bytes, of a data or alarm parameter, and no readable text.
-    bool HoldsBytes() const;
-
-    /// @return nothing when the configuration has no value for it.
-    std::optional<Value> Read(Config& config) const;
-    /// The value that a user typed: a number, the name of an enumerated value, an address, or a text.
-    /// @return nothing when it is no value of this kind of parameter.
-    std::optional<Value> Parse(const std::string& typed) const;
     /// For people: "4 eSystemStateRunning", "12.50 V", "\"Scene 12\"".
     std::string Text(const Value& value) const;
+    /// The value alone, for scripts: "50" of "50 %", and the name of an enumerated value; what set takes.
+    std::string Bare(const Value& value) const;
     /// For programs: "id", "param", "value", and "name", "text" or "units" where they say more.
     Json ToJson(const Value& value) const;
-    /// @return why the parameter does not take the value as it is; nothing when it does.
-    std::optional<std::string> Objection(const Value& value) const;
+    /// What a person has typed, or how it is hidden.
+    std::string Typed(const std::string& typed) const;
+
+    /// Whether passwords are shown. Set before there are other threads.
+    inline static bool showsSecrets = false;
 
   private:
-    std::string Scaled(unsigned int number) const;
-    std::string Units() const;
+    bool IsRead(const std::string& text, const Value& value) const;
 
     ParamDescriptor* m_descriptor;
 };
 
 /// "INFORMATION", "WARNING", ...; the number of a severity that this version does not know.
 std::string SeverityName(vexa::alarms::Alarm_Severity severity);
-/// One line; bytes that are no UTF-8 are replaced.
-std::string Dump(const Json& json);
-/// A text in quotes, on one line.
-std::string Quoted(const std::string& text);
+/// The text, filled with blanks up to a width.
+std::string Padded(std::string text, size_t width);

@@ -1,26 +1,20 @@
-/// One run of the tool: its connection, its output and its watch.
+/// One run of the tool at one device: what was asked for, the connection, and what is said about it.
 #pragma once
 
-#include <cstdio>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "config/access/protocol/uri.h"
-#include "config/base/mutex.h"
-#include "vexactl/deadline.h"
+#include "vexactl/connection.h"
 #include "vexactl/exit_status.h"
 #include "vexactl/interrupts.h"
+#include "vexactl/output.h"
 #include "vexactl/parameter.h"
 
-class Watcher;
-namespace vexa::config::access {
-class PosixMQFactory;
-}
+class BackgroundWatch;
 
 /// The connection cannot carry a request out, or was lost.
 struct ConnectionError : std::runtime_error {
@@ -31,100 +25,95 @@ struct ConnectionError : std::runtime_error {
     const ExitStatus status;
 };
 
-/// Thrown on the main thread when nobody reads standard output any more. No std::exception: only main ends the
-/// tool.
-struct OutputClosed {};
+/// The options of every command.
+struct Settings {
+    std::string uri = "tcp://127.0.0.1:43110";  ///< the device; several with commas
+    std::string devicesFile;                    ///< one a line, instead
+    std::string model;    ///< that the device has to be; of the catalogue when there is no device
+    bool queues = false;  ///< the daemon of this machine, through its message queues, instead of the URI
+    bool json = false;
+    bool verbose = false;      ///< show the library's messages
+    double timeout = 5;        ///< seconds, for connecting and for each answer
+    std::string format;        ///< of values and changes; empty: the usual one
+    bool hasDevice = false;    ///< it was named
+    bool isOneOfMany = false;  ///< lines begin with the device
+};
 
-/// Connects when the first command needs it and keeps the connection for all further ones. Thread: the main
-/// thread, but for the printing operations, which the watch uses on the threads that deliver changes.
-class Session {
+/// Connects when the first command needs it and keeps the connection for all further ones. Thread: one, but for
+/// the printing operations.
+class Session : public Settings {
   public:
-    Session();
+    explicit Session(Output& output);
+    /// At one of several devices.
+    Session(Output& output, const Settings& settings, const std::string& device);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    std::string uri = "tcp://127.0.0.1:43110";
-    bool queues = false;  ///< the daemon of this device, through its message queues, instead of the URI
-    bool json = false;
-    bool verbose = false;  ///< show the library's messages
-    double timeout = 5;    ///< seconds, for each request to the device
-    int scriptLine = 0;    ///< of the script that is being read; 0: not reading one
+    int scriptLine = 0;  ///< of the script that is being read; 0: not reading one
 
-    /// The configuration, or null after a message. @see ExitStatus::kCannotConnect
-    Config* Connect();
-    /// Any configuration: the catalogue is this program's own, so no device is needed to describe it.
-    /// It is no connection: other commands do not use it.
-    Config* ConnectForCatalogue();
-    /// Gives it back; the next command connects anew.
+    /// The device, in step. Throws ConnectionError, and Interrupted after a signal.
+    vexa::Device* Connect();
+    /// The same device over a transport that carries data: UDP instead of TCP, at the same host and port.
+    vexa::Device* ConnectForData();
+    /// Gives them back; the next command connects anew. A watch in the background goes on then.
     void Disconnect();
-    /// One parameter of it, or nothing after a message.
+    /// Of the device that is in step.
+    const vexa::Catalogue& Parameters() const { return *m_catalogue; }
+    /// Of a device that was named, else of the model that was, else of this machine's. Throws ConnectionError.
+    const vexa::Catalogue& Described();
+    bool NeedsNoDevice() const { return !hasDevice && !model.empty(); }
+
+    /// One parameter of a device that is in step, or nothing after a message.
     std::optional<Parameter> Find(const std::string& name);
+    /// What the device answers. Throws ConnectionError when it does not, and Interrupted.
+    std::vector<vexa::GetResult> Read(vexa::Device& device, const std::vector<Parameter>& parameters) const;
+    /// Throws for a failure of the connection.
+    void RequireConnection(vexa::Failure failure, const std::string& reason) const;
+    /// The news of the device's state, one by one; of the one for data if there is one.
+    std::optional<vexa::DeviceStatus> TakeNews();
+    int NewsFd() const;
+    std::string Place() const { return queues ? "the queue /mainstay" : uri; }
+    Output& Lines() const { return m_output; }
 
-    // The device's answers. A lost connection throws ConnectionError, a signal Interrupted; no answer in time
-    // ends the tool.
-    /// Nothing when there is no value, or none that this connection carries: WhyNothing.
-    std::optional<Value> Read(const Parameter& parameter);
-    /// Why the last Read gave nothing, as the end of a sentence: "the device does not know it".
-    const std::string& WhyNothing() const { return m_whyNothing; }
-    /// @return false when the device reported that it does not accept the value. Not every connection reports
-    /// it.
-    bool Write(const Parameter& parameter, const Value& value);
-    /// Throws ConnectionError for a connection that only delivers changes.
-    void RequireAnswers() const;
-    /// Any other use of the configuration.
-    template <class Use>
-    auto Ask(const Use& use)
-    {
-        const Deadline limit = Limit();
-        auto result = use(*m_config);
-        Interrupts::Instance().Check();
-        CheckConnection();
-        return result;
-    }
-    /// Whether bytes can be read and written: not over TCP, nor the queues.
-    bool CarriesData() const { return !queues && !IsOver("tcp:"); }
-    /// In bytes, for writing and for reading back.
-    size_t LongestText() const;
-    /// Whether the device reports what it did with a value; otherwise only reading it back shows it.
-    bool ConfirmsWrites(const Parameter& parameter) const;
-
-    /// A line of data, on standard output. Throws OutputClosed, on the main thread.
+    // Output; any thread.
+    /// Data, on standard output. What a watch in the background has heard comes before it.
     void Print(const std::string& line);
-    void Print(const Json& object) { Print(Dump(object)); }
+    void Print(Json object);
+    void PrintExactly(const std::string& text);
+    /// A parameter in the form that was asked for. @param usual  otherwise.
+    void PrintValue(const Parameter& parameter, const std::optional<Value>& value, const std::string& usual);
+    /// The same for a watch. @param more  for programs, before the value. @param form  see Settings::format.
+    void PrintChange(const Parameter& parameter, const std::optional<Value>& value, const std::string& usual,
+                     const Json& more, const std::string& time, const std::string& form);
     /// A message for people, on standard error, as "vexactl: ..." or "vexactl: line 3: ...".
-    void Complain(const std::string& message);
+    /// With --json an object on standard output instead. @return the status.
+    ExitStatus Fail(ExitStatus status, const std::string& message, const Json& details = Json::object());
+    void Complain(const std::string& message, ExitStatus status = ExitStatus::kUsage)
+    {
+        Fail(status, message);
+    }
+    /// The same for what is no failure.
+    void Note(const std::string& message, const Json& details = Json::object());
 
-    /// Prints every change from now on, of these parameters or, with none named, of all. @param atMost  so many
-    /// changes; 0: no limit.
-    void StartWatch(std::vector<eParam_t> only, unsigned int atMost = 0);
+    /// Prints changes in the background from now on. @param names  of parameters; none: all. @param ofData  over
+    /// a transport that carries data.
+    void StartWatch(const std::vector<std::string>& names, bool ofData);
     void StopWatch();
-    /// Waits for the watch: until all its changes were printed, or for so many seconds (0: no limit). Throws
-    /// Interrupted, and ConnectionError when no more changes come. Interrupts must have been started.
-    void WaitForWatch(double seconds);
-    void WaitForNews(long long milliseconds);
 
   private:
-    bool IsOver(const char* scheme) const { return !queues && vexa::uri::Contains(uri, scheme); }
-    bool IsRemote() const { return queues || IsOver("tcp:") || IsOver("udp:") || IsOver("multicast:"); }
-    std::string Place() const;
-    std::string NoAnswer() const { return "no answer from " + Place() + " in time"; }
-    Config* ConnectUri();
-    Config* ConnectQueues();
-    Deadline Limit() const;
-    void CheckConnection() const;
-    void HideLibraryMessages();
-    std::optional<Value> ReadRemote(const Parameter& parameter, Config& config);
-    /// The watch prints from other threads. What the device chose cannot control a terminal.
-    void WriteLine(FILE* stream, const std::string& text) VEXA_REQUIRES(m_output);
+    vexa::Device* Open(std::unique_ptr<Connection>& connection, const std::string& address);
+    std::string Address() const { return queues ? "mq:" : uri; }
+    std::string DataAddress() const;
+    void BeginWatch();
+    void PrintLine(const std::string& line);
+    std::string Formatted(const std::string& form, const Parameter& parameter,
+                          const std::optional<Value>& value, const std::string& time) const;
 
-    Config* m_config = nullptr;
-    Config* m_catalogue = nullptr;  // a local store, where there was no other configuration
-    std::function<void()> m_disconnect;
-    std::unique_ptr<vexa::config::access::PosixMQFactory> m_factory;
-    std::string m_reason, m_whyNothing;  // why there is no connection; why there is no value
-    const std::thread::id m_mainThread = std::this_thread::get_id();
-    FILE* m_messages = stderr;
-    std::unique_ptr<Watcher> m_watcher;
-    vexa::Mutex m_output;
+    Output& m_output;
+    std::unique_ptr<Connection> m_connection, m_dataConnection;
+    std::shared_ptr<const vexa::Catalogue> m_catalogue;
+    std::optional<std::vector<std::string>> m_watched;
+    bool m_watchesData = false;
+    std::unique_ptr<BackgroundWatch> m_watch;
 };

@@ -102,9 +102,12 @@ SetResult Setting::Judge(const LinkReply& before, const LinkReply& set, const Li
     SetResult result{Outcome::kStored, Failure::kNone, after.value, ""};
     if (after.value == m_value) return result;
     const bool isKept = before.kind == LinkReply::Kind::kGiven && before.value == after.value;
-    result.outcome =
-        set.kind == LinkReply::Kind::kRefused || isKept ? Outcome::kRefused : Outcome::kCorrected;
-    result.reason = Objection(m_descriptor, m_value).value_or("the device does not accept it");
+    const auto objection = Objection(m_descriptor, m_value);
+    // A number out of its range is moved into it, perhaps to where it was before.
+    const bool isMoved = objection && KindOf(m_descriptor) == std::string_view("int");
+    const bool isRefused = set.kind == LinkReply::Kind::kRefused || (isKept && !isMoved);
+    result.outcome = isRefused ? Outcome::kRefused : Outcome::kCorrected;
+    result.reason = objection.value_or("the device does not accept it");
     return result;
 }
 

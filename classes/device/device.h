@@ -38,21 +38,22 @@ enum class DeviceState : uint8_t {
 /// "connecting", "in step", "lost", "refused", "other model".
 VEXA_EXPORT const char* NameOf(DeviceState state);
 
-struct DeviceStatus {
-    DeviceState state = DeviceState::kConnecting;
-    std::chrono::system_clock::time_point since = std::chrono::system_clock::now();
-    std::string reason;    ///< why it is not in step: "Connection refused"; empty in step
-    std::string model;     ///< "OAK"; empty until the device has told it
-    std::string software;  ///< the version that the device tells; likewise
-};
-
-/// Why there is no value.
+/// Why there is no value, or no connection.
 enum class Failure : uint8_t {
     kNone,
     kNoSuchParameter,  ///< the device's model has no such parameter
     kNoValue,  ///< the device has none for it, or this transport carries none: data over TCP and queues
     kNotConnected,
     kTimedOut,
+};
+
+struct DeviceStatus {
+    DeviceState state = DeviceState::kConnecting;
+    std::chrono::system_clock::time_point since = std::chrono::system_clock::now();
+    Failure failure = Failure::kNone;  ///< why it is not in step: kNotConnected or kTimedOut
+    std::string reason;                ///< the same for people: "Connection refused"; empty in step
+    std::string model;                 ///< "OAK"; empty until the device has told it
+    std::string software;              ///< the version that the device tells; likewise
 };
 
 struct GetResult {

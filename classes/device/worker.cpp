@@ -23,6 +23,11 @@ int NewEvent()
     return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
 }
 
+Failure FailureOf(const LinkFailure& failure)
+{
+    return failure.kind == LinkFailure::Kind::kTimedOut ? Failure::kTimedOut : Failure::kNotConnected;
+}
+
 std::string TextOf(const LinkReply& reply)
 {
     const auto* const text = std::get_if<std::string>(&reply.value);
@@ -66,7 +71,9 @@ DeviceWorker::DeviceWorker(const std::string& address, DeviceOptions options)
     std::string reason;
     m_address = DeviceAddress::Parse(address, reason);
     if (!m_address) {
-        mirror.SetStatus({.state = DeviceState::kRefused, .reason = "\"" + address + "\": " + reason});
+        mirror.SetStatus({.state = DeviceState::kRefused,
+                          .failure = Failure::kNotConnected,
+                          .reason = "\"" + address + "\": " + reason});
         return;
     }
     m_traits = TraitsOf(m_address->transport);
@@ -127,7 +134,7 @@ void DeviceWorker::Report(const LinkFailure& failure)
     if (failure.kind == LinkFailure::Kind::kRefused && state == DeviceState::kConnecting)
         state = DeviceState::kRefused;
     if (mirror.Status().state != DeviceState::kOtherModel || failure.kind != LinkFailure::Kind::kRefused)
-        mirror.SetStatus({.state = state, .reason = failure.reason});
+        mirror.SetStatus({.state = state, .failure = FailureOf(failure), .reason = failure.reason});
 }
 
 /// So that many clients of a device that comes back do not come all at once.
@@ -158,8 +165,10 @@ bool DeviceWorker::TakeModel(const std::vector<LinkReply>& replies, LinkFailure&
     m_software = TextOf(replies[1]);
     const auto refuse = [&](std::string reason) {
         failure = {LinkFailure::Kind::kRefused, std::move(reason)};
-        mirror.SetStatus(
-            {.state = DeviceState::kOtherModel, .reason = failure.reason, .model = model.value_or("")});
+        mirror.SetStatus({.state = DeviceState::kOtherModel,
+                          .failure = Failure::kNotConnected,
+                          .reason = failure.reason,
+                          .model = model.value_or("")});
         return false;
     };
     if (!model)
@@ -170,6 +179,7 @@ bool DeviceWorker::TakeModel(const std::vector<LinkReply>& replies, LinkFailure&
     const auto catalogue = Catalogue::Of(*model);
     if (before && before != catalogue)
         mirror.SetStatus({.state = DeviceState::kOtherModel,
+                          .failure = Failure::kNotConnected,
                           .reason = "it was " + ModelText(before->Model()) + " and is " + ModelText(*model),
                           .model = *model});
     m_model = *model;

@@ -1,0 +1,10 @@
+/// Several devices as one. Thread: the main thread.
+#pragma once
+
+#include <functional>
+
+#include "vexactl/session.h"
+
+/// Runs a command at the device of the session or, when it names several, at all of them, many at a time.
+/// @return the status; of several devices the highest one.
+ExitStatus OnDevices(Session& session, const std::function<ExitStatus(Session&)>& command);
