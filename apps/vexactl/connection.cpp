@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <future>
+#include <system_error>
 #include <thread>
 
 #include "config/base/deadline.h"
@@ -19,6 +21,13 @@ using vexa::DeviceStatus;
 namespace {
 
 std::atomic<bool> hasLeftSome = false;
+
+int NewEvent()
+{
+    const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (fd == -1) throw std::system_error(errno, std::generic_category(), "eventfd");
+    return fd;
+}
 
 void EndSoon(std::unique_ptr<vexa::Device> device)
 {
@@ -35,8 +44,7 @@ void EndSoon(std::unique_ptr<vexa::Device> device)
 }  // namespace
 
 Connection::Connection(const std::string& address, vexa::DeviceOptions options)
-    : m_newsFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      m_device(std::make_unique<vexa::Device>(address, std::move(options)))
+    : m_newsFd(NewEvent()), m_device(std::make_unique<vexa::Device>(address, std::move(options)))
 {
     m_subscription = m_device->WatchStatus([this](const DeviceStatus& status) { Add(status); });
 }

@@ -91,7 +91,9 @@ bool ConfigLink::OpenQueue(const Deadline& deadline, LinkFailure& failure)
     factory->SetConnectTimeout(deadline.Left());
     mq::PosixMQClient* const client = factory->Connect("");
     if (!client) {
-        failure = {LinkFailure::Kind::kTimedOut, "no answer to the request to connect in time"};
+        failure = {LinkFailure::Kind::kLost, "the connection cannot be made"};
+        if (deadline.IsOver())
+            failure = {LinkFailure::Kind::kTimedOut, "no answer to the request to connect in time"};
         return false;
     }
     m_config = client;

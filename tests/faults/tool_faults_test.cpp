@@ -104,14 +104,13 @@ TEST_F(MainstayQueueToolFaults, OverTheQueues)
              {kMqOpen, EMFILE},
              6,
              "vexactl: cannot connect to the queue /mainstay: the queue /mainstay: Too many open files\n"},
-            {"mq", {kMqOpen, ENOSPC, 1, 2}, 6, noQueue + "No space left on device\n"},
-            {"mq", {kMqOpen, EACCES, 1, 2}, 6, noQueue + "Permission denied\n"},
+            {"mq", {kMqOpen, ENOSPC, 1, 1}, 6, noQueue + "No space left on device\n"},
+            {"mq", {kMqOpen, EACCES, 1, 1}, 6, noQueue + "Permission denied\n"},
             {"mq", {kMqTimedsend, ENOMEM}, 6, "PosixMQFactory::ConfirmConnection: mq_send failed\n"},
-            {"mq", {kMqTimedsend, ENOMEM, 1, 1}, 7, "Get - mq_send failed: Cannot allocate memory\n"},
+            {"mq", {kMqTimedsend, ENOMEM, 1, 2}, 6, "Get - mq_send failed: Cannot allocate memory\n"},
             {"mq", {kMqTimedreceive, EBADF}, 6, "mq_receive failed\n: Bad file descriptor\n"},
-            {"mq", {kMqTimedreceive, EBADF, 1, 1}, 7, "Get - mq_receive failed: Bad file descriptor\n"},
             {"mq", {kMqGetattr, EBADF}, 6, "unable to get mq_msgsize: Bad file descriptor\n"},
-            {"mq", {kEventfd, EMFILE, 1, 1}, 6, "failed to make a client: eventfd: Too many open files\n"},
+            {"mq", {kEventfd, EMFILE, 1, 1}, 6, "vexactl: eventfd: Too many open files\n"},
         },
         daemon);
 }
