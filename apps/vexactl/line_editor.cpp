@@ -23,28 +23,28 @@
 
 namespace {
 
-/// As long as it lives, what the process writes to its standard output, and to its standard error where that is
-/// a terminal, can be read here.
+/// As long as it lives, what the process writes to these of its descriptors, where they are a terminal, can be
+/// read here.
 class CaughtOutput {
   public:
-    CaughtOutput()
+    explicit CaughtOutput(const std::vector<int>& streams)
     {
         if (pipe2(m_pipe, O_CLOEXEC) != 0) return;
         fcntl(m_pipe[0], F_SETFL, O_NONBLOCK);
         fflush(stdout);
-        for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
-            if (!isatty(stream)) continue;
-            m_own[stream] = fcntl(stream, F_DUPFD_CLOEXEC, 3);
-            if (m_own[stream] != -1) dup2(m_pipe[1], stream);
+        for (const int stream : streams) {
+            const int own = isatty(stream) ? fcntl(stream, F_DUPFD_CLOEXEC, 3) : -1;
+            if (own == -1) continue;
+            m_own.emplace_back(stream, own);
+            dup2(m_pipe[1], stream);
         }
     }
     ~CaughtOutput()
     {
         fflush(stdout);
-        for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
-            if (m_own[stream] == -1) continue;
-            dup2(m_own[stream], stream);
-            close(m_own[stream]);
+        for (const auto& [stream, own] : m_own) {
+            dup2(own, stream);
+            close(own);
         }
         if (m_pipe[1] != -1) close(m_pipe[1]);
         const std::string rest = m_unfinished + Take();
@@ -76,7 +76,7 @@ class CaughtOutput {
     }
 
     int m_pipe[2] = {-1, -1};
-    int m_own[3] = {-1, -1, -1};
+    std::vector<std::pair<int, int>> m_own;  // each with where it leads
     std::string m_unfinished;
 };
 
@@ -178,7 +178,8 @@ bool CanMoveCursor()
 
 class LineEditor::Editing {
   public:
-    explicit Editing(Completer completer) : m_completer(std::move(completer))
+    Editing(Completer completer, std::vector<int> streams)
+        : m_completer(std::move(completer)), m_streams(std::move(streams))
     {
         constexpr int kMostLines = 1000;
         m_output = fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w");
@@ -213,7 +214,7 @@ class LineEditor::Editing {
     std::optional<std::string> Read(const std::string& prompt)
     {
         m_prompt = prompt;
-        CaughtOutput caught;
+        CaughtOutput caught(m_streams);
         m_caught = &caught;
         for (;;) {
             m_isCancelled = m_isRaw = false;
@@ -333,6 +334,7 @@ class LineEditor::Editing {
     }
 
     const Completer m_completer;
+    const std::vector<int> m_streams;
     std::string m_prompt;
     char m_nothing[1] = "";
     FILE* m_output = nullptr;
@@ -342,8 +344,9 @@ class LineEditor::Editing {
     bool m_isCancelled = false, m_isRaw = false;
 };
 
-LineEditor::LineEditor(Completer completer)
-    : m_editing(CanMoveCursor() ? std::make_unique<Editing>(std::move(completer)) : nullptr)
+LineEditor::LineEditor(Completer completer, std::vector<int> streams)
+    : m_editing(CanMoveCursor() ? std::make_unique<Editing>(std::move(completer), std::move(streams))
+                                : nullptr)
 {
 }
 
@@ -359,7 +362,7 @@ class LineEditor::Editing {
     std::optional<std::string> Read(const std::string&) { return std::nullopt; }
 };
 
-LineEditor::LineEditor(Completer) {}
+LineEditor::LineEditor(Completer, std::vector<int>) {}
 
 void LineEditor::Remember(const std::string&) {}
 

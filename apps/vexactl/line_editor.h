@@ -20,7 +20,8 @@ using Completer = std::function<Completion(const std::string& before)>;
 /// cursor, lines are read as the terminal delivers them.
 class LineEditor {
   public:
-    explicit LineEditor(Completer completer);
+    /// @param streams  descriptors on which the process prints.
+    LineEditor(Completer completer, std::vector<int> streams);
     ~LineEditor();
     LineEditor(const LineEditor&) = delete;
     LineEditor& operator=(const LineEditor&) = delete;

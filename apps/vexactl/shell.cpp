@@ -80,9 +80,11 @@ Input::Input(Session& session)
       m_catalogues(IsTerminal() ? LikelyCatalogues() : Catalogues())
 {
     if (!IsTerminal()) return;
-    m_editor = std::make_unique<LineEditor>([this](const std::string& before) {
-        return CompleteLine(Grammar(m_session).App(), before, m_catalogues);
-    });
+    m_editor = std::make_unique<LineEditor>(
+        [this](const std::string& before) {
+            return CompleteLine(Grammar(m_session).App(), before, m_catalogues);
+        },
+        std::vector{STDOUT_FILENO, STDERR_FILENO});
     for (const std::string& line : m_history.Load()) m_editor->Remember(line);
 }
 
