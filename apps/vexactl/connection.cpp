@@ -67,8 +67,8 @@ bool Connection::HasLeftSome()
 void Connection::Add(const DeviceStatus& status)
 {
     const vexa::MutexLock hold(m_lock);
-    m_news.push_back(status);
     eventfd_write(m_newsFd, 1);
+    m_news.push_back(status);
 }
 
 std::optional<DeviceStatus> Connection::TakeNews()
@@ -87,8 +87,9 @@ DeviceStatus Connection::Await(double seconds)
     const vexa::Deadline deadline(static_cast<unsigned int>(std::min(seconds * 1000, 2e9)));
     for (;;) {
         Interrupts::Instance().Check();
-        while (const auto status = TakeNews())
-            if (status->state != DeviceState::kConnecting || !status->reason.empty()) return *status;
+        while (TakeNews()) continue;
+        DeviceStatus status = m_device->Status();
+        if (status.state != DeviceState::kConnecting || !status.reason.empty()) return status;
         pollfd events[] = {{Interrupts::Instance().Fd(), POLLIN, 0}, {m_newsFd, POLLIN, 0}};
         if (poll(events, 2, deadline.PollTimeout()) == 0) return {};
     }

@@ -69,11 +69,19 @@ void Deliveries::Run(Shared& shared)
             continue;
         }
         shared.isAwake = false;
-        const auto subscribers = shared.subscribers;
-        for (const auto& subscriber : subscribers)
-            if (!subscriber->isGone && !shared.isStopping && RunOne(shared, *subscriber))
-                shared.isAwake = true;
+        try {
+            RunAll(shared);
+        } catch (const std::bad_alloc&) {  // the others still wait for theirs
+            shared.isAwake = true;
+        }
     }
+}
+
+void Deliveries::RunAll(Shared& shared)
+{
+    const auto subscribers = shared.subscribers;
+    for (const auto& subscriber : subscribers)
+        if (!subscriber->isGone && !shared.isStopping && RunOne(shared, *subscriber)) shared.isAwake = true;
 }
 
 bool Deliveries::RunOne(Shared& shared, Subscriber& subscriber) VEXA_REQUIRES(shared.lock)

@@ -43,6 +43,7 @@ class Deliveries {
     };
 
     static void Run(Shared& shared);
+    static void RunAll(Shared& shared) VEXA_REQUIRES(shared.lock);
     static bool RunOne(Shared& shared, Subscriber& subscriber);
     static void Remove(Shared& shared, const std::shared_ptr<Subscriber>& subscriber);
 

@@ -37,10 +37,13 @@ TcpLink::TcpLink(const DeviceAddress& address, LinkEvents& events)
 TcpLink::~TcpLink()
 {
     if (m_socket.Get() == -1 || !m_confirmation || *m_confirmation != 0) return;
-    m_out = m_records.Disconnect();
-    m_sent = 0;
-    LinkFailure ignored;
-    Send(ignored);
+    try {
+        m_out = m_records.Disconnect();
+        m_sent = 0;
+        LinkFailure ignored;
+        Send(ignored);
+    } catch (const std::exception&) {  // no memory for it: the device notices the end all the same
+    }
 }
 
 bool TcpLink::Open(const Deadline& deadline, int wake, LinkFailure& failure)

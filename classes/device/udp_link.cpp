@@ -110,8 +110,11 @@ UdpLink::UdpLink(const DeviceAddress& address, LinkEvents& events)
 /// Without a goodbye the device would keep the configuration open for this client.
 UdpLink::~UdpLink()
 {
-    LinkFailure ignored;
-    if (m_isConnected) SendDatagram(m_records.Disconnect(), ignored);
+    try {
+        LinkFailure ignored;
+        if (m_isConnected) SendDatagram(m_records.Disconnect(), ignored);
+    } catch (const std::exception&) {  // no memory for it: the device notices its silence
+    }
 }
 
 bool UdpLink::Open(const Deadline& deadline, int wake, LinkFailure& failure)

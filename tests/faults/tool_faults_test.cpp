@@ -16,7 +16,7 @@ using MainstayQueueToolFaults = QueueTest;
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__powerpc__)
 constexpr int kStep = 997;  // between the allocations that fail: each needs a run, which is slow here
 #else
-constexpr int kStep = 199;
+constexpr int kStep = 37;
 #endif
 
 struct Row {
