@@ -42,6 +42,7 @@ class Followed {
     void Check()
     {
         while (const auto status = m_session.TakeNews()) {
+            if (status->state == DeviceState::kConnecting) continue;  // from before it was in step
             if (status->state == DeviceState::kInStep)
                 Again(*status);
             else
