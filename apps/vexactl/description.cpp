@@ -38,8 +38,12 @@ Json LimitsOf(const Parameter& parameter)
         json["maxIndex"] = text->GetMaxIndex();
     }
     if (const auto value = FactoryDefault(parameter)) {
+        const auto* const plain = std::get_if<std::string>(&*value);
         const Json shown = parameter.ToJson(*value);
-        json["default"] = shown.contains("hex") ? shown["hex"] : shown["value"];
+        if (shown.contains("hex"))
+            json["default"] = shown["hex"];
+        else
+            json["default"] = plain ? Json(*plain) : shown["value"];  // a password's, too: every unit has it
     }
     if (integer) json.update(FormOf(*integer));
     return json;

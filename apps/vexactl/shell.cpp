@@ -132,9 +132,8 @@ ExitStatus RunCommand(Session& session, std::vector<std::string> words, bool& qu
         session.Complain(Explain(app, error));
         grammar.status = ExitStatus::kUsage;
     } catch (const ConnectionError& error) {
-        session.Complain(error.what());
+        grammar.status = session.Fail(error.status, error.what());
         session.Disconnect();
-        grammar.status = error.status;
     } catch (const std::exception& error) {  // no memory for this command
         session.Complain(error.what());
         grammar.status = ExitStatus::kCannotConnect;

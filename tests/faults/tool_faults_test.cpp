@@ -81,8 +81,8 @@ TEST(ToolFaults, OverTheNetwork)
             {"tcp", {kPoll, ENOMEM, 3}, 0, ""},
             {"tcp", {kPthreadCreate, EAGAIN}, 0, ""},  // signals end the tool without a goodbye
             {"tcp", {kEventfd, EMFILE}, 0, ""},
-            {"tcp", {kPthreadCreate, EAGAIN, 1, 1}, 6, "vexactl: Resource temporarily unavailable\n"},
-            {"udp", {kPthreadCreate, EAGAIN, 1, 2}, 6, "vexactl: Resource temporarily unavailable\n"},
+            {"tcp", {kPthreadCreate, EAGAIN, 1, 1}, 6, ": no thread: Resource temporarily unavailable\n"},
+            {"udp", {kPthreadCreate, EAGAIN, 1, 2}, 6, ": Resource temporarily unavailable\n"},
             {"udp", {kSend, ENOBUFS, 1, 1}, 0, ""},
         },
         daemon);
