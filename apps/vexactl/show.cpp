@@ -164,7 +164,7 @@ ExitStatus Ping(Session& session)
         return ExitStatus::kDone;
     }
     char milliseconds[32];
-    snprintf(milliseconds, sizeof milliseconds, "%.1f ms", time.count());
+    snprintf(milliseconds, sizeof milliseconds, "%.2f ms", time.count());
     std::string line = session.isOneOfMany ? "" : session.Place() + "  ";
     line += status.model.empty() ? "no model" : status.model;
     if (!serialText.empty()) line += "  serial " + serialText;

@@ -15,6 +15,9 @@ using namespace corvalis::config::access;
 
 namespace {
 
+/// A device that does not answer must not delay the end of its clients for long.
+constexpr unsigned int kGoodbyeMs = 200;
+
 bool IsEvent(uint32_t type)
 {
     return type == XCFG_PARAM_CHANGED_EVENT || type == XCFG_PARAM_STRING_CHANGED_EVENT;
@@ -33,15 +36,20 @@ TcpLink::TcpLink(const DeviceAddress& address, LinkEvents& events)
 {
 }
 
-/// Without a goodbye the device would log an error.
+/// Without a goodbye, and if its answer met a closed socket, the device would log an error.
 TcpLink::~TcpLink()
 {
     if (m_socket.Get() == -1 || !m_confirmation || *m_confirmation != 0) return;
+    const Deadline deadline(kGoodbyeMs);
     try {
         m_out = m_records.Disconnect();
         m_sent = 0;
+        m_confirmation.reset();
+        m_isLeaving = true;
         LinkFailure ignored;
-        Send(ignored);
+        bool isThere = Send(ignored);
+        while (isThere && !m_confirmation)
+            isThere = WaitFor(m_socket.Get(), POLLIN, deadline, -1) == Ready::kReady && Receive(ignored);
     } catch (const std::exception&) {  // no memory for it: the device notices the end all the same
     }
 }
@@ -160,6 +168,7 @@ void TcpLink::Process(const XCONFIGMGR_RESPONSE_T& response, const std::string& 
 {
     std::optional<Value> value = m_records.ValueOf(response, payload);
     if (IsEvent(response.msgtype)) {
+        if (m_isLeaving) return;
         if (value)
             m_events.Changed(response.paramID, *std::move(value), TimeOf(response));
         else

@@ -41,6 +41,7 @@ class TcpLink : public Link {
     size_t m_sent = 0, m_taken = 0;  // of m_out and m_in
     std::deque<Due> m_due;           // oldest first
     uint32_t m_lastNumber = 0;
+    bool m_isLeaving = false;                // nobody hears events any more
     std::optional<uint32_t> m_confirmation;  // the error of a Connect or Disconnect
 };
 

@@ -5,9 +5,11 @@
 
 #include <optional>
 
+#include "config/access/server/network/network_tcp_connection.h"
 #include "support/gate.h"
 #include "support/raw_peer.h"
 #include "support/scripted_server.h"
+#include "support/stderr_of.h"
 #include "support/test_server.h"
 
 using namespace std::chrono_literals;
@@ -146,6 +148,19 @@ TEST_P(DeviceTest, CallbacksMayUseTheDeviceAndEndWithTheirSubscription)
 
 INSTANTIATE_TEST_SUITE_P(, DeviceTest, testing::Values("tcp", "udp", "local"),
                          [](const auto& row) { return row.param; });
+
+TEST(Device, LeavesWithoutAnErrorInTheLog)
+{
+    TestServer server;
+    const std::string lines = StderrOf([&] {
+        {
+            Device device(server.Uri("tcp", 82));
+            EXPECT_TRUE(device.WaitUntilInStep(kPatience));
+        }
+        EXPECT_TRUE(Eventually([] { return net::NetworkTCPConnection::Count() == 0; }));
+    });
+    EXPECT_THAT(lines, testing::Not(HasSubstr("error")));
+}
 
 // ---- one that is not as it should be ----
 
