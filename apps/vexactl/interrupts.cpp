@@ -51,7 +51,7 @@ Interrupts& Interrupts::Instance()
 
 void Interrupts::Start()
 {
-    if (std::exchange(m_isStarted, true)) return;
+    if (m_isStarted.exchange(true)) return;
     m_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     const sigset_t signals = SignalsToTake();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);

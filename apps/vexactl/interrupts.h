@@ -1,6 +1,7 @@
 /// Signals that end the tool, which says goodbye to the device first.
 #pragma once
 
+#include <atomic>
 #include <functional>
 
 #include "config/base/mutex.h"
@@ -49,7 +50,7 @@ class Interrupts {
     bool Note(int signal) VEXA_EXCLUDES(m_lock);
     bool StopWaits() VEXA_EXCLUDES(m_lock);
 
-    bool m_isStarted = false;
+    std::atomic<bool> m_isStarted = false;
     int m_fd = -1;
     vexa::Mutex m_lock;
     vexa::CondVar m_never;  // for the main thread, whose connection is gone while the other one tidies up

@@ -196,9 +196,10 @@ class LineEditor::Editing {
             m_editor, EL_PROMPT, +[](EditLine* editor) { return Of(editor).Prompt(); });
         el_set(
             m_editor, EL_GETCFN, +[](EditLine* editor, wchar_t* key) { return Of(editor).ReadKey(*key); });
-        el_set(
-            m_editor, EL_ADDFN, "complete", "Complete the word",
-            +[](EditLine* editor, int) { return static_cast<int>(Of(editor).Complete()); });
+        // The narrow form of this operation keeps copies of its texts that it never frees.
+        el_wset(
+            m_editor, EL_ADDFN, L"complete", L"Complete the word",
+            +[](EditLine* editor, wint_t) { return Of(editor).Complete(); });
         el_source(m_editor, nullptr);
         el_set(m_editor, EL_BIND, "^I", "complete", nullptr);
     }

@@ -20,9 +20,23 @@ namespace {
 
 constexpr timespec kNow{};  // long past: do not wait
 
+/// A limit of the system; the wanted number when it cannot be read.
+long Limit(const char* name, long wanted)
+{
+    long limit = wanted;
+    std::ifstream(std::string("/proc/sys/fs/mqueue/") + name) >> limit;
+    return std::min(limit, wanted);
+}
+
+/// @param attributes  become those that the system allows.
 mqd_t Open(const std::string& name, int flags, mq_attr& attributes)
 {
-    return mq_open(name.c_str(), flags | O_CREAT | O_CLOEXEC, kQueueMode, &attributes);
+    constexpr int kCreate = O_CREAT | O_CLOEXEC;
+    const mqd_t queue = mq_open(name.c_str(), flags | kCreate, kQueueMode, &attributes);
+    if (queue != -1 || errno != EINVAL) return queue;
+    attributes.mq_maxmsg = Limit("msg_max", attributes.mq_maxmsg);
+    attributes.mq_msgsize = Limit("msgsize_max", attributes.mq_msgsize);
+    return mq_open(name.c_str(), flags | kCreate, kQueueMode, &attributes);
 }
 
 bool IsUserLimit(int error)
@@ -37,14 +51,6 @@ bool HasMadeRoom()
     const bool removed = (IsUserLimit(error) || error == ENOSPC) && RemoveLeftQueues();
     errno = error;
     return removed;
-}
-
-/// A limit of the system; the wanted number when it cannot be read.
-long Limit(const char* name, long wanted)
-{
-    long limit = wanted;
-    std::ifstream(std::string("/proc/sys/fs/mqueue/") + name) >> limit;
-    return std::min(limit, wanted);
 }
 
 /// Doubles the limit of this user's queues, as far as the process is allowed to.
@@ -69,11 +75,6 @@ mqd_t CreateQueue(const std::string& name, int flags)
     attributes.mq_maxmsg = kQueueDepth;
     attributes.mq_msgsize = kQueueMessageBytes;
     mqd_t queue = Open(name, flags, attributes);
-    if (queue == -1 && errno == EINVAL) {
-        attributes.mq_maxmsg = Limit("msg_max", kQueueDepth);
-        attributes.mq_msgsize = Limit("msgsize_max", kQueueMessageBytes);
-        queue = Open(name, flags, attributes);
-    }
     if (queue == -1 && HasMadeRoom()) queue = Open(name, flags, attributes);
     if (queue == -1 && IsUserLimit(errno)) {
         RaiseQueueLimit();

@@ -1,7 +1,9 @@
 /// What listeners hear when events come faster than they take them, and what is told when events do not come.
 #include <gmock/gmock.h>
+
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <future>
 
 #include <map>
 
@@ -199,13 +201,16 @@ TEST_F(NetworkEventsTest, AServerWithMoreEventsThanAStoreHasIsLeft)
 TEST_F(NetworkEventsTest, TheEndOfATcpConnectionIsTold)
 {
     RecordingListener listener;
+    std::promise<void> isListening;
     {
-        ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+        ScriptedServer server(SOCK_STREAM, [&](ScriptedPeer& peer) {
             peer.Connect();
             peer.Receive(28);
+            EXPECT_TRUE(Comes(isListening));
             peer.Send(NumberEvent(1));
         });
         EXPECT_TRUE(Connect(server.Uri()).AddConfigEventListener(&listener));
+        isListening.set_value();
     }
     EXPECT_TRUE(Tells(1));
     EXPECT_FALSE(IsReachable(*m_client));
