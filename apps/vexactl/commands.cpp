@@ -47,7 +47,7 @@ class Verbs {
     }
     std::shared_ptr<Names> AddNames(CLI::App& command, const char* help)
     {
-        const auto names = std::make_shared<Names>();
+        auto names = std::make_shared<Names>();
         command.add_option("PARAMETER", *names, help)->type_name("");
         return names;
     }

@@ -72,7 +72,7 @@ std::string Parameter::Units() const
 std::string Parameter::Text(const Value& value) const
 {
     if (IsHidden()) return kHidden;
-    const std::string text = vexa::Format(*m_descriptor, value);
+    std::string text = vexa::Format(*m_descriptor, value);
     if (!vexa::HoldsText(*m_descriptor)) return text;
     return HoldsBytes() ? InOneLine(text) : Quoted(text);
 }
@@ -86,7 +86,7 @@ bool Parameter::IsRead(const std::string& text, const Value& value) const
 std::string Parameter::Bare(const Value& value) const
 {
     if (IsHidden()) return kHidden;
-    const std::string text = vexa::Format(*m_descriptor, value);
+    std::string text = vexa::Format(*m_descriptor, value);
     if (vexa::HoldsText(*m_descriptor)) return text;
     std::string bare = text;
     if (std::string_view(Kind()) == "enum")

@@ -120,6 +120,7 @@ std::vector<vexa::GetResult> Session::Read(vexa::Device& device,
                                            const std::vector<Parameter>& parameters) const
 {
     std::vector<eParam_t> ids;
+    ids.reserve(parameters.size());
     for (const Parameter& parameter : parameters) ids.push_back(parameter.Id());
     auto results = device.GetMany(ids);
     Interrupts::Instance().Check();

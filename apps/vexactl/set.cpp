@@ -162,29 +162,45 @@ std::string InBrackets(const std::vector<std::string>& remarks)
     return list.empty() ? "" : list + ")";
 }
 
-ExitStatus PrintStored(Session& session, vexa::Device& device, const Setting& setting,
-                       const vexa::SetResult& result)
+/// What is to be said of a value that is stored; empty texts where there is nothing.
+struct Remarks {
+    std::string objection, effect;
+};
+
+Json StoredJson(const Setting& setting, const vexa::SetResult& result, const Remarks& remarks)
 {
     const Parameter& parameter = setting.parameter;
     const bool isCorrected = result.outcome == Outcome::kCorrected;
-    const std::string objection = vexa::Objection(parameter.Descriptor(), setting.value).value_or("");
-    const std::string effect = WhyWithoutEffect(session, device, parameter);
-    std::vector<std::string> remarks;
+    Json json = parameter.ToJson(*result.now);
+    json["result"] = isCorrected ? "corrected" : "stored";
+    if (isCorrected) json["requested"] = parameter.IsHidden() ? parameter.Typed("") : setting.typed;
+    if (!remarks.objection.empty()) json["reason"] = remarks.objection;
+    if (!remarks.effect.empty()) json["without_effect"] = remarks.effect;
+    return json;
+}
+
+std::string StoredText(const Setting& setting, const vexa::SetResult& result, const Remarks& remarks)
+{
+    const Parameter& parameter = setting.parameter;
     const bool isText = vexa::HoldsText(parameter.Descriptor());  // stored all the same, and shown already
-    if (!objection.empty()) remarks.push_back(isText ? objection : setting.typed + " is " + objection);
-    if (!effect.empty()) remarks.push_back("without effect while " + effect);
-    if (session.json) {
-        Json json = parameter.ToJson(*result.now);
-        json["result"] = isCorrected ? "corrected" : "stored";
-        if (isCorrected) json["requested"] = parameter.IsHidden() ? parameter.Typed("") : setting.typed;
-        if (!objection.empty()) json["reason"] = objection;
-        if (!effect.empty()) json["without_effect"] = effect;
-        session.Print(std::move(json));
-    } else {
-        session.Print(parameter.Name() + (isCorrected ? " corrected to " : " stored ") +
-                      parameter.Text(*result.now) + InBrackets(remarks));
-    }
-    return isCorrected ? ExitStatus::kCorrected : ExitStatus::kDone;
+    std::vector<std::string> list;
+    if (!remarks.objection.empty())
+        list.push_back(isText ? remarks.objection : setting.typed + " is " + remarks.objection);
+    if (!remarks.effect.empty()) list.push_back("without effect while " + remarks.effect);
+    return parameter.Name() + (result.outcome == Outcome::kCorrected ? " corrected to " : " stored ") +
+           parameter.Text(*result.now) + InBrackets(list);
+}
+
+ExitStatus PrintStored(Session& session, vexa::Device& device, const Setting& setting,
+                       const vexa::SetResult& result)
+{
+    const Remarks remarks{vexa::Objection(setting.parameter.Descriptor(), setting.value).value_or(""),
+                          WhyWithoutEffect(session, device, setting.parameter)};
+    if (session.json)
+        session.Print(StoredJson(setting, result, remarks));
+    else
+        session.Print(StoredText(setting, result, remarks));
+    return result.outcome == Outcome::kCorrected ? ExitStatus::kCorrected : ExitStatus::kDone;
 }
 
 ExitStatus PrintUnknown(Session& session, const Setting& setting, const vexa::SetResult& result)
@@ -228,6 +244,7 @@ std::vector<vexa::SetResult> Send(vexa::Device& device, const std::vector<Settin
 {
     if (settings.size() == 1) return {device.Set(settings[0].parameter.Id(), settings[0].value)};
     std::vector<std::pair<eParam_t, Value>> values;
+    values.reserve(settings.size());
     for (const Setting& setting : settings) values.emplace_back(setting.parameter.Id(), setting.value);
     return device.SetMany(values);
 }

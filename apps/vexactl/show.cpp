@@ -53,6 +53,15 @@ void PrintListed(Session& session, const Parameter& parameter, const std::option
                            Padded(parameter.Name(), 32) + "  " + (value ? parameter.Text(*value) : "-"));
 }
 
+std::vector<Parameter> Matching(const Session& session, const std::string& pattern)
+{
+    std::vector<Parameter> matching;
+    for (const auto& [id, descriptor] : session.Parameters().All())
+        if (const Parameter parameter(descriptor); IsLike(parameter.Name(), pattern))
+            matching.push_back(parameter);
+    return matching;
+}
+
 }  // namespace
 
 std::vector<Parameter> Chosen(Session& session, const std::vector<std::string>& names, ExitStatus& status)
@@ -61,18 +70,15 @@ std::vector<Parameter> Chosen(Session& session, const std::vector<std::string>& 
     status = ExitStatus::kDone;
     const auto note = [&](ExitStatus failure) { status = status == ExitStatus::kDone ? failure : status; };
     for (const std::string& name : names) {
-        if (!IsPattern(name)) {
-            if (const auto parameter = session.Find(name))
-                chosen.push_back(*parameter);
-            else
-                note(ExitStatus::kUnknownParameter);
-            continue;
+        if (IsPattern(name)) {
+            const auto matching = Matching(session, name);
+            if (matching.empty()) note(session.Fail(ExitStatus::kFalse, "no parameter matches " + name));
+            chosen.insert(chosen.end(), matching.begin(), matching.end());
+        } else if (const auto parameter = session.Find(name)) {
+            chosen.push_back(*parameter);
+        } else {
+            note(ExitStatus::kUnknownParameter);
         }
-        const size_t before = chosen.size();
-        for (const auto& [id, descriptor] : session.Parameters().All())
-            if (const Parameter parameter(descriptor); IsLike(parameter.Name(), name))
-                chosen.push_back(parameter);
-        if (chosen.size() == before) note(session.Fail(ExitStatus::kFalse, "no parameter matches " + name));
     }
     return chosen;
 }

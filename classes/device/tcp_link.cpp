@@ -49,7 +49,8 @@ TcpLink::~TcpLink()
         LinkFailure ignored;
         bool isThere = Send(ignored);
         while (isThere && !m_confirmation)
-            isThere = WaitFor(m_socket.Get(), POLLIN, deadline, -1) == Ready::kReady && Receive(ignored);
+            isThere =
+                WaitFor(m_socket.Get(), POLLIN, deadline, -1) == Ready::kReady && TcpLink::Receive(ignored);
     } catch (const std::exception&) {  // no memory for it: the device notices the end all the same
     }
 }
