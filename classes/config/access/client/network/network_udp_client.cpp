@@ -239,9 +239,12 @@ try {
                       static_cast<int>(event.msgtype));
         return true;
     }
-    Enqueue(event.paramID, *std::move(message));
+    const bool isLast = IsShutdown(event);
+    // Before the other thread tells it: a listener that is added then starts this thread anew.
+    if (isLast) MarkEventsEnded();
     HasQueue();
-    if (!IsShutdown(event)) return true;
+    Enqueue(event.paramID, *std::move(message));
+    if (!isLast) return true;
     DiagnosticLog("NetworkUDPClient::ProcessEvents exiting due to system state going into shutdown state\n");
     return false;
 } catch (...) {
