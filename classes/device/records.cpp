@@ -3,7 +3,6 @@
 #include <netdb.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -179,6 +178,12 @@ Ready WaitFor(int fd, short events, const Deadline& deadline, int wake, int seco
         if (ready == 0) return Ready::kTimedOut;
         if (errno != EINTR) return Ready::kReady;  // the operation itself shows the error
     }
+}
+
+bool Lost(LinkFailure& failure, std::string reason)
+{
+    failure = {LinkFailure::Kind::kLost, std::move(reason)};
+    return false;
 }
 
 bool NotReady(Ready how, const char* what, LinkFailure& failure)

@@ -24,7 +24,6 @@ class Records {
     /// Of a reply that holds a value. @return nothing when it holds none.
     std::optional<Value> ValueOf(const corvalis::config::access::XCONFIGMGR_RESPONSE_T& response,
                                  const std::string& payload);
-    uint32_t ConnectionID() const { return m_connectionID; }
     eConfigID_t ConfigID() const { return m_configID; }
 
   private:
@@ -57,6 +56,8 @@ class SocketFd {
 enum class Ready : uint8_t { kReady, kTimedOut, kWoken };
 /// Waits for events of poll on a descriptor, or for another one (-1: none) to become readable.
 Ready WaitFor(int fd, short events, const Deadline& deadline, int wake, int second = -1);
+/// Sets the failure for a link that is lost. @return false.
+bool Lost(LinkFailure& failure, std::string reason);
 /// Sets the failure for a wait that ended without what it was for.
 bool NotReady(Ready how, const char* what, LinkFailure& failure);
 

@@ -23,12 +23,6 @@ bool IsEvent(uint32_t type)
     return type == XCFG_PARAM_CHANGED_EVENT || type == XCFG_PARAM_STRING_CHANGED_EVENT;
 }
 
-bool Lost(LinkFailure& failure, std::string reason)
-{
-    failure = {LinkFailure::Kind::kLost, std::move(reason)};
-    return false;
-}
-
 }  // namespace
 
 TcpLink::TcpLink(const DeviceAddress& address, LinkEvents& events)

@@ -24,12 +24,6 @@ constexpr int kBufferBytes = 512 * 1024;
 
 using Datagram = std::array<char, kMaxMessageBytes>;
 
-bool Lost(LinkFailure& failure, std::string reason)
-{
-    failure = {LinkFailure::Kind::kLost, std::move(reason)};
-    return false;
-}
-
 /// Whether the other end of a connected socket is on this machine.
 bool IsOnThisMachine(int fd)
 {
