@@ -4,11 +4,14 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <string>
 
 #include "config/access/io/connection_utilities.h"
 
@@ -72,6 +75,24 @@ bool IsLocked(mqd_t queue)
     if (!LockQueue(queue)) return errno == EWOULDBLOCK;
     flock(queue, LOCK_UN);
     return false;
+}
+
+/// A line of the list: "1: FLOCK  ADVISORY  WRITE 4711 00:1b:93 0 EOF", with the number of the file at the end of
+/// the third part from behind.
+pid_t LockHolder(mqd_t queue)
+{
+    struct stat status {};
+    if (fstat(queue, &status) != 0) return 0;
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);) {
+        int process = 0;
+        unsigned int major = 0, minor = 0;
+        unsigned long long file = 0;
+        if (sscanf(line.c_str(), "%*s FLOCK %*s %*s %d %x:%x:%llu", &process, &major, &minor, &file) == 4 &&
+            file == status.st_ino && makedev(major, minor) == status.st_dev)
+            return process;
+    }
+    return 0;
 }
 
 bool HasName(mqd_t queue)

@@ -16,6 +16,8 @@ inline constexpr char kQueueFolder[] = "/dev/mqueue";
 bool LockQueue(mqd_t queue);
 /// Whether another descriptor holds the lock.
 bool IsLocked(mqd_t queue);
+/// The process that holds the lock, as far as the system tells; else 0.
+pid_t LockHolder(mqd_t queue);
 /// Whether the queue can still be opened by its name.
 bool HasName(mqd_t queue);
 

@@ -3,11 +3,12 @@
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "config/access/connector/config_factory_impl.h"
 #include "config/base/log.h"
+#include "config/base/mutex.h"
 #include "config/base/no_destructor.h"
-#include "config/base/semaphore_helper.h"
 #include "config/config.h"
 
 namespace vexa::corvalis::config::access {
@@ -16,7 +17,10 @@ namespace {
 
 struct OpenStore {
     size_t users = 0;
-    std::map<eParam_t, size_t> texts;  // bytes of those that are stored
+    Config* config = nullptr;             // null until it is open
+    bool isBusy = true;                   // opens, closes, or a watcher is told of it: others wait
+    PeerStoreWatcher* watcher = nullptr;  // that has been told of the store
+    std::map<eParam_t, size_t> texts;     // bytes of those that are stored
 
     /// An unknown parameter, of which peers may name many, has no entry.
     size_t BytesOf(eParam_t id) const
@@ -27,7 +31,9 @@ struct OpenStore {
 };
 
 struct OpenStores {
-    StaticLock lock;
+    Mutex lock;
+    CondVar changed;
+    PeerStoreWatcher* watcher VEXA_GUARDED_BY(lock) = nullptr;
     std::map<eConfigID_t, OpenStore> stores VEXA_GUARDED_BY(lock);
     size_t textBytes VEXA_GUARDED_BY(lock) = 0;  // of all stores, and of those that are about to be stored
 
@@ -45,23 +51,58 @@ OpenStores& Stores()
     return *open;
 }
 
-bool Reserve(eConfigID_t configID)
+/// The entry of a store that is not busy, or none.
+std::map<eConfigID_t, OpenStore>::iterator Await(OpenStores& open, eConfigID_t configID)
+    VEXA_REQUIRES(open.lock)
 {
-    OpenStores& open = Stores();
-    SemaphoreHelper hold(open.lock);
-    if (open.stores.size() >= kMaxPeerStores && !open.stores.contains(configID)) return false;
-    ++open.stores[configID].users;
-    return true;
+    auto entry = open.stores.find(configID);
+    for (; entry != open.stores.end() && entry->second.isBusy; entry = open.stores.find(configID))
+        open.changed.Wait(open.lock);
+    return entry;
 }
 
-void Release(eConfigID_t configID)
+void Erase(OpenStores& open, eConfigID_t configID) VEXA_REQUIRES(open.lock)
 {
-    OpenStores& open = Stores();
-    SemaphoreHelper hold(open.lock);
     const auto entry = open.stores.find(configID);
-    if (--entry->second.users > 0) return;
     for (const auto& [id, bytes] : entry->second.texts) open.textBytes -= bytes;
     open.stores.erase(entry);
+    open.changed.NotifyAll();
+}
+
+/// @param watcher  null: nobody is told.
+void Tell(PeerStoreWatcher* watcher, void (PeerStoreWatcher::*what)(Config&), Config* store)
+{
+    if (!watcher) return;
+    try {
+        (watcher->*what)(*store);
+    } catch (...) {
+        Print("OpenPeerStore - a watcher of the stores ended by an exception\n");
+    }
+}
+
+Config* ConnectStore(eConfigID_t configID)
+try {
+    // As a signed number: the connector limits larger ones, and an unsigned -1 would become another
+    // configuration.
+    return ConfigFactoryImpl::GetInstance()->Connect("local:configid=" + std::to_string(configID));
+} catch (...) {
+    Print("OpenPeerStore - no memory for another store\n");
+    return nullptr;
+}
+
+/// The watcher of a store changes, with the lock free while they are told. The store is not busy.
+void SetWatcher(OpenStores& open, OpenStore& store, PeerStoreWatcher* watcher) VEXA_REQUIRES(open.lock)
+{
+    PeerStoreWatcher* const before = std::exchange(store.watcher, watcher);
+    if (before == watcher) return;
+    store.isBusy = true;
+    {
+        const MutexUnlock free(open.lock);
+        Tell(before, &PeerStoreWatcher::Closing, store.config);
+        Tell(watcher, &PeerStoreWatcher::Opened, store.config);
+    }
+    store.isBusy = false;
+    open.changed.NotifyAll();
 }
 
 }  // namespace
@@ -70,7 +111,7 @@ PeerText::PeerText(Config& config, eParam_t id, size_t bytes)
     : m_configID(config.GetConfigID()), m_id(id), m_bytes(bytes)
 {
     OpenStores& open = Stores();
-    SemaphoreHelper hold(open.lock);
+    const MutexLock hold(open.lock);
     OpenStore* const store = open.Find(m_configID);
     if (!store) return;
     m_hasRoom = open.textBytes - store->BytesOf(id) + bytes <= kMaxPeerTextBytes;
@@ -80,14 +121,14 @@ PeerText::PeerText(Config& config, eParam_t id, size_t bytes)
 PeerText::~PeerText()
 {
     OpenStores& open = Stores();
-    SemaphoreHelper hold(open.lock);
+    const MutexLock hold(open.lock);
     if (m_hasRoom && !m_isStored && open.Find(m_configID)) open.textBytes -= m_bytes;
 }
 
 void PeerText::Keep()
 {
     OpenStores& open = Stores();
-    SemaphoreHelper hold(open.lock);
+    const MutexLock hold(open.lock);
     OpenStore* const store = open.Find(m_configID);
     if (!store) return;
     size_t& known = store->texts[m_id];
@@ -95,18 +136,42 @@ void PeerText::Keep()
     m_isStored = true;
 }
 
+void WatchPeerStores(PeerStoreWatcher* watcher)
+{
+    OpenStores& open = Stores();
+    const MutexLock hold(open.lock);
+    open.watcher = watcher;
+    std::vector<eConfigID_t> known;
+    for (const auto& [configID, store] : open.stores) known.push_back(configID);
+    for (const eConfigID_t configID : known) {
+        const auto entry = Await(open, configID);
+        if (entry != open.stores.end()) SetWatcher(open, entry->second, watcher);
+    }
+}
+
 Config* OpenPeerStore(eConfigID_t configID)
 {
-    if (!Reserve(configID)) return nullptr;
+    OpenStores& open = Stores();
+    const MutexLock hold(open.lock);
+    const auto known = Await(open, configID);
+    if (known == open.stores.end() && open.stores.size() >= kMaxPeerStores) return nullptr;
+    OpenStore& store = known == open.stores.end() ? open.stores[configID] : known->second;
+    store.isBusy = true;
     Config* config = nullptr;
-    try {
-        // As a signed number: the connector limits larger ones, and an unsigned -1 would become another
-        // configuration.
-        config = ConfigFactoryImpl::GetInstance()->Connect("local:configid=" + std::to_string(configID));
-    } catch (...) {
-        Print("OpenPeerStore - no memory for another store\n");
+    {
+        const MutexUnlock free(open.lock);
+        config = ConnectStore(configID);
     }
-    if (!config) Release(configID);
+    store.isBusy = false;
+    if (!config && store.users == 0) {
+        Erase(open, configID);
+        return nullptr;
+    }
+    open.changed.NotifyAll();
+    if (!config) return nullptr;
+    store.config = config;
+    ++store.users;
+    SetWatcher(open, store, open.watcher);
     return config;
 }
 
@@ -114,8 +179,18 @@ void ClosePeerStore(Config* config)
 {
     if (!config) return;
     const eConfigID_t configID = config->GetConfigID();
-    ConfigFactoryImpl::GetInstance()->Disconnect(config);
-    Release(configID);
+    OpenStores& open = Stores();
+    const MutexLock hold(open.lock);
+    OpenStore& store = Await(open, configID)->second;
+    if (store.users == 1) SetWatcher(open, store, nullptr);
+    store.isBusy = true;
+    {
+        const MutexUnlock free(open.lock);
+        ConfigFactoryImpl::GetInstance()->Disconnect(config);
+    }
+    store.isBusy = false;
+    if (--store.users == 0) return Erase(open, configID);
+    open.changed.NotifyAll();
 }
 
 }  // namespace vexa::corvalis::config::access

@@ -42,6 +42,23 @@ class PeerText {
     bool m_hasRoom = true, m_isStored = false;
 };
 
+/// Is told which stores peers use. Both operations may use the store; neither may open or close it.
+/// Thread: the one that opens or closes the store, one at a time for each store.
+class PeerStoreWatcher {
+  public:
+    virtual ~PeerStoreWatcher() = default;
+
+    /// The store gets its first peer, which cannot use it before this returns.
+    virtual void Opened(Config& store) = 0;
+    /// The last peer has left, and the store is about to be released. Other users of this process may keep it.
+    virtual void Closing(Config& store) = 0;
+};
+
+/// Has the openings and closings of stores told. Those that are open already are told at once.
+/// @param watcher  borrowed. Null ends it: the watcher is told that each open store closes, and is not called any
+/// more after that. Thread: one; hold no lock.
+VEXA_EXPORT void WatchPeerStores(PeerStoreWatcher* watcher);
+
 /// The store of a configuration. Close each store that was opened. Thread: any; hold no lock.
 /// @return null when too many others are open or the connector has none.
 VEXA_EXPORT Config* OpenPeerStore(eConfigID_t configID);

@@ -49,6 +49,7 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
         /// Whether it holds the events behind a position.
         bool Follows(Position position) const { return m_from == position && !m_begins.empty(); }
         bool BeginsWithText() const;
+        size_t EventCount() const { return m_begins.size(); }
         void Address(uint32_t connectionID, eConfigID_t configID);
 
       private:

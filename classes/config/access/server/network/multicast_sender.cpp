@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include "config/access/protocol/value_payload.h"
+#include "config/access/server/traffic.h"
 #include "config/base/log.h"
 
 namespace vexa::corvalis::config::access {
@@ -51,7 +52,11 @@ void MulticastSender::Send(Event event)
     event.record.streamLength = static_cast<uint32_t>(event.payload.size());
     event.record.streamFormat = kStreamFormat;
     const std::string datagram = MessageBytes(event.record, event.payload);
-    if (m_socket.sendto(datagram.data(), static_cast<unsigned int>(datagram.size()), m_group)) return;
+    if (m_socket.sendto(datagram.data(), static_cast<unsigned int>(datagram.size()), m_group)) {
+        Count(Transport::kUdp, Counter::kEventsSent);
+        Count(Transport::kUdp, Counter::kBytesOut, datagram.size());
+        return;
+    }
     PrintError(isData ? "NetworkUDPConnection::DataChanged" : "NetworkUDPConnection::ParamChanged");
 }
 

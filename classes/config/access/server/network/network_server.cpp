@@ -18,6 +18,7 @@
 #include "config/access/protocol/network_protocol.h"
 #include "config/access/server/network/network_tcp_connection.h"
 #include "config/access/server/network/network_udp_connection.h"
+#include "config/access/server/traffic.h"
 #include "config/base/log.h"
 #include "config/base/mutex.h"
 #include "config/base/no_destructor.h"
@@ -64,7 +65,7 @@ size_t MaxConnections()
     return static_cast<size_t>(std::clamp<rlim_t>(room, 1, NetworkServer::kMaxConnections));
 }
 
-void Count(bool starts)
+void CountServer(bool starts)
 {
     CountedServers& servers = Servers();
     const MutexLock hold(servers.lock);
@@ -200,7 +201,7 @@ void NetworkServer::Running::Announce(eConfigID_t configID)
 
 bool NetworkServer::Running::Start()
 {
-    Count(true);
+    CountServer(true);
     pthread_t thread;
     errno = m_socket ? pthread_create(&thread, nullptr, pthread_start, this) : EINVAL;
     if (errno == 0) {
@@ -209,7 +210,7 @@ bool NetworkServer::Running::Start()
     }
     PrintError("configd::main");
     Print("NetworkServer::Start - pthread_create failed\n");
-    Count(false);
+    CountServer(false);
     return false;
 }
 
@@ -244,7 +245,7 @@ void NetworkServer::Running::Finish(NetworkServer* server)
     const std::shared_ptr<Ending> ending = running.m_ending;
     ending->WaitUntilStopped(Deadline(Deadline::kNever));
     delete server;
-    Count(false);
+    CountServer(false);
 }
 
 bool NetworkServer::WaitUntilStopped(std::chrono::milliseconds timeout)
@@ -316,6 +317,7 @@ std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::WaitForConnection(
         return nullptr;
     }
     if (NetworkTCPConnection::Count() >= MaxConnections()) {
+        Count(Transport::kTcp, Counter::kRefused);
         Print("NetworkServer::WaitForConnection - a client is turned away, there are %zu\n",
               NetworkTCPConnection::Count());
         return nullptr;

@@ -1,6 +1,8 @@
 #include "config/access/server/network/network_tcp_connection.h"
 
+#include <arpa/inet.h>
 #include <pthread.h>
+#include <sys/time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -9,7 +11,9 @@
 #include "config/access/protocol/value_payload.h"
 #include "config/access/server/peer_stores.h"
 #include "config/base/diagnostic_log.h"
+#include "config/base/local_process.h"
 #include "config/base/log.h"
+#include "config/base/origin.h"
 #include "config/config.h"
 #include "config/descriptors/registry/registry.h"
 #include "config/values/config_value.h"
@@ -19,6 +23,27 @@ namespace vexa::corvalis::config::access {
 namespace {
 
 std::atomic<size_t> connections = 0;
+
+/// What an accepted socket tells of the other end: over the network its address, on this host its process.
+ClientInfo PeerOf(const Socket& socket)
+{
+    ClientInfo peer;
+    gettimeofday(&peer.since, nullptr);
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    ucred process{};
+    socklen_t processLength = sizeof process;
+    if (getpeername(socket.fd, reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
+        address.sin_family == AF_INET) {
+        peer.transport = "tcp";
+        peer.address = AddressText(address);
+    } else if (getsockopt(socket.fd, SOL_SOCKET, SO_PEERCRED, &process, &processLength) == 0) {
+        peer.transport = "unix";
+        peer.address = vexa::ProcessText(process.pid, process.uid);
+        peer.program = vexa::ProgramName(process.pid);
+    }
+    return peer;
+}
 
 }  // namespace
 
@@ -64,14 +89,25 @@ NetworkTCPConnection::NetworkTCPConnection(std::unique_ptr<Socket> socket, std::
       m_patience(
           static_cast<unsigned int>(std::clamp<long long>(stallTimeout.count(), 0, Deadline::kNever - 1))),
       m_stream(std::make_shared<TcpStream>(std::move(socket), stallTimeout)),
+      m_peer(PeerOf(m_stream->Peer())),
+      m_origin(OriginOf(m_peer)),
       m_requestEnd(m_patience)
 {
     ++connections;
+    vexa::corvalis::config::access::Count(Transport::kTcp, Counter::kConnections);
 }
 
 NetworkTCPConnection::~NetworkTCPConnection()
 {
     --connections;
+}
+
+void NetworkTCPConnection::AppendClients(std::vector<ClientInfo>& clients) const
+{
+    ClientInfo& info = clients.emplace_back(m_peer);
+    info.configID = m_configID;
+    m_traffic.AppendTo(info);
+    m_stream->AppendTo(info);
 }
 
 size_t NetworkTCPConnection::Count()
@@ -112,6 +148,7 @@ void* NetworkTCPConnection::pthread_start(void* connection)
 /// At the end the client gets the answers to all the requests that it has sent.
 void NetworkTCPConnection::Run()
 {
+    const vexa::OriginScope origin(&m_origin);
     const ChangeFeed::Gathering gathering;
     while (!m_stop && ProcessMessages()) {
     }
@@ -169,6 +206,7 @@ bool NetworkTCPConnection::ProcessMessages()
     uint32_t type = 0;
     memcpy(&type, record, sizeof type);
     type = wire::NetworkOrder::Convert(type);
+    Traffic::CountRequest(Transport::kTcp, type, &m_traffic);
     const RequestHandler* const handler = FindHandler(type);
     if (!handler) {
         Print("NetworkTCPConnection::ProcessMessages - Unknown message type %d\n", static_cast<int>(type));

@@ -10,6 +10,7 @@
 
 #include "config/access/server/network/network_connection.h"
 #include "config/access/server/network/tcp_stream.h"
+#include "config/access/server/traffic.h"
 #include "config/config_event_listener.h"
 
 class Serializable;
@@ -19,7 +20,7 @@ namespace vexa::corvalis::config::access {
 /// Answers the client's requests on a thread of its own. A client that listens hears the changes of its store
 /// through the store's ChangeFeed. The connection ends with the client, after a message that it cannot read,
 /// and when the client takes nothing for too long; no other connection is affected.
-class NetworkTCPConnection : public NetworkConnection, public ConfigEventListener {
+class NetworkTCPConnection : public NetworkConnection, public ConfigEventListener, private ClientSource {
   public:
     /// @param payloadOrder  of texts as the client reads and writes them.
     /// @param stallTimeout  as of TcpStream; also how long the client may take to connect, and to send the rest of
@@ -64,6 +65,7 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     bool ProcessGetStreamRequest(const XCONFIGMGR_REQUEST_T& request);
     bool ProcessSetStreamRequest(const XCONFIGMGR_REQUEST_T& request);
 
+    void AppendClients(std::vector<ClientInfo>& clients) const override;
     int AwaitRequest();
     bool ReadRest(const RequestHandler& kind, char* record);
     template <class Record, auto kHandler>
@@ -81,14 +83,19 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     const unsigned int m_patience;              // milliseconds
     const std::shared_ptr<TcpStream> m_stream;  // shared with the feed that is just sending
     std::atomic<bool> m_stop = false;
+    const ClientInfo m_peer;  // what is known of it from the start
+    const std::string m_origin;
+    Traffic m_traffic;
 
     // Of the connection's thread.
     Deadline m_requestEnd;        // of the whole Connect, then of each request once its first byte is there
     uint32_t m_connectionID = 0;  // of the last Connect Request
     Config* m_config = nullptr;   // from OpenPeerStore; null before Connect
-    eConfigID_t m_configID = 0;
-    std::list<eParam_t> m_params;  // the parameters that the client asked for; filters nothing
-    std::string m_name;            // of the client, for the diagnostic log
+    std::atomic<eConfigID_t> m_configID = 0;  // listed by others
+    std::list<eParam_t> m_params;             // the parameters that the client asked for; filters nothing
+    std::string m_name;                       // of the client, for the diagnostic log
+
+    const ListedSource m_listed{*this};
 };
 
 }  // namespace vexa::corvalis::config::access

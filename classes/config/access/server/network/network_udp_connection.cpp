@@ -1,5 +1,7 @@
 #include "config/access/server/network/network_udp_connection.h"
 
+#include <sys/time.h>
+
 #include <algorithm>
 #include <array>
 #include <iterator>
@@ -9,6 +11,7 @@
 #include "config/access/server/peer_stores.h"
 #include "config/base/diagnostic_log.h"
 #include "config/base/log.h"
+#include "config/base/origin.h"
 #include "config/config.h"
 #include "config/descriptors/string_descriptor.h"
 #include "config/values/config_value.h"
@@ -83,8 +86,39 @@ bool NetworkUDPConnection::Entry::IsConnectedTo(const sockaddr_in& from) const
 {
     if (isPermanent) return true;  // its clients are not known
     const auto client = clients.lower_bound({from.sin_addr.s_addr, from.sin_port, 0});
-    return client != clients.end() && std::get<0>(*client) == from.sin_addr.s_addr &&
-           std::get<1>(*client) == from.sin_port;
+    return client != clients.end() && std::get<0>(client->first) == from.sin_addr.s_addr &&
+           std::get<1>(client->first) == from.sin_port;
+}
+
+Traffic* NetworkUDPConnection::Entry::TrafficOf(const Client& client)
+{
+    const auto found = clients.find(client);
+    return found == clients.end() ? nullptr : &found->second.traffic;
+}
+
+NetworkUDPConnection::Listed::Listed(const Client& client, eConfigID_t configID)
+    : m_host(std::get<0>(client)), m_port(std::get<1>(client)), m_configID(configID)
+{
+    gettimeofday(&m_since, nullptr);
+}
+
+void NetworkUDPConnection::Listed::AppendClients(std::vector<ClientInfo>& clients) const
+{
+    ClientInfo& info = clients.emplace_back();
+    info.transport = "udp";
+    info.address = AddressText({AF_INET, m_port, {m_host}, {}});
+    info.since = m_since;
+    info.configID = m_configID;
+    traffic.AppendTo(info);
+}
+
+const std::string& NetworkUDPConnection::OriginOf(const sockaddr_in& from)
+{
+    if (from.sin_addr.s_addr != m_last.sin_addr.s_addr || from.sin_port != m_last.sin_port) {
+        m_lastOrigin = "udp " + AddressText(from);
+        m_last = from;
+    }
+    return m_lastOrigin;
 }
 
 size_t NetworkUDPConnection::Entry::MaxPayloadFor(const sockaddr_in& from) const
@@ -179,6 +213,7 @@ NetworkUDPConnection::Handler NetworkUDPConnection::FindHandler(uint32_t type)
 void NetworkUDPConnection::ProcessMessages(const char* data, int length, const sockaddr_in& from)
 {
     const auto size = static_cast<size_t>(std::max(length, 0));
+    Count(Transport::kUdp, Counter::kBytesIn, size);
     if (size < sizeof(uint32_t)) return PrintTooShort();
     uint32_t type = 0;
     memcpy(&type, data, sizeof type);
@@ -193,6 +228,7 @@ void NetworkUDPConnection::ProcessMessages(const char* data, int length, const s
     if (!Decode(data, size, prefix)) return PrintTooShort();
     if (IsLongerThanItsRecord(type, size)) return;
     DiagnosticLog("NetworkUDPConnection::ProcessDatagramMessages - %s\n", GetMessageName(type));
+    if (IsConnectionRequest(type)) Traffic::CountRequest(Transport::kUdp, type, nullptr);
     if (type == XCFG_CONNECT_REQUEST) return ProcessConnectRequest(prefix, from);
     if (type == XCFG_DISCONNECT_REQUEST) return ProcessDisconnectRequest(prefix, from);
 
@@ -201,7 +237,11 @@ void NetworkUDPConnection::ProcessMessages(const char* data, int length, const s
     datagram.payload = data + kRequestBytes;
     if (HasPayload(type) && datagram.request.streamLength > size - kRequestBytes) return PrintTooShort();
     const auto configID = static_cast<uint32_t>(prefix.configID);
-    if (GetConfig(configID)) (this->*handler)(m_entries.at(configID), datagram);
+    Entry* const entry = GetConfig(configID) ? &m_entries.at(configID) : nullptr;
+    Traffic::CountRequest(Transport::kUdp, type, entry ? entry->TrafficOf(ClientOf(prefix, from)) : nullptr);
+    if (!entry) return;
+    const vexa::OriginScope origin(&OriginOf(from));
+    (this->*handler)(*entry, datagram);
 }
 
 /// The answer to a request without value, filled up with zeros.
@@ -210,6 +250,7 @@ bool NetworkUDPConnection::Confirm(const MessagePrefix& request, eMessageType_t 
 {
     std::array<char, kResponseBytes> datagram{};
     std::ranges::copy(Encode(Confirmation(request, type)), datagram.begin());
+    Count(Transport::kUdp, Counter::kBytesOut, length);
     return m_socket.sendto(datagram.data(), length, to);
 }
 
@@ -219,6 +260,7 @@ bool NetworkUDPConnection::Reply(XCONFIGMGR_RESPONSE_T response, const std::stri
     response.streamLength = static_cast<uint32_t>(payload.size());
     response.streamFormat = payload.empty() ? 0 : kStreamFormat;
     const std::string datagram = MessageBytes(response, payload);
+    Count(Transport::kUdp, Counter::kBytesOut, datagram.size());
     return m_socket.sendto(datagram.data(), static_cast<unsigned int>(datagram.size()), to);
 }
 
@@ -230,7 +272,9 @@ void NetworkUDPConnection::ProcessConnectRequest(const MessagePrefix& request, c
         return;
     }
     entry->lastHeard = std::chrono::steady_clock::now();
-    if (!entry->isPermanent) entry->clients.insert(ClientOf(request, from));
+    if (!entry->isPermanent &&
+        entry->clients.try_emplace(ClientOf(request, from), ClientOf(request, from), request.configID).second)
+        Count(Transport::kUdp, Counter::kConnections);
     if (entry->clients.size() > kMaxClients) {
         entry->isPermanent = true;
         entry->clients.clear();

@@ -4,12 +4,12 @@
 #include <chrono>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <tuple>
 
 #include "config/access/server/network/change_announcer.h"
 #include "config/access/server/network/network_connection.h"
+#include "config/access/server/traffic.h"
 
 namespace vexa::corvalis::config::access {
 
@@ -56,10 +56,26 @@ class NetworkUDPConnection : public NetworkConnection {
         return {from.sin_addr.s_addr, from.sin_port, request.connectionID};
     }
 
+    /// What is listed of a client.
+    class Listed final : private ClientSource {
+      public:
+        explicit Listed(const Client& client, eConfigID_t configID);
+        Traffic traffic;
+
+      private:
+        void AppendClients(std::vector<ClientInfo>& clients) const override;
+
+        const uint32_t m_host;
+        const uint16_t m_port;
+        const eConfigID_t m_configID;
+        timeval m_since{};
+        const ListedSource m_listed{*this};
+    };
+
     struct Entry {
         Config* config = nullptr;  // from OpenPeerStore
         std::unique_ptr<ChangeAnnouncer> announcer;
-        std::set<Client> clients;
+        std::map<Client, Listed> clients;
         bool isAnnounced = false;
         bool isPermanent = false;
         std::chrono::steady_clock::time_point lastHeard;
@@ -67,6 +83,8 @@ class NetworkUDPConnection : public NetworkConnection {
         bool IsConnected() const { return isPermanent || !clients.empty(); }
         bool IsConnectedTo(const sockaddr_in& from) const;
         size_t MaxPayloadFor(const sockaddr_in& from) const;
+        /// Null: the client has not connected, or is not known any more.
+        Traffic* TrafficOf(const Client& client);
     };
     /// A datagram: the request, its payload and its sender.
     struct Datagram {
@@ -87,6 +105,7 @@ class NetworkUDPConnection : public NetworkConnection {
     void ProcessGetDataRequest(Entry& entry, const Datagram& datagram);
     void ProcessSetDataRequest(Entry& entry, const Datagram& datagram);
 
+    const std::string& OriginOf(const sockaddr_in& from);
     Entry* OpenEntry(eConfigID_t configID);
     bool CloseSilent();
     void Close(std::map<uint32_t, Entry>::iterator entry);
@@ -104,6 +123,8 @@ class NetworkUDPConnection : public NetworkConnection {
     const std::chrono::milliseconds m_patience;
     MulticastSender m_sender;  // outlives the announcers
     std::map<uint32_t, Entry> m_entries;
+    sockaddr_in m_last{};  // who has sent the last request
+    std::string m_lastOrigin;
 };
 
 }  // namespace vexa::corvalis::config::access

@@ -14,6 +14,7 @@
 #include <thread>
 #include <utility>
 
+#include "config/access/server/traffic.h"
 #include "config/base/log.h"
 
 namespace vexa::corvalis::config::access {
@@ -82,6 +83,7 @@ bool TcpStream::Transmit(const char* data, size_t length)
     const int sent = m_socket->send_some(data, static_cast<unsigned int>(length));
     if (sent < 0) return Fail();
     const auto taken = static_cast<size_t>(sent);
+    Count(Transport::kTcp, Counter::kBytesOut, taken);
     if (taken == length) return true;
     m_progress = Clock::now();
     if (IsShared()) eventfd_write(m_wake, 1);  // the owner may be waiting for input only
@@ -91,6 +93,7 @@ bool TcpStream::Transmit(const char* data, size_t length)
 bool TcpStream::Enqueue(const char* data, size_t length)
 try {
     if (allQueues + length > kMaxAllQueues) {
+        Count(Transport::kTcp, Counter::kCutOff);
         Print("NetworkTCPConnection - a client that lags is cut off, for too much waits for all together\n");
         errno = ENOBUFS;
         return Fail();
@@ -137,6 +140,7 @@ void TcpStream::SendQueue()
             return;
         }
         if (sent > 0) m_progress = Clock::now();
+        Count(Transport::kTcp, Counter::kBytesOut, static_cast<size_t>(sent));
         m_sent += static_cast<size_t>(sent);
         allQueues -= static_cast<size_t>(sent);
         if (QueueSize() > 0) return;
@@ -170,6 +174,15 @@ bool TcpStream::IsListening() const
 {
     SemaphoreHelper hold(m_lock);
     return m_listening.has_value();
+}
+
+void TcpStream::AppendTo(ClientInfo& info) const
+{
+    SemaphoreHelper hold(m_lock);
+    if (!m_listening) return;
+    info.listens = true;
+    info.waitingEvents = m_listening->feed->End() - m_listening->position;
+    info.skippedEvents = m_listening->missed;
 }
 
 /// Without the lock: the end of a feed waits for its thread, which may be about to take it.
@@ -218,8 +231,11 @@ bool TcpStream::SendEvents(ChangeFeed::Batch& batch, ChangeFeed::Position& least
 bool TcpStream::SendBatch(ChangeFeed::Batch& batch)
 try {
     Listening& listening = *m_listening;
-    listening.missed += listening.feed->Read(listening.position, batch);
+    const uint64_t missed = listening.feed->Read(listening.position, batch);
+    listening.missed += missed;
     batch.Address(listening.connectionID, listening.configID);
+    Count(Transport::kTcp, Counter::kEventsSent, batch.EventCount());
+    if (missed > 0) Count(Transport::kTcp, Counter::kEventsSkipped, missed);
     return Transmit(batch.Bytes().data(), batch.Bytes().size()) || ReportLostEvents(batch);
 } catch (const std::bad_alloc&) {
     errno = ENOMEM;
@@ -248,6 +264,7 @@ int TcpStream::StallTimeLeft()
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(m_progress + m_stallTimeout - Clock::now());
     if (left.count() > 0) return static_cast<int>(std::min<long long>(left.count(), INT_MAX));
+    Count(Transport::kTcp, Counter::kCutOff);
     Print("NetworkTCPConnection - a client that has taken nothing for %lld ms is cut off\n",
           static_cast<long long>(m_stallTimeout.count()));
     Fail();
@@ -330,6 +347,7 @@ int TcpStream::AwaitInput(const Deadline& deadline)
     if (m_inputBegin < m_inputEnd) return 1;
     const int count = Receive(m_input.data(), static_cast<unsigned int>(m_input.size()), deadline);
     if (count <= 0) return count;
+    Count(Transport::kTcp, Counter::kBytesIn, static_cast<size_t>(count));
     m_inputBegin = 0;
     m_inputEnd = static_cast<size_t>(count);
     return 1;

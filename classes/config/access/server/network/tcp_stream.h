@@ -8,6 +8,7 @@
 #include <string>
 
 #include "config/access/io/socket.h"
+#include "config/access/server/clients.h"
 #include "config/access/server/network/change_feed.h"
 #include "config/base/deadline.h"
 #include "config/base/semaphore_helper.h"
@@ -57,6 +58,8 @@ class TcpStream {
     /// No event is sent after it.
     void StopListening();
     bool IsListening() const;
+    /// Adds what is known of its events. Thread: any.
+    void AppendTo(ClientInfo& info) const;
     /// A whole message, after the events that were made before it. @return false, with errno, when the stream
     /// has failed.
     bool Send(const char* data, size_t length);
@@ -67,6 +70,9 @@ class TcpStream {
     bool SendEvents(ChangeFeed::Batch& batch, ChangeFeed::Position& least);
     /// Ends the connection.
     void Abort();
+
+    /// Lives as long as the stream.
+    const Socket& Peer() const { return *m_socket; }
 
   private:
     /// What the peer hears.

@@ -1,6 +1,8 @@
 #include "config/access/server/queues/queue_clients.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -11,9 +13,13 @@
 #include "config/access/io/connection_utilities.h"
 #include "config/access/io/left_queues.h"
 #include "config/access/io/message_queue.h"
+#include "config/base/local_process.h"
 #include "config/base/log.h"
 
 namespace vexa::config::access {
+
+namespace net = corvalis::config::access;
+using net::Count, net::Counter, net::Transport;
 
 namespace {
 
@@ -30,7 +36,9 @@ mqd_t OpenForSending(uint32_t connectionID)
 
 bool Send(mqd_t queue, const std::string& message)
 {
-    return SendMessage(queue, message.data(), message.size(), 0);
+    if (!SendMessage(queue, message.data(), message.size(), 0)) return false;
+    Count(Transport::kQueue, Counter::kBytesOut, message.size());
+    return true;
 }
 
 void SendGoodbye(mqd_t queue, uint32_t connectionID)
@@ -39,6 +47,22 @@ void SendGoodbye(mqd_t queue, uint32_t connectionID)
     goodbye.msgtype = XCFG_DISCONNECT_RESPONSE;
     goodbye.info = {connectionID, kQueueUnasked, 0, 0};
     Send(queue, wire::Bytes<wire::HostOrder>(goodbye));
+}
+
+/// The lock on its queue tells which process a client is; its number tells 16 bits of it.
+std::shared_ptr<QueueClient> Know(mqd_t queue, uint32_t connectionID)
+{
+    auto client = std::make_shared<QueueClient>();
+    struct stat status {};
+    fstat(queue, &status);
+    const pid_t holder = LockHolder(queue);
+    const pid_t process = holder > 0 ? holder : static_cast<pid_t>(connectionID >> 16);
+    client->info.transport = "queue";
+    client->info.address = ProcessText(process, status.st_uid);
+    client->info.program = ProgramName(process);
+    gettimeofday(&client->info.since, nullptr);
+    client->origin = OriginOf(client->info);
+    return client;
 }
 
 }  // namespace
@@ -77,6 +101,7 @@ QueueClients::Client* QueueClients::Open(uint32_t connectionID)
 {
     const std::string name = ConnectionUtilities::GetQueueName(connectionID);
     if (m_clients.size() >= kMaxClients) {
+        Count(Transport::kQueue, Counter::kRefused);
         Print("mainstay: too many clients for %s\n", name.c_str());
         return nullptr;
     }
@@ -91,6 +116,8 @@ QueueClients::Client* QueueClients::Open(uint32_t connectionID)
     }
     client.messageBytes = static_cast<size_t>(attributes.mq_msgsize);
     client.holdsLock = IsLocked(client.queue);
+    client.known = Know(client.queue, connectionID);
+    Count(Transport::kQueue, Counter::kConnections);
     return &client;
 }
 
@@ -120,6 +147,7 @@ QueueClients::Clients::iterator QueueClients::Drop(Clients::iterator client)
 {
     SetWanted(client->second, false);
     SetFull(client->second, false);
+    if (client->second.known) client->second.known->isGone = true;
     mq_close(client->second.queue);
     return m_clients.erase(client);
 }
@@ -157,6 +185,25 @@ size_t QueueClients::MaxStream(uint32_t connectionID)
     const Client* const client = FindOrAdopt(connectionID);
     return client && client->messageBytes >= kQueueResponseBytes ? client->messageBytes - kQueueResponseBytes
                                                                  : 0;
+}
+
+std::shared_ptr<QueueClient> QueueClients::Find(uint32_t connectionID)
+{
+    const Request request(*this);
+    const auto known = m_clients.find(connectionID);
+    return known == m_clients.end() ? nullptr : known->second.known;
+}
+
+void QueueClients::AppendClients(std::vector<net::ClientInfo>& clients) const
+{
+    const MutexLock hold(m_lock);
+    for (const auto& [connectionID, client] : m_clients) {
+        net::ClientInfo& info = clients.emplace_back(client.known->info);
+        client.known->traffic.AppendTo(info);
+        info.listens = client.wantsEvents;
+        info.waitingEvents = client.wantsEvents ? m_events.End() - client.position : 0;
+        info.skippedEvents = client.missed;
+    }
 }
 
 // --- the end of clients ---
@@ -329,7 +376,9 @@ bool QueueClients::SendEvent(const Client& client, const QueueEvent& event, std:
     if (event.bytes.size() > client.messageBytes) return true;
     message = event.bytes;
     memcpy(message.data() + sizeof(uint32_t), &client.connectionID, sizeof client.connectionID);
-    return Send(client.queue, message) || errno != EAGAIN;
+    if (!Send(client.queue, message)) return errno != EAGAIN;
+    Count(Transport::kQueue, Counter::kEventsSent);
+    return true;
 }
 
 /// Prints one line at the first event and at every tenfold.
@@ -337,6 +386,7 @@ void QueueClients::CountMissed(Client& client, uint64_t count)
 {
     const uint64_t before = client.missed;
     client.missed += count;
+    if (count > 0) Count(Transport::kQueue, Counter::kEventsSkipped, count);
     if (count == 0 || (before > 0 && std::to_string(before).size() == std::to_string(client.missed).size()))
         return;
     Print("mainstay: %s lags: newer events have overtaken %llu of its own\n",

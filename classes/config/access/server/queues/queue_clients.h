@@ -7,19 +7,29 @@
 #include <atomic>
 #include <deque>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "config/access/protocol/mq_protocol.h"
 #include "config/access/server/queues/queue_events.h"
+#include "config/access/server/traffic.h"
 
 namespace vexa::config::access {
+
+/// What is known of a client.
+struct QueueClient {
+    corvalis::config::access::ClientInfo info;  ///< from its connection
+    std::string origin;                         ///< of the changes that it asks for
+    corvalis::config::access::Traffic traffic;
+    std::atomic<bool> isGone = false;
+};
 
 /// Each client gets its replies and its events in the order in which they were made. No operation waits for a
 /// client: what finds its queue full is sent when there is room. Of the events of a client that lags, only
 /// the newest of each parameter are sure to be kept.
 /// Thread: any; the service has one for requests and one that sends what waits.
-class QueueClients {
+class QueueClients final : private corvalis::config::access::ClientSource {
   public:
     /// Connections at a time; each one has a descriptor.
     static constexpr size_t kMaxClients = 1024;
@@ -40,6 +50,8 @@ class QueueClients {
     /// @param wanted  whether the connection gets events from now on. @return false when it cannot be opened.
     bool SetEvents(uint32_t connectionID, bool wanted);
 
+    /// Null: the connection is not known.
+    std::shared_ptr<QueueClient> Find(uint32_t connectionID);
     /// Sends the bytes of a reply. A connection that is not known is connected first: its client has outlived
     /// an earlier daemon, and gets events, because it may have listened.
     void Reply(uint32_t connectionID, const std::string& reply);
@@ -71,6 +83,7 @@ class QueueClients {
     };
     struct Client {
         uint32_t connectionID = 0;
+        std::shared_ptr<QueueClient> known;
         mqd_t queue = -1;
         size_t messageBytes = 0;
         bool holdsLock = false;  // on its queue, as long as it lives
@@ -95,6 +108,7 @@ class QueueClients {
         QueueClients& m_clients;
     };
 
+    void AppendClients(std::vector<corvalis::config::access::ClientInfo>& clients) const override;
     Client* Open(uint32_t connectionID) VEXA_REQUIRES(m_lock);
     Client* FindOrAdopt(uint32_t connectionID) VEXA_REQUIRES(m_lock);
     Clients::iterator Drop(Clients::iterator client) VEXA_REQUIRES(m_lock);
@@ -113,12 +127,13 @@ class QueueClients {
 
     QueueEvents& m_changes;
     std::atomic<unsigned int> m_requests = 0;  // that hold the lock or wait for it
-    Mutex m_lock;
+    mutable Mutex m_lock;
     CondVar m_requestEnded;
     Clients m_clients VEXA_GUARDED_BY(m_lock);
     Backlog<QueueEvent> m_events VEXA_GUARDED_BY(m_lock);  // that some client has yet to get
     size_t m_listeners VEXA_GUARDED_BY(m_lock) = 0, m_fullClients VEXA_GUARDED_BY(m_lock) = 0;
     bool m_hasNews VEXA_GUARDED_BY(m_lock) = false;  // since SendWaiting
+    const corvalis::config::access::ListedSource m_listed{*this};
 };
 
 }  // namespace vexa::config::access

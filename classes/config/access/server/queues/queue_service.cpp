@@ -12,6 +12,7 @@
 #include <future>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -23,6 +24,7 @@
 #include "config/access/server/queues/queue_clients.h"
 #include "config/base/diagnostic_log.h"
 #include "config/base/log.h"
+#include "config/base/origin.h"
 #include "config/config.h"
 #include "config/config_event_listener.h"
 #include "config/descriptors/param_descriptor.h"
@@ -105,6 +107,7 @@ class QueueService::Service : public ConfigEventListener {
     void Run(const char* name, void (Service::*step)());
     void ServeNext();
     void SendNext();
+    QueueClient* Find(uint32_t connectionID);
     void Handle(const char* data, size_t length);
     void HandleConnection(const XCONFIGMGR_CONNECTION_REQUEST_T& request);
     void HandleListener(const XCONFIGMGR_CONNECTION_REQUEST_T& request);
@@ -122,10 +125,11 @@ class QueueService::Service : public ConfigEventListener {
     QueueEvents m_changes;  // before m_clients, which use it
     QueueClients m_clients{m_changes};
     mqd_t m_queue = -1;
-    std::vector<char> m_message;    // for any message of the queue
-    bool m_hasChanged = false;      // a value, by the request
-    std::vector<pollfd> m_awaited;  // of SendNext
-    Deadline m_nextLook{kLookMs};   // at full clients, whether they still live
+    std::vector<char> m_message;                                         // for any message of the queue
+    std::unordered_map<uint32_t, std::shared_ptr<QueueClient>> m_known;  // of the thread for requests
+    bool m_hasChanged = false;                                           // a value, by the request
+    std::vector<pollfd> m_awaited;                                       // of SendNext
+    Deadline m_nextLook{kLookMs};  // at full clients, whether they still live
     std::atomic<bool> m_stop = false;
     std::promise<void> m_ended;  // of m_thread
     std::thread m_thread, m_sender;
@@ -265,6 +269,17 @@ void QueueService::Service::SendNext()
 
 // --- requests ---
 
+/// A client that m_clients know; null when there is none. Without their lock, but for the first time.
+QueueClient* QueueService::Service::Find(uint32_t connectionID)
+{
+    if (m_known.size() > QueueClients::kMaxClients) m_known.clear();  // among them some that are gone
+    std::shared_ptr<QueueClient>& known = m_known[connectionID];
+    if (!known || known->isGone) known = m_clients.Find(connectionID);
+    if (known) return known.get();
+    m_known.erase(connectionID);
+    return nullptr;
+}
+
 void QueueService::Service::Handle(const char* data, size_t length)
 {
     XCONFIGMGR_CONNECTION_REQUEST_T head;
@@ -272,6 +287,12 @@ void QueueService::Service::Handle(const char* data, size_t length)
     if (DiagnosticLogIsOn())
         DiagnosticLog("mainstay: %s from %s\n", GetMessageName(head.msgtype),
                       ConnectionUtilities::GetQueueName(head.info.connectionID).c_str());
+    QueueClient* const client = Find(head.info.connectionID);
+    net::Count(net::Transport::kQueue, net::Counter::kBytesIn, length);
+    net::Traffic::CountRequest(net::Transport::kQueue, head.msgtype, client ? &client->traffic : nullptr);
+    const std::string stranger =
+        client ? "" : "queue " + ConnectionUtilities::GetQueueName(head.info.connectionID);
+    const OriginScope origin(client ? &client->origin : &stranger);
     switch (head.msgtype) {
         case XCFG_CONNECT_REQUEST:
         case XCFG_DISCONNECT_REQUEST:
