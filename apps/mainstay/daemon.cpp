@@ -14,6 +14,8 @@
 #include "config/access/server/queues/queue_service.h"
 #include "config/base/log.h"
 #include "config/descriptors/registry/registry.h"
+#include "mainstay/actions/identity.h"
+#include "services/product/product_id.h"
 
 namespace net = vexa::corvalis::config::access;
 
@@ -49,9 +51,13 @@ Daemon::Daemon() = default;
 
 Daemon::~Daemon()
 {
+    if (m_store) actions::SetSystemState(*m_store, actions::SystemState::kShuttingDown);
     m_queues.reset();
     for (Server* const server : m_servers) server->Stop();
     Server::WaitUntilStopped(std::chrono::seconds(5));
+    m_actions.reset();
+    m_programs.reset();
+    if (m_keeper) m_keeper->Stop();
     if (m_store) net::ClosePeerStore(m_store);
 }
 
@@ -61,17 +67,55 @@ bool Daemon::Start(const Options& options)
         (!options.noUdp && !CheckPort(SOCK_DGRAM, options.udpPort, "UDP")))
         return false;
     CreateDescriptors();
+    if (!OpenState(options) || !OpenStore(options) || !StartServers(options)) return false;
+    m_keeper->Start();
+    actions::SetSystemState(*m_store, actions::SystemState::kRunning);
+    return true;
+}
+
+bool Daemon::OpenState(const Options& options)
+{
+    m_file = std::make_unique<state::SettingsFile>(options.stateDirectory, CProductID::getProductID(),
+                                                   options.historyLimit);
+    if (!m_file->Open())
+        return vexa::Report("mainstay: another daemon keeps its state in %s\n",
+                            options.stateDirectory.c_str());
+    // Texts of descriptors are in the language of the time when they were built.
+    state::Values values = m_file->LoadValues()[0];
+    if (const auto* const locale = std::get_if<unsigned int>(&values[eParamID_Locale]))
+        SetLocaleDescriptors(*locale);
+    m_keeper = std::make_unique<state::Keeper>(
+        *m_file, std::chrono::milliseconds(static_cast<int64_t>(options.commitInterval * 1000)));
+    m_keeper->Watch();
+    return true;
+}
+
+bool Daemon::OpenStore(const Options& options)
+{
     // Opened as a peer's store, so that peers that open other stores cannot use the limit up and make this
     // one unreachable.
     m_store = net::OpenPeerStore(0);
-    if (!m_store) {
-        vexa::Print("mainstay: cannot open the store\n");
-        return false;
-    }
+    if (!m_store) return vexa::Report("mainstay: cannot open the store\n");
+    actions::SetIdentity(*m_store, MAINSTAY_VERSION);
+    actions::SetSystemState(*m_store, actions::SystemState::kInitialized);
+    m_presets = std::make_unique<actions::Presets>(*m_store, *m_file, options.media);
+    m_programs = std::make_unique<actions::Programs>(options.actions);
+    m_actions = std::make_unique<actions::Actions>(*m_store, *m_presets, *m_programs);
+    return true;
+}
+
+bool Daemon::StartServers(const Options& options)
+{
     // The queues first: they detect another daemon before anything else has started.
     return (options.noQueues || StartQueues()) &&
            (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, options, "TCP")) &&
            (options.noUdp || StartServer(SOCK_DGRAM, options.udpPort, options, "UDP"));
+}
+
+std::string Daemon::StateText() const
+{
+    const std::string path = m_file->Path();
+    return path.empty() ? "state not kept" : "state in " + path.substr(0, path.rfind('/'));
 }
 
 bool Daemon::StartServer(int socketType, int port, const Options& options, const char* name)

@@ -1,10 +1,16 @@
-/// The control daemon: its store and the servers by which applications reach it.
+/// The control daemon: its store, what it remembers and does, and the servers by which applications reach it.
 #pragma once
 
 #include <bit>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "mainstay/actions/actions.h"
+#include "mainstay/actions/presets.h"
+#include "mainstay/actions/programs.h"
+#include "mainstay/state/keeper.h"
+#include "mainstay/state/settings_file.h"
 
 namespace vexa::corvalis::config::access {
 class NetworkServer;
@@ -20,6 +26,11 @@ struct Options {
     std::endian payloadOrder = std::endian::native;  ///< of texts on the network
     int stallSeconds = 60;                           ///< that a TCP client may take nothing
     bool noTcp = false, noUdp = false, noQueues = false;
+    std::string stateDirectory;     ///< "": nothing is kept beyond the end of the process
+    double commitInterval = 0.5;    ///< seconds from a change to its place on the disk
+    size_t historyLimit = 100'000;  ///< changes
+    std::string media;              ///< directory of the media
+    std::vector<actions::ProgramAction> actions;
 };
 
 /// Thread: the main thread.
@@ -33,15 +44,25 @@ class Daemon {
     bool Start(const Options& options);
     /// "queue /mainstay, TCP port 43110, UDP port 43110".
     std::string Endpoints() const { return m_endpoints; }
+    /// "state in /var/lib/mainstay", "state not kept".
+    std::string StateText() const;
 
   private:
     using Server = vexa::corvalis::config::access::NetworkServer;
     bool StartServer(int socketType, int port, const Options& options, const char* name);
 
+    bool OpenState(const Options& options);
+    bool OpenStore(const Options& options);
+    bool StartServers(const Options& options);
     bool StartQueues();
     void AddEndpoint(const std::string& endpoint);
 
+    std::unique_ptr<state::SettingsFile> m_file;
+    std::unique_ptr<state::Keeper> m_keeper;
     Config* m_store = nullptr;
+    std::unique_ptr<actions::Presets> m_presets;
+    std::unique_ptr<actions::Programs> m_programs;
+    std::unique_ptr<actions::Actions> m_actions;
     std::unique_ptr<vexa::config::access::QueueService> m_queues;
     std::vector<Server*> m_servers;  // each is freed by its own thread after Stop
     std::string m_endpoints;

@@ -5,12 +5,16 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
 
 #include "config/access/protocol/network_protocol.h"
 #include "config/base/harmless.h"
 #include "config/base/log.h"
 #include "config/base/standard_descriptors.h"
 #include "device/catalogue.h"
+#include "mainstay/config_file.h"
 #include "mainstay/daemon.h"
 #include "mainstay/service_manager.h"
 #include "services/product/product_id.h"
@@ -20,6 +24,7 @@ namespace {
 
 namespace net = vexa::corvalis::config::access;
 
+constexpr const char* kConfigFile = "/etc/mainstay/mainstay.conf";
 constexpr const char* kFooter =
     "The model comes from the environment variable PRODUCT_ID or the file /etc/product_id.\n"
     "Exit status: 0 stopped by SIGTERM or SIGINT, 1 cannot serve, 2 usage or unknown model.";
@@ -50,11 +55,20 @@ bool IsModelKnown()
     return false;
 }
 
+/// What the service manager gives: several directories stand there with colons.
+std::string StateDirectoryOfService()
+{
+    const char* const directories = getenv("STATE_DIRECTORY");
+    const std::string_view all = directories ? directories : "";
+    return std::string(all.substr(0, all.find(':')));
+}
+
 int Serve(const Options& options, const sigset_t& stops)
 {
     Daemon daemon;
     if (!daemon.Start(options)) return 1;
-    vexa::Print("mainstay: ready, %s, %s\n", ModelText().c_str(), daemon.Endpoints().c_str());
+    vexa::Print("mainstay: ready, %s, %s, %s\n", ModelText().c_str(), daemon.Endpoints().c_str(),
+                daemon.StateText().c_str());
     NotifyServiceManager("READY=1");
     int signal = 0;
     sigwait(&stops, &signal);
@@ -91,9 +105,29 @@ int main(int argc, char** argv)
            "connected, or leaves a request unfinished")
         ->check(CLI::Range(1, 86'400))
         ->capture_default_str();
+    app.add_option("--state", options.stateDirectory,
+                   "Directory in which settings, presets and the history of changes are kept")
+        ->type_name("DIR")
+        ->default_str("the first of $STATE_DIRECTORY; without, nothing is kept");
+    app.add_option("--commit-interval", options.commitInterval,
+                   "Seconds from the first change that is not on the disk to the moment when it is written")
+        ->check(CLI::Range(0.01, 3600.0))
+        ->capture_default_str();
+    app.add_option("--history", options.historyLimit, "Changes that the history keeps")
+        ->check(CLI::Range(size_t{100}, size_t{10'000'000}))
+        ->capture_default_str();
+    app.add_option("--media", options.media,
+                   "Directory of the media, for presets, unless StoragePath names one")
+        ->type_name("DIR");
+    const auto file = std::make_shared<ConfigFile>();
+    app.config_formatter(file);
+    app.set_config("--config", kConfigFile, "Options, and what commands do", false);
+    app.allow_config_extras(CLI::config_extras_mode::error);
     app.set_version_flag("--version", std::string("mainstay ") + MAINSTAY_VERSION);
     try {
         app.parse(argc, argv);
+        if (!IsModelKnown()) return 2;
+        options.actions = file->Actions(CProductID::getProductID());
     } catch (const CLI::Success& help) {
         return app.exit(help);
     } catch (const CLI::ParseError& error) {
@@ -101,7 +135,7 @@ int main(int argc, char** argv)
         return 2;
     }
 
-    if (!IsModelKnown()) return 2;
+    if (options.stateDirectory.empty()) options.stateDirectory = StateDirectoryOfService();
     // Before any other thread exists, so that all of them leave these signals to the main thread.
     sigset_t stops;
     sigemptyset(&stops);

@@ -124,4 +124,40 @@ std::string Catalogue::NameOf(ParamDescriptor& descriptor)
     return std::string(WithoutPrefix(descriptor.GetParamIDName()));
 }
 
+namespace {
+
+/// Lists descriptors, each behind those that enable it.
+class EnablingOrder {
+  public:
+    explicit EnablingOrder(const std::vector<ParamDescriptor*>& descriptors)
+    {
+        for (ParamDescriptor* const descriptor : descriptors)
+            m_left.emplace(descriptor->GetParamID(), descriptor);
+        for (ParamDescriptor* const descriptor : descriptors) Add(descriptor->GetParamID());
+    }
+    std::vector<ParamDescriptor*> Take() { return std::move(m_ordered); }
+
+  private:
+    void Add(eParam_t id)
+    {
+        const auto found = m_left.find(id);
+        if (found == m_left.end()) return;
+        ParamDescriptor* const descriptor = found->second;
+        m_left.erase(found);  // first, which cuts circles
+        for (const ParamDescriptor::Relation& enabler : descriptor->GetRelation("enabled_by"))
+            Add(enabler.paramID);
+        m_ordered.push_back(descriptor);
+    }
+
+    std::map<eParam_t, ParamDescriptor*> m_left;
+    std::vector<ParamDescriptor*> m_ordered;
+};
+
+}  // namespace
+
+std::vector<ParamDescriptor*> EnablersFirst(const std::vector<ParamDescriptor*>& descriptors)
+{
+    return EnablingOrder(descriptors).Take();
+}
+
 }  // namespace vexa

@@ -46,4 +46,8 @@ class VEXA_EXPORT Catalogue {
     DescriptorTable m_table;
 };
 
+/// The descriptors in an order in which one that enables another (relation "enabled_by") comes before it, and otherwise
+/// as they come: the order in which to set values. Circles are cut. Thread: any.
+VEXA_EXPORT std::vector<ParamDescriptor*> EnablersFirst(const std::vector<ParamDescriptor*>& descriptors);
+
 }  // namespace vexa

@@ -26,6 +26,9 @@ FLOORS = [
     ["config/access/server"],
     ["config/access/server/network", "config/access/server/queues"],
     ["config/legacy", "device"],
+    ["mainstay/state"],
+    ["mainstay/actions"],
+    ["mainstay/control"],
     ["mainstay", "vexactl"],
     ["bench", "fuzz", "soak"],
     ["."],  # the header that includes all public ones

@@ -1,0 +1,207 @@
+#include "mainstay/actions/actions.h"
+
+#include <pthread.h>
+
+#include "config/base/harmless.h"
+#include "config/base/log.h"
+#include "config/base/origin.h"
+#include "config/descriptors/descriptor_table.h"
+#include "config/descriptors/integer_descriptor.h"
+#include "device/catalogue.h"
+#include "device/format.h"
+#include "services/alarms/alarm_producer.h"
+#include "services/product/product_features.h"
+
+namespace actions {
+
+namespace {
+
+/// More commands than a device can have on its mind are a fault of whoever sends them.
+constexpr size_t kMaxWaiting = 256;
+
+unsigned int NumberOf(const vexa::Value& value)
+{
+    const auto* const number = std::get_if<unsigned int>(&value);
+    return number ? *number : 0;
+}
+
+/// "Idle" and the like: no command.
+bool IsAtRest(ParamDescriptor& descriptor, const vexa::Value& value)
+{
+    if (descriptor.HasClassName("volatile"))
+        return false;  // every number is a command, the first one included
+    if (auto* const number = dynamic_cast<IntegerDescriptor*>(&descriptor))
+        return NumberOf(value) == number->GetFactoryDefault();
+    const auto* const text = std::get_if<std::string>(&value);
+    return text && text->empty();
+}
+
+}  // namespace
+
+bool IsCommand(ParamDescriptor& descriptor)
+{
+    const bool isTransient = descriptor.GetPersistenceType() != ePersist &&
+                             descriptor.GetRegisterType() == eRegister_Exclude &&
+                             descriptor.GetFactoryResetType() == eFactoryReset_Exclude;
+    if (!isTransient || descriptor.HasClassName("readonly") || descriptor.HasClassName("alarm")) return false;
+    // Hidden ones are words between the device's own programs, but for this one.
+    return !descriptor.HasClassName("hidden_param") || descriptor.GetParamID() == eParamID_SystemCommand;
+}
+
+Actions::Actions(Config& store, Presets& presets, Programs& programs)
+    : m_store(store),
+      m_presets(presets),
+      m_programs(programs),
+      m_handlers{
+          {eParamID_RegisterSave,
+           [this](const Command& c) { m_presets.Save(NumberOf(c.value), c.snapshot); }},
+          {eParamID_RegisterRecall, [this](const Command& c) { m_presets.Recall(NumberOf(c.value)); }},
+          {eParamID_RegisterStore, [this](const Command& c) { m_presets.Store(NumberOf(c.value)); }},
+          {eParamID_RegisterLoad, [this](const Command& c) { m_presets.Load(NumberOf(c.value)); }},
+          {eParamID_FactorySettings, [this](const Command& c) { RestoreFactorySettings(c); }},
+          {eParamID_Clear_Alarms, [this](const Command& c) { ClearAlarms(c); }},
+      },
+      m_heard(Heard(programs))
+{
+    m_store.AddConfigEventListener(this);
+    m_thread = std::thread([this] { Run(); });
+}
+
+Actions::~Actions()
+{
+    m_store.RemoveConfigEventListener(this);
+    {
+        vexa::MutexLock hold(m_lock);
+        m_isEnding = true;
+        m_changed.NotifyAll();
+    }
+    m_thread.join();
+}
+
+bool Actions::ParamChanged(eParam_t id, unsigned int value, timeval)
+{
+    return Hear(id, value);
+}
+
+bool Actions::ParamChanged(eParam_t id, std::string value, timeval)
+{
+    return Hear(id, std::move(value));
+}
+
+std::map<eParam_t, ParamDescriptor*> Actions::Heard(const Programs& programs)
+{
+    std::map<eParam_t, ParamDescriptor*> heard;
+    for (const eParam_t id : GetParamIDs()) {
+        ParamDescriptor* const descriptor = FindDescriptor(id);
+        if (descriptor && (IsCommand(*descriptor) || programs.Has(id))) heard[id] = descriptor;
+    }
+    return heard;
+}
+
+/// On the thread that sets the command: it is only noted here.
+bool Actions::Hear(eParam_t id, vexa::Value value)
+{
+    const auto found = m_heard.find(id);
+    if (found == m_heard.end()) return true;
+    ParamDescriptor* const descriptor = found->second;
+    if (IsCommand(*descriptor) && IsAtRest(*descriptor, value)) return true;
+    Command command{descriptor, std::move(value), vexa::CurrentOrigin(), {}};
+    if (id == eParamID_RegisterSave) command.snapshot = m_presets.Snapshot();
+    {
+        vexa::MutexLock hold(m_lock);
+        if (m_commands.size() < kMaxWaiting) {
+            m_commands.push_back(std::move(command));
+            m_changed.NotifyOne();
+            return true;
+        }
+    }
+    const vexa::PeerLog limited;
+    return vexa::Report("mainstay: %s is not carried out: too many commands wait\n",
+                        vexa::Catalogue::NameOf(*descriptor).c_str());
+}
+
+void Actions::Run()
+{
+    pthread_setname_np(pthread_self(), "ms-actions");
+    vexa::MutexLock hold(m_lock);
+    while (!m_isEnding) {
+        if (m_commands.empty()) {
+            m_changed.Wait(m_lock);
+            continue;
+        }
+        const Command command = std::move(m_commands.front());
+        m_commands.pop_front();
+        const vexa::MutexUnlock release(m_lock);
+        const vexa::PeerLog limited;
+        try {
+            const auto handler = m_handlers.find(command.descriptor->GetParamID());
+            if (handler != m_handlers.end())
+                handler->second(command);
+            else
+                RunProgram(command);
+        } catch (const std::exception& error) {
+            vexa::Print("mainstay: %s: %s\n", vexa::Catalogue::NameOf(*command.descriptor).c_str(),
+                        error.what());
+        }
+    }
+}
+
+void Actions::RestoreFactorySettings(const Command& command)
+{
+    const vexa::OriginScope origin("factory reset");
+    const bool isWhole = command.descriptor->GetAction()(&m_store, command.descriptor);
+    if (CProductFeatures::shouldEraseAllPresets()) m_presets.EraseAll();
+    vexa::Print("mainstay: FactorySettings %s by %s %s\n",
+                vexa::Format(*command.descriptor, command.value).c_str(), command.who.c_str(),
+                isWhole ? "done" : "failed in part");
+}
+
+void Actions::ClearAlarms(const Command& command)
+{
+    const vexa::OriginScope origin("Clear_Alarms by " + command.who);
+    for (const eParam_t id : m_store.GetParamIDs()) {
+        ParamDescriptor* const descriptor = FindDescriptor(id);
+        if (descriptor && descriptor->HasClassName("can_be_cleared")) AlarmProducer::clear(&m_store, id);
+    }
+    m_store.Set(eParamID_Clear_Alarms, 0U);
+}
+
+void Actions::RunProgram(const Command& command)
+{
+    ParamDescriptor& descriptor = *command.descriptor;
+    if (descriptor.HasClassName("action_param") && descriptor.GetAction()) {
+        const vexa::OriginScope origin(vexa::Catalogue::NameOf(descriptor) + " by " + command.who);
+        descriptor.GetAction()(&m_store, &descriptor);
+        return;
+    }
+    const ProgramAction* const action = m_programs.Find(descriptor.GetParamID(), NumberOf(command.value));
+    if (!action) return NoteUnserved(command);
+    if (action->run.empty()) return;
+    const std::string value = std::holds_alternative<std::string>(command.value)
+                                  ? std::get<std::string>(command.value)
+                                  : std::to_string(NumberOf(command.value));
+    const std::string name = vexa::Catalogue::NameOf(descriptor);
+    if (!m_programs.Start(*action, {name, value, vexa::Format(descriptor, command.value), command.who}))
+        vexa::Print("mainstay: %s is not carried out: too many wait for their program\n", name.c_str());
+}
+
+void Actions::NoteUnserved(const Command& command)
+{
+    const std::string text = vexa::Catalogue::NameOf(*command.descriptor) + " = " +
+                             vexa::Harmless(vexa::Format(*command.descriptor, command.value)) + " by " +
+                             command.who +
+                             ": stored and announced, nothing else: mainstay.conf has no action";
+    vexa::Print("mainstay: %s\n", text.c_str());
+    vexa::MutexLock hold(m_lock);
+    m_unserved[command.descriptor->GetParamID()] = text;
+}
+
+std::vector<std::string> Actions::Notes() const
+{
+    vexa::MutexLock hold(m_lock);
+    std::vector<std::string> notes;
+    for (const auto& [param, text] : m_unserved) notes.push_back(text);
+    return notes;
+}
+
+}  // namespace actions

@@ -1,0 +1,263 @@
+#include "mainstay/actions/presets.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+#include "config/base/log.h"
+#include "config/base/origin.h"
+#include "config/descriptors/descriptor_table.h"
+#include "device/catalogue.h"
+#include "device/format.h"
+#include "mainstay/actions/preset_file.h"
+#include "mainstay/state/keeper.h"
+
+namespace actions {
+
+namespace {
+
+/// A file that closes itself.
+class File {
+  public:
+    File(const std::string& path, int flags) : m_descriptor(open(path.c_str(), flags | O_CLOEXEC, 0660)) {}
+    ~File()
+    {
+        if (m_descriptor != -1) close(m_descriptor);
+    }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    int Get() const { return m_descriptor; }
+    bool IsOpen() const { return m_descriptor != -1; }
+
+  private:
+    const int m_descriptor;
+};
+
+[[noreturn]] void ThrowErrno(const std::string& what)
+{
+    throw std::runtime_error(what + ": " + strerror(errno));
+}
+
+/// Beside, synced, renamed: so there is an old file or a new one, and no half.
+void WriteWhole(const std::string& path, const std::string& bytes)
+{
+    const std::string fresh = path + ".new";
+    {
+        const File file(fresh, O_WRONLY | O_CREAT | O_TRUNC);
+        if (!file.IsOpen()) ThrowErrno("cannot write " + fresh);
+        for (size_t done = 0; done < bytes.size();) {
+            const ssize_t n = write(file.Get(), bytes.data() + done, bytes.size() - done);
+            if (n == -1 && errno == EINTR) continue;
+            if (n <= 0) ThrowErrno("cannot write " + fresh);
+            done += static_cast<size_t>(n);
+        }
+        if (fsync(file.Get()) != 0) ThrowErrno("cannot write " + fresh);
+    }
+    if (rename(fresh.c_str(), path.c_str()) != 0) ThrowErrno("cannot write " + path);
+    const File directory(path.substr(0, path.rfind('/')), O_RDONLY | O_DIRECTORY);
+    if (directory.IsOpen()) fsync(directory.Get());
+}
+
+/// @return nothing when there is no such file.
+std::optional<std::string> ReadWhole(const std::string& path)
+{
+    const File file(path, O_RDONLY);
+    if (!file.IsOpen()) {
+        if (errno == ENOENT) return std::nullopt;
+        ThrowErrno("cannot read " + path);
+    }
+    std::string bytes(kMaxPresetFile + 1, '\0');
+    size_t size = 0;
+    while (size < bytes.size()) {
+        const ssize_t n = read(file.Get(), bytes.data() + size, bytes.size() - size);
+        if (n == -1 && errno == EINTR) continue;
+        if (n == -1) ThrowErrno("cannot read " + path);
+        if (n == 0) break;
+        size += static_cast<size_t>(n);
+    }
+    if (size > kMaxPresetFile) throw std::runtime_error(path + " is too large for a preset");
+    bytes.resize(size);
+    return bytes;
+}
+
+std::vector<ParamDescriptor*> IncludedParams()
+{
+    std::vector<ParamDescriptor*> included;
+    for (const eParam_t id : GetParamIDs()) {
+        ParamDescriptor* const descriptor = FindDescriptor(id);
+        if (descriptor && descriptor->GetRegisterType() != eRegister_Exclude) included.push_back(descriptor);
+    }
+    return vexa::EnablersFirst(included);
+}
+
+/// There is no preset of the number: an outcome of its own.
+struct Empty {};
+
+}  // namespace
+
+Presets::Presets(Config& store, state::SettingsFile& file, std::string media)
+    : m_store(store),
+      m_file(file),
+      m_media(std::move(media)),
+      m_productID(store.Get(eParamID_ProductID)),
+      m_params(IncludedParams())
+{
+}
+
+state::Values Presets::Snapshot() const
+{
+    state::Values values;
+    for (ParamDescriptor* const descriptor : m_params)
+        if (auto value = state::ReadValue(m_store, *descriptor))
+            values[descriptor->GetParamID()] = std::move(*value);
+    return values;
+}
+
+/// Tells the progress of the work, which throws when it fails, in the result parameter.
+template <class Work>
+PresetResult Presets::Run(eParam_t result, unsigned int number, Work work)
+{
+    const auto tell = [&](Outcome outcome) {
+        if (FindDescriptor(result)) m_store.Set(result, static_cast<unsigned int>(outcome));
+    };
+    vexa::MutexLock one(m_lock);
+    PresetResult told;
+    tell(Outcome::kRunning);
+    try {
+        if (!IsNumber(number)) throw std::runtime_error("presets have the numbers 1 to 20");
+        work(told);
+        told.outcome = Outcome::kComplete;
+    } catch (const Empty&) {
+        // Saving has no such outcome, and nothing to find empty.
+        told = {Outcome::kEmpty, "preset " + std::to_string(number) + " is empty", {}};
+    } catch (const std::exception& error) {
+        told = {Outcome::kFailed, error.what(), {}};
+        vexa::Print("mainstay: preset %u: %s\n", number, error.what());
+    }
+    tell(told.outcome);
+    return told;
+}
+
+PresetResult Presets::Save(unsigned int number, state::Values values)
+{
+    return Run(eParamID_RegisterSaveResult, number, [&](PresetResult&) {
+        m_file.SavePreset({number, state::Now(), std::move(values)});
+    });
+}
+
+PresetResult Presets::Recall(unsigned int number)
+{
+    return Run(eParamID_RegisterRecallResult, number, [&](PresetResult& result) {
+        const auto preset = m_file.LoadPreset(number);
+        if (!preset) throw Empty();
+        const vexa::OriginScope origin("recall " + std::to_string(number));
+        result.refusals = Apply(preset->values);
+        for (const Refusal& refusal : result.refusals)
+            vexa::Print("mainstay: preset %u: %s: %s\n", number,
+                        vexa::Catalogue::NameOf(*GetDescriptor(refusal.param)).c_str(),
+                        refusal.reason.c_str());
+    });
+}
+
+/// Some values set others back when they are set: so the second pass sets what the first one has changed again.
+std::vector<Refusal> Presets::Apply(const state::Values& values)
+{
+    std::vector<Refusal> refusals;
+    for (int pass = 0; pass < 2; ++pass) {
+        refusals.clear();
+        for (ParamDescriptor* const descriptor : m_params) {
+            const auto wanted = values.find(descriptor->GetParamID());
+            if (wanted == values.end()) continue;
+            if (state::ReadValue(m_store, *descriptor) == wanted->second) continue;
+            const bool isText = std::holds_alternative<std::string>(wanted->second);
+            auto objection = isText == vexa::HoldsText(*descriptor)
+                                 ? vexa::Objection(*descriptor, wanted->second)
+                                 : std::string("of another type");
+            if (!objection && !state::WriteValue(m_store, *descriptor, wanted->second))
+                objection = "refused by the device";
+            if (objection) refusals.push_back({descriptor->GetParamID(), *objection});
+        }
+    }
+    for (const auto& [param, value] : values)
+        if (std::ranges::none_of(m_params,
+                                 [&, id = param](auto* known) { return known->GetParamID() == id; }))
+            refusals.push_back({param, "not part of presets here"});
+    return refusals;
+}
+
+std::string Presets::MediaFile(unsigned int number) const
+{
+    std::string directory = m_media;
+    if (std::string path;
+        FindDescriptor(eParamID_StoragePath) && m_store.Get(eParamID_StoragePath, path) && !path.empty())
+        directory = path;  // of the media in the selected slot
+    if (directory.empty()) throw std::runtime_error("there is no media");
+    char name[32];
+    snprintf(name, sizeof name, "/preset_%02u.vexa", number);
+    return directory + name;
+}
+
+PresetResult Presets::Store(unsigned int number)
+{
+    return Run(eParamID_RegisterStoreResult, number, [&](PresetResult&) {
+        const auto preset = m_file.LoadPreset(number);
+        if (!preset) throw Empty();
+        WriteWhole(MediaFile(number), PackPreset(m_productID, preset->values));
+    });
+}
+
+PresetResult Presets::Load(unsigned int number)
+{
+    return Run(eParamID_RegisterLoadResult, number, [&](PresetResult&) {
+        const std::string path = MediaFile(number);
+        const auto bytes = ReadWhole(path);
+        if (!bytes) throw Empty();
+        std::string reason;
+        auto values = UnpackPreset(m_productID, *bytes, reason);
+        if (!values) throw std::runtime_error(path + ": " + reason);
+        m_file.SavePreset({number, state::Now(), std::move(*values)});
+    });
+}
+
+PresetResult Presets::Export(unsigned int number, std::string& bytes)
+{
+    return Run(eParamID_RegisterExportResult, number, [&](PresetResult&) {
+        const auto preset = m_file.LoadPreset(number);
+        if (!preset) throw Empty();
+        bytes = PackPreset(m_productID, preset->values);
+    });
+}
+
+PresetResult Presets::Import(unsigned int number, const std::string& bytes)
+{
+    return Run(eParamID_RegisterImportResult, number, [&](PresetResult&) {
+        std::string reason;
+        if (bytes.size() > kMaxPresetFile) throw std::runtime_error("it is too large for a preset");
+        auto values = UnpackPreset(m_productID, bytes, reason);
+        if (!values) throw std::runtime_error(reason);
+        m_file.SavePreset({number, state::Now(), std::move(*values)});
+    });
+}
+
+PresetResult Presets::Delete(unsigned int number)
+{
+    PresetResult result;
+    try {
+        result.outcome = m_file.DeletePreset(number) ? Outcome::kComplete : Outcome::kEmpty;
+    } catch (const std::exception& error) {
+        result.reason = error.what();
+    }
+    return result;
+}
+
+void Presets::EraseAll()
+{
+    m_file.DeleteAllPresets();
+}
+
+}  // namespace actions

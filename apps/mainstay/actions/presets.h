@@ -1,0 +1,69 @@
+/// Presets: sets of values under the numbers 1 to 20, in the settings file and on the media.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "config/base/mutex.h"
+#include "config/config.h"
+#include "config/descriptors/param_descriptor.h"
+#include "mainstay/state/settings_file.h"
+
+namespace actions {
+
+/// As the ...Result parameters number the outcomes.
+enum class Outcome : unsigned int { kRunning = 1, kComplete = 2, kFailed = 3, kEmpty = 4 };
+
+/// A value that a recall could not set.
+struct Refusal {
+    eParam_t param{};
+    std::string reason;
+};
+
+/// What became of a preset command. Each sets its result parameter: running, then the outcome.
+struct PresetResult {
+    Outcome outcome = Outcome::kFailed;
+    std::string reason;  ///< of a failure
+    std::vector<Refusal> refusals;
+};
+
+/// Thread: any; one command at a time.
+class Presets {
+  public:
+    /// @param media  the directory of the media, for models or units that do not name one: "" for none.
+    Presets(Config& store, state::SettingsFile& file, std::string media);
+
+    /// The values that a preset has.
+    state::Values Snapshot() const;
+
+    PresetResult Save(unsigned int number, state::Values values);
+    /// Sets the values in an order in which enabling ones come first, as the store allows.
+    PresetResult Recall(unsigned int number);
+    /// Copies a preset to the media.
+    PresetResult Store(unsigned int number);
+    /// Copies a preset from the media.
+    PresetResult Load(unsigned int number);
+    /// For front ends that carry presets themselves.
+    PresetResult Export(unsigned int number, std::string& bytes);
+    PresetResult Import(unsigned int number, const std::string& bytes);
+    PresetResult Delete(unsigned int number);
+    /// Where a factory reset does that.
+    void EraseAll();
+
+    static bool IsNumber(unsigned int number) { return number >= 1 && number <= 20; }
+
+  private:
+    template <class Work>
+    PresetResult Run(eParam_t result, unsigned int number, Work work);
+    std::string MediaFile(unsigned int number) const;
+    std::vector<Refusal> Apply(const state::Values& values);
+
+    Config& m_store;
+    state::SettingsFile& m_file;
+    const std::string m_media;
+    const unsigned int m_productID;
+    vexa::Mutex m_lock;  // held over a whole command, so before those of the store and the file
+    const std::vector<ParamDescriptor*> m_params;  // of every preset, enabling ones first
+};
+
+}  // namespace actions

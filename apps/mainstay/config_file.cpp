@@ -1,0 +1,113 @@
+#include "mainstay/config_file.h"
+
+#include <toml++/toml.h>
+
+#include <chrono>
+#include <sstream>
+
+#include "device/catalogue.h"
+#include "device/format.h"
+
+namespace {
+
+constexpr int64_t kMaxTimeout = 86'400;
+
+[[noreturn]] void Refuse(const toml::node& node, const std::string& what)
+{
+    throw CLI::ConfigError("line " + std::to_string(node.source().begin.line) + ": " + what);
+}
+
+/// A value as it would stand on the command line.
+std::string TextOf(const toml::node& node)
+{
+    if (const auto text = node.value<std::string>()) return *text;
+    if (node.is_table() || node.is_array()) Refuse(node, "a single value is expected");
+    std::ostringstream text;
+    text << toml::node_view<const toml::node>(node);
+    return text.str();
+}
+
+std::vector<std::string> TextsOf(const toml::node& node)
+{
+    const toml::array* const list = node.as_array();
+    if (!list) return {TextOf(node)};
+    std::vector<std::string> texts;
+    for (const toml::node& element : *list) texts.push_back(TextOf(element));
+    return texts;
+}
+
+}  // namespace
+
+std::vector<CLI::ConfigItem> ConfigFile::from_config(std::istream& input) const
+{
+    toml::table file;
+    try {
+        file = toml::parse(input);
+    } catch (const toml::parse_error& error) {
+        throw CLI::ConfigError("line " + std::to_string(error.source().begin.line) + ": " +
+                               std::string(error.description()));
+    }
+    std::vector<CLI::ConfigItem> settings;
+    for (const auto& [key, node] : file) {
+        if (key == "action")
+            ReadActions(node);
+        else
+            settings.push_back({{}, std::string(key.str()), TextsOf(node)});
+    }
+    return settings;
+}
+
+/// [action.PARAMETER] and [action.PARAMETER.VALUE]
+void ConfigFile::ReadActions(const toml::node& node) const
+{
+    const toml::table* const params = node.as_table();
+    if (!params) Refuse(node, "\"action\" is a table");
+    for (const auto& [param, entry] : *params) {
+        const toml::table* const table = entry.as_table();
+        if (!table) Refuse(entry, "\"action." + std::string(param.str()) + "\" is a table");
+        if (table->contains("run")) ReadEntry(std::string(param.str()), "", *table);
+        for (const auto& [value, inner] : *table)
+            if (const toml::table* const ofValue = inner.as_table())
+                ReadEntry(std::string(param.str()), std::string(value.str()), *ofValue);
+    }
+}
+
+void ConfigFile::ReadEntry(const std::string& param, const std::string& value, const toml::table& table) const
+{
+    Entry entry{param, value, {}, 60};
+    const toml::node* const run = table.get("run");
+    if (!run || !run->is_array()) Refuse(table, "\"run\" is missing: a list of program and arguments");
+    entry.run = TextsOf(*run);
+    if (!entry.run.empty() && !entry.run.front().starts_with('/'))
+        Refuse(*run, "a program is named by its whole path");
+    for (const auto& [key, node] : table) {
+        if (key == "run" || node.is_table()) continue;
+        const auto seconds = node.value<int64_t>();
+        if (key != "timeout" || !seconds || *seconds < 1 || *seconds > kMaxTimeout)
+            Refuse(node,
+                   "\"" + std::string(key.str()) + "\": an action has \"run\", and \"timeout\" in seconds");
+        entry.timeout = *seconds;
+    }
+    m_entries.push_back(std::move(entry));
+}
+
+std::vector<actions::ProgramAction> ConfigFile::Actions(const std::string& model) const
+{
+    std::vector<actions::ProgramAction> actions;
+    for (const Entry& entry : m_entries) {
+        ParamDescriptor* const descriptor = vexa::Catalogue::Of(model)->Find(entry.param);
+        if (!descriptor) throw CLI::ConfigError("action." + entry.param + ": there is no such parameter");
+        actions::ProgramAction action{
+            descriptor->GetParamID(), {}, entry.run, std::chrono::seconds(entry.timeout)};
+        if (!entry.value.empty()) {
+            std::string reason;
+            const auto value = vexa::Parse(*descriptor, entry.value, reason);
+            if (!value || !std::holds_alternative<unsigned int>(*value))
+                throw CLI::ConfigError("action." + entry.param + "." + entry.value + ": " +
+                                       (value ? "only numbers have actions of their own" : reason));
+            action.value = std::get<unsigned int>(*value);
+        }
+        actions.push_back(std::move(action));
+    }
+    return actions;
+}

@@ -1,0 +1,484 @@
+#include "mainstay/state/keeper.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "config/base/log.h"
+#include "config/base/origin.h"
+#include "config/config_event_listener.h"
+#include "config/descriptors/descriptor_table.h"
+#include "config/descriptors/integer_descriptor.h"
+#include "config/descriptors/string_descriptor.h"
+#include "device/catalogue.h"
+#include "device/format.h"
+
+namespace net = vexa::corvalis::config::access;
+
+namespace state {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+/// A disk that is full does not become empty at once.
+constexpr milliseconds kRetry{5000};
+/// Lines that wait for the disk. More than these are left out, the oldest first.
+constexpr size_t kMaxWaitingLines = 100'000, kMaxWaitingBytes = size_t{16} << 20;
+/// Texts are cut off in the history: it is to tell what happened, not to restore it.
+constexpr size_t kMaxHistoryText = 256;
+/// Peers may open any configuration.
+constexpr size_t kMaxKeptConfigurations = 64;
+constexpr int64_t kMicrosecondsPerDay = int64_t{24} * 3600 * 1000 * 1000;
+/// The bit of eParamID_PersistStatus that an orderly stop sets.
+constexpr unsigned int kStoppedInOrder = 1;
+
+vexa::Value DefaultOf(ParamDescriptor& descriptor)
+{
+    if (auto* const number = dynamic_cast<IntegerDescriptor*>(&descriptor))
+        return number->GetFactoryDefault();
+    auto* const text = dynamic_cast<StringDescriptor*>(&descriptor);
+    return text ? text->GetFactoryDefault() : std::string();
+}
+
+std::string NameOf(eParam_t id)
+{
+    if (ParamDescriptor* const descriptor = FindDescriptor(id)) return vexa::Catalogue::NameOf(*descriptor);
+    char text[16];
+    snprintf(text, sizeof text, "0x%08x", static_cast<unsigned int>(id));
+    return text;
+}
+
+/// For the history: no secrets, and no more than a line.
+std::string Shown(eParam_t id, const vexa::Value& value)
+{
+    ParamDescriptor* const descriptor = FindDescriptor(id);
+    if (!descriptor) return "";
+    if (descriptor->HasClassName("password")) return "********";
+    std::string text = vexa::Format(*descriptor, value);
+    if (text.size() > kMaxHistoryText) text = text.substr(0, kMaxHistoryText) + "...";
+    return text;
+}
+
+size_t BytesOf(const vexa::Value& value)
+{
+    const auto* const text = std::get_if<std::string>(&value);
+    return text ? text->size() : 0;
+}
+
+void Overlay(Values& values, const std::map<eConfigID_t, Values>& newer, eConfigID_t configID)
+{
+    const auto found = newer.find(configID);
+    if (found == newer.end()) return;
+    for (const auto& [param, value] : found->second) values[param] = value;
+}
+
+/// Some values set others back when they are set: so the second pass sets what the first one has changed again.
+void Apply(Config& store, const Values& values)
+{
+    const vexa::OriginScope origin("start");
+    for (int pass = 0; pass < 2; ++pass)
+        for (const auto& [param, value] : values) {
+            ParamDescriptor* const descriptor = FindDescriptor(param);
+            if (descriptor && ReadValue(store, *descriptor) != value) WriteValue(store, *descriptor, value);
+        }
+}
+
+}  // namespace
+
+bool IsKept(ParamDescriptor& descriptor)
+{
+    return descriptor.GetPersistenceType() == ePersist;
+}
+
+std::optional<vexa::Value> ReadValue(Config& store, ParamDescriptor& descriptor)
+{
+    if (vexa::HoldsText(descriptor)) {
+        std::string text;
+        if (store.Get(descriptor.GetParamID(), text)) return text;
+    } else {
+        unsigned int number = 0;
+        if (store.Get(descriptor.GetParamID(), number)) return number;
+    }
+    return std::nullopt;
+}
+
+bool WriteValue(Config& store, ParamDescriptor& descriptor, const vexa::Value& value)
+{
+    if (const auto* const number = std::get_if<unsigned int>(&value))
+        return store.Set(descriptor.GetParamID(), *number);
+    std::string text = std::get<std::string>(value);
+    if (vexa::HoldsBytes(descriptor)) return store.SetData(descriptor.GetParamID(), text);
+    return store.Set(descriptor.GetParamID(), text);
+}
+
+int64_t Now()
+{
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+/// Hears the changes of one store, each on the thread that makes it, one after the other.
+class Keeper::StoreHistory : public ConfigEventListener {
+  public:
+    StoreHistory(Keeper& keeper, Config& store)
+        : m_keeper(keeper), m_store(store), m_configID(store.GetConfigID())
+    {
+        for (const eParam_t id : store.GetParamIDs()) {
+            ParamDescriptor* const descriptor = FindDescriptor(id);
+            if (!descriptor) continue;
+            const bool isStatus = descriptor->HasClassName("readonly");
+            if (isStatus && !IsKept(*descriptor)) continue;
+            m_known[id] = {ReadValue(store, *descriptor).value_or(0U), isStatus,
+                           !IsKept(*descriptor) && descriptor->HasClassName("volatile")};
+        }
+        store.AddConfigEventListener(this);
+    }
+    ~StoreHistory() override { m_store.RemoveConfigEventListener(this); }
+
+    using ConfigEventListener::ParamChanged;
+    bool ParamChanged(eParam_t id, unsigned int value, timeval) override { return Changed(id, value); }
+    bool ParamChanged(eParam_t id, std::string value, timeval) override
+    {
+        return Changed(id, std::move(value));
+    }
+    bool DataChanged(eParam_t id, std::string& data, timeval) override { return Changed(id, data); }
+
+    Config& Store() const { return m_store; }
+
+  private:
+    struct Known {
+        vexa::Value value;
+        bool isStatus = false;
+        bool isVolatile = false;  // the same value again means something: a command
+    };
+
+    bool Changed(eParam_t id, vexa::Value value)
+    {
+        const auto found = m_known.find(id);
+        if (found == m_known.end()) return true;
+        Known& known = found->second;
+        if (known.value == value && !known.isVolatile) return true;
+        std::swap(known.value, value);
+        if (known.isStatus)
+            m_keeper.MarkDirty();
+        else
+            m_keeper.Note({Now(), m_configID, id, std::move(value), known.value, vexa::CurrentOrigin()});
+        return true;
+    }
+
+    Keeper& m_keeper;
+    Config& m_store;
+    const eConfigID_t m_configID;
+    std::map<eParam_t, Known> m_known;  // guarded by the store's turn
+};
+
+Keeper::Keeper(SettingsFile& file, milliseconds interval) : m_file(file), m_interval(interval)
+{
+    for (const eParam_t id : GetParamIDs()) {
+        ParamDescriptor* const descriptor = FindDescriptor(id);
+        if (descriptor && IsKept(*descriptor)) m_kept.push_back(descriptor);
+    }
+    vexa::MutexLock hold(m_storesLock);
+    LoadWritten();
+    if (const size_t others = m_file.CountOfOtherModels())
+        AddNote(std::to_string(others) + " stored values are of other models, and stay in the file");
+}
+
+Keeper::~Keeper()
+{
+    Stop();
+}
+
+void Keeper::LoadWritten()
+{
+    m_written = m_file.LoadValues();
+    std::string objections;
+    for (auto& [configID, values] : m_written)
+        std::erase_if(values,
+                      [&](const auto& entry) { return !Fits(entry.first, entry.second, objections); });
+    if (!objections.empty())
+        AddNote("stored values that do not fit any more stay in the file: " + objections);
+}
+
+/// A value that does not fit counts as none, so that it is neither applied nor replaced.
+bool Keeper::Fits(eParam_t param, const vexa::Value& value, std::string& objections) const
+{
+    ParamDescriptor* const descriptor = FindDescriptor(param);
+    std::optional<std::string> objection;
+    if (!descriptor)
+        objection = "unknown";
+    else if (!IsKept(*descriptor))
+        objection = "not kept";
+    else if (vexa::HoldsText(*descriptor) != std::holds_alternative<std::string>(value))
+        objection = "of another type";
+    else
+        objection = vexa::Objection(*descriptor, value);
+    if (!objection) return true;
+    objections += (objections.empty() ? "" : ", ") + NameOf(param) + " (" + *objection + ")";
+    return false;
+}
+
+void Keeper::Watch()
+{
+    net::WatchPeerStores(this);
+}
+
+void Keeper::Start()
+{
+    MarkDirty();  // that the unit runs, and was not shut down in order yet
+    m_thread = std::thread([this] { Run(); });
+}
+
+void Keeper::Stop()
+{
+    {
+        vexa::MutexLock hold(m_storesLock);
+        if (std::exchange(m_isStopping, m_thread.joinable())) return;
+    }
+    net::WatchPeerStores(nullptr);  // tells of every open store that it closes
+    if (!m_thread.joinable()) return;
+    {
+        vexa::MutexLock hold(m_lock);
+        m_isEnding = true;
+        m_changed.NotifyAll();
+        m_lineWritten.NotifyAll();
+    }
+    m_thread.join();
+    if (!WriteOnce()) return;
+    try {
+        m_file.BackUp();
+    } catch (const std::exception& error) {
+        vexa::Print("mainstay: no copy of the settings: %s\n", error.what());
+    }
+}
+
+void Keeper::Opened(Config& store)
+{
+    const eConfigID_t configID = store.GetConfigID();
+    Values values;
+    {
+        vexa::MutexLock hold(m_storesLock);
+        if (m_written.size() >= kMaxKeptConfigurations && !m_written.contains(configID)) {
+            AddNote("the values of configuration " + std::to_string(configID) +
+                    " are not kept: there are too many");
+            return;
+        }
+        for (const auto* const layer : {&m_written, &m_writing, &m_closed}) Overlay(values, *layer, configID);
+        m_written[configID];
+    }
+    Apply(store, values);
+    auto history = std::make_unique<StoreHistory>(*this, store);
+    vexa::MutexLock hold(m_storesLock);
+    m_stores[configID] = std::move(history);
+}
+
+void Keeper::Closing(Config& store)
+{
+    std::unique_ptr<StoreHistory> history;  // its removal waits for its callback, so not under the lock
+    vexa::MutexLock hold(m_storesLock);
+    const auto found = m_stores.find(store.GetConfigID());
+    if (found == m_stores.end()) return;
+    for (auto& [param, value] : Unwritten(store)) m_closed[store.GetConfigID()][param] = value;
+    history = std::move(found->second);
+    m_stores.erase(found);
+}
+
+KeeperStatus Keeper::Status() const
+{
+    KeeperStatus status;
+    {
+        vexa::MutexLock hold(m_lock);
+        status = m_status;
+        status.waiting = m_changes.size() + (m_isDirty && m_changes.empty() ? 1 : 0);
+    }
+    status.path = m_file.Path();
+    const std::vector<std::string> notes = m_file.Notes();
+    status.notes.insert(status.notes.begin(), notes.begin(), notes.end());
+    return status;
+}
+
+bool Keeper::Flush()
+{
+    return WriteOnce();
+}
+
+int64_t Keeper::AwaitHistory(int64_t after, milliseconds timeout)
+{
+    const vexa::Deadline deadline(static_cast<unsigned int>(timeout.count()));
+    vexa::MutexLock hold(m_lock);
+    while (m_newestLine <= after && !m_isEnding && m_lineWritten.Wait(m_lock, deadline)) {
+    }
+    return m_newestLine;
+}
+
+void Keeper::Note(Change change)
+{
+    vexa::MutexLock hold(m_lock);
+    m_changeBytes += BytesOf(change.before) + BytesOf(change.after);
+    m_changes.push_back(std::move(change));
+    while (m_changes.size() > kMaxWaitingLines ||
+           (m_changeBytes > kMaxWaitingBytes && m_changes.size() > 1)) {
+        m_changeBytes -= BytesOf(m_changes.front().before) + BytesOf(m_changes.front().after);
+        m_changes.pop_front();
+        ++m_status.lost;
+    }
+    if (m_isDirty) return;
+    m_isDirty = true;
+    m_changed.NotifyOne();
+}
+
+void Keeper::MarkDirty()
+{
+    vexa::MutexLock hold(m_lock);
+    m_isDirty = true;
+    m_changed.NotifyOne();
+}
+
+void Keeper::AddNote(const std::string& note)
+{
+    vexa::Print("mainstay: %s\n", note.c_str());
+    vexa::MutexLock hold(m_lock);
+    if (std::find(m_status.notes.begin(), m_status.notes.end(), note) == m_status.notes.end())
+        m_status.notes.push_back(note);
+}
+
+Values Keeper::Unwritten(Config& store)
+{
+    const eConfigID_t configID = store.GetConfigID();
+    const Values& written = m_written[configID];
+    Values unwritten;
+    for (ParamDescriptor* const descriptor : m_kept) {
+        std::optional<vexa::Value> value = ReadValue(store, *descriptor);
+        if (!value) continue;
+        const eParam_t param = descriptor->GetParamID();
+        if (param == eParamID_PersistStatus && configID == 0) {
+            const unsigned int others = std::get<unsigned int>(*value) & ~kStoppedInOrder;
+            value = others | (m_isStopping ? kStoppedInOrder : 0);
+        }
+        const auto found = written.find(param);
+        if (*value != (found == written.end() ? DefaultOf(*descriptor) : found->second))
+            unwritten[param] = *value;
+    }
+    return unwritten;
+}
+
+Batch Keeper::Collect(const std::deque<Change>& changes)
+{
+    Batch batch;
+    for (const Change& change : changes)
+        batch.history.push_back({0, change.time, change.configID, change.param,
+                                 Shown(change.param, change.before), Shown(change.param, change.after),
+                                 change.who});
+    vexa::MutexLock hold(m_storesLock);
+    batch.values = std::move(m_closed);
+    m_closed.clear();
+    for (const auto& [configID, history] : m_stores)
+        if (Values values = Unwritten(history->Store()); !values.empty())
+            batch.values[configID] = std::move(values);
+    m_writing = batch.values;
+    return batch;
+}
+
+void Keeper::NoteWritten(bool isWritten)
+{
+    vexa::MutexLock hold(m_storesLock);
+    for (auto& [configID, values] : m_writing) {
+        if (isWritten)
+            for (auto& [param, value] : values) m_written[configID][param] = std::move(value);
+        else if (!m_stores.contains(configID))
+            m_closed[configID].merge(values);  // what was left there meanwhile is newer
+    }
+    m_writing.clear();
+}
+
+bool Keeper::WriteOnce()
+{
+    vexa::MutexLock one(m_writeLock);
+    std::deque<Change> changes;
+    {
+        vexa::MutexLock hold(m_lock);
+        changes.swap(m_changes);
+        m_changeBytes = 0;
+        m_isDirty = false;
+    }
+    try {
+        const Batch batch = Collect(changes);
+        if (!batch.history.empty() || !batch.values.empty()) m_file.Write(batch);
+        NoteWritten(true);
+        Succeeded(changes);
+        return true;
+    } catch (const std::exception& error) {
+        NoteWritten(false);
+        Failed(std::move(changes), error);
+        return false;
+    }
+}
+
+void Keeper::Succeeded(const std::deque<Change>& changes)
+{
+    const int64_t newest = changes.empty() ? 0 : m_file.NewestLine();
+    vexa::MutexLock hold(m_lock);
+    if (!m_status.problem.empty()) vexa::Print("mainstay: the settings are written again\n");
+    m_status.problem.clear();
+    m_status.saved = Now();
+    if (changes.empty()) return;
+    m_newestLine = newest;
+    m_lineWritten.NotifyAll();
+}
+
+void Keeper::Failed(std::deque<Change> changes, const std::exception& reason)
+{
+    {
+        vexa::MutexLock hold(m_lock);
+        if (m_status.problem.empty())
+            vexa::Print("mainstay: cannot write the settings: %s; trying again\n", reason.what());
+        m_status.problem = reason.what();
+        for (const Change& change : m_changes) changes.push_back(change);
+        m_changes.clear();
+        m_changeBytes = 0;
+    }
+    for (Change& change : changes) Note(std::move(change));
+    MarkDirty();
+    try {
+        if (!m_file.Recover(reason)) return;
+        vexa::MutexLock hold(m_storesLock);
+        LoadWritten();
+    } catch (const std::exception&) {  // the obstacle is still there
+    }
+}
+
+void Keeper::BackUpDaily()
+{
+    if (m_copied == 0) m_copied = Now();
+    if (Now() - m_copied < kMicrosecondsPerDay) return;
+    m_copied = Now();
+    try {
+        m_file.BackUp();
+    } catch (const std::exception& error) {
+        vexa::Print("mainstay: no copy of the settings: %s\n", error.what());
+    }
+}
+
+void Keeper::Run()
+{
+    pthread_setname_np(pthread_self(), "ms-state");
+    vexa::MutexLock hold(m_lock);
+    milliseconds delay{0};  // the first time at once: see Start
+    while (!m_isEnding) {
+        if (!m_isDirty) {
+            m_changed.Wait(m_lock);
+            continue;
+        }
+        const vexa::Deadline deadline(static_cast<unsigned int>(delay.count()));
+        while (!m_isEnding && !deadline.IsOver()) m_changed.Wait(m_lock, deadline);
+        if (m_isEnding) break;
+        const vexa::MutexUnlock release(m_lock);
+        delay = WriteOnce() ? m_interval : std::max(m_interval, kRetry);
+        BackUpDaily();
+    }
+}
+
+}  // namespace state

@@ -1,0 +1,5 @@
+if(NOT TARGET tomlplusplus::tomlplusplus)
+  add_library(tomlplusplus::tomlplusplus INTERFACE IMPORTED GLOBAL)
+  target_include_directories(tomlplusplus::tomlplusplus SYSTEM INTERFACE ${VEXA_DEVICE_CACHE}/include)
+endif()
+set(tomlplusplus_FOUND TRUE)
