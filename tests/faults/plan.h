@@ -29,6 +29,10 @@ enum Call {
     kMqSetattr,
     kMqNotify,
     kFlock,
+    kOpen,    // also open64
+    kPwrite,  // also pwrite64
+    kFsync,   // also fdatasync
+    kRename,
     kPthreadCreate,
     kNew,
     kCalls

@@ -144,6 +144,20 @@ void RemoveOldDamagedFiles(const std::string& directory, const std::string& pref
     }
 }
 
+/// SQLite takes a file with other versions for one of the future, which it must not write: and so like a medium that is
+/// read-only.
+void CheckHeader(const std::string& path)
+{
+    constexpr size_t kWriteVersion = 18;
+    constexpr char kWriteAheadLog = 2;
+    std::array<char, kWriteVersion + 1> header{};
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const ssize_t n = descriptor == -1 ? -1 : read(descriptor, header.data(), header.size());
+    if (descriptor != -1) close(descriptor);
+    if (n == static_cast<ssize_t>(header.size()) && (header.back() < 1 || header.back() > kWriteAheadLog))
+        ThrowDamaged("its header is damaged");
+}
+
 bool IsOurs(SQLite::Database& file)
 {
     return file.execAndGet("PRAGMA application_id").getInt64() == kApplicationID;
@@ -170,18 +184,16 @@ void CheckContent(SQLite::Database& file)
     const int64_t version = file.execAndGet("PRAGMA user_version").getInt64();
     if (version > kVersion) ThrowDamaged("it is of the newer version " + std::to_string(version));
     if (version < kVersion) ThrowDamaged("it has no version");
-    for (const char* const table : {"value", "preset", "preset_value"}) {
-        const std::string answer =
-            file.execAndGet(std::string("PRAGMA quick_check(") + table + ")").getString();
-        if (answer != "ok") ThrowDamaged(answer);
-    }
+    if (const std::string answer = file.execAndGet("PRAGMA quick_check").getString(); answer != "ok")
+        ThrowDamaged(answer);
     for (const char* const rows : {"SELECT config, param, value, sum, model FROM value",
                                    "SELECT number, param, value, sum, model FROM preset_value"}) {
         SQLite::Statement row(file, rows);
         while (row.executeStep()) CheckedValue(row, TextOf(row.getColumn(4)));
     }
-    SQLite::Statement(file, "SELECT time, config, param, before, after, who FROM change LIMIT 1")
-        .executeStep();
+    for (const char* const rows : {"SELECT model, number, saved FROM preset LIMIT 1",
+                                   "SELECT time, config, param, before, after, who FROM change LIMIT 1"})
+        SQLite::Statement(file, rows).executeStep();
 }
 
 }  // namespace
@@ -276,6 +288,7 @@ void SettingsFile::OpenOrReplace()
 void SettingsFile::OpenExisting()
 {
     MakePrivate(m_path);
+    CheckHeader(m_path);
     auto file = std::make_unique<SQLite::Database>(m_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
                                                    kBusyMilliseconds);
     file->exec("PRAGMA synchronous = FULL");

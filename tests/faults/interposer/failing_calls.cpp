@@ -104,6 +104,27 @@ FAILING_CALL(kMqSetattr, int, mq_setattr, (mqd_t q, const mq_attr* a, mq_attr* o
 FAILING_CALL(kMqNotify, int, mq_notify, (mqd_t q, const sigevent* e), (q, e), noexcept)
 FAILING_CALL(kFlock, int, flock, (int d, int o), (d, o), noexcept)
 
+FAILING_CALL(kFsync, int, fsync, (int d), (d), )
+FAILING_CALL(kFsync, int, fdatasync, (int d), (d), )
+FAILING_CALL(kRename, int, rename, (const char* a, const char* b), (a, b), noexcept)
+FAILING_CALL(kPwrite, ssize_t, pwrite, (int d, const void* b, size_t n, off_t o), (d, b, n, o), )
+FAILING_CALL(kPwrite, ssize_t, pwrite64, (int d, const void* b, size_t n, off64_t o), (d, b, n, o), )
+
+/// Both names of one call.
+#define FAILING_OPEN(name)                                                  \
+    extern "C" int name(const char* path, int flags, ...)                   \
+    {                                                                       \
+        static const auto real = Real(&name, #name);                        \
+        va_list more;                                                       \
+        va_start(more, flags);                                              \
+        const auto mode = flags & O_CREAT ? va_arg(more, mode_t) : 0;       \
+        va_end(more);                                                       \
+        const int error = ErrorOf(kOpen);                                   \
+        return error == 0 ? real(path, flags, mode) : (errno = error, -1);  \
+    }
+FAILING_OPEN(open)
+FAILING_OPEN(open64)
+
 extern "C" mqd_t mq_open(const char* name, int flags, ...) noexcept
 {
     static const auto real = Real(&mq_open, "mq_open");
