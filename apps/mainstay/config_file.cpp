@@ -102,9 +102,11 @@ std::vector<actions::ProgramAction> ConfigFile::Actions(const std::string& model
         if (!entry.value.empty()) {
             std::string reason;
             const auto value = vexa::Parse(*descriptor, entry.value, reason);
-            if (!value || !std::holds_alternative<unsigned int>(*value))
-                throw CLI::ConfigError("action." + entry.param + "." + entry.value + ": " +
-                                       (value ? "only numbers have actions of their own" : reason));
+            if (value && std::holds_alternative<std::string>(*value))
+                reason = "only numbers have actions of their own";
+            if (value && reason.empty()) reason = vexa::Objection(*descriptor, *value).value_or("");
+            if (!reason.empty())
+                throw CLI::ConfigError("action." + entry.param + "." + entry.value + ": " + reason);
             action.value = std::get<unsigned int>(*value);
         }
         actions.push_back(std::move(action));

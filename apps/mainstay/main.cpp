@@ -55,6 +55,16 @@ bool IsModelKnown()
     return false;
 }
 
+int Usage(std::string reason)
+{
+    // The parser's words for a file of another kind.
+    constexpr std::string_view kUnknown = "INI was not able to parse ";
+    if (const size_t at = reason.find(kUnknown); at != std::string::npos)
+        reason.replace(at, kUnknown.size(), "unknown option ");
+    fprintf(stderr, "mainstay: %s; \"mainstay --help\" shows how it is used\n", reason.c_str());
+    return 2;
+}
+
 /// What the service manager gives: several directories stand there with colons.
 std::string StateDirectoryOfService()
 {
@@ -130,9 +140,10 @@ int main(int argc, char** argv)
         options.actions = file->Actions(CProductID::getProductID());
     } catch (const CLI::Success& help) {
         return app.exit(help);
+    } catch (const CLI::ConfigError& error) {
+        return Usage(app["--config"]->as<std::string>() + ": " + error.what());
     } catch (const CLI::ParseError& error) {
-        fprintf(stderr, "mainstay: %s; \"mainstay --help\" shows how it is used\n", error.what());
-        return 2;
+        return Usage(error.what());
     }
 
     if (options.stateDirectory.empty()) options.stateDirectory = StateDirectoryOfService();

@@ -107,6 +107,7 @@ bool Actions::Hear(eParam_t id, vexa::Value value)
     if (IsCommand(*descriptor) && IsAtRest(*descriptor, value)) return true;
     Command command{descriptor, std::move(value), vexa::CurrentOrigin(), {}};
     if (id == eParamID_RegisterSave) command.snapshot = m_presets.Snapshot();
+    m_presets.Announce(id);
     {
         vexa::MutexLock hold(m_lock);
         if (m_commands.size() < kMaxWaiting) {

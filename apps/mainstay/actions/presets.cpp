@@ -7,13 +7,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <map>
 #include <stdexcept>
 
 #include "config/base/log.h"
 #include "config/base/origin.h"
 #include "config/descriptors/descriptor_table.h"
 #include "device/catalogue.h"
-#include "device/format.h"
 #include "mainstay/actions/preset_file.h"
 #include "mainstay/state/keeper.h"
 
@@ -109,6 +109,22 @@ Presets::Presets(Config& store, state::SettingsFile& file, std::string media)
 {
 }
 
+void Presets::Announce(eParam_t command)
+{
+    static const std::map<eParam_t, eParam_t> kResults{
+        {eParamID_RegisterSave, eParamID_RegisterSaveResult},
+        {eParamID_RegisterRecall, eParamID_RegisterRecallResult},
+        {eParamID_RegisterStore, eParamID_RegisterStoreResult},
+        {eParamID_RegisterLoad, eParamID_RegisterLoadResult}};
+    const auto result = kResults.find(command);
+    if (result != kResults.end()) Tell(result->second, Outcome::kRunning);
+}
+
+void Presets::Tell(eParam_t result, Outcome outcome)
+{
+    if (FindDescriptor(result)) m_store.Set(result, static_cast<unsigned int>(outcome));
+}
+
 state::Values Presets::Snapshot() const
 {
     state::Values values;
@@ -122,12 +138,9 @@ state::Values Presets::Snapshot() const
 template <class Work>
 PresetResult Presets::Run(eParam_t result, unsigned int number, Work work)
 {
-    const auto tell = [&](Outcome outcome) {
-        if (FindDescriptor(result)) m_store.Set(result, static_cast<unsigned int>(outcome));
-    };
     vexa::MutexLock one(m_lock);
     PresetResult told;
-    tell(Outcome::kRunning);
+    Tell(result, Outcome::kRunning);
     try {
         if (!IsNumber(number)) throw std::runtime_error("presets have the numbers 1 to 20");
         work(told);
@@ -139,7 +152,7 @@ PresetResult Presets::Run(eParam_t result, unsigned int number, Work work)
         told = {Outcome::kFailed, error.what(), {}};
         vexa::Print("mainstay: preset %u: %s\n", number, error.what());
     }
-    tell(told.outcome);
+    Tell(result, told.outcome);
     return told;
 }
 
@@ -174,10 +187,7 @@ std::vector<Refusal> Presets::Apply(const state::Values& values)
             const auto wanted = values.find(descriptor->GetParamID());
             if (wanted == values.end()) continue;
             if (state::ReadValue(m_store, *descriptor) == wanted->second) continue;
-            const bool isText = std::holds_alternative<std::string>(wanted->second);
-            auto objection = isText == vexa::HoldsText(*descriptor)
-                                 ? vexa::Objection(*descriptor, wanted->second)
-                                 : std::string("of another type");
+            auto objection = state::Misfit(*descriptor, wanted->second);
             if (!objection && !state::WriteValue(m_store, *descriptor, wanted->second))
                 objection = "refused by the device";
             if (objection) refusals.push_back({descriptor->GetParamID(), *objection});

@@ -50,11 +50,15 @@ class Presets {
     /// Where a factory reset does that.
     void EraseAll();
 
+    /// Tells that the command, as eParamID_RegisterSave, is under way: before whoever set it can ask for the outcome.
+    void Announce(eParam_t command);
+
     static bool IsNumber(unsigned int number) { return number >= 1 && number <= 20; }
 
   private:
     template <class Work>
     PresetResult Run(eParam_t result, unsigned int number, Work work);
+    void Tell(eParam_t result, Outcome outcome);
     std::string MediaFile(unsigned int number) const;
     std::vector<Refusal> Apply(const state::Values& values);
 

@@ -23,7 +23,7 @@ namespace {
 using std::chrono::milliseconds;
 
 /// A disk that is full does not become empty at once.
-constexpr milliseconds kRetry{5000};
+constexpr milliseconds kRetry{2000};
 /// Lines that wait for the disk. More than these are left out, the oldest first.
 constexpr size_t kMaxWaitingLines = 100'000, kMaxWaitingBytes = size_t{16} << 20;
 /// Texts are cut off in the history: it is to tell what happened, not to restore it.
@@ -111,6 +111,14 @@ bool WriteValue(Config& store, ParamDescriptor& descriptor, const vexa::Value& v
     std::string text = std::get<std::string>(value);
     if (vexa::HoldsBytes(descriptor)) return store.SetData(descriptor.GetParamID(), text);
     return store.Set(descriptor.GetParamID(), text);
+}
+
+std::optional<std::string> Misfit(ParamDescriptor& descriptor, const vexa::Value& value)
+{
+    const bool isText = std::holds_alternative<std::string>(value);
+    if (isText != vexa::HoldsText(descriptor)) return "of another type";
+    if (isText || descriptor.HasClassName("do_not_validate")) return std::nullopt;
+    return vexa::Objection(descriptor, value);
 }
 
 int64_t Now()
@@ -212,10 +220,8 @@ bool Keeper::Fits(eParam_t param, const vexa::Value& value, std::string& objecti
         objection = "unknown";
     else if (!IsKept(*descriptor))
         objection = "not kept";
-    else if (vexa::HoldsText(*descriptor) != std::holds_alternative<std::string>(value))
-        objection = "of another type";
     else
-        objection = vexa::Objection(*descriptor, value);
+        objection = Misfit(*descriptor, value);
     if (!objection) return true;
     objections += (objections.empty() ? "" : ", ") + NameOf(param) + " (" + *objection + ")";
     return false;

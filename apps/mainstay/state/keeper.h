@@ -36,6 +36,8 @@ bool IsKept(ParamDescriptor& descriptor);
 /// A parameter's value in a store; nothing when it has none.
 std::optional<vexa::Value> ReadValue(Config& store, ParamDescriptor& descriptor);
 bool WriteValue(Config& store, ParamDescriptor& descriptor, const vexa::Value& value);
+/// Why a store would not take a value as it is; nothing when it would. Stores enforce no length of texts.
+std::optional<std::string> Misfit(ParamDescriptor& descriptor, const vexa::Value& value);
 /// Now, in microseconds since 1970.
 int64_t Now();
 

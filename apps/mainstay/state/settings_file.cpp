@@ -111,14 +111,17 @@ void MakePrivate(const std::string& path)
     if (descriptor != -1) close(descriptor);
 }
 
-std::string TimeForNames()
+/// A name beside the file with the time, which no other file has.
+std::string AsideOf(const std::string& path)
 {
     const time_t now = time(nullptr);
     tm utc{};
     gmtime_r(&now, &utc);
     std::array<char, 32> text{};
-    strftime(text.data(), text.size(), "%Y%m%dT%H%M%SZ", &utc);
-    return text.data();
+    strftime(text.data(), text.size(), ".damaged-%Y%m%dT%H%M%SZ", &utc);
+    std::string aside = path + text.data();
+    for (int more = 1; fs::exists(aside); ++more) aside = path + text.data() + "-" + std::to_string(more);
+    return aside;
 }
 
 void Rename(const std::string& from, const std::string& to)
@@ -329,7 +332,7 @@ void SettingsFile::OpenReadOnly()
 
 void SettingsFile::MoveAside(const std::string& reason)
 {
-    const std::string aside = m_path + ".damaged-" + TimeForNames();
+    const std::string aside = AsideOf(m_path);
     m_file.reset();
     Rename(m_path, aside);
     Rename(m_path + "-wal", aside + "-wal");
@@ -353,7 +356,7 @@ void SettingsFile::RestoreBackUp()
         } catch (const std::exception& error) {
             m_file.reset();
             if (IsObstacle(error)) throw;
-            Rename(copy, copy + ".damaged-" + TimeForNames());
+            Rename(copy, AsideOf(copy));
             RemoveOldDamagedFiles(m_directory, "settings.db.bak.damaged-");
             std::error_code ignored;
             for (const char* const part : {"", "-wal", "-shm"}) fs::remove(m_path + part, ignored);

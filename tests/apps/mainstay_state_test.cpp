@@ -1,0 +1,341 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <random>
+#include <thread>
+
+#include "config/descriptors/integer_descriptor.h"
+#include "device/device.h"
+#include "device/format.h"
+#include "faults/faults.h"
+#include "support/program.h"
+#include "support/raw_peer.h"
+#include "support/temporary_directory.h"
+
+using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+/// A daemon that keeps its state, and its only client.
+class StatefulDaemon {
+  public:
+    explicit StatefulDaemon(const std::vector<std::string>& options,
+                            const std::vector<std::string>& environment = {"PRODUCT_ID=OAK"})
+        : m_program(Command(options), "", environment)
+    {
+        m_program.WaitForOutput("mainstay: ready");
+        m_device.emplace("tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", m_program.Err())));
+        EXPECT_TRUE(m_device->WaitUntilInStep(20s)) << m_device->Status().reason;
+    }
+
+    vexa::Device& Device() { return *m_device; }
+    std::string Log() const { return m_program.Err(); }
+    void WaitForLog(const std::string& text) const { m_program.WaitForOutput(text); }
+
+    std::string Text(const std::string& name)
+    {
+        const vexa::GetResult result = m_device->Get(name);
+        ParamDescriptor* const descriptor = m_device->Parameters()->Find(name);
+        return result && descriptor ? vexa::Format(*descriptor, *result.value) : "? " + result.reason;
+    }
+    void Set(const std::string& name, const std::string& text)
+    {
+        const vexa::SetResult result = m_device->Set(name, text);
+        EXPECT_TRUE(result) << name << ": " << result.reason;
+    }
+    /// The outcome of a preset command.
+    std::string Preset(const std::string& verb, unsigned int number)
+    {
+        m_device->Set("Register" + verb, std::to_string(number));
+        std::string outcome;
+        EXPECT_TRUE(Eventually([&] {
+            outcome = Text("Register" + verb + "Result");
+            return outcome != "0 " && outcome.find("...") == std::string::npos;
+        })) << verb;
+        return outcome;
+    }
+    void Stop(int signal = SIGTERM)
+    {
+        m_device.reset();
+        m_program.Signal(signal);
+        m_program.Wait();
+    }
+
+  private:
+    static std::vector<std::string> Command(const std::vector<std::string>& options)
+    {
+        std::vector<std::string> command{MAINSTAY, "--no-mq",           "--no-udp", "--tcp-port",
+                                         "0",      "--commit-interval", "0.05"};
+        command.insert(command.end(), options.begin(), options.end());
+        return command;
+    }
+
+    Program m_program;
+    std::optional<vexa::Device> m_device;
+};
+
+/// Another value than the present one, if the parameter has any that the device takes.
+std::optional<vexa::Value> AnotherValue(ParamDescriptor& descriptor, const vexa::Value& now)
+{
+    std::vector<vexa::Value> candidates{std::string("other"), std::string("o")};
+    if (auto* const number = dynamic_cast<IntegerDescriptor*>(&descriptor))
+        candidates = {number->GetMaxValue(), number->GetMinValue(), number->GetFactoryDefault() + 1};
+    for (const vexa::Value& value : candidates)
+        if (value != now && !vexa::Objection(descriptor, value)) return value;
+    return std::nullopt;
+}
+
+std::map<eParam_t, vexa::Value> ValuesInRegisters(vexa::Device& device)
+{
+    std::vector<eParam_t> ids;
+    for (const auto& [id, descriptor] : device.Parameters()->All())
+        if (descriptor->GetRegisterType() != eRegister_Exclude) ids.push_back(id);
+    std::map<eParam_t, vexa::Value> values;
+    const auto results = device.GetMany(ids);
+    for (size_t i = 0; i < ids.size(); ++i)
+        if (results[i]) values[ids[i]] = *results[i].value;
+    return values;
+}
+
+void ChangeAll(vexa::Device& device)
+{
+    for (const auto& [id, value] : ValuesInRegisters(device))
+        if (const auto other = AnotherValue(*device.Parameters()->Find(id), value)) device.Set(id, *other);
+}
+
+}  // namespace
+
+TEST(MainstayState, SurvivesACrashAndAStop)
+{
+    const TemporaryDirectory directory;
+    for (const int signal : {SIGKILL, SIGTERM}) {
+        std::optional<StatefulDaemon> daemon(std::in_place,
+                                             std::vector<std::string>{"--state", directory.Path()});
+        daemon->Set("ReelName", "Keep é " + std::to_string(signal));
+        daemon->Set("IPAddress", "10.1.2.3");
+        daemon->Set("Take", "17");
+        daemon->Set("ClipName", "Clip");                            // sets the take back, without an event
+        if (signal == SIGKILL) std::this_thread::sleep_for(300ms);  // the interval is over, and the disk done
+        daemon->Stop(signal);
+        daemon.emplace(std::vector<std::string>{"--state", directory.Path()});
+        EXPECT_EQ(daemon->Text("ReelName"), "Keep é " + std::to_string(signal));
+        EXPECT_EQ(daemon->Text("IPAddress"), "10.1.2.3");
+        EXPECT_EQ(daemon->Text("Take"), "1");
+        EXPECT_EQ(daemon->Text("PersistStatus"), signal == SIGKILL ? "0" : "1");
+        EXPECT_EQ(daemon->Text("SystemState"), "4 eSystemStateRunning");
+    }
+}
+
+TEST(MainstayState, ValuesThatDoNotFitStayInTheFile)
+{
+    const TemporaryDirectory directory;
+    {
+        StatefulDaemon oak({"--state", directory.Path()});
+        oak.Set("EncodeType", "5");
+        oak.Set("ReelName", "Oak");
+        oak.Stop();
+    }
+    {
+        StatefulDaemon hazel({"--state", directory.Path()}, {"PRODUCT_ID=HAZEL"});
+        EXPECT_THAT(hazel.Log(), HasSubstr("are of other models"));
+        hazel.Stop();
+    }
+    StatefulDaemon oak({"--state", directory.Path()});
+    EXPECT_EQ(oak.Text("ReelName"), "Oak");
+}
+
+TEST(MainstayState, OneDaemonADirectoryAndNoneWithout)
+{
+    const TemporaryDirectory directory;
+    StatefulDaemon first({"--state", directory.Path()});
+    const ProgramResult second =
+        RunProgram({MAINSTAY, "--no-mq", "--no-udp", "--tcp-port", "0", "--state", directory.Path()}, "",
+                   {"PRODUCT_ID=OAK"});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_THAT(second.err, HasSubstr("another daemon keeps its state in " + directory.Path()));
+    StatefulDaemon without({}, {"PRODUCT_ID=OAK", "STATE_DIRECTORY"});
+    EXPECT_THAT(without.Log(), HasSubstr("state not kept"));
+    EXPECT_EQ(without.Preset("Save", 1), "2 Store Complete");  // until it ends
+}
+
+/// A client counts up in several parameters, and saves a preset now and then; the daemon is killed at any moment.
+TEST(MainstayState, KilledAtAnyMomentItHasValuesThatWereSet)
+{
+    const TemporaryDirectory directory;
+    std::mt19937 random(7);
+    const std::array names{"ReelName", "SysName", "CustomClipName"};
+    std::array<int, 3> kept{};
+    int count = 0, saved = 0;
+    for (int run = 0; run < 20; ++run) {
+        StatefulDaemon daemon({"--state", directory.Path()});
+        for (size_t i = 0; i < names.size(); ++i) {
+            const int now = atoi(daemon.Text(names[i]).c_str());
+            EXPECT_GE(now, kept[i]);
+            EXPECT_LE(now, count);
+            kept[i] = now;
+        }
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(random() % 120);
+        while (std::chrono::steady_clock::now() < end) {
+            ++count;
+            for (const char* const name : names) daemon.Set(name, std::to_string(count));
+            if (count % 20 != 0) continue;
+            EXPECT_EQ(daemon.Preset("Save", 3), "2 Store Complete");
+            saved = count;
+        }
+        if (run == 19) std::this_thread::sleep_for(500ms);  // the interval is over, and the disk done
+        daemon.Stop(SIGKILL);
+    }
+    StatefulDaemon daemon({"--state", directory.Path()});
+    for (const char* const name : names) EXPECT_EQ(daemon.Text(name), std::to_string(count));
+    EXPECT_EQ(daemon.Preset("Recall", 3), "2 Recall Complete");
+    EXPECT_EQ(daemon.Text("ReelName"), std::to_string(saved));
+    EXPECT_EQ(daemon.Text("CustomClipName"), std::to_string(saved));
+}
+
+TEST(MainstayState, PresetsBringBackEveryValueOnEveryModel)
+{
+    for (const char* const model :
+         {"ALDER", "BIRCH", "CEDAR", "ELM", "HAZEL", "LARCH", "MAPLE", "OAK", "ROWAN", "WILLOW"}) {
+        SCOPED_TRACE(model);
+        const TemporaryDirectory media;
+        StatefulDaemon daemon({"--media", media.Path()},
+                              {std::string("PRODUCT_ID=") + model, "STATE_DIRECTORY"});
+        vexa::Device& device = daemon.Device();
+        ChangeAll(device);
+        const auto saved = ValuesInRegisters(device);
+        EXPECT_EQ(daemon.Preset("Save", 20), "2 Store Complete");
+        ChangeAll(device);
+        EXPECT_NE(ValuesInRegisters(device), saved);
+        EXPECT_EQ(daemon.Preset("Recall", 20), "2 Recall Complete");
+        EXPECT_EQ(ValuesInRegisters(device), saved);
+    }
+}
+
+TEST(MainstayState, PresetsTravelOnTheMedia)
+{
+    const TemporaryDirectory media;
+    const std::string file = media / "preset_05.vexa";
+    StatefulDaemon daemon({"--media", media.Path()}, {"PRODUCT_ID=OAK", "STATE_DIRECTORY"});
+    daemon.Set("ReelName", "On the media é");
+    EXPECT_EQ(daemon.Preset("Load", 5), "4 Preset Empty");
+    EXPECT_EQ(daemon.Preset("Store", 5), "4 Preset Empty");
+    EXPECT_EQ(daemon.Preset("Save", 5), "2 Store Complete");
+    EXPECT_EQ(daemon.Preset("Store", 5), "2 Copy Complete");
+    const std::string whole = ReadFile(file);
+    daemon.Set("ReelName", "Other");
+    daemon.Preset("Save", 5);
+    std::string foreign = whole;
+    foreign[11] = static_cast<char>(foreign[11] ^ 1);  // the product
+    for (const std::string& bytes :
+         {whole.substr(0, whole.size() - 1), whole + "x", foreign, std::string("garbage")}) {
+        WriteFile(file, bytes);
+        EXPECT_EQ(daemon.Preset("Load", 5), "3 Load Failed");
+    }
+    daemon.Preset("Recall", 5);
+    EXPECT_EQ(daemon.Text("ReelName"), "Other");
+    WriteFile(file, whole);
+    EXPECT_EQ(daemon.Preset("Load", 5), "2 Load Complete");
+    daemon.Preset("Recall", 5);
+    EXPECT_EQ(daemon.Text("ReelName"), "On the media é");
+}
+
+TEST(MainstayState, FactoryResetAndAlarmsAndCommands)
+{
+    const TemporaryDirectory directory;
+    const std::string script = directory / "reboot", config = directory / "mainstay.conf";
+    WriteFile(script, "#!/bin/sh\necho \"$VEXA_PARAM $VEXA_VALUE $VEXA_TEXT\" $1\n");
+    chmod(script.c_str(), 0700);
+    WriteFile(config,
+              "history = 500\n[action.SystemCommand.6]\nrun = [\"" + script +
+                  "\", \"now; not a shell\"]\n[action.SystemCommand.4]\nrun = [\"/bin/sleep\", \"60\"]\n"
+                  "timeout = 1\n[action.TransportCommand]\nrun = []\n");
+    StatefulDaemon daemon({"--config", config}, {"PRODUCT_ID=OAK", "STATE_DIRECTORY"});
+    daemon.Set("ReelName", "Mine");
+    daemon.Set("IPAddress", "10.1.2.3");
+    daemon.Device().Set("FactorySettings", "Restore");
+    EXPECT_TRUE(Eventually([&] { return daemon.Text("FactorySettings") == "0 Idle"; }));
+    EXPECT_EQ(daemon.Text("ReelName"), "");
+    EXPECT_EQ(daemon.Text("IPAddress"), "10.1.2.3");
+    daemon.Device().Set("FactorySettings", "Restore with Network");
+    EXPECT_TRUE(Eventually([&] { return daemon.Text("IPAddress") == "192.168.0.2"; }));
+    daemon.Device().Set("Clear_Alarms", "Clear");
+    EXPECT_TRUE(Eventually([&] { return daemon.Text("Clear_Alarms") == "0 Idle"; }));
+
+    daemon.Device().Set("SystemCommand", "6");
+    daemon.Device().Set("SystemCommand", "4");
+    daemon.Device().Set("TransportCommand", "1");
+    daemon.Device().Set("SystemCommand", "3");
+    daemon.WaitForLog("SystemCommand 6 6 eSystemCommandReboot now; not a shell");
+    daemon.WaitForLog(script + " done");
+    daemon.WaitForLog("/bin/sleep took too long and was ended");
+    daemon.WaitForLog("SystemCommand = 3 eSystemCommandStartup by tcp");
+    EXPECT_THAT(daemon.Log(), Not(HasSubstr("TransportCommand = ")));
+}
+
+TEST(MainstayState, AConfigurationFileThatIsWrongIsOneLine)
+{
+    const TemporaryDirectory directory;
+    const std::string config = directory / "mainstay.conf";
+    for (const auto& [text, message] : std::vector<std::pair<std::string, std::string>>{
+             {"tcp-prot = 1", config + ": unknown option tcp-prot"},
+             {"tcp-port = \"no\"", "tcp-port"},
+             {"tcp-port = ", "line 1"},
+             {"\n[action.NoSuch]\nrun = []", "action.NoSuch: there is no such parameter"},
+             {"[action.SystemCommand.99]\nrun = []", "action.SystemCommand.99: "},
+             {"[action.SystemCommand]\nrun = [\"reboot\"]", "line 2: a program is named by its whole path"},
+             {"[action.SystemCommand.6]\nprogram = 1", "\"run\" is missing"}}) {
+        WriteFile(config, text);
+        const ProgramResult result = RunProgram({MAINSTAY, "--config", config}, "", {"PRODUCT_ID=OAK"});
+        EXPECT_EQ(result.status, 2) << text;
+        EXPECT_THAT(result.err, AllOf(HasSubstr("mainstay: "), HasSubstr(message))) << text;
+    }
+}
+
+/// The device goes on, says so once, and writes everything when the disk is there again.
+TEST(MainstayState, ADiskThatFailsIsSaidOnceAndStopsNothing)
+{
+    for (const Failure& failure :
+         {Failure{faults::kPwrite, ENOSPC, kMany}, Failure{faults::kFsync, EIO, kMany}}) {
+        const TemporaryDirectory directory;
+        Faults faults;
+        StatefulDaemon daemon({"--state", directory.Path()}, faults.Environment());
+        daemon.Set("ReelName", "before");
+        std::this_thread::sleep_for(200ms);
+        faults.Arm(failure);
+        daemon.Set("ReelName", "during");
+        daemon.WaitForLog("cannot write the settings");
+        daemon.Set("FanSpeed", "80 %");
+        faults.Disarm(failure.call);
+        daemon.WaitForLog("the settings are written again");
+        daemon.Stop(SIGKILL);
+        StatefulDaemon again({"--state", directory.Path()});
+        EXPECT_EQ(again.Text("ReelName"), "during");
+        EXPECT_EQ(again.Text("FanSpeed"), "80 %");
+    }
+}
+/// Whatever fails at the start, the device serves, and keeps what it can as soon as it can.
+TEST(MainstayState, ADirectoryThatCannotBeUsedYetIsTriedAgain)
+{
+    for (const faults::Call call : {faults::kPwrite, faults::kFsync, faults::kRename}) {
+        SCOPED_TRACE(call);
+        const TemporaryDirectory directory;
+        WriteFile(directory / "settings.db", "garbage");
+        Faults faults;
+        faults.Arm({call, EROFS, kMany});
+        StatefulDaemon daemon({"--state", directory.Path()}, faults.Environment());
+        daemon.Set("FanSpeed", "80 %");
+        daemon.WaitForLog("cannot write the settings");
+        faults.Disarm(call);
+        daemon.WaitForLog("the settings are written again");
+        daemon.Stop(SIGKILL);
+        EXPECT_EQ(StatefulDaemon({"--state", directory.Path()}).Text("FanSpeed"), "80 %");
+    }
+}
