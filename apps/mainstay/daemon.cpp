@@ -15,6 +15,9 @@
 #include "config/base/log.h"
 #include "config/descriptors/registry/registry.h"
 #include "mainstay/actions/identity.h"
+#include "mainstay/control/reports.h"
+#include "mainstay/control/rollback.h"
+#include "mainstay/control/server.h"
 #include "services/product/product_id.h"
 
 namespace net = vexa::corvalis::config::access;
@@ -52,6 +55,8 @@ Daemon::Daemon() = default;
 Daemon::~Daemon()
 {
     if (m_store) actions::SetSystemState(*m_store, actions::SystemState::kShuttingDown);
+    m_control.reset();
+    m_rollback.reset();  // what it puts back is told to the clients
     m_queues.reset();
     for (Server* const server : m_servers) server->Stop();
     Server::WaitUntilStopped(std::chrono::seconds(5));
@@ -109,7 +114,8 @@ bool Daemon::StartServers(const Options& options)
     // The queues first: they detect another daemon before anything else has started.
     return (options.noQueues || StartQueues()) &&
            (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, options, "TCP")) &&
-           (options.noUdp || StartServer(SOCK_DGRAM, options.udpPort, options, "UDP"));
+           (options.noUdp || StartServer(SOCK_DGRAM, options.udpPort, options, "UDP")) &&
+           StartControl(options);
 }
 
 std::string Daemon::StateText() const
@@ -136,6 +142,18 @@ bool Daemon::StartQueues()
     m_queues = std::make_unique<vexa::config::access::QueueService>();
     AddEndpoint(std::string("queue ") + vexa::config::access::kRequestQueue);
     return m_queues->Start();
+}
+
+bool Daemon::StartControl(const Options& options)
+{
+    const std::string path = control::SocketPath(options.control, "");
+    if (path.empty()) return true;
+    m_rollback = std::make_unique<control::Rollback>(*m_store, CProductID::getProductID());
+    control::Handlers handlers;
+    m_rollback->AddTo(handlers);
+    control::AddReports(handlers);
+    m_control = std::make_unique<control::ControlServer>(std::move(handlers));
+    return m_control->Start(path);
 }
 
 void Daemon::AddEndpoint(const std::string& endpoint)

@@ -16,6 +16,10 @@ namespace vexa::corvalis::config::access {
 class NetworkServer;
 }
 class Config;
+namespace control {
+class ControlServer;
+class Rollback;
+}  // namespace control
 namespace vexa::config::access {
 class QueueService;
 }
@@ -25,6 +29,7 @@ struct Options {
     int tcpPort = 0, udpPort = 0;                    ///< 0: a free one
     std::endian payloadOrder = std::endian::native;  ///< of texts on the network
     int stallSeconds = 60;                           ///< that a TCP client may take nothing
+    std::string control;                             ///< path of the control socket; empty: the usual one
     bool noTcp = false, noUdp = false, noQueues = false;
     std::string stateDirectory;     ///< "": nothing is kept beyond the end of the process
     double commitInterval = 0.5;    ///< seconds from a change to its place on the disk
@@ -55,6 +60,7 @@ class Daemon {
     bool OpenStore(const Options& options);
     bool StartServers(const Options& options);
     bool StartQueues();
+    bool StartControl(const Options& options);
     void AddEndpoint(const std::string& endpoint);
 
     std::unique_ptr<state::SettingsFile> m_file;
@@ -66,4 +72,6 @@ class Daemon {
     std::unique_ptr<vexa::config::access::QueueService> m_queues;
     std::vector<Server*> m_servers;  // each is freed by its own thread after Stop
     std::string m_endpoints;
+    std::unique_ptr<control::Rollback> m_rollback;
+    std::unique_ptr<control::ControlServer> m_control;
 };

@@ -133,6 +133,9 @@ int main(int argc, char** argv)
     app.config_formatter(file);
     app.set_config("--config", kConfigFile, "Options, and what commands do", false);
     app.allow_config_extras(CLI::config_extras_mode::error);
+    app.add_option("--control", options.control,
+                   "The control socket; default: \"control\" in $RUNTIME_DIRECTORY, without that none")
+        ->type_name("PATH");
     app.set_version_flag("--version", std::string("mainstay ") + MAINSTAY_VERSION);
     try {
         app.parse(argc, argv);

@@ -11,7 +11,7 @@ BARE = re.compile(r"std::(?:\w+_)?mutex|std::condition_variable|std::(?:lock_gua
                   r"|pthread_mutex_\w+\(|pthread_rwlock")
 LOCK = re.compile(r"^\s*(?:static |mutable )*(?:vexa::)?(?:NoDestructor<(?:vexa::)?)?"
                   r"(?:Mutex|RecursiveMutex|LockSemaphore|StaticLock|ListenerLock)>?\s+(\w+)\b(?!::)", re.MULTILINE)
-THREAD = re.compile(r'"((?:cfg-|TCPClnt|UDPClnt)[\w-]+)"')
+THREAD = re.compile(r'"((?:cfg-|ms-|TCPClnt|UDPClnt)[\w-]+)"')
 # What the other locks are made of.
 MAKERS = {"base/mutex.h", "base/semaphore_helper.h", "listeners/listener_lock.h"}
 

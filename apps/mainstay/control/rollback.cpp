@@ -1,0 +1,142 @@
+#include "mainstay/control/rollback.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <iterator>
+#include <ranges>
+
+#include "config/base/log.h"
+#include "config/base/no_signals.h"
+#include "config/base/origin.h"
+#include "config/config.h"
+#include "config/descriptors/param_descriptor.h"
+#include "device/catalogue.h"
+#include "mainstay/control/reports.h"
+
+namespace control {
+
+Rollback::Rollback(Config& store, std::string model) : m_store(store), m_model(std::move(model))
+{
+    const vexa::NoSignals inherited;
+    m_thread = std::thread([this] { Run(); });
+}
+
+Rollback::~Rollback()
+{
+    {
+        const vexa::MutexLock hold(m_lock);
+        m_stop = true;
+        m_changed.NotifyAll();
+    }
+    m_thread.join();
+    std::vector<Hold> left;
+    {
+        const vexa::MutexLock hold(m_lock);
+        left.swap(m_holds);
+    }
+    PutBack(left, "the daemon stops");
+}
+
+void Rollback::AddTo(Handlers& handlers)
+{
+    handlers["hold"] = [this](const Json& request, const Peer& who) { return AddHold(request, who); };
+    handlers["confirm"] = [this](const Json& request, const Peer&) { return Confirm(request); };
+}
+
+// --- requests ---
+
+Rollback::Value Rollback::Parse(const Json& entry) const
+{
+    const auto name = entry.at("param").get<std::string>();
+    const auto catalogue = vexa::Catalogue::Of(m_model);
+    ParamDescriptor* const descriptor = catalogue ? catalogue->Find(name) : nullptr;
+    if (!descriptor) throw Failure("unknown parameter " + name);
+    const Json& value = entry.at("value");
+    const bool isText = descriptor->GetParamType() == eCParam_StringValue;
+    if (isText ? !value.is_string() : !value.is_number_unsigned())
+        throw Failure(name + (isText ? " takes a text" : " takes a number of 0 or more"));
+    if (isText) return {descriptor->GetParamID(), value.get<std::string>()};
+    if (value.get<uint64_t>() > UINT32_MAX) throw Failure(name + ": the number is too large");
+    return {descriptor->GetParamID(), value.get<unsigned int>()};
+}
+
+Json Rollback::AddHold(const Json& request, const Peer& who)
+{
+    const auto seconds = request.at("seconds").get<int64_t>();
+    if (seconds < 1 || seconds > kMaxSeconds)
+        throw Failure("takes 1 to " + std::to_string(kMaxSeconds) + " seconds");
+    std::vector<Value> values;
+    for (const Json& entry : request.at("values")) values.push_back(Parse(entry));
+    timeval until{};
+    gettimeofday(&until, nullptr);
+    until.tv_sec += seconds;
+    const vexa::Deadline end(static_cast<unsigned int>(seconds * 1000));
+    const vexa::MutexLock hold(m_lock);
+    if (m_holds.size() >= kMaxHolds) throw Failure("too many changes wait to be confirmed");
+    m_holds.push_back({++m_lastNumber, end, who.text, std::move(values)});
+    m_changed.NotifyAll();
+    return {{"hold", m_lastNumber}, {"until", TimeText(until)}};
+}
+
+Json Rollback::Confirm(const Json& request)
+{
+    const unsigned int number = request.value("hold", 0u);
+    const vexa::MutexLock hold(m_lock);
+    const size_t confirmed =
+        std::erase_if(m_holds, [&](const Hold& held) { return number == 0 || held.number == number; });
+    return {{"confirmed", confirmed}};
+}
+
+// --- time ---
+
+void Rollback::Run()
+{
+    pthread_setname_np(pthread_self(), "ms-rollback");
+    for (std::vector<Hold> overdue; TakeOverdue(overdue);) {
+        try {
+            PutBack(overdue, "nobody has confirmed in time");
+        } catch (const std::exception& error) {
+            vexa::Print("mainstay: a change could not be undone: %s\n", error.what());
+        }
+    }
+}
+
+/// Waits for holds whose time is over. @return false at the end.
+bool Rollback::TakeOverdue(std::vector<Hold>& overdue)
+{
+    const vexa::MutexLock hold(m_lock);
+    for (;;) {
+        if (m_stop) return false;
+        const auto first = std::ranges::find_if(m_holds, [](const Hold& held) { return held.end.IsOver(); });
+        if (first != m_holds.end()) {
+            overdue.assign(std::move_iterator(first), std::move_iterator(m_holds.end()));
+            m_holds.erase(first, m_holds.end());
+            return true;
+        }
+        const auto next =
+            std::ranges::min_element(m_holds, {}, [](const Hold& held) { return held.end.End(); });
+        if (next == m_holds.end())
+            m_changed.Wait(m_lock);
+        else
+            m_changed.Wait(m_lock, vexa::Deadline(next->end));
+    }
+}
+
+void Rollback::PutBack(const std::vector<Hold>& holds, const char* why)
+{
+    const vexa::OriginScope origin("not confirmed");
+    for (const Hold& held : std::views::reverse(holds)) {
+        size_t refused = 0;
+        for (const auto& [id, value] : held.values) {
+            const bool isText = value.index() == 1;
+            const bool stored =
+                isText ? m_store.Set(id, std::get<1>(value)) : m_store.Set(id, std::get<0>(value));
+            refused += stored ? 0 : 1;
+        }
+        vexa::Print("mainstay: a change by %s is undone, for %s: %zu values put back, %zu refused\n",
+                    held.who.c_str(), why, held.values.size() - refused, refused);
+    }
+}
+
+}  // namespace control
