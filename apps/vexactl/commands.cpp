@@ -4,6 +4,7 @@
 
 #include "vexactl/alarms.h"
 #include "vexactl/catalogue.h"
+#include "vexactl/control_verbs.h"
 #include "vexactl/devices.h"
 #include "vexactl/set.h"
 #include "vexactl/show.h"
@@ -33,6 +34,7 @@ class Verbs {
         AddAlarms();
         RunAt(*m_app.add_subcommand("ping", "Show what the device is, and how fast it answers"), Ping);
         AddCatalogue();
+        AddControlVerbs(m_app, m_session, m_status);
     }
 
   private:

@@ -170,7 +170,7 @@ void AddArguments(Words& found, const Catalogues& catalogues, const Place& place
         AddAssignments(found, catalogues, place, word);
     else if (argument.find("ALARM") != std::string::npos)
         AddNames(found, catalogues, word, IsAlarm);
-    else if (argument.find("TEXT") == std::string::npos)
+    else if (argument.find("PARAMETER") != std::string::npos || argument == "PATTERN")
         AddNames(found, catalogues, word, IsAny);
 }
 

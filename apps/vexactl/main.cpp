@@ -43,6 +43,12 @@ CLI::Option* AddOptions(CLI::App& app, Session& session)
     auto* const queues = app.add_flag("--mq", session.queues, "The same as -d mq:");
     devices->excludes(queues);
     app.add_option(
+           "--control", session.control,
+           "The control socket of the daemon of this machine, for status, clients, log, presets, stats "
+           "and confirm")
+        ->envname("VEXACTL_CONTROL")
+        ->type_name("PATH");
+    app.add_option(
            "--model", session.model,
            "The model that the device has to be; for info and catalogue without a device, that of the "
            "parameters")
