@@ -30,7 +30,7 @@ const Json& ListOf(const Json& object, const char* name)
     return found != object.end() && found->is_array() ? *found : none;
 }
 
-/// Columns with headings, each as wide as its widest text; the last one is not filled up.
+/// Columns with headings, each as wide as its widest text.
 void PrintTable(Session& session, const std::vector<std::vector<std::string>>& rows)
 {
     std::vector<size_t> widths(rows.front().size());
@@ -39,7 +39,8 @@ void PrintTable(Session& session, const std::vector<std::vector<std::string>>& r
     for (const auto& row : rows) {
         std::string line;
         for (size_t i = 0; i + 1 < row.size(); ++i) line += Padded(row[i], widths[i]) + "  ";
-        session.Print(line + row.back());
+        line += row.back();
+        session.Print(line.substr(0, line.find_last_not_of(' ') + 1));
     }
 }
 
