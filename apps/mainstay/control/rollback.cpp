@@ -12,6 +12,7 @@
 #include "config/config.h"
 #include "config/descriptors/param_descriptor.h"
 #include "device/catalogue.h"
+#include "device/format.h"
 #include "mainstay/control/reports.h"
 
 namespace control {
@@ -52,6 +53,7 @@ Rollback::Value Rollback::Parse(const Json& entry) const
     const auto catalogue = vexa::Catalogue::Of(m_model);
     ParamDescriptor* const descriptor = catalogue ? catalogue->Find(name) : nullptr;
     if (!descriptor) throw Failure("unknown parameter " + name);
+    if (vexa::HoldsBytes(*descriptor)) throw Failure(name + " holds data, which cannot be put back");
     const Json& value = entry.at("value");
     const bool isText = descriptor->GetParamType() == eCParam_StringValue;
     if (isText ? !value.is_string() : !value.is_number_unsigned())

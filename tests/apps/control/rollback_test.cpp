@@ -75,8 +75,8 @@ TEST_F(ControlRollback, UndoesAtTheEndWhatIsNotConfirmed)
 TEST_F(ControlRollback, RefusesWhatItCouldNotPutBack)
 {
     for (const Json& values :
-         {Json{{{"param", "NoSuch"}, {"value", 1}}}, Json{{{"param", "RegisterSave"}, {"value", "x"}}},
-          Json{{{"param", "RegisterSave"}, {"value", -1}}},
+         {Json{{{"param", "NoSuch"}, {"value", 1}}}, Json{{{"param", "SW_Error_Alarm"}, {"value", ""}}},
+          Json{{{"param", "RegisterSave"}, {"value", "x"}}}, Json{{{"param", "RegisterSave"}, {"value", -1}}},
           Json{{{"param", "RegisterSave"}, {"value", 4294967296}}},
           Json{{{"param", "ReelName"}, {"value", 1}}}})
         EXPECT_THROW(Hold(values), Failure) << values;
