@@ -23,12 +23,13 @@ void Prepare()
     std::cout.rdbuf(nullptr);
 }
 
-/// Input that reaches other devices or takes long: waiting for changes, making another store.
+/// Input that reaches other devices, writes files or takes long: waiting for changes, making another store.
 bool Leaves(const std::string& text)
 {
     const auto contains = [&](const char* word) { return text.find(word) != std::string::npos; };
-    return std::ranges::any_of(
-        std::initializer_list<const char*>{"-d", "--uri", "mq", "watch", "wait", "configid"}, contains);
+    return std::ranges::any_of(std::initializer_list<const char*>{"-d", "--uri", "mq", "watch", "wait",
+                                                                  "configid", "save", "diff", "--confirm"},
+                               contains);
 }
 
 std::vector<std::string> CommandLine(const std::string& line)

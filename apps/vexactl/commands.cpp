@@ -3,9 +3,12 @@
 #include <memory>
 
 #include "vexactl/alarms.h"
+#include "vexactl/apply.h"
 #include "vexactl/catalogue.h"
 #include "vexactl/control_verbs.h"
 #include "vexactl/devices.h"
+#include "vexactl/diff.h"
+#include "vexactl/save.h"
 #include "vexactl/set.h"
 #include "vexactl/show.h"
 #include "vexactl/watch.h"
@@ -35,6 +38,10 @@ class Verbs {
         RunAt(*m_app.add_subcommand("ping", "Show what the device is, and how fast it answers"), Ping);
         AddCatalogue();
         AddControlVerbs(m_app, m_session, m_status);
+        AddSave();
+        AddDiff();
+        AddApply();
+        AddReset();
     }
 
   private:
@@ -68,6 +75,11 @@ class Verbs {
     void AddInfo();
     void AddAlarms();
     void AddCatalogue();
+    void AddSave();
+    void AddDiff();
+    void AddApply();
+    void AddReset();
+    void AddConfirm(CLI::App& command, std::optional<double>& seconds);
     std::shared_ptr<WatchOptions> AddWatchOptions(CLI::App& watch);
 
     CLI::App& m_app;
@@ -117,6 +129,7 @@ void Verbs::AddSet()
         ->required();
     set->add_flag("--force", options->force, "Set a read-only parameter, too");
     set->add_flag("-y,--yes", options->yes, "Do not ask before commands that cannot be taken back");
+    AddConfirm(*set, options->confirm);
     RunAt(*set, [=](Session& session) { return Set(session, *words, *options); });
 }
 
@@ -211,6 +224,64 @@ void Verbs::AddCatalogue()
     const auto markdown = std::make_shared<bool>(false);
     catalogue->add_flag("--markdown", *markdown, "As a reference page to read");
     RunAt(*catalogue, [=](Session& session) { return PrintCatalogue(session, *markdown); });
+}
+
+void Verbs::AddConfirm(CLI::App& command, std::optional<double>& seconds)
+{
+    command
+        .add_option("--confirm", seconds,
+                    "Ask whether to keep the new values, for so many seconds; without a yes the old ones are "
+                    "put back")
+        ->check(SecondsValidator())
+        ->type_name("SECONDS");
+}
+
+void Verbs::AddSave()
+{
+    auto* const save =
+        m_app.add_subcommand("save", "Write the settings as a file: those that the device keeps");
+    const auto options = std::make_shared<SaveOptions>();
+    save->add_option("FILE", options->file, "Replaced as a whole; standard output when there is none")
+        ->type_name("");
+    save->add_flag("--secrets", options->secrets, "Passwords, too; the file is its user's alone then");
+    RunAt(*save, [=](Session& session) { return Save(session, *options); });
+}
+
+void Verbs::AddDiff()
+{
+    auto* const diff = m_app.add_subcommand("diff", "Compare settings; 1 when they differ");
+    const auto words = std::make_shared<std::pair<std::string, std::string>>();
+    diff->add_option("FILE", words->first, "A file, a device, or \"defaults\"")->type_name("")->required();
+    diff->add_option("FILE_OR_DEVICE", words->second, "What it is compared with; otherwise the device of -d")
+        ->type_name("");
+    RunAt(*diff, [=](Session& session) { return Diff(session, words->first, words->second); });
+}
+
+void Verbs::AddApply()
+{
+    auto* const apply = m_app.add_subcommand("apply", "Set what a file of settings says: all or nothing");
+    const auto options = std::make_shared<ApplyOptions>();
+    apply->add_option("FILE", options->file, "As save writes it")->type_name("")->required();
+    apply->add_flag("--dry-run", options->dryRun, "Show what would change");
+    apply
+        ->add_option("--only", options->only,
+                     "Only names like this, with * and ?; may be given more than once")
+        ->expected(1)
+        ->type_name("PATTERN")
+        ->take_all();
+    AddConfirm(*apply, options->confirm);
+    RunAt(*apply, [=](Session& session) { return Apply(session, *options); });
+}
+
+void Verbs::AddReset()
+{
+    auto* const reset = m_app.add_subcommand("reset", "Set factory defaults: all or nothing");
+    const auto options = std::make_shared<ResetOptions>();
+    reset->add_option("PARAMETER", options->names, "Names, with * and ? for many")->type_name("");
+    auto* const all =
+        reset->add_flag("--all", options->all, "What a factory reset concerns, but not the network");
+    reset->add_flag("--network", options->network, "The network, too")->needs(all);
+    RunAt(*reset, [=](Session& session) { return Reset(session, *options); });
 }
 
 }  // namespace

@@ -5,8 +5,7 @@
 
 #include "vexactl/session.h"
 
-/// Adds get, list, set, watch, wait, info, alarms, ping and catalogue to a command line. Each leaves its result in
-/// `status` when the line is parsed.
+/// Adds all verbs but shell to a command line. Each leaves its result in `status` when the line is parsed.
 /// @param inShell  a watch without a limit goes on beside other commands, and unwatch ends it.
 void AddCommands(CLI::App& app, Session& session, ExitStatus& status, bool inShell);
 

@@ -122,7 +122,8 @@ int main(int argc, char** argv)
     // Names and texts of devices are UTF-8 everywhere, and so is what is typed.
     if (!setlocale(LC_CTYPE, "") || MB_CUR_MAX == 1) setlocale(LC_CTYPE, "C.UTF-8");
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    std::signal(SIGPIPE, SIG_IGN);  // the device hears a goodbye first
+    setvbuf(stdin, nullptr, _IONBF, 0);  // what one command leaves, another one waits for
+    std::signal(SIGPIPE, SIG_IGN);       // the device hears a goodbye first
     Output output;
     int signal = 0;
     auto status = static_cast<int>(Run(output, argc, argv, signal));

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "config/base/mutex.h"
+#include "vexactl/rollback.h"
 
 namespace {
 
@@ -249,6 +250,49 @@ std::vector<vexa::SetResult> Send(vexa::Device& device, const std::vector<Settin
     return device.SetMany(values);
 }
 
+ExitStatus SendAll(Session& session, vexa::Device& device, const std::vector<Setting>& settings)
+{
+    const auto results = Send(device, settings);
+    Interrupts::Instance().Check();
+    ExitStatus status = ExitStatus::kDone;
+    for (size_t i = 0; i < settings.size(); ++i) {
+        const ExitStatus one = PrintResult(session, device, settings[i], results[i]);
+        if (status == ExitStatus::kDone) status = one;
+    }
+    return status;
+}
+
+/// What the device has now, and is to have.
+ValueChanges ChangesOf(Session& session, vexa::Device& device, const std::vector<Setting>& settings)
+{
+    std::vector<Parameter> parameters;
+    for (const Setting& setting : settings) parameters.push_back(setting.parameter);
+    const auto results = session.Read(device, parameters);
+    ValueChanges changes;
+    for (size_t i = 0; i < settings.size(); ++i)
+        if (results[i]) changes.push_back({parameters[i], *results[i].value, settings[i].value, true});
+    return changes;
+}
+
+/// @return the status of the settings where they stay.
+ExitStatus SendAndAsk(Session& session, vexa::Device& device, const std::vector<Setting>& settings,
+                      double seconds)
+{
+    if (session.isOneOfMany) return session.Fail(ExitStatus::kUsage, "--confirm takes one device");
+    const ValueChanges changes = ChangesOf(session, device, settings);
+    Rollback rollback(session, device, seconds);
+    rollback.Start(changes);
+    try {
+        const ExitStatus status = SendAll(session, device, settings);
+        if (!rollback.HasChanges()) return status;
+        const ExitStatus answer = AskWhetherToKeep(session, device, rollback);
+        return answer == ExitStatus::kDone ? status : answer;
+    } catch (...) {
+        rollback.Undo();
+        throw;
+    }
+}
+
 }  // namespace
 
 ExitStatus Set(Session& session, const Words& words, const SetOptions& options)
@@ -265,11 +309,6 @@ ExitStatus Set(Session& session, const Words& words, const SetOptions& options)
     for (const Setting& setting : settings)
         if (!IsMeant(setting, options))
             return Refused(session, setting.parameter, setting.typed, "not meant");
-    const auto results = Send(device, settings);
-    Interrupts::Instance().Check();
-    for (size_t i = 0; i < settings.size(); ++i) {
-        const ExitStatus one = PrintResult(session, device, settings[i], results[i]);
-        if (status == ExitStatus::kDone) status = one;
-    }
-    return status;
+    return options.confirm ? SendAndAsk(session, device, settings, *options.confirm)
+                           : SendAll(session, device, settings);
 }

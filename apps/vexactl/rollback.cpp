@@ -1,0 +1,142 @@
+#include "vexactl/rollback.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <ranges>
+#include <thread>
+
+namespace {
+
+unsigned int Milliseconds(double seconds)
+{
+    return static_cast<unsigned int>(std::min(seconds * 1000, 2e9));
+}
+
+/// A line of standard input, by single characters: what follows is for the next command.
+/// @return nothing when the time is over first. Throws Interrupted.
+std::optional<std::string> ReadAnswer(const vexa::Deadline& deadline)
+{
+    std::string line;
+    for (;;) {
+        Interrupts::Instance().Check();
+        pollfd inputs[] = {{STDIN_FILENO, POLLIN, 0}, {Interrupts::Instance().Fd(), POLLIN, 0}};
+        if (poll(inputs, 2, deadline.PollTimeout()) == 0) return std::nullopt;
+        if (inputs[0].revents == 0) continue;
+        char c = '\n';
+        if (read(STDIN_FILENO, &c, 1) <= 0 || c == '\n') return line;
+        line += c;
+    }
+}
+
+bool IsYes(const std::string& answer)
+{
+    return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+/// Whether the device answers now, or again before the time is over.
+bool Answers(vexa::Device& device, const vexa::Deadline& deadline)
+{
+    while (AwaitDevice(device, deadline, true)) {
+        if (device.Get(eParamID_ProductID)) return true;
+        if (deadline.IsOver()) return false;
+    }
+    return false;
+}
+
+}  // namespace
+
+Rollback::Rollback(Session& session, vexa::Device& device, const std::optional<double>& seconds)
+    : m_session(session),
+      m_device(device),
+      m_confirmTime(Milliseconds(seconds.value_or(0))),
+      m_undoTime(Milliseconds(std::max(seconds.value_or(0), session.timeout)))
+{
+}
+
+void Rollback::Start(const ValueChanges& changes)
+{
+    m_end = vexa::Deadline(m_confirmTime);
+    m_changes = &changes;
+}
+
+std::vector<const ValueChange*> Rollback::Differing() const
+{
+    std::vector<eParam_t> ids;
+    for (const ValueChange& change : *m_changes) ids.push_back(change.parameter.Id());
+    const auto results = m_device.GetMany(ids);
+    std::vector<const ValueChange*> differing;
+    for (size_t i = 0; i < ids.size(); ++i) {
+        const ValueChange& change = (*m_changes)[i];
+        if (results[i] ? *results[i].value != change.from : change.isSent) differing.push_back(&change);
+    }
+    return differing;
+}
+
+bool Rollback::PutBack(const std::vector<const ValueChange*>& differing, std::string& reason)
+{
+    for (const ValueChange* const change : differing | std::views::reverse) {
+        const vexa::SetResult result = m_device.Set(change->parameter.Id(), change->from);
+        if (!result) reason = result.reason;
+        if (result.failure != vexa::Failure::kNone) return false;
+    }
+    return true;
+}
+
+void Rollback::Undo()
+{
+    constexpr int kMostTimes = 3;  // one value may keep another from coming back before it
+    if (!m_changes) return;
+    const vexa::Deadline limit(m_undoTime);
+    std::vector<const ValueChange*> first, left;
+    std::string reason;
+    for (int times = 0; times < kMostTimes && !limit.IsOver() && AwaitDevice(m_device, limit, false);) {
+        left = Differing();
+        if (left.empty()) break;
+        if (first.size() < left.size()) first = left;
+        if (PutBack(left, reason))
+            ++times;
+        else
+            std::this_thread::sleep_for(kUntilNoticed);
+    }
+    const vexa::DeviceStatus status = m_device.Status();
+    if (status.state != vexa::DeviceState::kInStep) reason = "the device cannot be reached: " + status.reason;
+    left = Differing();
+    Tell(first, left, reason);
+}
+
+void Rollback::Tell(const std::vector<const ValueChange*>& first, const std::vector<const ValueChange*>& left,
+                    const std::string& reason)
+{
+    m_changes = nullptr;  // the tool may end while it prints
+    for (const ValueChange* const change : first | std::views::reverse)
+        if (change->Differs() && std::ranges::find(left, change) == left.end())
+            PrintChanged(m_session, change->parameter, change->to, change->from, "put back");
+    for (const ValueChange* const change : left)
+        m_session.Fail(ExitStatus::kRefused,
+                       change->parameter.Name() + " could not be put back to " +
+                           change->parameter.Text(change->from) + ": " + reason,
+                       {{"param", change->parameter.Name()},
+                        {"result", "not put back"},
+                        {"to", ValueJson(change->parameter, change->from)},
+                        {"reason", reason}});
+}
+
+ExitStatus AskWhetherToKeep(Session& session, vexa::Device& device, Rollback& rollback)
+{
+    const int seconds = (rollback.End().PollTimeout() + 999) / 1000;
+    session.Note("Keep the changes? [y/N], " + std::to_string(seconds) + " s", {{"seconds", seconds}});
+    const auto answer = ReadAnswer(rollback.End());
+    std::string why = answer ? "not confirmed" : "not confirmed in time";
+    if (answer && IsYes(*answer)) {
+        if (Answers(device, rollback.End())) {
+            rollback.Confirm();
+            return ExitStatus::kDone;
+        }
+        why = "the connection did not come back in time";
+    }
+    session.Fail(ExitStatus::kRefused, why + "; the old values are put back");
+    rollback.Undo();
+    return ExitStatus::kRefused;
+}
