@@ -162,6 +162,11 @@ void AddAssignments(Words& found, const Catalogues& catalogues, const Place& pla
     }
 }
 
+void AddDefaults(Words& found, const std::string& verb, const std::string& word)
+{
+    if (verb == "diff" && Begins("defaults", word)) Add(found, "defaults");
+}
+
 void AddArguments(Words& found, const Catalogues& catalogues, const Place& place, const std::string& word)
 {
     const std::string verb = place.verb->get_name(), argument = NextArgument(place);
@@ -170,6 +175,8 @@ void AddArguments(Words& found, const Catalogues& catalogues, const Place& place
         AddAssignments(found, catalogues, place, word);
     else if (argument.find("ALARM") != std::string::npos)
         AddNames(found, catalogues, word, IsAlarm);
+    else if (argument == "FILE" || argument == "FILE_OR_DEVICE")  // which are there, the other shell knows
+        AddDefaults(found, verb, word);
     else if (argument.find("PARAMETER") != std::string::npos || argument == "PATTERN")
         AddNames(found, catalogues, word, IsAny);
 }
@@ -204,6 +211,7 @@ std::vector<std::string> Candidates(CLI::App& grammar, const std::vector<std::st
     Words found;
     if (place.awaited) {
         if (place.awaited->check_lname("class")) AddClassNames(found, catalogues, word);
+        if (place.awaited->check_lname("only")) AddNames(found, catalogues, word, IsSettable);
     } else if (place.takesOptions && word.starts_with('-')) {
         AddOptions(found, place.verb, word);
     } else {

@@ -40,5 +40,9 @@ _vexactl()
         [ "$quote" ] || printf -v candidate %q "$candidate"
         COMPREPLY+=("$candidate")
     done < <("${words[0]}" complete -- "${kept[@]}" "$word" 2>/dev/null)
+    case " ${kept[*]} " in
+        *' save '* | *' diff '* | *' apply '*)
+            mapfile -t -O ${#COMPREPLY[@]} COMPREPLY < <(compgen -f -- "$word") ;;
+    esac
 }
 complete -o nosort -F _vexactl vexactl

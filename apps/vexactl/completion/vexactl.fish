@@ -8,4 +8,5 @@ end
 
 complete -c vexactl -f -a '(__vexactl_candidates)'
 complete -c vexactl -l devices -r -F
+complete -c vexactl -n '__fish_seen_subcommand_from save diff apply' -F
 complete -c vexactl -s d -l device -x -a '(__fish_print_hostnames)'
