@@ -36,6 +36,10 @@ class Output {
     void PrintExactly(const std::string& text) VEXA_EXCLUDES(m_lock);
     /// "vexactl: ..."
     void Complain(const std::string& message) VEXA_EXCLUDES(m_lock);
+    /// A question that the next input answers, where the messages go.
+    void Ask(const std::string& question) VEXA_EXCLUDES(m_lock);
+    /// Whether a person reads the messages.
+    bool IsRead() const;
     /// @return false, after a message, when not everything could be written.
     bool Finish() VEXA_EXCLUDES(m_lock);
     /// Whether nobody reads standard output any more.

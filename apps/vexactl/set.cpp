@@ -43,7 +43,8 @@ std::optional<std::vector<Assignment>> AssignmentsOf(const Words& words)
 /// Switches off what is typed, for the life of a scope.
 class NoEcho {
   public:
-    explicit NoEcho(bool isWanted) : m_isOff(isWanted && tcgetattr(STDIN_FILENO, &m_before) == 0)
+    NoEcho(const Session& session, bool isWanted)
+        : m_session(session), m_isOff(isWanted && tcgetattr(STDIN_FILENO, &m_before) == 0)
     {
         if (!m_isOff) return;
         termios silent = m_before;
@@ -58,18 +59,19 @@ class NoEcho {
     {
         if (!m_isOff) return;
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &m_before);
-        fputc('\n', stderr);
+        m_session.Lines().Ask("\n");
     }
 
   private:
+    const Session& m_session;
     termios m_before{};
     const bool m_isOff;
 };
 
-std::string ReadLine(const std::string& prompt, bool isSecret)
+std::string ReadLine(const Session& session, const std::string& prompt, bool isSecret)
 {
-    if (isatty(STDIN_FILENO)) fputs((prompt + ": ").c_str(), stderr);
-    const NoEcho silence(isSecret);
+    if (isatty(STDIN_FILENO)) session.Lines().Ask(prompt + ": ");
+    const NoEcho silence(session, isSecret);
     const Interrupts::Idle idle([&] { silence.Restore(); });
     std::string line;
     std::getline(std::cin, line);
@@ -81,10 +83,10 @@ std::string TypedFor(const Session& session, const Parameter& parameter)
 {
     static vexa::Mutex lock;
     static std::map<std::string, std::string> known;
-    if (!session.isOneOfMany) return ReadLine(parameter.Name(), parameter.IsSecret());
+    if (!session.isOneOfMany) return ReadLine(session, parameter.Name(), parameter.IsSecret());
     const vexa::MutexLock hold(lock);
     const auto [line, isNew] = known.try_emplace(parameter.Name());
-    if (isNew) line->second = ReadLine(parameter.Name(), parameter.IsSecret());
+    if (isNew) line->second = ReadLine(session, parameter.Name(), parameter.IsSecret());
     return line->second;
 }
 
@@ -126,12 +128,13 @@ std::optional<Setting> Prepared(Session& session, const Assignment& assignment, 
 }
 
 /// What cannot be taken back is asked for once more, where there is somebody to ask.
-bool IsMeant(const Setting& setting, const SetOptions& options)
+bool IsMeant(const Session& session, const Setting& setting, const SetOptions& options)
 {
     const bool isGrave =
         setting.parameter.Id() == eParamID_SystemCommand || setting.parameter.Id() == eParamID_FormatMedia;
-    if (!isGrave || options.yes || !isatty(STDIN_FILENO) || !isatty(STDERR_FILENO)) return true;
+    if (!isGrave || options.yes || !isatty(STDIN_FILENO) || !session.Lines().IsRead()) return true;
     const std::string answer = ReadLine(
+        session,
         "set " + setting.parameter.Name() + " to " + setting.parameter.Text(setting.value) + "? [y/N]",
         false);
     return answer == "y" || answer == "Y" || answer == "yes";
@@ -307,7 +310,7 @@ ExitStatus Set(Session& session, const Words& words, const SetOptions& options)
         if (auto setting = Prepared(session, assignment, options, status)) settings.push_back(*setting);
     if (status != ExitStatus::kDone) return status;
     for (const Setting& setting : settings)
-        if (!IsMeant(setting, options))
+        if (!IsMeant(session, setting, options))
             return Refused(session, setting.parameter, setting.typed, "not meant");
     return options.confirm ? SendAndAsk(session, device, settings, *options.confirm)
                            : SendAll(session, device, settings);

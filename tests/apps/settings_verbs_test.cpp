@@ -274,4 +274,25 @@ TEST_F(SettingsVerbs, ADeviceThatIsLostGetsItsOldValuesWhenItComesBack)
     EXPECT_EQ(gone.Wait(), 4);
 }
 
+TEST_F(SettingsVerbs, APersonSeesWhatIsAskedFor)
+{
+    Terminal grave(Command({"set", "SystemCommand", "6"}), {});
+    grave.WaitFor("set SystemCommand to 6 eSystemCommandReboot? [y/N]: ");
+    grave.Type("n\n");
+    EXPECT_EQ(grave.Wait(), 4);
+    Terminal secret(Command({"set", "SystemPassword", "-"}), {});
+    secret.WaitFor("SystemPassword: ");
+    secret.Type("geheim\n");
+    secret.WaitFor("stored ********");
+    EXPECT_EQ(secret.Wait(), 0);
+    EXPECT_THAT(secret.Screen(), Not(HasSubstr("geheim")));
+    const auto candidates = [](std::vector<std::string> words) {
+        words.insert(words.begin(), {VEXACTL, "complete", "--"});
+        return RunProgram(words, "", {"PRODUCT_ID=OAK"}).out;
+    };
+    EXPECT_EQ(candidates({"diff", "d"}), "defaults\n");
+    EXPECT_EQ(candidates({"apply", "Fan"}), "") << "files are the business of the other shell";
+    EXPECT_EQ(candidates({"apply", "--only", "FanS"}), "FanSpeed\n");
+}
+
 }  // namespace
