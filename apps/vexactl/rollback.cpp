@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <ranges>
 #include <thread>
 
 namespace {
@@ -67,7 +66,7 @@ std::vector<const ValueChange*> Rollback::Differing() const
     for (const ValueChange& change : *m_changes) ids.push_back(change.parameter.Id());
     const auto results = m_device.GetMany(ids);
     std::vector<const ValueChange*> differing;
-    for (size_t i = 0; i < ids.size(); ++i) {
+    for (size_t i = ids.size(); i-- > 0;) {
         const ValueChange& change = (*m_changes)[i];
         if (results[i] ? *results[i].value != change.from : change.isSent) differing.push_back(&change);
     }
@@ -76,7 +75,7 @@ std::vector<const ValueChange*> Rollback::Differing() const
 
 bool Rollback::PutBack(const std::vector<const ValueChange*>& differing, std::string& reason)
 {
-    for (const ValueChange* const change : differing | std::views::reverse) {
+    for (const ValueChange* const change : differing) {
         const vexa::SetResult result = m_device.Set(change->parameter.Id(), change->from);
         if (!result) reason = result.reason;
         if (result.failure != vexa::Failure::kNone) return false;
@@ -110,7 +109,7 @@ void Rollback::Tell(const std::vector<const ValueChange*>& first, const std::vec
                     const std::string& reason)
 {
     m_changes = nullptr;  // the tool may end while it prints
-    for (const ValueChange* const change : first | std::views::reverse)
+    for (const ValueChange* const change : first)
         if (change->Differs() && std::ranges::find(left, change) == left.end())
             PrintChanged(m_session, change->parameter, change->to, change->from, "put back");
     for (const ValueChange* const change : left)

@@ -24,7 +24,7 @@ class Rollback {
     void Undo();
 
   private:
-    /// Those that are to be put back: what the device shows, or may have.
+    /// Those that are to be put back, the last one first: what the device shows, or may have.
     std::vector<const ValueChange*> Differing() const;
     /// @return false when the connection is lost, or a value cannot be sent at all.
     bool PutBack(const std::vector<const ValueChange*>& differing, std::string& reason);

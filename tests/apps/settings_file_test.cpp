@@ -116,7 +116,7 @@ TEST(SettingsFile, WhatIsNoSuchFileIsRefusedWithItsPlace)
         {"[settings]\nReelName = \"\xff\"", "a.toml:2:"},
         {"FanSpeed = 70", "a.toml:1:1: \"FanSpeed\" is not known here"},
         {"[stettings]", "a.toml:1:2: \"stettings\" is not known here"},
-        {"[device]\nmodle = 'OAK'", "a.toml:2:1: \"modle\" is not known here"},
+        {"[device]\nmodels = 'OAK'", "a.toml:2:1: \"models\" is not known here"},
         {"[device]\nmodel = 8", "a.toml:2:9: model is a text, in quotes"},
         {"settings = 1", "a.toml:1:12: settings is a table: [settings]"},
     };
