@@ -127,6 +127,7 @@ std::optional<std::string> ObjectionOf(vexa::Device& device, const Parameter& pa
 ValueChanges Checks::ChangesFor(vexa::Device& device, const std::vector<Wish>& wishes)
 {
     std::vector<Parameter> parameters;
+    parameters.reserve(wishes.size());
     for (const Wish& wish : wishes) parameters.push_back(wish.parameter);
     const auto results = m_session.Read(device, parameters);
     ValueChanges changes;
@@ -220,6 +221,7 @@ std::vector<Parameter> ToBeReset(Session& session, const ResetOptions& options, 
         if (options.all && IsReset(Parameter(descriptor), options.network))
             chosen.emplace(id, Parameter(descriptor));
     std::vector<Parameter> parameters;
+    parameters.reserve(chosen.size());
     for (const auto& [id, parameter] : chosen) parameters.push_back(parameter);
     return parameters;
 }

@@ -56,6 +56,8 @@ Rollback::Rollback(Session& session, vexa::Device& device, const std::optional<d
 
 void Rollback::Start(const ValueChanges& changes)
 {
+    // A signal is found when the request ends that it comes into: then the old values are put back.
+    Interrupts::Instance().SetStop([] {});
     m_end = vexa::Deadline(m_confirmTime);
     m_changes = &changes;
 }

@@ -30,8 +30,8 @@ std::string SerialOf(const Session& session, vexa::Device& device)
     for (const eParam_t id : {eParamID_FormattedSerialNumber, eParamID_SerialNumber}) {
         ParamDescriptor* const descriptor = session.Parameters().Find(id);
         const auto value = descriptor ? device.Kept(id).value : std::nullopt;
-        if (const std::string text = value ? vexa::Format(*descriptor, *value) : ""; !text.empty())
-            return text;
+        std::string text = value ? vexa::Format(*descriptor, *value) : "";
+        if (!text.empty()) return text;
     }
     return "";
 }

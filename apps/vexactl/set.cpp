@@ -269,6 +269,7 @@ ExitStatus SendAll(Session& session, vexa::Device& device, const std::vector<Set
 ValueChanges ChangesOf(Session& session, vexa::Device& device, const std::vector<Setting>& settings)
 {
     std::vector<Parameter> parameters;
+    parameters.reserve(settings.size());
     for (const Setting& setting : settings) parameters.push_back(setting.parameter);
     const auto results = session.Read(device, parameters);
     ValueChanges changes;

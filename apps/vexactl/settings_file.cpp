@@ -80,7 +80,7 @@ std::optional<Value> NumberOf(ParamDescriptor& descriptor, const std::string& te
     const bool isSigned = descriptor.GetParamType() == eCParam_Signed;
     const bool isStored = text.find_first_not_of("0123456789") == std::string::npos ||
                           (isSigned && text.find_first_not_of("-0123456789") == std::string::npos);
-    if (const auto stored = isStored ? StoredNumber(text) : std::nullopt) return stored;
+    if (auto stored = isStored ? StoredNumber(text) : std::nullopt) return stored;
     return vexa::Parse(descriptor, text, reason);
 }
 
