@@ -9,6 +9,7 @@
 #include "vexactl/devices.h"
 #include "vexactl/diff.h"
 #include "vexactl/save.h"
+#include "vexactl/groups.h"
 #include "vexactl/set.h"
 #include "vexactl/show.h"
 #include "vexactl/watch.h"
@@ -34,6 +35,8 @@ class Verbs {
         AddWatch();
         AddWait();
         AddInfo();
+        RunAt(*m_app.add_subcommand("groups", "Show the groups of parameters, as list --group takes them"),
+              Groups);
         AddAlarms();
         RunAt(*m_app.add_subcommand("ping", "Show what the device is, and how fast it answers"), Ping);
         AddCatalogue();
@@ -64,7 +67,8 @@ class Verbs {
     {
         command
             .add_option("--format", m_session.format,
-                        "Each value like this: %n name, %v value, %u units, %t time, %d device, %% percent")
+                        "Each value like this: %n name, %N name for people, %v value, %u units, %t time, %d "
+                        "device, %% percent")
             ->type_name("TEXT");
     }
     void AddGet();
@@ -107,9 +111,13 @@ void Verbs::AddList()
                      "Only names like this, with * and ?; alarms and data without a value are shown for a "
                      "PATTERN alone")
         ->type_name("");
-    list->add_option("--group", filter->group, "Only this group, the high byte of the identifier")
-        ->check(CLI::Range(0, 255).description(""))
-        ->type_name("NUMBER");
+    list->add_option_function<std::string>(
+            "--group", [filter](const std::string& group) { filter->group = GroupOf(group); },
+            "Only this group, by name or number: the high byte of the identifier; groups shows them")
+        ->check([](const std::string& group) {
+            return GroupOf(group) ? "" : Quoted(group) + " is none; \"groups\" shows them";
+        })
+        ->type_name("GROUP");
     list->add_option("--class", filter->className, "Only parameters with this class name")->type_name("NAME");
     list->add_flag("--changed", filter->changed, "Only values that differ from the factory default");
     AddFormat(*list);

@@ -10,6 +10,8 @@
 #include "config/descriptors/enum_descriptor.h"
 #include "device/format.h"
 #include "services/product/product_id.h"
+#include "vexactl/groups.h"
+#include "vexactl/language.h"
 #include "vexactl/words.h"
 
 namespace {
@@ -181,6 +183,23 @@ void AddArguments(Words& found, const Catalogues& catalogues, const Place& place
         AddNames(found, catalogues, word, IsAny);
 }
 
+void AddBeginning(Words& found, const Words& words, const std::string& word)
+{
+    for (const std::string& candidate : words)
+        if (Begins(candidate, word)) Add(found, candidate);
+}
+
+void AddOptionValues(Words& found, const Catalogues& catalogues, const CLI::Option& option,
+                     const std::string& word)
+{
+    if (option.check_lname("class")) AddClassNames(found, catalogues, word);
+    if (option.check_lname("only")) AddNames(found, catalogues, word, IsSettable);
+    if (option.check_lname("group")) AddBeginning(found, GroupNames(), word);
+    if (option.check_lname("lang")) AddBeginning(found, Languages(), word);
+    if (!option.check_lname("model")) return;
+    for (const auto& catalogue : AllCatalogues()) AddBeginning(found, {catalogue->Model()}, word);
+}
+
 void PrintCandidates(CLI::App& app, Words words)
 {
     if (words.empty()) words.emplace_back();
@@ -190,16 +209,21 @@ void PrintCandidates(CLI::App& app, Words words)
 
 }  // namespace
 
-Catalogues LikelyCatalogues()
+Catalogues AllCatalogues()
 {
     constexpr unsigned int kMostModels = 1000;  // their numbers have gaps
+    Catalogues all;
+    for (unsigned int number = 0; number < kMostModels; ++number)
+        if (const auto model = vexa::Catalogue::ModelOf(number)) all.push_back(vexa::Catalogue::Of(*model));
+    return all;
+}
+
+Catalogues LikelyCatalogues()
+{
     const bool isTold = getenv("PRODUCT_ID") || access("/etc/product_id", R_OK) == 0;
     const std::string own = isTold ? CProductID::getProductID() : "";
     if (auto catalogue = own.empty() ? nullptr : vexa::Catalogue::Of(own)) return {catalogue};
-    Catalogues all;
-    for (unsigned int number = 1; number < kMostModels; ++number)
-        if (const auto model = vexa::Catalogue::ModelOf(number)) all.push_back(vexa::Catalogue::Of(*model));
-    return all;
+    return AllCatalogues();
 }
 
 std::vector<std::string> Candidates(CLI::App& grammar, const std::vector<std::string>& words,
@@ -210,8 +234,7 @@ std::vector<std::string> Candidates(CLI::App& grammar, const std::vector<std::st
     const std::string& word = words.back();
     Words found;
     if (place.awaited) {
-        if (place.awaited->check_lname("class")) AddClassNames(found, catalogues, word);
-        if (place.awaited->check_lname("only")) AddNames(found, catalogues, word, IsSettable);
+        AddOptionValues(found, catalogues, *place.awaited, word);
     } else if (place.takesOptions && word.starts_with('-')) {
         AddOptions(found, place.verb, word);
     } else {

@@ -12,6 +12,8 @@
 
 using Catalogues = std::vector<std::shared_ptr<const vexa::Catalogue>>;
 
+/// Of all models, and of a device without a name.
+Catalogues AllCatalogues();
 /// Of this host's model or, where that is not known, of all models.
 Catalogues LikelyCatalogues();
 

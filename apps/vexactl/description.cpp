@@ -4,6 +4,7 @@
 
 #include "config/descriptors/enum_descriptor.h"
 #include "config/descriptors/string_descriptor.h"
+#include "vexactl/groups.h"
 
 namespace {
 
@@ -64,10 +65,82 @@ Json ConditionOf(const vexa::Catalogue& catalogue, const ParamDescriptor::Relati
     return json;
 }
 
-/// A fact for people: lists with commas, yes and no.
+// --- numbers by name ---
+
+std::string NameOfType(eParamType_t type)
+{
+    switch (type) {
+        case eCParam_Boolean:
+            return "yes or no";
+        case eCParam_Signed:
+            return "number with a sign";
+        case eCParam_EnumValue:
+            return "enumeration";
+        case eCParam_IntegerValue:
+            return "number";
+        case eCParam_Decimal:
+            return "decimal number";
+        case eCParam_IPAddress:
+            return "IP address";
+        case eCParam_Date:
+            return "date";
+        case eCParam_Time:
+            return "time of day";
+        case eCParam_Counter:
+            return "counter";
+        case eCParam_StringValue:
+            return "text or bytes";
+        case eCParam_Unset:
+        case eCParam_Legacy:
+            break;
+    }
+    return "type " + std::to_string(type);
+}
+
+std::string NameOfFeature(eFeature_t feature)
+{
+    switch (feature) {
+        case eFeature_0:
+            return "condition of the unit as bits";
+        case eFeature_1:
+            return "what the unit finds or does at this moment";
+        case eFeature_2:
+            return "word between the device's own programs";
+        case eFeature_3:
+            return "for users";
+        case eFeature_5:
+            return "identification";
+    }
+    return "feature " + std::to_string(feature);
+}
+
+std::string NameOfReset(eFactoryReset_t reset)
+{
+    switch (reset) {
+        case eFactoryReset_Exclude:
+            return "not reset";
+        case eFactoryReset_Include:
+            return "reset";
+        case eFactoryReset_Network:
+            return "reset by \"Restore with Network\" alone";
+    }
+    return "reset " + std::to_string(reset);
+}
+
+// --- for people ---
+
+/// "IPConfig is 1 Static".
+std::string ConditionText(const Json& condition)
+{
+    return condition["param"].get<std::string>() + " is " + condition["value"].dump() +
+           (condition.contains("name") ? " " + condition["name"].get<std::string>() : "");
+}
+
+/// Lists with commas, yes and no.
 std::string Readable(const Json& fact)
 {
     if (fact.is_string()) return fact.get<std::string>();
+    if (fact.is_object() && fact.contains("param")) return ConditionText(fact);
     if (fact.is_boolean()) return fact.get<bool>() ? "yes" : "no";
     if (!fact.is_structured()) return Dump(fact);
     std::string list;
@@ -106,6 +179,25 @@ Json RelationsOf(const vexa::Catalogue& catalogue, ParamDescriptor& descriptor)
     return json;
 }
 
+/// One line or more; nothing for what another fact says.
+std::string FactText(const Parameter& parameter, const Json& facts, const std::string& key, const Json& fact)
+{
+    constexpr std::string_view kName = "Name";
+    if (key.ends_with(kName) && facts.contains(key.substr(0, key.size() - kName.size()))) return "";
+    const bool isLimit = key == "min" || key == "max";
+    if (isLimit && facts.contains("values")) return "";
+    if (key == "values") {
+        std::string text = "values:\n";
+        for (const Json& entry : fact)
+            text += "  " + entry["value"].dump() + " " + entry["name"].get<std::string>() + "\n";
+        return text;
+    }
+    std::string shown = Readable(facts.value(key + std::string(kName), fact));
+    if (key == "default") shown = parameter.Text(*FactoryDefault(parameter));
+    if (isLimit) shown = parameter.Text(fact.get<unsigned int>());
+    return Padded(key + ":", 14) + shown + "\n";
+}
+
 }  // namespace
 
 std::optional<Value> FactoryDefault(const Parameter& parameter)
@@ -125,6 +217,8 @@ Json Describe(const vexa::Catalogue& catalogue, const Parameter& parameter)
     descriptor.GetAttribute("menu_number", menu);
     Json json{{"id", parameter.IdText()},
               {"param", parameter.Name()},
+              {"group", parameter.Id() >> 24},
+              {"groupName", GroupName(parameter.Id() >> 24)},
               {"name", descriptor.GetName()},
               {"shortName", descriptor.GetShortName()},
               {"kind", parameter.Kind()},
@@ -133,8 +227,11 @@ Json Describe(const vexa::Catalogue& catalogue, const Parameter& parameter)
               {"persistent", descriptor.GetPersistenceType() == ePersist},
               {"inRegisters", descriptor.GetRegisterType() == eRegister_Include},
               {"factoryReset", static_cast<unsigned int>(descriptor.GetFactoryResetType())},
+              {"factoryResetName", NameOfReset(descriptor.GetFactoryResetType())},
               {"type", static_cast<unsigned int>(descriptor.GetParamType())},
+              {"typeName", NameOfType(descriptor.GetParamType())},
               {"feature", static_cast<unsigned int>(descriptor.GetFeatureType())},
+              {"featureName", NameOfFeature(descriptor.GetFeatureType())},
               {"classNames", descriptor.GetClassNames()},
               {"attributes", AttributesOf(catalogue, descriptor)}};
     for (const Json& part : {LimitsOf(parameter), RelationsOf(catalogue, descriptor)})
@@ -146,18 +243,7 @@ std::string DescriptionText(const vexa::Catalogue& catalogue, const Parameter& p
 {
     const Json facts = Describe(catalogue, parameter);
     std::string text;
-    for (const auto& [key, fact] : facts.items()) {
-        if (fact.empty() || fact == "") continue;
-        if (key == "values") {
-            text += "values:\n";
-            for (const Json& entry : fact)
-                text += "  " + entry["value"].dump() + " " + entry["name"].get<std::string>() + "\n";
-            continue;
-        }
-        const std::string shown =
-            key == "default" ? parameter.Text(*FactoryDefault(parameter)) : Readable(fact);
-        text += Padded(key + ":", 14);
-        text += shown + "\n";
-    }
+    for (const auto& [key, fact] : facts.items())
+        if (!fact.empty() && fact != "") text += FactText(parameter, facts, key, fact);
     return text;
 }

@@ -12,6 +12,7 @@
 #include "config/base/standard_descriptors.h"
 #include "vexactl/commands.h"
 #include "vexactl/completion.h"
+#include "vexactl/language.h"
 #include "vexactl/shell.h"
 
 namespace {
@@ -42,6 +43,15 @@ CLI::Option* AddOptions(CLI::App& app, Session& session)
         app.add_option("--devices", session.devicesFile, "Several devices, one a line")->type_name("FILE");
     auto* const queues = app.add_flag("--mq", session.queues, "The same as -d mq:");
     devices->excludes(queues);
+    app.add_option_function<std::string>("--lang", UseLanguage, "The language of names and values")
+        ->check([](const std::string& language) {
+            const auto known = Languages();
+            if (std::ranges::find(known, language) != known.end()) return std::string();
+            std::string list;
+            for (const std::string& one : known) list += (list.empty() ? "" : ", ") + one;
+            return "no language " + Quoted(language) + "; there are " + list;
+        })
+        ->type_name("LANG");
     app.add_option(
            "--control", session.control,
            "The control socket of the daemon of this machine, for status, clients, log, presets, stats "

@@ -176,7 +176,7 @@ void Session::PrintExactly(const std::string& text)
     m_output.PrintExactly(text);
 }
 
-/// %n name, %v value, %u units, %t time, %d device, %% percent.
+/// %n name, %N name for people, %v value, %u units, %t time, %d device, %% percent.
 std::string Session::Formatted(const std::string& form, const Parameter& parameter,
                                const std::optional<Value>& value, const std::string& time) const
 {
@@ -186,6 +186,9 @@ std::string Session::Formatted(const std::string& form, const Parameter& paramet
         switch (isMark ? form[++i] : '\0') {
             case 'n':
                 line += parameter.Name();
+                break;
+            case 'N':
+                line += parameter.Descriptor().GetName();
                 break;
             case 'v':
                 line += value ? parameter.Bare(*value) : "-";

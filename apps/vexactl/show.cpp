@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 
 #include "vexactl/description.h"
+#include "vexactl/groups.h"
 
 namespace {
 
@@ -146,6 +148,22 @@ ExitStatus Info(Session& session, const std::vector<std::string>& names)
         session.Print(DescriptionText(catalogue, parameter) + (device ? Padded("value:", 14) + shown : ""));
     }
     return status;
+}
+
+ExitStatus Groups(Session& session)
+{
+    if (!session.NeedsNoDevice()) session.Connect();
+    const vexa::Catalogue& catalogue = session.NeedsNoDevice() ? session.Described() : session.Parameters();
+    std::map<unsigned int, size_t> counts;
+    for (const auto& [id, descriptor] : catalogue.All()) ++counts[id >> 24];
+    for (const auto& [group, count] : counts) {
+        if (session.json)
+            session.Print(Json{{"group", group}, {"groupName", GroupName(group)}, {"parameters", count}});
+        else
+            session.Print(Padded(std::to_string(group), 3) + "  " + Padded(GroupName(group), 14) + "  " +
+                          Plural(count, "parameter"));
+    }
+    return ExitStatus::kDone;
 }
 
 ExitStatus Ping(Session& session)

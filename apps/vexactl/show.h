@@ -20,6 +20,8 @@ ExitStatus Get(Session& session, const std::vector<std::string>& names, bool isB
 ExitStatus List(Session& session, const Filter& filter);
 /// Facts and values; without the values when a model is named and no device.
 ExitStatus Info(Session& session, const std::vector<std::string>& names);
+/// Those of which the model has parameters.
+ExitStatus Groups(Session& session);
 ExitStatus Ping(Session& session);
 
 /// The parameters of names and patterns, in the order given. @param status  the first failure, if any was told.

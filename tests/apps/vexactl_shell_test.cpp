@@ -164,6 +164,9 @@ TEST(VexactlCompletion, KnowsTheGrammarAndTheCatalogue)
     EXPECT_EQ(candidates({"set", "SystemSt"}), "") << "the device reports it";
     EXPECT_EQ(candidates({"get", "SystemSt"}), "SystemState\n");
     EXPECT_EQ(candidates({"list", "--class", "pass"}), "password\n");
+    EXPECT_EQ(candidates({"list", "--group", "net"}), "network\n");
+    EXPECT_EQ(candidates({"--lang", "z"}), "zh_CN\n");
+    EXPECT_EQ(candidates({"--model", "o"}), "OAK\n");
     EXPECT_EQ(candidates({"alarms", "raise", "SW_E"}), "SW_Error_Alarm\n");
     EXPECT_EQ(candidates({"get", "AnalogAudioSt"}), "") << "of another model";
     EXPECT_EQ(candidates({"get", "AnalogAudioSt"}, "PRODUCT_ID"), "AnalogAudioStandard\n") << "any model";

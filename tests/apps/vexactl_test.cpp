@@ -123,6 +123,8 @@ TEST(Vexactl, ExitStatusSaysHowItWent)
         {{"get", "Registr*"}, 1, "no parameter matches Registr*"},
         {{"list", "Clip"}, 1, "\"list '*Clip*'\" looks inside names"},
         {{"--model", "oak", "list"}, 2, "unknown model \"oak\""},
+        {{"--lang", "xx", "list"}, 2, "no language \"xx\"; there are en"},
+        {{"list", "--group", "netw"}, 2, "\"netw\" is none; \"groups\" shows them"},
         {{"get", "NoSuch", "RegisterSave"}, 3, "unknown parameter \"NoSuch\""},
         {{"get", "010"}, 3, "unknown parameter \"010\""},
         {{"get", "0xffffffff"}, 3, "unknown parameter \"0xffffffff\""},
@@ -245,9 +247,31 @@ TEST(Vexactl, ListShowsWhatMeetsEveryFilter)
 {
     EXPECT_THAT(ListedNames("--changed"), ElementsAre("ClipNumber", "RegisterSave"));
     EXPECT_THAT(ListedNames("--changed --group 17 '*Number' Take"), ElementsAre("ClipNumber"));
-    EXPECT_THAT(ListedNames("--class volatile --group 0x5c"), ElementsAre("RegisterSave", "RegisterStore"));
+    for (const char* const group : {"0x5c", "92", "Preset-Store"})
+        EXPECT_THAT(ListedNames(std::string("--class volatile --group ") + group),
+                    ElementsAre("RegisterSave", "RegisterStore"));
     EXPECT_THAT(ListedNames("--class Volatile"), IsEmpty());
     EXPECT_THAT(ListedNames("--group 256"), IsEmpty());
+}
+
+TEST(Vexactl, NumbersGroupsAndTextsHaveNames)
+{
+    EXPECT_THAT(Tool({"info", "IPAddress", "ClipName"}).out,
+                AllOf(HasSubstr("\ngroup:        network\n"), HasSubstr("\ntype:         IP address\n"),
+                      HasSubstr("\nmax:          255.255.255.255\n"),
+                      HasSubstr("\nenabled_by:   IPConfig is 1 Static\n"),
+                      ContainsRegex("\nfeature:      for users\nattributes:.*\ndefault:      0 Clip\n")));
+    const Json facts = Lines(Tool({"--json", "info", "IPAddress"})).at(0);
+    EXPECT_EQ(facts["type"], 6);
+    EXPECT_EQ(facts["factoryResetName"], "reset by \"Restore with Network\" alone");
+    for (const Json& group : Lines(Tool({"--json", "groups"})))
+        EXPECT_NE(group["groupName"], std::to_string(group["group"].get<int>())) << "without a name";
+    // Neither the model of the device nor the locale of the machine needs to know the language.
+    for (const char* const model : {"OAK", "HAZEL"})
+        EXPECT_EQ(Tool({"--lang", "ja", "shell"}, "set IPConfig 固定\nget IPConfig --format '%N: %v'\n",
+                       {std::string("PRODUCT_ID=") + model, "VEXACTL_DEVICE=local:", "LC_ALL=C"})
+                      .out,
+                  "IPConfig stored 1 固定\nIP構成: 固定\n");
 }
 
 TEST(Vexactl, TheCatalogueIsSortedAndTheSameInEveryRun)
