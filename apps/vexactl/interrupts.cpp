@@ -81,6 +81,35 @@ void Interrupts::SetStop(std::function<void()> stop)
     m_stop = std::move(stop);
 }
 
+void Interrupts::EndCommands()
+{
+    const vexa::MutexLock hold(m_lock);
+    m_endsCommands = true;
+}
+
+bool Interrupts::Forget()
+{
+    const vexa::MutexLock hold(m_lock);
+    if (!IsForCommand(m_signal)) return false;
+    m_signal = 0;
+    m_isFound = false;
+    eventfd_t ignored;
+    eventfd_read(m_fd, &ignored);
+    return true;
+}
+
+bool Interrupts::IsForCommand(int signal) const
+{
+    return m_endsCommands && signal == SIGINT;
+}
+
+/// A command ends with the wait that it is in.
+bool Interrupts::MayTakeLong(int signal)
+{
+    const vexa::MutexLock hold(m_lock);
+    return IsForCommand(signal);
+}
+
 void Interrupts::SetTidy(std::function<void()> tidy)
 {
     const vexa::MutexLock hold(m_lock);
@@ -96,6 +125,7 @@ void Interrupts::Run()
     const sigset_t signals = SignalsToTake();
     for (int signal = 0; sigwait(&signals, &signal) == 0;) {
         if (!Note(signal)) EndBySignal(signal);
+        if (MayTakeLong(signal)) continue;
         std::this_thread::sleep_for(kGrace);
         if (!StopWaits()) EndBySignal(signal);
     }
@@ -107,7 +137,7 @@ bool Interrupts::Note(int signal)
     std::function<void()> tidy;
     {
         const vexa::MutexLock hold(m_lock);
-        if (m_signal != 0) return false;
+        if (m_signal != 0 && !IsForCommand(m_signal)) return false;
         m_signal = signal;
         m_isTidying = m_tidy != nullptr;
         tidy = m_tidy;

@@ -1,4 +1,4 @@
-/// Signals that end the tool, which says goodbye to the device first.
+/// Signals that end the tool, which says goodbye to the device first, or a command of its shell.
 #pragma once
 
 #include <atomic>
@@ -33,6 +33,11 @@ class Interrupts {
     /// What makes a wait inside the library end; null: nothing does. Called on the other thread.
     void SetStop(std::function<void()> stop) VEXA_EXCLUDES(m_lock);
 
+    /// From now on SIGINT ends a command, not the tool: whoever runs the commands calls Forget after each.
+    void EndCommands() VEXA_EXCLUDES(m_lock);
+    /// @return whether a signal has ended the command. One that ends the tool stays.
+    bool Forget() VEXA_EXCLUDES(m_lock);
+
     /// For the life of a scope the main thread only waits: a signal calls `tidy` on the other thread and ends
     /// the tool. Throws Interrupted after an earlier one.
     class Idle {
@@ -48,6 +53,8 @@ class Interrupts {
     void CheckLocked() VEXA_REQUIRES(m_lock);
     void Run();
     bool Note(int signal) VEXA_EXCLUDES(m_lock);
+    bool IsForCommand(int signal) const VEXA_REQUIRES(m_lock);
+    bool MayTakeLong(int signal) VEXA_EXCLUDES(m_lock);
     bool StopWaits() VEXA_EXCLUDES(m_lock);
 
     std::atomic<bool> m_isStarted = false;
@@ -56,6 +63,7 @@ class Interrupts {
     vexa::CondVar m_never;  // for the main thread, whose connection is gone while the other one tidies up
     bool m_isTidying VEXA_GUARDED_BY(m_lock) = false;
     bool m_isFound VEXA_GUARDED_BY(m_lock) = false;  // the main thread is ending the tool
+    bool m_endsCommands VEXA_GUARDED_BY(m_lock) = false;
     int m_signal VEXA_GUARDED_BY(m_lock) = 0;
     std::function<void()> m_stop VEXA_GUARDED_BY(m_lock), m_tidy VEXA_GUARDED_BY(m_lock);
 };

@@ -82,15 +82,10 @@ void Output::Complain(const std::string& message)
     Write(m_messages, (m_isColoured ? "\033[31mvexactl:\033[0m " : "vexactl: ") + vexa::Harmless(message));
 }
 
-void Output::Ask(const std::string& question)
+void Output::Ask(const std::string& prompt)
 {
     const vexa::MutexLock hold(m_lock);
-    fputs(vexa::Harmless(question).c_str(), m_messages);
-}
-
-bool Output::IsRead() const
-{
-    return isatty(fileno(m_messages));
+    fputs(vexa::Harmless(prompt).c_str(), m_messages);
 }
 
 bool Output::Finish()

@@ -1,6 +1,8 @@
 /// Output: the lines of the tool, data on standard output and messages on standard error.
 #pragma once
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -36,10 +38,10 @@ class Output {
     void PrintExactly(const std::string& text) VEXA_EXCLUDES(m_lock);
     /// "vexactl: ..."
     void Complain(const std::string& message) VEXA_EXCLUDES(m_lock);
-    /// A question that the next input answers, where the messages go.
-    void Ask(const std::string& question) VEXA_EXCLUDES(m_lock);
+    /// On standard error as it is: a prompt, or the end of its line.
+    void Ask(const std::string& prompt) VEXA_EXCLUDES(m_lock);
     /// Whether a person reads the messages.
-    bool IsRead() const;
+    bool IsTerminal() const { return isatty(fileno(m_messages)); }
     /// @return false, after a message, when not everything could be written.
     bool Finish() VEXA_EXCLUDES(m_lock);
     /// Whether nobody reads standard output any more.

@@ -1,5 +1,6 @@
 #include "vexactl/set.h"
 
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -43,36 +44,46 @@ std::optional<std::vector<Assignment>> AssignmentsOf(const Words& words)
 /// Switches off what is typed, for the life of a scope.
 class NoEcho {
   public:
-    NoEcho(const Session& session, bool isWanted)
-        : m_session(session), m_isOff(isWanted && tcgetattr(STDIN_FILENO, &m_before) == 0)
+    NoEcho(Output& output, bool isWanted)
+        : m_output(output), m_isOff(isWanted && tcgetattr(STDIN_FILENO, &m_before) == 0)
     {
         if (!m_isOff) return;
         termios silent = m_before;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
     }
-    ~NoEcho() { Restore(); }
-    NoEcho(const NoEcho&) = delete;
-    NoEcho& operator=(const NoEcho&) = delete;
-
-    void Restore() const
+    ~NoEcho()
     {
         if (!m_isOff) return;
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &m_before);
-        m_session.Lines().Ask("\n");
+        m_output.Ask("\n");
     }
+    NoEcho(const NoEcho&) = delete;
+    NoEcho& operator=(const NoEcho&) = delete;
 
   private:
-    const Session& m_session;
+    Output& m_output;
     termios m_before{};
     const bool m_isOff;
 };
 
-std::string ReadLine(const Session& session, const std::string& prompt, bool isSecret)
+/// A terminal hands over whole lines, so whoever reads can wait for a signal as well.
+std::string ReadTyped(Output& output, const std::string& prompt, bool isSecret)
 {
-    if (isatty(STDIN_FILENO)) session.Lines().Ask(prompt + ": ");
-    const NoEcho silence(session, isSecret);
-    const Interrupts::Idle idle([&] { silence.Restore(); });
+    output.Ask(prompt + ": ");
+    const NoEcho silence(output, isSecret);
+    pollfd events[] = {{STDIN_FILENO, POLLIN, 0}, {Interrupts::Instance().Fd(), POLLIN, 0}};
+    poll(events, 2, -1);
+    Interrupts::Instance().Check();
+    std::string line;
+    std::getline(std::cin, line);
+    return line;
+}
+
+std::string ReadLine(Output& output, const std::string& prompt, bool isSecret)
+{
+    if (isatty(STDIN_FILENO)) return ReadTyped(output, prompt, isSecret);
+    const Interrupts::Idle idle([] {});
     std::string line;
     std::getline(std::cin, line);
     return line;
@@ -83,10 +94,10 @@ std::string TypedFor(const Session& session, const Parameter& parameter)
 {
     static vexa::Mutex lock;
     static std::map<std::string, std::string> known;
-    if (!session.isOneOfMany) return ReadLine(session, parameter.Name(), parameter.IsSecret());
+    if (!session.isOneOfMany) return ReadLine(session.Lines(), parameter.Name(), parameter.IsSecret());
     const vexa::MutexLock hold(lock);
     const auto [line, isNew] = known.try_emplace(parameter.Name());
-    if (isNew) line->second = ReadLine(session, parameter.Name(), parameter.IsSecret());
+    if (isNew) line->second = ReadLine(session.Lines(), parameter.Name(), parameter.IsSecret());
     return line->second;
 }
 
@@ -128,13 +139,13 @@ std::optional<Setting> Prepared(Session& session, const Assignment& assignment, 
 }
 
 /// What cannot be taken back is asked for once more, where there is somebody to ask.
-bool IsMeant(const Session& session, const Setting& setting, const SetOptions& options)
+bool IsMeant(Output& output, const Setting& setting, const SetOptions& options)
 {
     const bool isGrave =
         setting.parameter.Id() == eParamID_SystemCommand || setting.parameter.Id() == eParamID_FormatMedia;
-    if (!isGrave || options.yes || !isatty(STDIN_FILENO) || !session.Lines().IsRead()) return true;
+    if (!isGrave || options.yes || !isatty(STDIN_FILENO) || !output.IsTerminal()) return true;
     const std::string answer = ReadLine(
-        session,
+        output,
         "set " + setting.parameter.Name() + " to " + setting.parameter.Text(setting.value) + "? [y/N]",
         false);
     return answer == "y" || answer == "Y" || answer == "yes";
@@ -311,7 +322,7 @@ ExitStatus Set(Session& session, const Words& words, const SetOptions& options)
         if (auto setting = Prepared(session, assignment, options, status)) settings.push_back(*setting);
     if (status != ExitStatus::kDone) return status;
     for (const Setting& setting : settings)
-        if (!IsMeant(session, setting, options))
+        if (!IsMeant(session.Lines(), setting, options))
             return Refused(session, setting.parameter, setting.typed, "not meant");
     return options.confirm ? SendAndAsk(session, device, settings, *options.confirm)
                            : SendAll(session, device, settings);

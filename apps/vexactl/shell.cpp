@@ -152,18 +152,33 @@ ExitStatus RunLine(Session& session, const std::string& line, bool& quits)
     return words->empty() ? ExitStatus::kDone : RunCommand(session, *words, quits);
 }
 
+/// @return false at the end of the input. A signal may end the command before.
+bool RunNext(Session& session, Input& input, int number, ExitStatus& status, bool& quits)
+try {
+    const auto line = input.Read();
+    if (!line) return false;
+    session.scriptLine = input.IsTyped() ? 0 : number;
+    status = RunLine(session, *line, quits);
+    if (Interrupts::Instance().Forget()) session.Lines().Ask("\n");  // behind the terminal's "^C"
+    return true;
+} catch (const Interrupted&) {
+    if (!Interrupts::Instance().Forget()) throw;
+    session.Lines().Ask("\n");
+    status = ExitStatus::kFalse;
+    return true;
+}
+
 /// @param stopsOnError  a script ends with its first failing command.
 ExitStatus RunShell(Session& session, bool stopsOnError)
 {
     if (!session.Connect()) return ExitStatus::kCannotConnect;
     Input input(session);
+    if (input.IsTyped()) Interrupts::Instance().EndCommands();
     ExitStatus result = ExitStatus::kDone;
     bool quits = false;
     for (int number = 1; !quits; ++number) {
-        const auto line = input.Read();
-        if (!line) break;
-        session.scriptLine = input.IsTyped() ? 0 : number;
-        const ExitStatus status = RunLine(session, *line, quits);
+        ExitStatus status = ExitStatus::kDone;
+        if (!RunNext(session, input, number, status, quits)) break;
         if (result == ExitStatus::kDone) result = status;
         if (stopsOnError && !input.IsTyped() && result != ExitStatus::kDone) break;
     }

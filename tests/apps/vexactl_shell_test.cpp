@@ -105,6 +105,28 @@ TEST_F(VexactlShell, ChangesStandAboveTheLineThatIsTyped)
     shell.WaitFor("\nReelName stored \"" + text + "y\"");
 }
 
+TEST_F(VexactlShell, InterruptsEndTheCommandAlone)
+{
+    Terminal shell({VEXACTL, "--uri", "local:", "shell"}, Environment());
+    shell.WaitFor("local> ");
+    shell.Type("watch --initial --for 100 ReelName\r");
+    shell.WaitFor("  ReelName = \"\"\r\n");
+    shell.Type("\x03");
+    shell.WaitFor("^C\r\nlocal> ");
+    for (const auto& [command, question] : {std::pair("set SystemPassword -\r", "SystemPassword: "),
+                                            {"set SystemCommand 6\r", "Reboot? [y/N]: "}}) {
+        shell.Type(command);
+        shell.WaitFor(question);
+        shell.Type("\x03");
+        shell.WaitFor("\r\nlocal> ");
+    }
+    shell.Type("set ReelName x\r");
+    shell.WaitFor("\nReelName stored \"x\"");
+    shell.WaitFor("local> ");
+    shell.Type("\x04");
+    EXPECT_EQ(shell.Wait(), 1) << "of the settings";
+}
+
 TEST_F(VexactlShell, HistoryOutlivesItAndKeepsNoPasswords)
 {
     {
