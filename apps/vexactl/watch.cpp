@@ -197,6 +197,10 @@ unsigned int ChangePrinter::Print(unsigned int atMost)
     while (printed < atMost) {
         const auto change = m_changes.Next(std::chrono::milliseconds(0));
         if (!change) break;
+        if (change->skipped > 0)
+            m_session.Note(std::to_string(change->skipped) + (change->skipped == 1 ? " change" : " changes") +
+                               " skipped",
+                           {{"skipped", change->skipped}});
         const Parameter parameter(change->catalogue->Find(change->id));
         const std::string time = TimeText(change->time);
         const bool isLate = change->kind == vexa::Change::Kind::kDifference;

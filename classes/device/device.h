@@ -93,6 +93,9 @@ struct Change {
     timeval time{};              ///< when it changed, or when this was noticed
     bool isDevicesTime = false;  ///< by the clock of the device
     std::shared_ptr<const Catalogue> catalogue;
+    /// Changes of any parameters that this receiver was too slow for, since the change that it got before: each
+    /// was followed by a newer one of its parameter.
+    uint64_t skipped = 0;
 
     /// As people read it: "70 %".
     VEXA_EXPORT std::string Text() const;

@@ -5,6 +5,7 @@
 #include <sys/eventfd.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace vexa {
 
@@ -35,6 +36,7 @@ std::optional<Change> Feed::Take()
     Change change;
     const MutexLock hold(m_lock);
     if (!m_changes.Take(change)) return std::nullopt;
+    change.skipped = m_changes.LeftOut() - std::exchange(m_toldSkipped, m_changes.LeftOut());
     eventfd_t ignored;
     if (m_changes.IsEmpty()) eventfd_read(m_descriptor.Get(), &ignored);
     return change;

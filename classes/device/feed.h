@@ -32,6 +32,7 @@ class Feed {
     const SocketFd m_descriptor;  // an eventfd
     Mutex m_lock;
     Backlog<Change> m_changes VEXA_GUARDED_BY(m_lock);
+    uint64_t m_toldSkipped VEXA_GUARDED_BY(m_lock) = 0;
 };
 
 }  // namespace vexa

@@ -149,6 +149,30 @@ TEST_P(DeviceTest, CallbacksMayUseTheDeviceAndEndWithTheirSubscription)
 INSTANTIATE_TEST_SUITE_P(, DeviceTest, testing::Values("tcp", "udp", "local"),
                          [](const auto& row) { return row.param; });
 
+TEST(Device, WhoReadsTooSlowlyIsToldHowMuchWasSkipped)
+{
+    constexpr unsigned int kChanges = 200;
+    const std::string filler(size_t{64} * 1024, 'x');
+    LocalStore store(83);
+    Device device("local:configid=83");
+    ASSERT_TRUE(device.WaitUntilInStep(kPatience));
+    vexa::ChangeQueue changes = device.Changes({"SysName", "RegisterSave"}, false);
+    store->Set(eParamID_RegisterSave, 9u);
+    for (unsigned int i = 1; i <= kChanges; ++i) store->Set(eParamID_SysName, std::to_string(i) + filler);
+    const auto first = changes.Next(0ms);
+    EXPECT_EQ(TextOf(first), "RegisterSave=9");
+    uint64_t skipped = first->skipped, told = 0;
+    std::string last;
+    while (const auto change = changes.Next(0ms)) {
+        ++told;
+        skipped += change->skipped;
+        last = change->Text();
+    }
+    EXPECT_EQ(last, std::to_string(kChanges) + filler);
+    EXPECT_LT(told, kChanges);
+    EXPECT_EQ(told + skipped, kChanges);
+}
+
 TEST(Device, LeavesWithoutAnErrorInTheLog)
 {
     TestServer server;
