@@ -58,10 +58,10 @@ CLI::Option* AddOptions(CLI::App& app, Session& session)
            "and confirm")
         ->envname("VEXACTL_CONTROL")
         ->type_name("PATH");
-    app.add_option(
-           "--model", session.model,
-           "The model that the device has to be; for info and catalogue without a device, that of the "
-           "parameters")
+    app.add_option("--model", session.model,
+                   "The model that the device has to be, or is taken for when it names none; for info and "
+                   "catalogue without a device, that of the "
+                   "parameters")
         ->check([](const std::string& model) {
             return vexa::Catalogue::Of(model) ? "" : "unknown model " + Quoted(model);
         })

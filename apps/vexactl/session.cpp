@@ -70,8 +70,10 @@ vexa::Device* Session::Open(std::unique_ptr<Connection>& connection, const std::
     // An end in the middle of a request would leave the queue of this program behind.
     if (parsed->transport == vexa::Transport::kQueue) Interrupts::Instance().SetStop([] {});
     const std::chrono::milliseconds limit(static_cast<long long>(std::min(timeout * 1000, 2e9)));
-    auto opened = std::make_unique<Connection>(
-        address, vexa::DeviceOptions{.model = model, .timeout = limit, .probeInterval = kProbeInterval});
+    auto opened = std::make_unique<Connection>(address, vexa::DeviceOptions{.model = model,
+                                                                            .assumesModel = !model.empty(),
+                                                                            .timeout = limit,
+                                                                            .probeInterval = kProbeInterval});
     // The device's own limit ends an attempt, and knows why. Only the look-up of a name has none.
     constexpr double kMargin = 0.3;
     const DeviceStatus status = opened->Await(timeout + kMargin);
@@ -80,6 +82,8 @@ vexa::Device* Session::Open(std::unique_ptr<Connection>& connection, const std::
         if (isLate) throw ConnectionError("no answer from " + place + " in time", ExitStatus::kTimedOut);
         throw ConnectionError("cannot connect to " + place + ": " + status.reason);
     }
+    if (status.isModelAssumed)
+        Note(place + " names no model that is known: it is taken for " + model, {{"model", model}});
     connection = std::move(opened);
     return &connection->Get();
 }

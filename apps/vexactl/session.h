@@ -29,7 +29,7 @@ struct ConnectionError : std::runtime_error {
 struct Settings {
     std::string uri = "tcp://127.0.0.1:43110";  ///< the device; several with commas
     std::string devicesFile;                    ///< one a line, instead
-    std::string model;    ///< that the device has to be; of the catalogue when there is no device
+    std::string model;    ///< that the device has to be, or is taken for; of the catalogue without one
     std::string control;  ///< path of the daemon's control socket; empty: the usual one
     bool queues = false;  ///< the daemon of this machine, through its message queues, instead of the URI
     bool json = false;

@@ -54,6 +54,7 @@ struct DeviceStatus {
     std::string reason;                ///< the same for people: "Connection refused"; empty in step
     std::string model;                 ///< "OAK"; empty until the device has told it
     std::string software;              ///< the version that the device tells; likewise
+    bool isModelAssumed = false;       ///< the device did not tell it: see DeviceOptions::assumesModel
 };
 
 struct GetResult {
@@ -131,8 +132,9 @@ class VEXA_EXPORT ChangeQueue {
 };
 
 struct DeviceOptions {
-    std::string model;                              ///< the only one that will do; empty: any
-    std::chrono::milliseconds timeout{5000};        ///< for an answer of the device
+    std::string model;                        ///< the only one that will do; empty: any
+    bool assumesModel = false;                ///< a device that names no known model is taken for that one
+    std::chrono::milliseconds timeout{5000};  ///< for an answer of the device
     std::chrono::milliseconds probeInterval{5000};  ///< of a device that is silent
 };
 

@@ -123,7 +123,10 @@ Mirror::Entry& Mirror::EntryOf(eParam_t id)
 void Mirror::SetStatus(DeviceStatus status)
 {
     const MutexLock hold(m_lock);
-    if (status.model.empty()) status.model = m_status.model;
+    if (status.model.empty()) {
+        status.model = m_status.model;
+        status.isModelAssumed = m_status.isModelAssumed;
+    }
     if (status.software.empty()) status.software = m_status.software;
     if (status.state == m_status.state) status.since = m_status.since;
     const bool isNews = status.state != m_status.state || status.reason != m_status.reason;

@@ -120,7 +120,10 @@ void DeviceWorker::RunOnce()
         const auto began = std::chrono::steady_clock::now();
         m_stateWithoutConnection = DeviceState::kLost;
         const InUse use(*this, *link);
-        mirror.SetStatus({.state = DeviceState::kInStep, .model = m_model, .software = m_software});
+        mirror.SetStatus({.state = DeviceState::kInStep,
+                          .model = m_model,
+                          .software = m_software,
+                          .isModelAssumed = m_isModelAssumed});
         Serve(*link, failure);
         // One that is lost again and again is not to be read again and again at full speed.
         if (std::chrono::steady_clock::now() - began > kLongestPause) m_pause = {};
@@ -161,7 +164,9 @@ bool DeviceWorker::FindModel(Link& link, LinkFailure& failure)
 bool DeviceWorker::TakeModel(const std::vector<LinkReply>& replies, LinkFailure& failure)
 {
     const auto number = std::get<unsigned int>(replies[0].value);
-    const std::optional<std::string> model = Catalogue::ModelOf(number);
+    std::optional<std::string> model = Catalogue::ModelOf(number);
+    m_isModelAssumed = m_options.assumesModel && model.value_or("").empty();
+    if (m_isModelAssumed) model = m_options.model;
     m_software = TextOf(replies[1]);
     const auto refuse = [&](std::string reason) {
         failure = {LinkFailure::Kind::kRefused, std::move(reason)};

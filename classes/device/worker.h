@@ -96,6 +96,7 @@ class DeviceWorker {
     std::chrono::milliseconds m_pause{};  // before the next attempt
     DeviceState m_stateWithoutConnection = DeviceState::kConnecting;
     std::string m_model, m_software;
+    bool m_isModelAssumed = false;
     Mutex m_lock;
     CondVar m_changed, m_quiet;  // the latter only by time
     Jobs m_jobs VEXA_GUARDED_BY(m_lock);

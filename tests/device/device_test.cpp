@@ -263,6 +263,19 @@ TEST(Device, WhatIsNoDeviceHasAReason)
     }
 }
 
+TEST(Device, OneThatNamesNoKnownModelMayBeTakenForOne)
+{
+    ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
+        peer.Connect();
+        peer.Receive(28);
+        Serve(peer, 4711);
+    });
+    Device device(server.Uri(), {.model = "OAK", .assumesModel = true});
+    ASSERT_TRUE(device.WaitUntilInStep(kPatience)) << device.Status().reason;
+    EXPECT_TRUE(device.Status().isModelAssumed);
+    EXPECT_EQ(device.Kept("ReelName").value, Value("x"));
+}
+
 /// Answers the handshake, and then requests up to the Get of a parameter, which the script answers itself.
 net::XCONFIGMGR_REQUEST_T ServeUpTo(ScriptedPeer& peer, eParam_t id)
 {
