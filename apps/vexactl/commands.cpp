@@ -50,12 +50,12 @@ class Verbs {
   private:
     /// @param run  called with the session of each device.
     template <class Run>
-    void RunAt(CLI::App& command, Run run) const
+    void RunAt(CLI::App& command, Run run, bool endsSoon = true) const
     {
         command.footer(
             "--json, -d DEVICE, --timeout S and the other options of \"vexactl --help\" may follow.");
         command.callback(
-            [&session = m_session, &status = m_status, run] { status = OnDevices(session, run); });
+            [=, &session = m_session, &status = m_status] { status = OnDevices(session, run, endsSoon); });
     }
     std::shared_ptr<Names> AddNames(CLI::App& command, const char* help)
     {
@@ -162,8 +162,10 @@ void Verbs::AddWatch()
     auto* const watch = m_app.add_subcommand("watch", "Show every change: time, parameter, value");
     const auto names = AddNames(*watch, "Only these, with * and ? for many; all when none is named");
     const auto options = AddWatchOptions(*watch);
-    RunAt(*watch,
-          [=, inShell = m_inShell](Session& session) { return Watch(session, *names, *options, inShell); });
+    RunAt(
+        *watch,
+        [=, inShell = m_inShell](Session& session) { return Watch(session, *names, *options, inShell); },
+        false);
     if (m_inShell)
         m_app.add_subcommand("unwatch", "Show changes no longer")->callback([&session = m_session] {
             session.StopWatch();
@@ -219,9 +221,12 @@ void Verbs::AddAlarms()
     auto* const watch = alarms->add_subcommand("watch", "Show every change of an alarm");
     const auto options = AddWatchOptions(*watch);
     options->alarms = true;
-    RunAt(*watch, [=, inShell = m_inShell](Session& session) {
-        return Watch(session, AlarmNames(session), *options, inShell);
-    });
+    RunAt(
+        *watch,
+        [=, inShell = m_inShell](Session& session) {
+            return Watch(session, AlarmNames(session), *options, inShell);
+        },
+        false);
 }
 
 void Verbs::AddCatalogue()

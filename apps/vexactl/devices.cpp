@@ -58,14 +58,44 @@ ExitStatus RunOne(Output& output, const Settings& settings, const std::string& d
     }
 }
 
+/// Shows how many devices are done, for the life of a scope.
+class Progress {
+  public:
+    Progress(Output& output, size_t devices, bool isShown)
+        : m_output(output), m_devices(devices), m_isShown(isShown && devices > 1)
+    {
+        if (m_isShown) m_output.ShowProgress(0, m_devices);
+    }
+    ~Progress()
+    {
+        if (m_isShown) m_output.HideProgress();
+    }
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    /// Thread: any.
+    void Done()
+    {
+        const size_t done = ++m_done;
+        if (m_isShown) m_output.ShowProgress(done, m_devices);
+    }
+
+  private:
+    Output& m_output;
+    const size_t m_devices;
+    const bool m_isShown;
+    std::atomic<size_t> m_done = 0;
+};
+
 }  // namespace
 
-ExitStatus OnDevices(Session& session, const std::function<ExitStatus(Session&)>& command)
+ExitStatus OnDevices(Session& session, const std::function<ExitStatus(Session&)>& command, bool endsSoon)
 {
     const std::vector<std::string> devices = DevicesOf(session);
     if (devices.empty()) return command(session);
     if (!session.verbose) session.Lines().HideLibraryMessages();
     Interrupts::Instance().Start();
+    Progress progress(session.Lines(), devices.size(), endsSoon);
     std::atomic<size_t> next = 0;
     std::atomic<ExitStatus> worst = ExitStatus::kDone;
     const auto work = [&] {
@@ -73,6 +103,7 @@ ExitStatus OnDevices(Session& session, const std::function<ExitStatus(Session&)>
             const ExitStatus status = RunOne(session.Lines(), session, devices[i], command);
             for (ExitStatus known = worst; status > known && !worst.compare_exchange_weak(known, status);)
                 continue;
+            progress.Done();
         }
     };
     std::vector<std::jthread> threads;

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
@@ -12,12 +13,25 @@
 
 namespace {
 
+bool ObeysControls()
+{
+    const char* const terminal = getenv("TERM");
+    return terminal && *terminal && std::string_view(terminal) != "dumb";
+}
+
 /// Whether messages may have colours; the variable is a convention among programs.
 bool WantsColours()
 {
     const char* const off = getenv("NO_COLOR");
-    const char* const terminal = getenv("TERM");
-    return isatty(STDERR_FILENO) && !(off && *off) && terminal && std::string_view(terminal) != "dumb";
+    return isatty(STDERR_FILENO) && !(off && *off) && ObeysControls();
+}
+
+std::string BarOf(size_t done, size_t of)
+{
+    constexpr size_t kWidth = 30;
+    const size_t filled = kWidth * done / of;
+    return "[" + std::string(filled, '#') + std::string(kWidth - filled, '.') + "] " + std::to_string(done) +
+           " of " + std::to_string(of) + " devices";
 }
 
 }  // namespace
@@ -57,8 +71,40 @@ void Output::HideLibraryMessages()
 
 void Output::Write(FILE* stream, const std::string& text)
 {
+    EraseBar();
     fwrite(text.data(), 1, text.size(), stream);
     fputc('\n', stream);
+    DrawBar();
+}
+
+void Output::EraseBar()
+{
+    if (!m_bar.empty()) fputs("\r\033[K", m_messages);
+}
+
+void Output::DrawBar()
+{
+    if (m_bar.empty()) return;
+    fflush(stdout);
+    fputs(m_bar.c_str(), m_messages);
+}
+
+void Output::ShowProgress(size_t done, size_t of)
+{
+    const vexa::MutexLock hold(m_lock);
+    if (m_hasAsked || !IsTerminal() || !ObeysControls()) return;
+    EraseBar();
+    m_done = std::max(m_done, done);  // threads may overtake one another
+    m_bar = BarOf(m_done, of);
+    DrawBar();
+}
+
+void Output::HideProgress()
+{
+    const vexa::MutexLock hold(m_lock);
+    EraseBar();
+    m_bar.clear();
+    m_done = 0;
 }
 
 void Output::Print(const std::string& line)
@@ -85,6 +131,9 @@ void Output::Complain(const std::string& message)
 void Output::Ask(const std::string& prompt)
 {
     const vexa::MutexLock hold(m_lock);
+    EraseBar();
+    m_bar.clear();
+    m_hasAsked = true;
     fputs(vexa::Harmless(prompt).c_str(), m_messages);
 }
 

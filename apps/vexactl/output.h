@@ -38,6 +38,9 @@ class Output {
     void PrintExactly(const std::string& text) VEXA_EXCLUDES(m_lock);
     /// "vexactl: ..."
     void Complain(const std::string& message) VEXA_EXCLUDES(m_lock);
+    /// A bar below all lines, where a person reads the messages. Not once something was asked.
+    void ShowProgress(size_t done, size_t of) VEXA_EXCLUDES(m_lock);
+    void HideProgress() VEXA_EXCLUDES(m_lock);
     /// On standard error as it is: a prompt, or the end of its line.
     void Ask(const std::string& prompt) VEXA_EXCLUDES(m_lock);
     /// Whether a person reads the messages.
@@ -49,9 +52,14 @@ class Output {
 
   private:
     void Write(FILE* stream, const std::string& text) VEXA_REQUIRES(m_lock);
+    void EraseBar() VEXA_REQUIRES(m_lock);
+    void DrawBar() VEXA_REQUIRES(m_lock);
 
     const std::thread::id m_mainThread = std::this_thread::get_id();
     FILE* m_messages = stderr;
     const bool m_isColoured;
     vexa::Mutex m_lock;
+    std::string m_bar VEXA_GUARDED_BY(m_lock);
+    size_t m_done VEXA_GUARDED_BY(m_lock) = 0;
+    bool m_hasAsked VEXA_GUARDED_BY(m_lock) = false;
 };

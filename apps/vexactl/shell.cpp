@@ -48,11 +48,11 @@ class Input {
   private:
     std::optional<std::string> ReadTyped();
     void Remember(const std::string& line);
+    Catalogues OfDevice() const { return {vexa::Catalogue::Of(m_session.Parameters().Model())}; }
 
     Session& m_session;
     const std::string m_prompt;
     const HistoryFile m_history{HistoryFile::UsualPath()};
-    const Catalogues m_catalogues;
     std::string m_last;
     std::unique_ptr<LineEditor> m_editor;
 };
@@ -74,15 +74,12 @@ bool IsTerminal()
     return isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
 }
 
-Input::Input(Session& session)
-    : m_session(session),
-      m_prompt(PromptFor(session)),
-      m_catalogues(IsTerminal() ? LikelyCatalogues() : Catalogues())
+Input::Input(Session& session) : m_session(session), m_prompt(PromptFor(session))
 {
     if (!IsTerminal()) return;
     m_editor = std::make_unique<LineEditor>(
         [this](const std::string& before) {
-            return CompleteLine(Grammar(m_session).App(), before, m_catalogues);
+            return CompleteLine(Grammar(m_session).App(), before, OfDevice());
         },
         std::vector{STDOUT_FILENO, STDERR_FILENO});
     for (const std::string& line : m_history.Load()) m_editor->Remember(line);
@@ -114,7 +111,7 @@ std::optional<std::string> Input::ReadTyped()
 void Input::Remember(const std::string& line)
 {
     if (line.empty() || line.front() == ' ' || line == m_last) return;
-    if (SetsSecret(ParseLine(line).words, m_catalogues)) return;
+    if (SetsSecret(ParseLine(line).words, OfDevice())) return;
     m_last = line;
     m_editor->Remember(line);
     m_history.Append(line);

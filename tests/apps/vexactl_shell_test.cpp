@@ -31,9 +31,10 @@ class VexactlShell : public testing::Test {
         fs::remove_all(m_home);
     }
 
-    std::vector<std::string> Environment(const std::string& locale = "C.UTF-8") const
+    std::vector<std::string> Environment(const std::string& locale = "C.UTF-8",
+                                         const std::string& model = "OAK") const
     {
-        return {"PRODUCT_ID=OAK", "TERM=xterm", "LC_ALL=" + locale, "XDG_STATE_HOME=" + m_home};
+        return {"PRODUCT_ID=" + model, "TERM=xterm", "LC_ALL=" + locale, "XDG_STATE_HOME=" + m_home};
     }
     std::string History() const
     {
@@ -90,13 +91,14 @@ TEST_F(VexactlShell, ChangesStandAboveTheLineThatIsTyped)
     daemon.WaitForOutput("ready");
     const std::string port = std::to_string(NumberAfter("TCP port ", daemon.Out() + daemon.Err()));
     const std::string uri = "tcp://127.0.0.1:" + port, prompt = "127.0.0.1:" + port + "> ";
-    Terminal shell({VEXACTL, "--uri", uri, "shell"}, Environment());
+    // The device has a reel, and this host's model has none.
+    Terminal shell({VEXACTL, "--uri", uri, "shell"}, Environment("C.UTF-8", "HAZEL"));
     shell.WaitFor(prompt);
     shell.Type("watch\r");
     shell.WaitFor(prompt);
     // A line that takes two rows of the terminal.
     const std::string text(70, 'x');
-    shell.Type("set ReelName " + text);
+    shell.Type("set reeln\t" + text);
     shell.WaitFor("xxx");
     EXPECT_EQ(RunProgram({VEXACTL, "--uri", uri, "set", "FanSpeed", "71"}, "", {"PRODUCT_ID=OAK"}).status, 0);
     shell.WaitFor("\r\033[1A\033[J");
@@ -152,6 +154,16 @@ TEST_F(VexactlShell, HistoryOutlivesItAndKeepsNoPasswords)
     next.WaitFor("local> ");
     next.Type("\033[A\033[A\r");
     next.WaitFor("\nFanSpeed stored 77 %");
+}
+
+TEST(VexactlTerminal, ABarShowsHowManyDevicesAreDone)
+{
+    Terminal tool({VEXACTL, "-d", "local:,local:configid=5", "get", "FanSpeed"},
+                  {"PRODUCT_ID=OAK", "TERM=xterm"});
+    EXPECT_EQ(tool.Wait(), 0);
+    const std::string erased = "\r\033[K", full = "[##############################] 2 of 2 devices" + erased;
+    EXPECT_TRUE(tool.Screen().ends_with(full)) << tool.Screen();
+    EXPECT_THAT(tool.Screen(), HasSubstr("0 of 2 devices" + erased + "local:"));
 }
 
 TEST(VexactlScript, MayStopAtTheFirstError)

@@ -254,6 +254,14 @@ TEST(Vexactl, ListShowsWhatMeetsEveryFilter)
     EXPECT_THAT(ListedNames("--group 256"), IsEmpty());
 }
 
+TEST(Vexactl, AModelThatIsNamedServesADeviceThatNamesNone)
+{
+    const ProgramResult run =
+        Tool({"--model", "OAK", "info", "ReelName"}, "", {"PRODUCT_ID=", "VEXACTL_DEVICE=local:"});
+    EXPECT_THAT(run.out, HasSubstr("\nparam:        ReelName\n"));
+    EXPECT_EQ(run.err, "vexactl: local: names no model that is known: it is taken for OAK\n");
+}
+
 TEST(Vexactl, NumbersGroupsAndTextsHaveNames)
 {
     EXPECT_THAT(Tool({"info", "IPAddress", "ClipName"}).out,
