@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <fstream>
 #include <functional>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 
 #include "support/gate.h"
@@ -352,6 +355,34 @@ TEST(Vexactl, AWatchPrintsAsManyChangesAsItShould)
     const ProgramResult run = ToolAt(server, {"--json", "watch", "--count", "3"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(Lines(run).size(), 3u);
+}
+
+TEST(Vexactl, FiveHundredDevicesAreReadInOneCall)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__powerpc__)
+    constexpr size_t kDevices = 50;
+#else
+    constexpr size_t kDevices = 500;
+#endif
+    std::vector<std::unique_ptr<ScriptedServer>> servers;
+    const std::string path = testing::TempDir() + "vexactl_devices_" + std::to_string(getpid());
+    std::ofstream file(path);
+    std::set<std::string> expected, seen;
+    for (size_t i = 0; i < kDevices; ++i) {
+        servers.push_back(
+            std::make_unique<ScriptedServer>(SOCK_STREAM, [](ScriptedPeer& peer) { ServeValues(peer); }));
+        file << servers.back()->Uri() << "  # one of many\n";
+        expected.insert(servers.back()->Uri());
+    }
+    file.close();
+    const ProgramResult run = Tool({"--json", "--devices", path, "get", "RegisterSave"});
+    unlink(path.c_str());
+    EXPECT_EQ(run.status, 0) << run.err;
+    for (const Json& line : Lines(run)) {
+        EXPECT_EQ(line["value"], 7) << line;
+        seen.insert(line["device"]);
+    }
+    EXPECT_EQ(seen, expected);
 }
 
 TEST(Vexactl, OnlyWhatItHasReadIsShown)
