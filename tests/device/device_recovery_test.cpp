@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <map>
@@ -246,7 +247,18 @@ TEST(DeviceModel, FollowsAStoreThroughRandomCuts)
 
 TEST(DeviceModel, ManyDevicesAtOnce)
 {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__powerpc__)
     constexpr int kDevices = 100;
+#else
+    constexpr int kDevices = 500;
+#endif
+    constexpr rlim_t kOfEach = 5;  // descriptors, of both ends, and some to spare
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur < kOfEach * kDevices)
+        GTEST_SKIP() << "there are only " << limit.rlim_cur << " descriptors";
     LocalStore store(92);
     TestServer server;
     std::vector<std::unique_ptr<Device>> devices;
