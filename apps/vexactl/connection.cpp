@@ -82,6 +82,12 @@ std::optional<DeviceStatus> Connection::TakeNews()
     return oldest;
 }
 
+bool Connection::IsInStep()
+{
+    while (TakeNews()) continue;
+    return m_device->Status().state == DeviceState::kInStep;
+}
+
 DeviceStatus Connection::Await(double seconds)
 {
     const vexa::Deadline deadline(static_cast<unsigned int>(std::min(seconds * 1000, 2e9)));

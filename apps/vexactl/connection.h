@@ -22,6 +22,8 @@ class Connection {
     /// Waits until it is in step, or the first attempt has failed. Throws Interrupted.
     /// @return the status; still connecting, without a reason, when the time is over.
     vexa::DeviceStatus Await(double seconds);
+    /// Whether it is now. How it was before is no news any more.
+    bool IsInStep();
     /// The next state that was reached, if there is one.
     std::optional<vexa::DeviceStatus> TakeNews() VEXA_EXCLUDES(m_lock);
     /// Readable while there are some.

@@ -27,7 +27,7 @@ Session::~Session()
 
 vexa::Device* Session::Connect()
 {
-    if (m_connection && m_connection->Get().Status().state != DeviceState::kInStep) Disconnect();
+    if (m_connection && !m_connection->IsInStep()) Disconnect();
     if (m_connection) return &m_connection->Get();
     vexa::Device* const device = Open(m_connection, Address());
     m_catalogue = device->Parameters();
@@ -39,8 +39,7 @@ vexa::Device* Session::ConnectForData()
 {
     const std::string address = DataAddress();
     if (address == Address()) return Connect();
-    if (m_dataConnection && m_dataConnection->Get().Status().state != DeviceState::kInStep)
-        m_dataConnection.reset();
+    if (m_dataConnection && !m_dataConnection->IsInStep()) m_dataConnection.reset();
     if (m_dataConnection) return &m_dataConnection->Get();
     vexa::Device* const device = Open(m_dataConnection, address);
     if (!m_connection) m_catalogue = device->Parameters();
@@ -154,7 +153,11 @@ int Session::NewsFd() const
 
 void Session::PrintLine(const std::string& line)
 {
-    m_output.Print(isOneOfMany && !json ? uri + "  " + line : line);
+    if (!isOneOfMany || json) return m_output.Print(line);
+    const std::string device = uri + "  ";
+    std::string all = device;
+    for (const char c : line) all += c == '\n' ? '\n' + device : std::string(1, c);
+    m_output.Print(all);
 }
 
 void Session::Print(const std::string& line)
