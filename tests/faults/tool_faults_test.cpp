@@ -119,21 +119,22 @@ TEST_F(MainstayQueueToolFaults, OverTheQueues)
 /// beginning shows that it listens: what is set before is a part of that.
 TEST_F(MainstayQueueToolFaults, AWatchWithoutNotificationHearsLater)
 {
-    struct Row {
+    struct Refused {
         Call call;
         std::string message, value;
     };
     Program daemon({MAINSTAY, "--no-tcp", "--no-udp"}, "", {"PRODUCT_ID=OAK"});
     daemon.WaitForOutput("mainstay: ready");
-    for (const Row& row : {Row{kMqSetattr, "EnableMQEvents - mq_setattr failed to set O_NONBLOCK on", "7"},
-                           Row{kMqNotify, "EnableMQEvents - mq_notify (enable): Bad file descriptor\n", "8"}}) {
+    for (const Refused& row :
+         {Refused{kMqSetattr, "EnableMQEvents - mq_setattr failed to set O_NONBLOCK on", "7"},
+          Refused{kMqNotify, "EnableMQEvents - mq_notify (enable): Bad file descriptor\n", "8"}}) {
 #ifdef __SANITIZE_THREAD__
         if (row.call == kMqNotify) continue;  // asked of the kernel itself
 #endif
         Faults faults;
         faults.Arm({row.call, EBADF});
-        Program watch({VEXACTL, "--verbose", "--mq", "watch", "--initial", "--count", "1", "RegisterSave"}, "",
-                      faults.Environment());
+        Program watch({VEXACTL, "--verbose", "--mq", "watch", "--initial", "--count", "1", "RegisterSave"},
+                      "", faults.Environment());
         watch.WaitForOutput("  RegisterSave = ");
         EXPECT_EQ(RunProgram({VEXACTL, "--mq", "set", "RegisterSave", row.value}).status, 0);
         const ProgramResult result = watch.Wait();
