@@ -46,7 +46,7 @@ class Texts {
         : m_locale(setlocale(LC_MESSAGES, nullptr)), m_folder(bindtextdomain(kDomain, nullptr))
     {
         if (const char* const before = getenv("LANGUAGE")) m_language = before;
-        setlocale(LC_MESSAGES, "C.UTF-8");
+        m_isReady = setlocale(LC_MESSAGES, "C.UTF-8") != nullptr;
         setenv("LANGUAGE", language.c_str(), 1);
         bindtextdomain(kDomain, Folder().c_str());
         bind_textdomain_codeset(kDomain, "UTF-8");
@@ -60,6 +60,7 @@ class Texts {
     Texts(const Texts&) = delete;
     Texts& operator=(const Texts&) = delete;
 
+    bool IsReady() const { return m_isReady; }
     /// An empty text is the key of the translations' own header.
     std::string Of(const std::string& text) const
     {
@@ -69,6 +70,7 @@ class Texts {
   private:
     const std::string m_locale, m_folder;
     std::string m_language;
+    bool m_isReady = false;
 };
 
 void Translate(EnumDescriptor& enumeration, const Texts& texts)
@@ -103,10 +105,12 @@ std::vector<std::string> Languages()
     return languages;
 }
 
-void UseLanguage(const std::string& language)
+bool UseLanguage(const std::string& language)
 {
-    if (language == kEnglish) return;
+    if (language == kEnglish) return true;
     const Texts texts(language);
+    if (!texts.IsReady()) return false;
     for (const auto& catalogue : AllCatalogues())
         for (const auto& [id, descriptor] : catalogue->All()) Translate(*descriptor, texts);
+    return true;
 }

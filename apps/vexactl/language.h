@@ -6,5 +6,6 @@
 
 /// Those of the translations that are installed beside the tool or with the system, and "en".
 std::vector<std::string> Languages();
-/// Puts the texts of all catalogues into one of them.
-void UseLanguage(const std::string& language);
+/// Puts the texts of all catalogues into one of them. @return false, with nothing done, on a machine that lacks the
+/// locale C.UTF-8.
+bool UseLanguage(const std::string& language);

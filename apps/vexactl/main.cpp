@@ -26,6 +26,16 @@ constexpr const char* kFooter =
     "shell\n"
     "ends with that of its first failing command.";
 
+/// @return an empty text for one that there is.
+std::string WhyNoLanguage(const std::string& language)
+{
+    const auto known = Languages();
+    if (std::ranges::find(known, language) != known.end()) return "";
+    std::string list;
+    for (const std::string& one : known) list += (list.empty() ? "" : ", ") + one;
+    return "no language " + Quoted(language) + "; there are " + list;
+}
+
 /// @return the option that names the device.
 CLI::Option* AddOptions(CLI::App& app, Session& session)
 {
@@ -43,14 +53,14 @@ CLI::Option* AddOptions(CLI::App& app, Session& session)
         app.add_option("--devices", session.devicesFile, "Several devices, one a line")->type_name("FILE");
     auto* const queues = app.add_flag("--mq", session.queues, "The same as -d mq:");
     devices->excludes(queues);
-    app.add_option_function<std::string>("--lang", UseLanguage, "The language of names and values")
-        ->check([](const std::string& language) {
-            const auto known = Languages();
-            if (std::ranges::find(known, language) != known.end()) return std::string();
-            std::string list;
-            for (const std::string& one : known) list += (list.empty() ? "" : ", ") + one;
-            return "no language " + Quoted(language) + "; there are " + list;
-        })
+    app.add_option_function<std::string>(
+           "--lang",
+           [](const std::string& language) {
+               if (!UseLanguage(language))
+                   throw CLI::ValidationError("--lang", "this machine lacks the locale C.UTF-8");
+           },
+           "The language of names and values")
+        ->check(WhyNoLanguage)
         ->type_name("LANG");
     app.add_option(
            "--control", session.control,

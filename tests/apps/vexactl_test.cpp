@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <clocale>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -277,7 +278,13 @@ TEST(Vexactl, NumbersGroupsAndTextsHaveNames)
     EXPECT_EQ(facts["factoryResetName"], "reset by \"Restore with Network\" alone");
     for (const Json& group : Lines(Tool({"--json", "groups"})))
         EXPECT_NE(group["groupName"], std::to_string(group["group"].get<int>())) << "without a name";
-    // Neither the model of the device nor the locale of the machine needs to know the language.
+}
+
+TEST(Vexactl, SpeaksLanguagesThatNeitherTheDeviceNorTheLocaleKnows)
+{
+    const locale_t needed = newlocale(LC_MESSAGES_MASK, "C.UTF-8", nullptr);
+    if (!needed) GTEST_SKIP() << "this machine lacks the locale C.UTF-8";
+    freelocale(needed);
     for (const char* const model : {"OAK", "HAZEL"})
         EXPECT_EQ(Tool({"--lang", "ja", "shell"}, "set IPConfig 固定\nget IPConfig --format '%N: %v'\n",
                        {std::string("PRODUCT_ID=") + model, "VEXACTL_DEVICE=local:", "LC_ALL=C"})
