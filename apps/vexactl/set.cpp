@@ -70,8 +70,8 @@ class NoEcho {
 /// A terminal hands over whole lines, so whoever reads can wait for a signal as well.
 std::string ReadTyped(Output& output, const std::string& prompt, bool isSecret)
 {
+    const NoEcho silence(output, isSecret);  // first: it drops what was typed before
     output.Ask(prompt + ": ");
-    const NoEcho silence(output, isSecret);
     pollfd events[] = {{STDIN_FILENO, POLLIN, 0}, {Interrupts::Instance().Fd(), POLLIN, 0}};
     poll(events, 2, -1);
     Interrupts::Instance().Check();
