@@ -192,6 +192,7 @@ ExitStatus MakeChanges(Session& session, vexa::Device& device, const ValueChange
             rollback.Undo();
             return confirm ? ExitStatus::kRefused : progress.status;
         }
+        if (!confirm) rollback.Confirm();  // it is done, also where nobody reads what follows
         for (const ValueChange& change : changes)
             if (change.Differs()) PrintChanged(session, change.parameter, change.from, change.to, "stored");
         return confirm ? AskWhetherToKeep(session, device, rollback) : ExitStatus::kDone;
