@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 
+#include "config/access/server/network/network_tcp_connection.h"
 #include "config/access/server/peer_stores.h"
 #include "config/access/server/queues/queue_service.h"
 #include "config/base/local_process.h"
@@ -141,6 +142,19 @@ TEST(NetworkServerClients, TellWhatWaitsForThem)
     EXPECT_TRUE(Eventually([&] { return client.Receive(65536).empty() || Only("tcp").skippedEvents > 0; }));
     EXPECT_GT(Only("tcp").skippedEvents, 0u);
     EXPECT_GE(CountOf("tcp", "events_skipped"), Only("tcp").skippedEvents);
+}
+
+TEST(NetworkServerClients, OfThisHostAreKnownByTheirProcess)
+{
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    auto socket = std::make_unique<Socket>(AF_UNIX, SOCK_STREAM);
+    socket->fd = ends[0];
+    const NetworkTCPConnection connection(std::move(socket));
+    const ClientInfo info = Only("unix", 0);
+    EXPECT_EQ(info.address, vexa::ProcessText(getpid(), geteuid()));
+    EXPECT_EQ(info.program, vexa::ProgramName(getpid()));
+    close(ends[1]);
 }
 
 class MainstayQueueClients : public QueueTest {
