@@ -60,7 +60,8 @@ bool IsThisMachine(const Session& session)
     const auto address = vexa::DeviceAddress::Parse(session.uri, ignored);
     if (!address) return false;
     if (address->transport == vexa::Transport::kQueue) return true;
-    const bool isLoopback = address->host == "127.0.0.1" || address->host == "localhost";
+    const bool isLoopback =
+        address->host == "127.0.0.1" || address->host == "::1" || address->host == "localhost";
     return isLoopback && address->port == vexa::DeviceAddress::kUsualPort;
 }
 
