@@ -27,9 +27,10 @@ void Prepare()
 bool Leaves(const std::string& text)
 {
     const auto contains = [&](const char* word) { return text.find(word) != std::string::npos; };
-    return std::ranges::any_of(std::initializer_list<const char*>{"-d", "--uri", "mq", "watch", "wait",
-                                                                  "configid", "save", "diff", "--confirm"},
-                               contains);
+    return std::ranges::any_of(
+        std::initializer_list<const char*>{"-d", "--uri", "--control", "mq", "watch", "wait", "configid",
+                                           "save", "diff", "--confirm"},
+        contains);
 }
 
 std::vector<std::string> CommandLine(const std::string& line)
