@@ -28,12 +28,11 @@ class Side {
     bool IsFile() const { return m_kind == Kind::kFile; }
     std::optional<Value> At(eParam_t id) const
     {
-        const auto found = values.find(id);
-        return found == values.end() ? std::nullopt : std::optional(found->second);
+        const auto found = m_values.find(id);
+        return found == m_values.end() ? std::nullopt : std::optional(found->second);
     }
 
     const std::string word;
-    std::map<eParam_t, Value> values;
 
   private:
     Session& Own() const { return m_other ? *m_other : m_session; }
@@ -43,8 +42,9 @@ class Side {
 
     Session& m_session;
     std::unique_ptr<Session> m_other;  // at a device of its own
-    Kind m_kind;
+    const Kind m_kind;
     SettingsFile m_file;
+    std::map<eParam_t, Value> m_values;
 };
 
 [[noreturn]] void NotUnderstood(const std::string& word, const std::string& why)
@@ -121,7 +121,7 @@ ExitStatus Side::ReadFile(const vexa::Catalogue& catalogue)
         std::string reason = "unknown parameter";
         const auto value = descriptor ? ValueOf(*descriptor, line.value, reason) : std::nullopt;
         if (value) {
-            values.insert_or_assign(descriptor->GetParamID(), *value);
+            m_values.insert_or_assign(descriptor->GetParamID(), *value);
             continue;
         }
         const ExitStatus failure = descriptor ? ExitStatus::kRefused : ExitStatus::kUnknownParameter;
@@ -139,14 +139,14 @@ void Side::ReadDevice(const vexa::Catalogue& catalogue)
         if (const Parameter parameter(descriptor); IsSetting(parameter)) settings.push_back(parameter);
     const auto results = Own().Read(*Own().Connect(), settings);
     for (size_t i = 0; i < settings.size(); ++i)
-        if (results[i].value) values.emplace(settings[i].Id(), *results[i].value);
+        if (results[i].value) m_values.emplace(settings[i].Id(), *results[i].value);
 }
 
 void Side::ReadDefaults(const vexa::Catalogue& catalogue)
 {
     for (const auto& [id, descriptor] : catalogue.All())
         if (const Parameter parameter(descriptor); IsSetting(parameter))
-            if (const auto value = FactoryDefault(parameter)) values.emplace(id, *value);
+            if (const auto value = FactoryDefault(parameter)) m_values.emplace(id, *value);
 }
 
 // --- what is compared ---
