@@ -6,8 +6,8 @@
 #include <memory>
 #include <sstream>
 
+#include "config/base/base64.h"
 #include "device/address.h"
-#include "vexactl/base64.h"
 #include "vexactl/control_client.h"
 #include "vexactl/times.h"
 
@@ -236,7 +236,7 @@ ExitStatus TellResult(Session& session, const Json& answer, const std::string& o
 
 ExitStatus ExportPreset(Session& session, const Json& request, const std::string& file)
 {
-    const auto bytes = FromBase64(TextOf(ControlClient(session).Ask(request), "file"));
+    const auto bytes = vexa::FromBase64(TextOf(ControlClient(session).Ask(request), "file"));
     if (!bytes) throw ConnectionError("the daemon has sent no file");
     std::ofstream stream(file, std::ios::binary);
     stream << *bytes;
@@ -257,7 +257,7 @@ ExitStatus ImportPreset(Session& session, Json request, const std::string& file)
         return session.Fail(ExitStatus::kUsage, Quoted(file) + " cannot be read, or is empty");
     if (bytes.str().size() > kMaxBytes)
         return session.Fail(ExitStatus::kUsage, Quoted(file) + " is no preset");
-    request["file"] = ToBase64(bytes.str());
+    request["file"] = vexa::ToBase64(bytes.str());
     return TellResult(session, ControlClient(session).Ask(request), "imported");
 }
 

@@ -1,4 +1,4 @@
-#include "vexactl/base64.h"
+#include "config/base/base64.h"
 
 #include <algorithm>
 #include <boost/archive/iterators/base64_from_binary.hpp>
@@ -6,6 +6,8 @@
 #include <boost/archive/iterators/transform_width.hpp>
 
 namespace it = boost::archive::iterators;
+
+namespace vexa {
 
 std::string ToBase64(const std::string& bytes)
 {
@@ -29,3 +31,5 @@ try {
 } catch (const it::dataflow_exception&) {
     return std::nullopt;
 }
+
+}  // namespace vexa
