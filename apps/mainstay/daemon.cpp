@@ -18,6 +18,7 @@
 #include "mainstay/control/reports.h"
 #include "mainstay/control/rollback.h"
 #include "mainstay/control/server.h"
+#include "mainstay/control/state_reports.h"
 #include "services/product/product_id.h"
 
 namespace net = vexa::corvalis::config::access;
@@ -88,7 +89,7 @@ bool Daemon::OpenState(const Options& options)
     // Texts of descriptors are in the language of the time when they were built.
     state::Values values = m_file->LoadValues()[0];
     if (const auto* const locale = std::get_if<unsigned int>(&values[eParamID_Locale]))
-        SetLocaleDescriptors(*locale);
+        if (SetLocaleDescriptors(*locale)) m_locale = *locale;
     m_keeper = std::make_unique<state::Keeper>(
         *m_file, std::chrono::milliseconds(static_cast<int64_t>(options.commitInterval * 1000)));
     m_keeper->Watch();
@@ -116,6 +117,13 @@ bool Daemon::StartServers(const Options& options)
            (options.noTcp || StartServer(SOCK_STREAM, options.tcpPort, options, "TCP")) &&
            (options.noUdp || StartServer(SOCK_DGRAM, options.udpPort, options, "UDP")) &&
            StartControl(options);
+}
+
+std::string Daemon::Endpoints() const
+{
+    std::string list;
+    for (const std::string& endpoint : m_endpoints) list += (list.empty() ? "" : ", ") + endpoint;
+    return list;
 }
 
 std::string Daemon::StateText() const
@@ -146,11 +154,14 @@ bool Daemon::StartQueues()
 
 bool Daemon::StartControl(const Options& options)
 {
-    const std::string path = control::SocketPath(options.control, "");
+    const std::string path = control::SocketPath(options.control, options.stateDirectory);
     if (path.empty()) return true;
+    m_reports = std::make_unique<control::StateReports>(
+        control::Device{*m_store, *m_file, *m_keeper, *m_presets, *m_actions, m_endpoints, m_locale});
     m_rollback = std::make_unique<control::Rollback>(*m_store, CProductID::getProductID());
     control::Handlers handlers;
     m_rollback->AddTo(handlers);
+    m_reports->AddTo(handlers);
     control::AddReports(handlers);
     m_control = std::make_unique<control::ControlServer>(std::move(handlers));
     return m_control->Start(path);
@@ -158,5 +169,5 @@ bool Daemon::StartControl(const Options& options)
 
 void Daemon::AddEndpoint(const std::string& endpoint)
 {
-    m_endpoints += (m_endpoints.empty() ? "" : ", ") + endpoint;
+    m_endpoints.push_back(endpoint);
 }

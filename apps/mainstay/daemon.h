@@ -18,6 +18,7 @@ class NetworkServer;
 class Config;
 namespace control {
 class ControlServer;
+class StateReports;
 class Rollback;
 }  // namespace control
 namespace vexa::config::access {
@@ -48,7 +49,7 @@ class Daemon {
     /// @return false after one line with the reason.
     bool Start(const Options& options);
     /// "queue /mainstay, TCP port 43110, UDP port 43110".
-    std::string Endpoints() const { return m_endpoints; }
+    std::string Endpoints() const;
     /// "state in /var/lib/mainstay", "state not kept".
     std::string StateText() const;
 
@@ -71,7 +72,9 @@ class Daemon {
     std::unique_ptr<actions::Actions> m_actions;
     std::unique_ptr<vexa::config::access::QueueService> m_queues;
     std::vector<Server*> m_servers;  // each is freed by its own thread after Stop
-    std::string m_endpoints;
+    std::vector<std::string> m_endpoints;
+    unsigned int m_locale = 0;  // of the texts of the catalogue
+    std::unique_ptr<control::StateReports> m_reports;
     std::unique_ptr<control::Rollback> m_rollback;
     std::unique_ptr<control::ControlServer> m_control;
 };

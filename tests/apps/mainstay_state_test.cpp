@@ -32,11 +32,15 @@ class StatefulDaemon {
         : m_program(Command(options), "", environment)
     {
         m_program.WaitForOutput("mainstay: ready");
-        m_device.emplace("tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", m_program.Err())));
+        m_device.emplace(Uri());
         EXPECT_TRUE(m_device->WaitUntilInStep(20s)) << m_device->Status().reason;
     }
 
     vexa::Device& Device() { return *m_device; }
+    std::string Uri(const std::string& rest = "") const
+    {
+        return "tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", m_program.Err())) + rest;
+    }
     std::string Log() const { return m_program.Err(); }
     void WaitForLog(const std::string& text) const { m_program.WaitForOutput(text); }
 
@@ -299,6 +303,67 @@ TEST(MainstayState, AConfigurationFileThatIsWrongIsOneLine)
     }
 }
 
+/// Every configuration has its values, whoever opens it and whenever.
+TEST(MainstayState, OtherConfigurationsAreKeptWhileNobodyUsesThem)
+{
+    const TemporaryDirectory directory;
+    const auto tool = [](const StatefulDaemon& daemon, const std::vector<std::string>& arguments) {
+        std::vector<std::string> command{VEXACTL, "--uri", daemon.Uri("/configid=3")};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return RunProgram(command).out;
+    };
+    {
+        StatefulDaemon daemon({"--state", directory.Path()});
+        tool(daemon, {"set", "ReelName", "Three"});
+        EXPECT_EQ(tool(daemon, {"get", "-r", "ReelName"}), "Three\n");
+        EXPECT_EQ(daemon.Text("ReelName"), "");
+        daemon.Stop();
+    }
+    StatefulDaemon daemon({"--state", directory.Path()});
+    EXPECT_EQ(tool(daemon, {"get", "-r", "ReelName"}), "Three\n");
+}
+
+TEST(MainstayState, TheControlSocketTellsWhatHappened)
+{
+    const TemporaryDirectory directory;
+    StatefulDaemon daemon({"--state", directory.Path()});
+    const auto tool = [&](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {VEXACTL, "--control", directory / "control"});
+        return RunProgram(arguments);
+    };
+    const std::string preset = directory / "preset";
+    daemon.Set("ReelName", "One");
+    daemon.Set("SystemPassword", "secret");
+    daemon.Device().Set("SystemCommand", "3");
+    daemon.WaitForLog("mainstay.conf has no action");
+    EXPECT_EQ(tool({"presets", "save", "7", "Studio B"}).status, 0);
+    EXPECT_EQ(tool({"presets", "export", "7", preset}).status, 0);
+    EXPECT_EQ(daemon.Text("RegisterExportResult"), "2 Export Complete");
+    daemon.Set("ReelName", "Two");
+    EXPECT_EQ(tool({"presets", "import", preset, "8"}).status, 0);
+    EXPECT_EQ(tool({"presets", "recall", "8"}).status, 0);
+    EXPECT_EQ(tool({"presets", "recall", "9"}).status, 4);
+    EXPECT_EQ(daemon.Text("ReelName"), "One");
+    WriteFile(preset, "garbage");
+    EXPECT_EQ(tool({"presets", "import", preset, "8"}).status, 4);
+    EXPECT_EQ(daemon.Text("RegisterImportResult"), "3 Import Failed");
+    EXPECT_THAT(tool({"presets"}).out, HasSubstr("Studio B"));
+
+    const std::string log = tool({"log", "--json"}).out;
+    EXPECT_THAT(log, AllOf(HasSubstr(R"("old":"","param":"ReelName")"), HasSubstr("recall 8"),
+                           HasSubstr("tcp 127.0.0.1:"), Not(HasSubstr("secret"))));
+    EXPECT_THAT(tool({"log", "FanSpeed"}).out, testing::IsEmpty());
+    EXPECT_THAT(tool({"status"}).out,
+                AllOf(HasSubstr("kept in " + directory.Path()), HasSubstr("SystemCommand = 3")));
+
+    Program follower({VEXACTL, "--control", directory / "control", "log", "--follow", "ReelName"});
+    follower.WaitForOutput("recall 8");
+    daemon.Set("FanSpeed", "80 %");
+    daemon.Set("ReelName", "Three");
+    follower.WaitForOutput("One -> Three");
+    EXPECT_THAT(follower.Out(), Not(HasSubstr("FanSpeed")));
+}
+
 /// The device goes on, says so once, and writes everything when the disk is there again.
 TEST(MainstayState, ADiskThatFailsIsSaidOnceAndStopsNothing)
 {
@@ -324,7 +389,7 @@ TEST(MainstayState, ADiskThatFailsIsSaidOnceAndStopsNothing)
 /// Whatever fails at the start, the device serves, and keeps what it can as soon as it can.
 TEST(MainstayState, ADirectoryThatCannotBeUsedYetIsTriedAgain)
 {
-    for (const faults::Call call : {faults::kPwrite, faults::kFsync, faults::kRename}) {
+    for (const faults::Call call : {faults::kPwrite, faults::kFsync, faults::kRename, faults::kOpen}) {
         SCOPED_TRACE(call);
         const TemporaryDirectory directory;
         WriteFile(directory / "settings.db", "garbage");

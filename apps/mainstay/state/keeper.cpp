@@ -23,7 +23,7 @@ namespace {
 using std::chrono::milliseconds;
 
 /// A disk that is full does not become empty at once.
-constexpr milliseconds kRetry{2000};
+constexpr milliseconds kRetry{1000};
 /// Lines that wait for the disk. More than these are left out, the oldest first.
 constexpr size_t kMaxWaitingLines = 100'000, kMaxWaitingBytes = size_t{16} << 20;
 /// Texts are cut off in the history: it is to tell what happened, not to restore it.
@@ -250,7 +250,6 @@ void Keeper::Stop()
         vexa::MutexLock hold(m_lock);
         m_isEnding = true;
         m_changed.NotifyAll();
-        m_lineWritten.NotifyAll();
     }
     m_thread.join();
     if (!WriteOnce()) return;
@@ -309,15 +308,6 @@ KeeperStatus Keeper::Status() const
 bool Keeper::Flush()
 {
     return WriteOnce();
-}
-
-int64_t Keeper::AwaitHistory(int64_t after, milliseconds timeout)
-{
-    const vexa::Deadline deadline(static_cast<unsigned int>(timeout.count()));
-    vexa::MutexLock hold(m_lock);
-    while (m_newestLine <= after && !m_isEnding && m_lineWritten.Wait(m_lock, deadline)) {
-    }
-    return m_newestLine;
 }
 
 void Keeper::Note(Change change)
@@ -411,10 +401,10 @@ bool Keeper::WriteOnce()
         m_isDirty = false;
     }
     try {
-        const Batch batch = Collect(changes);
+        Batch batch = Collect(changes);
         if (!batch.history.empty() || !batch.values.empty()) m_file.Write(batch);
         NoteWritten(true);
-        Succeeded(changes);
+        Succeeded(std::move(batch.history));
         return true;
     } catch (const std::exception& error) {
         NoteWritten(false);
@@ -423,16 +413,18 @@ bool Keeper::WriteOnce()
     }
 }
 
-void Keeper::Succeeded(const std::deque<Change>& changes)
+void Keeper::Succeeded(std::vector<HistoryLine> lines)
 {
-    const int64_t newest = changes.empty() ? 0 : m_file.NewestLine();
-    vexa::MutexLock hold(m_lock);
-    if (!m_status.problem.empty()) vexa::Print("mainstay: the settings are written again\n");
-    m_status.problem.clear();
-    m_status.saved = Now();
-    if (changes.empty()) return;
-    m_newestLine = newest;
-    m_lineWritten.NotifyAll();
+    {
+        vexa::MutexLock hold(m_lock);
+        if (!m_status.problem.empty()) vexa::Print("mainstay: the settings are written again\n");
+        m_status.problem.clear();
+        m_status.saved = Now();
+    }
+    if (lines.empty() || !m_onLines) return;
+    int64_t id = m_file.NewestLine() - static_cast<int64_t>(lines.size());
+    for (HistoryLine& line : lines) line.id = ++id;
+    m_onLines(lines);
 }
 
 void Keeper::Failed(std::deque<Change> changes, const std::exception& reason)

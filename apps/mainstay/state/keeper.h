@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -63,9 +64,12 @@ class Keeper : public vexa::corvalis::config::access::PeerStoreWatcher {
     KeeperStatus Status() const;
     /// Writes what there is at once. @return false when it cannot.
     bool Flush();
-    /// Waits until a line newer than this is written, or the time is over.
-    /// @return the newest line that is written.
-    int64_t AwaitHistory(int64_t after, std::chrono::milliseconds timeout);
+    /// @param onLines  called with what was added to the history, once it is on the disk, on the thread that wrote it;
+    /// it must not wait. Before Start.
+    void OnLines(std::function<void(const std::vector<HistoryLine>&)> onLines)
+    {
+        m_onLines = std::move(onLines);
+    }
 
   private:
     class StoreHistory;
@@ -88,12 +92,13 @@ class Keeper : public vexa::corvalis::config::access::PeerStoreWatcher {
     void NoteWritten(bool isWritten) VEXA_EXCLUDES(m_storesLock);
     bool WriteOnce() VEXA_EXCLUDES(m_writeLock);
     void Failed(std::deque<Change> changes, const std::exception& reason) VEXA_EXCLUDES(m_lock);
-    void Succeeded(const std::deque<Change>& changes) VEXA_EXCLUDES(m_lock);
+    void Succeeded(std::vector<HistoryLine> lines) VEXA_EXCLUDES(m_lock);
     void BackUpDaily();
 
     SettingsFile& m_file;
     const std::chrono::milliseconds m_interval;
     std::vector<ParamDescriptor*> m_kept;  // of the model
+    std::function<void(const std::vector<HistoryLine>&)> m_onLines;
 
     vexa::Mutex m_writeLock;   // one transaction at a time; held over the disk
     int64_t m_copied = 0;      // microseconds since 1970 of the last copy; of the thread
@@ -106,12 +111,11 @@ class Keeper : public vexa::corvalis::config::access::PeerStoreWatcher {
     bool m_isStopping VEXA_GUARDED_BY(m_storesLock) = false;
 
     mutable vexa::Mutex m_lock;  // innermost: taken by those who change values
-    vexa::CondVar m_changed, m_lineWritten;
+    vexa::CondVar m_changed;
     std::deque<Change> m_changes VEXA_GUARDED_BY(m_lock);
     size_t m_changeBytes VEXA_GUARDED_BY(m_lock) = 0;
     bool m_isDirty VEXA_GUARDED_BY(m_lock) = false, m_isEnding VEXA_GUARDED_BY(m_lock) = false;
     KeeperStatus m_status VEXA_GUARDED_BY(m_lock);
-    int64_t m_newestLine VEXA_GUARDED_BY(m_lock) = 0;
 
     std::thread m_thread;
 };
