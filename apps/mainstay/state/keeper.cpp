@@ -474,7 +474,8 @@ void Keeper::Run()
         while (!m_isEnding && !deadline.IsOver()) m_changed.Wait(m_lock, deadline);
         if (m_isEnding) break;
         const vexa::MutexUnlock release(m_lock);
-        delay = WriteOnce() ? m_interval : std::max(m_interval, kRetry);
+        delay =
+            WriteOnce() ? m_interval : std::clamp(10 * m_interval, m_interval, std::max(m_interval, kRetry));
         BackUpDaily();
     }
 }

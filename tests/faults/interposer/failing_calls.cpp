@@ -111,16 +111,16 @@ FAILING_CALL(kPwrite, ssize_t, pwrite, (int d, const void* b, size_t n, off_t o)
 FAILING_CALL(kPwrite, ssize_t, pwrite64, (int d, const void* b, size_t n, off64_t o), (d, b, n, o), )
 
 /// Both names of one call.
-#define FAILING_OPEN(name)                                                  \
-    extern "C" int name(const char* path, int flags, ...)                   \
-    {                                                                       \
-        static const auto real = Real(&name, #name);                        \
-        va_list more;                                                       \
-        va_start(more, flags);                                              \
-        const auto mode = flags & O_CREAT ? va_arg(more, mode_t) : 0;       \
-        va_end(more);                                                       \
-        const int error = ErrorOf(kOpen);                                   \
-        return error == 0 ? real(path, flags, mode) : (errno = error, -1);  \
+#define FAILING_OPEN(name)                                                 \
+    extern "C" int name(const char* path, int flags, ...)                  \
+    {                                                                      \
+        static const auto real = Real(&name, #name);                       \
+        va_list more;                                                      \
+        va_start(more, flags);                                             \
+        const auto mode = flags & O_CREAT ? va_arg(more, mode_t) : 0;      \
+        va_end(more);                                                      \
+        const int error = ErrorOf(kOpen);                                  \
+        return error == 0 ? real(path, flags, mode) : (errno = error, -1); \
     }
 FAILING_OPEN(open)
 FAILING_OPEN(open64)
