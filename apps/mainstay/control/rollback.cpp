@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <ranges>
 
 #include "config/base/log.h"
 #include "config/base/no_signals.h"
@@ -128,16 +127,16 @@ bool Rollback::TakeOverdue(std::vector<Hold>& overdue)
 void Rollback::PutBack(const std::vector<Hold>& holds, const char* why)
 {
     const vexa::OriginScope origin("not confirmed");
-    for (const Hold& held : std::views::reverse(holds)) {
+    for (auto held = holds.rbegin(); held != holds.rend(); ++held) {
         size_t refused = 0;
-        for (const auto& [id, value] : held.values) {
+        for (const auto& [id, value] : held->values) {
             const bool isText = value.index() == 1;
             const bool stored =
                 isText ? m_store.Set(id, std::get<1>(value)) : m_store.Set(id, std::get<0>(value));
             refused += stored ? 0 : 1;
         }
         vexa::Print("mainstay: a change by %s is undone, for %s: %zu values put back, %zu refused\n",
-                    held.who.c_str(), why, held.values.size() - refused, refused);
+                    held->who.c_str(), why, held->values.size() - refused, refused);
     }
 }
 
