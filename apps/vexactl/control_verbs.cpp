@@ -123,7 +123,7 @@ void PrintCounts(Session& session, const std::string& name, const Json& value)
 {
     if (!value.is_object()) return session.Print(Padded(name, 32) + "  " + Dump(value));
     for (const auto& [part, inner] : value.items())
-        PrintCounts(session, name.empty() ? part : name + "." + part, inner);
+        PrintCounts(session, std::string(name).append(name.empty() ? "" : ".").append(part), inner);
 }
 
 ExitStatus Stats(Session& session, bool forPrometheus)

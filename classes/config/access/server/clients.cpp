@@ -39,23 +39,23 @@ uint64_t Add(const ClientSource& source)
 }
 
 struct RequestKind {
-    uint32_t type;
     const char* name;
+    uint32_t type;
     bool sets;
 };
 
 constexpr RequestKind kKinds[] = {
-    {XCFG_CONNECT_REQUEST, "connect", false},
-    {XCFG_DISCONNECT_REQUEST, "disconnect", false},
-    {XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, "listen", false},
-    {XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, "unlisten", false},
-    {XCFG_GET_PARAM_REQUEST, "get", false},
-    {XCFG_SET_PARAM_REQUEST, "set", true},
-    {XCFG_GET_STREAM_PARAM_REQUEST, "get_text", false},
-    {XCFG_SET_STREAM_PARAM_REQUEST, "set_text", true},
-    {XCFG_GET_DATA_REQUEST, "get_data", false},
-    {XCFG_SET_DATA_REQUEST, "set_data", true},
-    {0, "other", false},
+    {"connect", XCFG_CONNECT_REQUEST, false},
+    {"disconnect", XCFG_DISCONNECT_REQUEST, false},
+    {"listen", XCFG_ADD_CONFIG_EVENT_LISTENER_REQUEST, false},
+    {"unlisten", XCFG_REMOVE_CONFIG_EVENT_LISTENER_REQUEST, false},
+    {"get", XCFG_GET_PARAM_REQUEST, false},
+    {"set", XCFG_SET_PARAM_REQUEST, true},
+    {"get_text", XCFG_GET_STREAM_PARAM_REQUEST, false},
+    {"set_text", XCFG_SET_STREAM_PARAM_REQUEST, true},
+    {"get_data", XCFG_GET_DATA_REQUEST, false},
+    {"set_data", XCFG_SET_DATA_REQUEST, true},
+    {"other", 0, false},
 };
 constexpr const char* kCounterNames[] = {"connections", "refused",     "cut_off",       "bytes_in",
                                          "bytes_out",   "events_sent", "events_skipped"};
