@@ -67,7 +67,7 @@ Outcome OpenDamaged(const std::string& directory, const std::string& bytes, cons
 
 }  // namespace
 
-TEST(SettingsFile, KeepsValuesOfEachConfigurationAndModel)
+TEST(StateFile, KeepsValuesOfEachConfigurationAndModel)
 {
     const TemporaryDirectory directory;
     const std::string bytes("a\0\xff\n", 4);
@@ -88,7 +88,7 @@ TEST(SettingsFile, KeepsValuesOfEachConfigurationAndModel)
     EXPECT_FALSE(second.Open());
 }
 
-TEST(SettingsFile, PresetsAreReplacedAndErased)
+TEST(StateFile, PresetsAreReplacedAndErased)
 {
     SettingsFile file("", "OAK", kHistory);
     ASSERT_TRUE(file.Open());
@@ -107,7 +107,7 @@ TEST(SettingsFile, PresetsAreReplacedAndErased)
     EXPECT_THAT(file.ListPresets(), IsEmpty());
 }
 
-TEST(SettingsFile, TheHistoryIsBounded)
+TEST(StateFile, TheHistoryIsBounded)
 {
     SettingsFile file("", "OAK", 3);
     ASSERT_TRUE(file.Open());
@@ -127,7 +127,7 @@ TEST(SettingsFile, TheHistoryIsBounded)
     EXPECT_THAT(times({.afterID = file.NewestLine() - 1}), ElementsAre(5));
 }
 
-TEST(SettingsFile, WhatIsNoFileOfOursIsMovedAside)
+TEST(StateFile, WhatIsNoFileOfOursIsMovedAside)
 {
     const TemporaryDirectory directory;
     WriteTo(directory.Path(), {{0, {{kFan, 80U}}}});
@@ -146,7 +146,7 @@ TEST(SettingsFile, WhatIsNoFileOfOursIsMovedAside)
     EXPECT_EQ(CountOf(directory.Path(), "damaged-"), 5U);
 }
 
-TEST(SettingsFile, OnlyTheNewestDamagedFilesAreKept)
+TEST(StateFile, OnlyTheNewestDamagedFilesAreKept)
 {
     const TemporaryDirectory directory;
     for (int i = 0; i < 9; ++i)
@@ -157,7 +157,7 @@ TEST(SettingsFile, OnlyTheNewestDamagedFilesAreKept)
     EXPECT_TRUE(fs::exists(directory / "settings.db.damaged-20200108"));
 }
 
-TEST(SettingsFile, AFileOfVersion1IsRead)
+TEST(StateFile, AFileOfVersion1IsRead)
 {
     const TemporaryDirectory directory;
     fs::copy_file(VEXA_SOURCE_DIR "/tests/golden/settings_1.db", directory / "settings.db");
@@ -170,7 +170,7 @@ TEST(SettingsFile, AFileOfVersion1IsRead)
 }
 
 /// The device has the values of the file or those of its copy, never a mixture, and says which.
-TEST(SettingsFile, DamageNeverMakesWrongValues)
+TEST(StateFile, DamageNeverMakesWrongValues)
 {
     const TemporaryDirectory directory;
     const std::map<eConfigID_t, Values> now{{0, {{kFan, 80U}, {kReel, std::string("now")}}}};

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -177,8 +176,17 @@ PresetResult Presets::Recall(unsigned int number)
     });
 }
 
+/// @return why it does not hold the value now; nothing when it does.
+std::optional<std::string> Presets::Bring(ParamDescriptor& descriptor, const vexa::Value& value)
+{
+    if (state::ReadValue(m_store, descriptor) == value) return std::nullopt;
+    if (auto misfit = state::Misfit(descriptor, value)) return misfit;
+    if (!state::WriteValue(m_store, descriptor, value)) return "refused by the device";
+    return std::nullopt;
+}
+
 /// Some values set others back when they are set: so the second pass sets what the first one has changed again.
-std::vector<Refusal> Presets::Apply(const state::Values& values)
+std::vector<Refusal> Presets::Apply(state::Values values)
 {
     std::vector<Refusal> refusals;
     for (int pass = 0; pass < 2; ++pass) {
@@ -186,17 +194,12 @@ std::vector<Refusal> Presets::Apply(const state::Values& values)
         for (ParamDescriptor* const descriptor : m_params) {
             const auto wanted = values.find(descriptor->GetParamID());
             if (wanted == values.end()) continue;
-            if (state::ReadValue(m_store, *descriptor) == wanted->second) continue;
-            auto objection = state::Misfit(*descriptor, wanted->second);
-            if (!objection && !state::WriteValue(m_store, *descriptor, wanted->second))
-                objection = "refused by the device";
-            if (objection) refusals.push_back({descriptor->GetParamID(), *objection});
+            if (auto reason = Bring(*descriptor, wanted->second))
+                refusals.push_back({descriptor->GetParamID(), std::move(*reason)});
         }
     }
-    for (const auto& [param, value] : values)
-        if (std::ranges::none_of(m_params,
-                                 [&, id = param](auto* known) { return known->GetParamID() == id; }))
-            refusals.push_back({param, "not part of presets here"});
+    for (ParamDescriptor* const descriptor : m_params) values.erase(descriptor->GetParamID());
+    for (const auto& [param, value] : values) refusals.push_back({param, "not part of presets here"});
     return refusals;
 }
 

@@ -1,6 +1,7 @@
 /// Presets: sets of values under the numbers 1 to 20, in the settings file and on the media.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -60,7 +61,8 @@ class Presets {
     PresetResult Run(eParam_t result, unsigned int number, Work work);
     void Tell(eParam_t result, Outcome outcome);
     std::string MediaFile(unsigned int number) const;
-    std::vector<Refusal> Apply(const state::Values& values);
+    std::optional<std::string> Bring(ParamDescriptor& descriptor, const vexa::Value& value);
+    std::vector<Refusal> Apply(state::Values values);
 
     Config& m_store;
     state::SettingsFile& m_file;

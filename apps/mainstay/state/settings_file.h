@@ -17,7 +17,7 @@
 #include "config/base/mutex.h"
 #include "config/param_ids.h"
 #include "device/value.h"
-namespace SQLite {
+namespace SQLite {  // NOLINT(readability-identifier-naming): theirs
 class Database;
 }
 
