@@ -75,7 +75,6 @@ bool Daemon::Start(const Options& options)
     CreateDescriptors();
     if (!OpenState(options) || !OpenStore(options) || !StartServers(options)) return false;
     m_keeper->Start();
-    actions::SetSystemState(*m_store, actions::SystemState::kRunning);
     return true;
 }
 
@@ -103,7 +102,7 @@ bool Daemon::OpenStore(const Options& options)
     m_store = net::OpenPeerStore(0);
     if (!m_store) return vexa::Report("mainstay: cannot open the store\n");
     actions::SetIdentity(*m_store, MAINSTAY_VERSION);
-    actions::SetSystemState(*m_store, actions::SystemState::kInitialized);
+    actions::SetSystemState(*m_store, actions::SystemState::kRunning);  // for all that its clients ever see
     m_presets = std::make_unique<actions::Presets>(*m_store, *m_file, options.media);
     m_programs = std::make_unique<actions::Programs>(options.actions);
     m_actions = std::make_unique<actions::Actions>(*m_store, *m_presets, *m_programs);

@@ -100,13 +100,13 @@ TEST_F(MainstayQueue, TellsEveryClientOfEveryChange)
     RawClient one(1), two(2), deaf(3);
     for (RawClient* const client : {&one, &two, &deaf}) client->Connect();
     for (RawClient* const client : {&one, &one, &two}) EXPECT_EQ(client->SetEvents(true), 64u);
-    EXPECT_EQ(Tool({"set", "RegisterSave", "7"}).status, 0);
+    EXPECT_EQ(Tool({"set", "FanSpeed", "77"}).status, 0);
     EXPECT_EQ(Tool({"set", "ReelName", "from tcp"}).status, 0);
     for (RawClient* const client : {&one, &two}) {
         auto event = client->Receive();
         EXPECT_EQ(event.msgtype, 144u);
-        EXPECT_EQ(event.paramID, kNumber);
-        EXPECT_EQ(event.value, 7u);
+        EXPECT_EQ(event.paramID, eParamID_FanSpeed);
+        EXPECT_EQ(event.value, 77u);
         event = client->Receive();
         EXPECT_EQ(event.msgtype, 145u);
         EXPECT_THAT(client->stream, HasSubstr("from tcp"));
@@ -114,9 +114,9 @@ TEST_F(MainstayQueue, TellsEveryClientOfEveryChange)
     }
     EXPECT_THAT(m_daemon->Inherited(), testing::IsEmpty());
     EXPECT_EQ(two.SetEvents(false), 65u);
-    deaf.Ask(81, kNumber, 8);
-    EXPECT_EQ(one.Receive().value, 8u);
-    EXPECT_EQ(two.Ask(80, kNumber).value, 8u) << "no event came before";
+    deaf.Ask(81, eParamID_FanSpeed, 88);
+    EXPECT_EQ(one.Receive().value, 88u);
+    EXPECT_EQ(two.Ask(80, eParamID_FanSpeed).value, 88u) << "no event came before";
 }
 
 TEST_F(MainstayQueue, OnlyTheCulpritSuffers)
@@ -183,8 +183,8 @@ TEST_F(MainstayQueue, IsTakenOverAfterACrashAndRemovedAtAStop)
     EXPECT_EQ(client.Ask(112, kText).error, 0u);
     RawClient other(1);
     other.Connect();
-    other.Ask(81, kNumber, 9);
-    EXPECT_EQ(client.Receive().value, 9u) << "it may have listened";
+    other.Ask(81, eParamID_FanSpeed, 99);
+    EXPECT_EQ(client.Receive().value, 99u) << "it may have listened";
     successor.Signal(SIGTERM);
     EXPECT_EQ(successor.Wait().status, 0);
     EXPECT_EQ(mq_open(mq::kRequestQueue, O_WRONLY), -1);

@@ -63,8 +63,8 @@ Actions::Actions(Config& store, Presets& presets, Programs& programs)
       },
       m_heard(Heard(programs))
 {
+    m_thread = std::thread([this] { Run(); });  // first, for it may fail
     m_store.AddConfigEventListener(this);
-    m_thread = std::thread([this] { Run(); });
 }
 
 Actions::~Actions()

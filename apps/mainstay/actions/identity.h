@@ -7,9 +7,9 @@
 
 namespace actions {
 
-/// As eParamID_SystemState numbers them. The last ones are missing deliberately: clients take 9 for the end of the
+/// As eParamID_SystemState numbers them. The end is missing deliberately: clients take 9 for the end of the
 /// device and stop listening, which is wrong when only the daemon starts anew.
-enum class SystemState : unsigned int { kInitialized = 3, kRunning = 4, kShuttingDown = 8 };
+enum class SystemState : unsigned int { kRunning = 4, kShuttingDown = 8 };
 
 /// Serial number, Ethernet address, software version, flash information: what of it the unit and its model have.
 void SetIdentity(Config& store, const std::string& version);
