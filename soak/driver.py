@@ -6,7 +6,8 @@ Usage: driver.py BUILD_DIRECTORY MINUTES [SEED]         scripts/soak builds firs
 Each client owns a few parameters that no other client writes. At every check point all clients pause; then
 the store must hold each owned parameter's last write that was read back (or a later one that was on its way
 when its writer was killed), and every client's reads, cache and listeners must agree with a fresh client's
-reads. At the end, with all clients gone, the daemon must hold no more descriptors and threads than before the
+reads. The daemon keeps its state: what was stored before it stops, or a moment before it is killed, is there
+after its restart. Another one is killed every few seconds meanwhile (counting.py). At the end, with all clients gone, the daemon must hold no more descriptors and threads than before the
 first, and hardly more memory than at its first check point."""
 import collections
 import os
@@ -14,18 +15,21 @@ import pathlib
 import random
 import shutil
 import signal
-import subprocess
 import sys
 import tempfile
 import time
 
+import counting
 import garbage
 import system
-from players import BOUND, Board, Client, Daemon, Failure, Parameter
+import wire
+from players import BOUND, Board, Client, Daemon, Failure, list_parameters
 
 TRANSPORTS = ["tcp"] * 16 + ["tcp cached"] * 8 + ["udp"] * 10 + ["udp cached"] * 6 + ["queue"] * 10
 MORE_MEMORY = 8192  # kilobytes: fragments, and memory that the C library keeps of ended threads
 PROBE, SYSTEM_STATE = 0x5B010000, 0x7D02010A  # read to see if the daemon is there; at 9 clients leave
+RESETS = [0x6301000A, 0x7B04000A]  # commands that change what clients own
+COMMIT = 0.5 + 1  # seconds until a value is on the disk, and patience with a busy machine
 
 
 class Soak:
@@ -36,19 +40,18 @@ class Soak:
         self.counts = collections.Counter()
         self.differences = []
         self.board = Board(work / "board", len(TRANSPORTS) + 1)
-        self.daemon = Daemon(programs, work / "mainstay.log")
+        self.daemon = Daemon(programs, work / "mainstay.log", work / "state")
+        self.counting = counting.Counting(programs, work, self.random.getrandbits(31))
         self.clients = []
         self.crashed = []  # processes, whose queues may be left
         self.memory = None  # of this daemon at its first check point
         self.share_out()
         taken = [int(parameter.id, 16) for parameter in self.play + self.sync]
-        self.garbage = garbage.Garbage(self.random, taken + [PROBE, SYSTEM_STATE])
+        self.garbage = garbage.Garbage(self.random, taken + [PROBE, SYSTEM_STATE, *RESETS])
         self.writes = 0  # of the parameters whose event is the last one of a check point
 
     def share_out(self):
-        listed = subprocess.run([self.programs / "vexa_soak_client", "list"], stdout=subprocess.PIPE, check=True,
-                                stderr=subprocess.DEVNULL, text=True, timeout=BOUND).stdout
-        everything = [Parameter(*line.split()) for line in listed.splitlines()]
+        everything = list_parameters(self.programs)
         everything.sort(key=lambda parameter: parameter.values, reverse=True)
         groups = {kind: [p for p in everything if p.kind == kind] for kind in ("number", "text", "data")}
         self.sync = [groups["number"].pop(0), groups["text"].pop(0)]
@@ -64,7 +67,7 @@ class Soak:
     def uri(self, transport):
         if transport == "queue":
             return transport
-        port = self.daemon.ports[transport.startswith("udp")]
+        port = self.daemon.ports[transport[:3].upper()]
         return f"{transport[:3]}://127.0.0.1:{port}" + ("/caching=true" if "cached" in transport else "")
 
     # --- clients ---
@@ -121,7 +124,7 @@ class Soak:
             client.stopped_until = time.monotonic() + self.random.uniform(0.2, 2)
             self.counts["stops"] += 1
         elif kind in ("tcp", "udp"):
-            getattr(self.garbage, kind)(self.daemon.ports[kind == "udp"])
+            getattr(self.garbage, kind)(self.daemon.ports[kind.upper()])
         elif kind == "queue":
             self.garbage.queue({client.pid & 0xFFFF for client in self.clients})
 
@@ -133,13 +136,32 @@ class Soak:
             client.process.send_signal(signal.SIGCONT)
 
     def restart(self, number):
+        before = self.written()
+        if number == signal.SIGKILL:
+            time.sleep(COMMIT)
         self.board.next_generation()
         self.daemon.stop(number)
         self.counts["restarts"] += 1
         self.garbage.close()
         self.daemon.start()
+        self.check_kept(before)
         self.memory = None
         self.board.next_generation()
+
+    def written(self):
+        """What the board says of each owned parameter that the daemon keeps."""
+        return [(slot, parameter, self.board.own(slot, place)) for slot, own in enumerate(self.owned)
+                for place, parameter in enumerate(own) if parameter.is_kept]
+
+    def check_kept(self, before):
+        """Each has the last write of before, or a later one."""
+        with wire.Peer(self.daemon.ports["TCP"]) as peer:
+            for (slot, parameter, (_, stored, after, until)), (_, _, now) in zip(before, self.written()):
+                value = peer.get(parameter)
+                writes = [*range(stored, now[0] + 1), *range(after + 1, until + 1), *range(now[2] + 1, now[3] + 1)]
+                if stored and value not in map(parameter.printed, writes):
+                    self.differences.append(f"after a restart {parameter.id} of client {slot} is {value[:50]}, "
+                                            f"none of its writes {writes}")
 
     # --- check points ---
 
@@ -210,6 +232,7 @@ class Soak:
         return [[line.split(" ") for line in client.answer("show")] for client in clients]
 
     def check_point(self):
+        self.counting.require()
         self.pause()
         missed = self.settle()
         auditors = [self.fresh(transport) for transport in ("udp", "tcp", "queue")]
@@ -268,6 +291,7 @@ class Soak:
 
     def run(self):
         self.daemon.start()
+        self.counting.start()
         for transport in ("tcp", "udp", "queue"):
             client = self.fresh(transport)
             client.ask("pause")
@@ -289,6 +313,8 @@ class Soak:
         self.finish(before)
 
     def finish(self, before):
+        self.counting.finish()
+        self.counts += self.counting.counts
         for client in self.clients:
             client.tell("quit")
         for client in self.clients:
@@ -331,6 +357,7 @@ class Soak:
             print(f"{name:<48}{value:>12}")
 
     def clean_up(self):
+        self.counting.clean_up()
         for client in self.clients:
             if client.process.poll() is None:
                 client.kill()

@@ -4,7 +4,7 @@ import struct
 
 import system
 
-NUMBER, TEXT = 0x5C010000, 0x1302000A  # parameters that the test does not look at
+NUMBER, TEXT = 0x5C010000, 0x1302000A  # parameters that the test does not look at; the first saves presets
 
 
 class Garbage:

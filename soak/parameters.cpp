@@ -19,7 +19,8 @@ std::string Hexadecimal(eParam_t id)
 
 bool StandsAlone(ParamDescriptor& descriptor)
 {
-    for (const char* const ruled : {"Clip", "Take", "Gang", "Append", "Media", "SystemState"})
+    for (const char* const ruled :
+         {"Clip", "Take", "Gang", "Append", "Media", "SystemState", "FactorySettings", "Clear_Alarms"})
         if (descriptor.GetParamIDName().find(ruled) != std::string::npos) return false;
     return !descriptor.HasClassName("volatile") && descriptor.GetDependentParamIDs().empty() &&
            !descriptor.FindNumber("dependent_minimum");
@@ -90,6 +91,8 @@ void PrintParameters()
         const Parameter parameter(Hexadecimal(id));
         ParamDescriptor& descriptor = *FindDescriptor(id);
         if (StandsAlone(descriptor) && HasNoGaps(parameter, descriptor))
-            printf("%s %08x %u %u\n", kKinds[parameter.kind], id, parameter.lowest, parameter.highest);
+            printf("%s %08x %u %u %d %d\n", kKinds[parameter.kind], id, parameter.lowest, parameter.highest,
+                   descriptor.GetPersistenceType() == ePersist,
+                   descriptor.GetRegisterType() != eRegister_Exclude);
     }
 }

@@ -28,5 +28,5 @@ std::vector<Parameter> ReadList(const std::string& text);
 /// Without spaces and the like, for one word of a line.
 std::string Printable(std::string text);
 /// Prints the parameters whose values change only when they are written, and change no other:
-/// "number|text|data ID LOWEST HIGHEST".
+/// "number|text|data ID LOWEST HIGHEST", and 1 where the daemon keeps the value over its end, and where presets have it.
 void PrintParameters();

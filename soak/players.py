@@ -46,8 +46,9 @@ class Board:
 
 
 class Parameter:
-    def __init__(self, kind, number, lowest, highest):
+    def __init__(self, kind, number, lowest, highest, is_kept, is_in_presets):
         self.kind, self.id, self.lowest = kind, number, int(lowest)
+        self.is_kept, self.is_in_presets = is_kept == "1", is_in_presets == "1"
         # The number of its values, or of the writes that a text can tell apart.
         self.values = int(highest) - int(lowest) + 1 if kind == "number" else 2 ** 32
 
@@ -55,6 +56,14 @@ class Parameter:
         if self.kind == "number":
             return str(self.lowest + write % self.values)
         return f"{self.id}.{write}." + "x" * (write * 37 % (2000 if self.kind == "data" else 400))
+
+
+def list_parameters(programs, model=None):
+    """Those that change only when they are written, and change no other."""
+    environment = {**os.environ, "PRODUCT_ID": model} if model else None
+    listed = subprocess.run([programs / "vexa_soak_client", "list"], stdout=subprocess.PIPE, check=True,
+                            stderr=subprocess.DEVNULL, text=True, timeout=BOUND, env=environment).stdout
+    return [Parameter(*line.split()) for line in listed.splitlines()]
 
 
 class Client:
@@ -137,15 +146,19 @@ class Client:
 
 
 class Daemon:
-    def __init__(self, programs, log):
-        self.programs, self.log, self.ports = programs, log, [0, 0]
+    """A daemon that keeps its state in a directory."""
+
+    def __init__(self, programs, log, state, *options, model=None):
+        self.command = [programs / "mainstay", "--state", state, *options]
+        self.environment = {**os.environ, "PRODUCT_ID": model} if model else None
+        self.log, self.ports = log, {"TCP": 0, "UDP": 0}
         self.process = None
 
     def start(self):
         with open(self.log, "ab") as log:
             start = log.tell()
-            self.process = subprocess.Popen([self.programs / "mainstay", "--tcp-port", str(self.ports[0]),
-                                             "--udp-port", str(self.ports[1])], stderr=log)
+            ports = ["--tcp-port", str(self.ports["TCP"]), "--udp-port", str(self.ports["UDP"])]
+            self.process = subprocess.Popen([*self.command, *ports], stderr=log, env=self.environment)
         line = []
 
         def is_ready():
@@ -155,7 +168,9 @@ class Daemon:
 
         if not system.wait_until(is_ready, BOUND) or not line or "ready" not in line[0]:
             raise Failure((line or [f"mainstay did not start, exit status {self.process.poll()}"])[0])
-        self.ports = [int(line[0].split(f"{name} port ")[1].split(",")[0]) for name in ("TCP", "UDP")]
+        for name in self.ports:
+            if f"{name} port " in line[0]:
+                self.ports[name] = int(line[0].split(f"{name} port ")[1].split(",")[0])
 
     def stop(self, number):
         self.require()
