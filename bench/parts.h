@@ -7,3 +7,5 @@ void MeasureNetwork();
 void MeasureQueues();
 void MeasureDaemon();
 void MeasureDevices();
+/// @param seconds  of 1,000 changes a second.
+void MeasureState(int seconds);

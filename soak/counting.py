@@ -32,6 +32,7 @@ class Counting(threading.Thread):
         self.set = {parameter: [] for parameter in self.parameters}
         self.presets = {}  # by number: the counts that it may have, the last one that it has for certain first
         self.counts = collections.Counter()
+        self.killed = None  # when the daemon was told to end
         self.ending = threading.Event()
         self.failure = None
 
@@ -80,10 +81,10 @@ class Counting(threading.Thread):
     def count_until_killed(self, peer):
         """Returns the signal that ended the daemon, and when."""
         number = self.random.choice([signal.SIGKILL] * 5 + [signal.SIGTERM])
-        killed = []
+        self.killed = None
 
         def kill():
-            killed.append(time.monotonic())
+            self.killed = time.monotonic()
             self.mainstay.process.send_signal(number)
 
         killer = threading.Timer(self.random.uniform(0, LONGEST), kill)
@@ -97,7 +98,7 @@ class Counting(threading.Thread):
         if self.mainstay.process.wait(BOUND) != (0 if number == signal.SIGTERM else -number):
             raise Failure(f"mainstay ended with status {self.mainstay.process.returncode}")
         self.counts["kills while it counts" if number == signal.SIGKILL else "stops while it counts"] += 1
-        return number, killed[0]
+        return number, self.killed
 
     def step(self, peer):
         self.count += 1
@@ -121,6 +122,8 @@ class Counting(threading.Thread):
         self.presets.setdefault(number, [None]).append(self.count)
         peer.command(SAVE, number)
         self.require_result(peer, SAVED, {COMPLETE})
+        if self.killed:
+            return  # a daemon that stops still answers, but carries no command out: that may be an old result
         self.presets[number] = [self.count]
         self.counts["presets saved while it counts"] += 1
 
