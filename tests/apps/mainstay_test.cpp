@@ -8,11 +8,14 @@
 
 #include <cstdlib>
 #include <optional>
+#include <regex>
+#include <sstream>
 
 #include "config/values/config_value.h"
 #include "support/program.h"
 #include "support/raw_peer.h"
 #include "support/scripted_server.h"
+#include "support/temporary_directory.h"
 
 using testing::AllOf;
 using testing::ContainsRegex;
@@ -297,6 +300,32 @@ TEST(Mainstay, ALogThatNobodyReadsStopsNothing)
     daemon.Signal(SIGTERM);
     EXPECT_EQ(daemon.Wait().status, 0);
     for (const int end : log) close(end);
+}
+
+/// Every option is in it, and the daemon takes all of them at once.
+TEST(Mainstay, TheExampleOfItsConfigurationFileHolds)
+{
+    const std::string example = ReadFile(VEXA_SOURCE_DIR "/apps/mainstay/mainstay.conf");
+    std::istringstream help(RunProgram({kMainstay, "--help"}).out);
+    std::smatch option;
+    for (std::string line; std::getline(help, line);) {
+        if (!std::regex_search(line, option, std::regex("^  (?:-h,)?--([a-z-]+)"))) continue;
+        if (option[1] == "help" || option[1] == "version" || option[1] == "config") continue;
+        EXPECT_THAT(example, HasSubstr("\n#" + option[1].str() + " = "));
+    }
+
+    const TemporaryDirectory directory;
+    std::istringstream lines(example);
+    std::string taken;
+    for (std::string line; std::getline(lines, line);)
+        taken += (line.size() > 1 && line[0] == '#' && line[1] != ' ' ? line.substr(1) : line) + "\n";
+    WriteFile(directory / "mainstay.conf", taken);
+    Program daemon({kMainstay, "--config", directory / "mainstay.conf", "--state", directory.Path(),
+                    "--control", directory / "control"},
+                   "", {"PRODUCT_ID=OAK"});
+    daemon.WaitForOutput("state in " + directory.Path());
+    daemon.Signal(SIGTERM);
+    EXPECT_EQ(daemon.Wait().status, 0);
 }
 
 }  // namespace
