@@ -12,8 +12,8 @@ from players import BOUND, Daemon, Failure, list_parameters
 
 MODEL = "OAK"
 INTERVAL = 0.1  # seconds, of commits
-PATIENCE = 1  # seconds: the disk and the processors have other work as well
-LONGEST = 3  # seconds between two ends of the daemon
+PATIENCE = 2  # seconds: the disk and the processors have other work as well
+LONGEST = 3.5  # seconds between two ends of the daemon
 SAVE, SAVED, RECALL, RECALLED = 0x5C010000, 0x7E5C000C, 0x5B010000, 0x7E5B000C
 PERSIST_STATUS = 0x0002000A
 RUNNING, COMPLETE, EMPTY = 1, 2, 4  # results

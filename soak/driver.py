@@ -29,7 +29,7 @@ TRANSPORTS = ["tcp"] * 16 + ["tcp cached"] * 8 + ["udp"] * 10 + ["udp cached"] *
 MORE_MEMORY = 8192  # kilobytes: fragments, and memory that the C library keeps of ended threads
 PROBE, SYSTEM_STATE = 0x5B010000, 0x7D02010A  # read to see if the daemon is there; at 9 clients leave
 RESETS = [0x6301000A, 0x7B04000A]  # commands that change what clients own
-COMMIT = 0.5 + 1  # seconds until a value is on the disk, and patience with a busy machine
+COMMIT = 0.5 + 2  # seconds until a value is on the disk, and patience with a busy machine
 
 
 class Soak:
