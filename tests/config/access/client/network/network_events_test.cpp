@@ -5,16 +5,14 @@
 #include <sys/resource.h>
 #include <future>
 
-#include <map>
-
 #include "config/access/client/network/network_factory.h"
 #include "config/access/client/network/network_udp_client.h"
 #include "config/access/connector/reachability.h"
 #include "config/descriptors/registry/registry.h"
-#include "support/gate.h"
 #include "support/network_events.h"
 #include "support/recording_listener.h"
 #include "support/stderr_of.h"
+#include "support/stuck_listener.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -24,34 +22,6 @@ namespace {
 
 constexpr unsigned int kParameters = 200, kChanges = 60'000;
 constexpr eParam_t kQuiet{0x7fffffff};
-
-/// Stops at its first event and keeps the last value of each parameter.
-class StuckListener : public ConfigEventListener {
-  public:
-    using ConfigEventListener::ParamChanged;
-    bool ParamChanged(eParam_t id, unsigned int value, timeval) override
-    {
-        if (m_heard++ == 0) gate.Pass();
-        const std::lock_guard hold(m_lock);
-        m_last[id] = value;
-        return true;
-    }
-    bool ParamChanged(eParam_t, std::string, timeval) override { return true; }
-    bool DataChanged(eParam_t, std::string&, timeval) override { return true; }
-    std::map<eParam_t, unsigned int> Last() const
-    {
-        const std::lock_guard hold(m_lock);
-        return m_last;
-    }
-    unsigned int Heard() const { return m_heard; }
-
-    Gate gate;
-
-  private:
-    std::atomic<unsigned int> m_heard = 0;
-    mutable std::mutex m_lock;
-    std::map<eParam_t, unsigned int> m_last;
-};
 
 /// The quiet parameter changes first, and then never again.
 std::string Change(unsigned int number, int32_t configID = 0)

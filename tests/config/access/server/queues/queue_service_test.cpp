@@ -13,11 +13,11 @@
 #include "config/access/server/peer_stores.h"
 #include "config/config.h"
 #include "config/descriptors/registry/registry.h"
-#include "support/gate.h"
 #include "support/in_child.h"
 #include "support/queue_test.h"
 #include "support/raw_queue_client.h"
 #include "support/stderr_of.h"
+#include "support/stuck_listener.h"
 
 using testing::HasSubstr;
 namespace net = vexa::corvalis::config::access;
@@ -143,26 +143,7 @@ TEST_F(MainstayQueueService, WhatListenersHearLastIsWhatTheStoreHolds)
 
 TEST_F(MainstayQueueService, AListenerThatBlocksEndsWithTheStoresValues)
 {
-    class Blocking : public ConfigEventListener {
-      public:
-        using ConfigEventListener::ParamChanged;
-        bool ParamChanged(eParam_t id, unsigned int value, timeval) override
-        {
-            gate.Pass();
-            const std::lock_guard hold(lock);
-            heard[id] = value;
-            return true;
-        }
-        bool ParamChanged(eParam_t, std::string, timeval) override { return true; }
-        Values Last()
-        {
-            const std::lock_guard hold(lock);
-            return heard;
-        }
-        Gate gate;
-        std::mutex lock;
-        Values heard;
-    } listener;
+    StuckListener listener;
     mq::PosixMQFactory factory;
     mq::PosixMQClient* const client = factory.Connect("mq:");
     ASSERT_TRUE(client->AddConfigEventListener(&listener));
