@@ -173,7 +173,7 @@ ExitStatus Carry(Session& session, vexa::Device& device, const ValueChanges& cha
         return ExitStatus::kDone;
     }
     if (!dryRun) return MakeChanges(session, device, changes, confirm);
-    for (const ValueChange& change : InOrder(session.Parameters(), changes))
+    for (const ValueChange& change : InOrder(changes))
         if (change.Differs())
             PrintChanged(session, change.parameter, change.from, change.to, "would be stored");
     return ExitStatus::kDone;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
 #include <thread>
 
 #include "vexactl/rollback.h"
@@ -10,49 +9,6 @@
 namespace {
 
 using Outcome = vexa::SetResult::Outcome;
-
-// --- order ---
-
-/// What has a say in whether a value is taken, or has an effect.
-std::set<eParam_t> MastersOf(ParamDescriptor& descriptor)
-{
-    std::set<eParam_t> masters;
-    for (const auto& [name, relations] : descriptor.GetRelations())
-        for (const auto& relation : relations) masters.insert(relation.paramID);
-    if (const unsigned int* const limit = descriptor.FindNumber("dependent_minimum"))
-        masters.insert(eParam_t{*limit});
-    return masters;
-}
-
-class Sorter {
-  public:
-    Sorter(const vexa::Catalogue& catalogue, const ValueChanges& changes) : m_catalogue(catalogue)
-    {
-        for (const ValueChange& change : changes) m_waiting.emplace(change.parameter.Id(), change);
-    }
-    ValueChanges Sorted()
-    {
-        for (const auto& [id, change] : m_waiting) Add(id);
-        return m_sorted;
-    }
-
-  private:
-    /// Parameters that name one another come in the order in which they are met.
-    void Add(eParam_t id)
-    {
-        if (!m_met.insert(id).second) return;
-        ParamDescriptor* const descriptor = m_catalogue.Find(id);
-        if (!descriptor) return;
-        for (const eParam_t master : MastersOf(*descriptor)) Add(master);
-        if (const auto change = m_waiting.find(id); change != m_waiting.end())
-            m_sorted.push_back(change->second);
-    }
-
-    const vexa::Catalogue& m_catalogue;
-    std::map<eParam_t, ValueChange> m_waiting;
-    std::set<eParam_t> m_met;
-    ValueChanges m_sorted;
-};
 
 // --- writing ---
 
@@ -121,9 +77,16 @@ bool ComesBack(vexa::Device& device, const vexa::Deadline& patience)
 
 }  // namespace
 
-ValueChanges InOrder(const vexa::Catalogue& catalogue, const ValueChanges& changes)
+ValueChanges InOrder(const ValueChanges& changes)
 {
-    return Sorter(catalogue, changes).Sorted();
+    std::map<eParam_t, ValueChange> byId;
+    for (const ValueChange& change : changes) byId.emplace(change.parameter.Id(), change);
+    std::vector<ParamDescriptor*> descriptors;
+    for (const auto& [id, change] : byId) descriptors.push_back(&change.parameter.Descriptor());
+    ValueChanges sorted;
+    for (ParamDescriptor* const descriptor : vexa::InSettingOrder(descriptors))
+        sorted.push_back(byId.at(descriptor->GetParamID()));
+    return sorted;
 }
 
 Json ValueJson(const Parameter& parameter, const Value& value)
@@ -180,7 +143,7 @@ ExitStatus MakeChanges(Session& session, vexa::Device& device, const ValueChange
                        const std::optional<double>& confirm)
 {
     if (confirm && session.isOneOfMany) return session.Fail(ExitStatus::kUsage, "--confirm takes one device");
-    ValueChanges changes = InOrder(session.Parameters(), wanted);
+    ValueChanges changes = InOrder(wanted);
     Rollback rollback(session, device, confirm);
     rollback.Start(changes);
     try {

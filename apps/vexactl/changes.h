@@ -18,8 +18,8 @@ struct ValueChange {
 };
 using ValueChanges = std::vector<ValueChange>;
 
-/// Each parameter behind those of its relations and its limit, as far as they are in the list.
-ValueChanges InOrder(const vexa::Catalogue& catalogue, const ValueChanges& changes);
+/// As they are to be written, see vexa::InSettingOrder.
+ValueChanges InOrder(const ValueChanges& changes);
 
 /// "IPAddress 10.0.0.9 -> 10.0.0.12 stored". @param result  "stored"
 void PrintChanged(Session& session, const Parameter& parameter, const Value& from, const Value& to,

@@ -126,10 +126,10 @@ std::string Catalogue::NameOf(ParamDescriptor& descriptor)
 
 namespace {
 
-/// Lists descriptors, each behind those that enable it.
-class EnablingOrder {
+/// Lists descriptors, each behind its masters.
+class SettingOrder {
   public:
-    explicit EnablingOrder(const std::vector<ParamDescriptor*>& descriptors)
+    explicit SettingOrder(const std::vector<ParamDescriptor*>& descriptors)
     {
         for (ParamDescriptor* const descriptor : descriptors)
             m_left.emplace(descriptor->GetParamID(), descriptor);
@@ -144,8 +144,10 @@ class EnablingOrder {
         if (found == m_left.end()) return;
         ParamDescriptor* const descriptor = found->second;
         m_left.erase(found);  // first, which cuts circles
-        for (const ParamDescriptor::Relation& enabler : descriptor->GetRelation("enabled_by"))
-            Add(enabler.paramID);
+        for (const auto& [kind, relations] : descriptor->GetRelations())
+            for (const ParamDescriptor::Relation& relation : relations) Add(relation.paramID);
+        if (const unsigned int* const limit = descriptor->FindNumber("dependent_minimum"))
+            Add(eParam_t{*limit});
         m_ordered.push_back(descriptor);
     }
 
@@ -155,9 +157,9 @@ class EnablingOrder {
 
 }  // namespace
 
-std::vector<ParamDescriptor*> EnablersFirst(const std::vector<ParamDescriptor*>& descriptors)
+std::vector<ParamDescriptor*> InSettingOrder(const std::vector<ParamDescriptor*>& descriptors)
 {
-    return EnablingOrder(descriptors).Take();
+    return SettingOrder(descriptors).Take();
 }
 
 }  // namespace vexa

@@ -46,8 +46,9 @@ class VEXA_EXPORT Catalogue {
     DescriptorTable m_table;
 };
 
-/// The descriptors in an order in which one that enables another (relation "enabled_by") comes before it, and otherwise
-/// as they come: the order in which to set values. Circles are cut. Thread: any.
-VEXA_EXPORT std::vector<ParamDescriptor*> EnablersFirst(const std::vector<ParamDescriptor*>& descriptors);
+/// The descriptors in the order in which to set their values: each behind those that have a say in whether its value is
+/// taken, or has an effect (all relations, and "dependent_minimum"), and otherwise as they come. Circles are cut.
+/// Thread: any.
+VEXA_EXPORT std::vector<ParamDescriptor*> InSettingOrder(const std::vector<ParamDescriptor*>& descriptors);
 
 }  // namespace vexa

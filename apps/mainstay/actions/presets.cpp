@@ -91,7 +91,7 @@ std::vector<ParamDescriptor*> IncludedParams()
         ParamDescriptor* const descriptor = FindDescriptor(id);
         if (descriptor && descriptor->GetRegisterType() != eRegister_Exclude) included.push_back(descriptor);
     }
-    return vexa::EnablersFirst(included);
+    return vexa::InSettingOrder(included);
 }
 
 /// There is no preset of the number: an outcome of its own.
