@@ -57,9 +57,10 @@ Rollback::Value Rollback::Parse(const Json& entry) const
     const bool isText = descriptor->GetParamType() == eCParam_StringValue;
     if (isText ? !value.is_string() : !value.is_number_unsigned())
         throw Failure(name + (isText ? " takes a text" : " takes a number of 0 or more"));
-    if (isText) return {descriptor->GetParamID(), value.get<std::string>()};
+    const bool isSetting = descriptor->GetPersistenceType() == ePersist;
+    if (isText) return {descriptor->GetParamID(), value.get<std::string>(), isSetting};
     if (value.get<uint64_t>() > UINT32_MAX) throw Failure(name + ": the number is too large");
-    return {descriptor->GetParamID(), value.get<unsigned int>()};
+    return {descriptor->GetParamID(), value.get<unsigned int>(), isSetting};
 }
 
 Json Rollback::AddHold(const Json& request, const Peer& who)
@@ -128,16 +129,32 @@ void Rollback::PutBack(const std::vector<Hold>& holds, const char* why)
 {
     const vexa::OriginScope origin("not confirmed");
     for (auto held = holds.rbegin(); held != holds.rend(); ++held) {
-        size_t refused = 0;
-        for (const auto& [id, value] : held->values) {
-            const bool isText = value.index() == 1;
-            const bool stored =
-                isText ? m_store.Set(id, std::get<1>(value)) : m_store.Set(id, std::get<0>(value));
-            refused += stored ? 0 : 1;
-        }
+        const size_t refused = PutBack(held->values);
         vexa::Print("mainstay: a change by %s is undone, for %s: %zu values put back, %zu refused\n",
                     held->who.c_str(), why, held->values.size() - refused, refused);
     }
+}
+
+/// A setting may set another one back, or keep it from coming back before it: those are set once more. A command is not,
+/// which goes back to its idle value by itself.
+/// @return how many settings did not come back.
+size_t Rollback::PutBack(const std::vector<Value>& values)
+{
+    constexpr int kMostTimes = 3;
+    for (int times = 0; times < kMostTimes; ++times)
+        for (const Value& held : values)
+            if (held.isSetting ? !Has(held) : times == 0)
+                std::visit([&](const auto& value) { m_store.Set(held.id, value); }, held.value);
+    return static_cast<size_t>(
+        std::ranges::count_if(values, [&](const Value& held) { return held.isSetting && !Has(held); }));
+}
+
+bool Rollback::Has(const Value& value) const
+{
+    const auto* const text = std::get_if<std::string>(&value.value);
+    if (!text) return m_store.Get(value.id) == std::get<unsigned int>(value.value);
+    std::string now;
+    return m_store.Get(value.id, now) && now == *text;
 }
 
 }  // namespace control

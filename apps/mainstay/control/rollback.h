@@ -38,6 +38,7 @@ class Rollback {
     struct Value {
         eParam_t id;
         std::variant<unsigned int, std::string> value;
+        bool isSetting;
     };
     struct Hold {
         unsigned int number;
@@ -52,6 +53,8 @@ class Rollback {
     void Run();
     bool TakeOverdue(std::vector<Hold>& overdue);
     void PutBack(const std::vector<Hold>& holds, const char* why);
+    size_t PutBack(const std::vector<Value>& values);
+    bool Has(const Value& value) const;
 
     Config& m_store;
     const std::string m_model;
