@@ -27,9 +27,10 @@ std::string ControlClient::PathOf(const Session& session)
     return session.control.empty() ? kUsualPath : session.control;
 }
 
-ControlClient::ControlClient(const Session& session)
+ControlClient::ControlClient(const Session& session, bool mayBeInterrupted)
     : m_path(PathOf(session)),
       m_timeout(MillisecondsOf(session.timeout)),
+      m_mayBeInterrupted(mayBeInterrupted),
       m_socket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
 {
     Interrupts::Instance().Start();
@@ -66,10 +67,10 @@ void ControlClient::Await(short events, unsigned int milliseconds)
     const vexa::Deadline deadline(milliseconds);
     for (;;) {
         pollfd awaited[] = {{m_socket, events, 0},
-                            {Interrupts::Instance().Fd(), POLLIN, 0},
+                            {m_mayBeInterrupted ? Interrupts::Instance().Fd() : -1, POLLIN, 0},
                             {deadline.IsLimited() ? -1 : STDOUT_FILENO, 0, 0}};
         const int found = poll(awaited, 3, deadline.PollTimeout());
-        Interrupts::Instance().Check();
+        if (m_mayBeInterrupted) Interrupts::Instance().Check();
         if (awaited[2].revents & POLLERR) throw OutputClosed{};
         if (awaited[0].revents != 0) return;
         if (found == 0) throw ConnectionError("no answer from the daemon in time", ExitStatus::kTimedOut);

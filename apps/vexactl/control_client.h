@@ -10,7 +10,8 @@ class ControlClient {
   public:
     /// Throws ConnectionError: kCannotConnect without a daemon, kRefused without permission; Interrupted.
     /// @param session  borrowed; says which socket, and how long to wait.
-    explicit ControlClient(const Session& session);
+    /// @param mayBeInterrupted  whether a signal ends its waits.
+    explicit ControlClient(const Session& session, bool mayBeInterrupted = true);
     ~ControlClient();
     ControlClient(const ControlClient&) = delete;
     ControlClient& operator=(const ControlClient&) = delete;
@@ -32,6 +33,7 @@ class ControlClient {
 
     const std::string m_path;
     const unsigned int m_timeout;
+    const bool m_mayBeInterrupted;
     const int m_socket;
     std::string m_input;
 };

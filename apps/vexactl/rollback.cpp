@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <thread>
 
+#include "vexactl/words.h"
+
 namespace {
 
 unsigned int Milliseconds(double seconds)
@@ -34,6 +36,12 @@ bool IsYes(const std::string& answer)
     return answer == "y" || answer == "Y" || answer == "yes";
 }
 
+std::string ConfirmCommand(const Session& session)
+{
+    return "vexactl " + (session.control.empty() ? "" : "--control " + QuotedWord(session.control) + " ") +
+           "confirm";
+}
+
 /// Whether the device answers now, or again before the time is over.
 bool Answers(vexa::Device& device, const vexa::Deadline& deadline)
 {
@@ -47,10 +55,7 @@ bool Answers(vexa::Device& device, const vexa::Deadline& deadline)
 }  // namespace
 
 Rollback::Rollback(Session& session, vexa::Device& device, const std::optional<double>& seconds)
-    : m_session(session),
-      m_device(device),
-      m_confirmTime(Milliseconds(seconds.value_or(0))),
-      m_undoTime(Milliseconds(std::max(seconds.value_or(0), session.timeout)))
+    : m_session(session), m_device(device), m_seconds(seconds.value_or(0)), m_daemon(session)
 {
 }
 
@@ -58,8 +63,35 @@ void Rollback::Start(const ValueChanges& changes)
 {
     // A signal is found when the request ends that it comes into: then the old values are put back.
     Interrupts::Instance().SetStop([] {});
-    m_end = vexa::Deadline(m_confirmTime);
+    m_end = vexa::Deadline(Milliseconds(m_seconds));  // before that of the daemon
+    if (m_seconds > 0) m_daemon.Start(m_device, changes, m_seconds);
     m_changes = &changes;
+}
+
+void Rollback::Confirm()
+{
+    if (m_daemon.Number() != 0) m_daemon.Release();
+    m_changes = nullptr;
+}
+
+void Rollback::LeaveToDaemon()
+{
+    m_daemon.Leave();
+    m_changes = nullptr;
+}
+
+bool Rollback::IsConfirmedElsewhere()
+{
+    const bool isReachable = m_device.Status().state == vexa::DeviceState::kInStep;
+    if (m_daemon.Number() == 0 || !isReachable || m_daemon.Release()) return false;
+    m_changes = nullptr;
+    return true;
+}
+
+void Rollback::Release()
+try {
+    if (m_daemon.Number() != 0) m_daemon.Release();
+} catch (const std::exception&) {  // it is gone, and what it held with it
 }
 
 std::vector<const ValueChange*> Rollback::Differing() const
@@ -89,7 +121,8 @@ void Rollback::Undo()
 {
     constexpr int kMostTimes = 3;  // one value may keep another from coming back before it
     if (!m_changes) return;
-    const vexa::Deadline limit(m_undoTime);
+    const double seconds = m_daemon.Number() != 0 ? 0 : m_seconds;
+    const vexa::Deadline limit(Milliseconds(std::max(seconds, m_session.timeout)));
     std::vector<const ValueChange*> first, left;
     std::string reason;
     for (int times = 0; times < kMostTimes && !limit.IsOver() && AwaitDevice(m_device, limit, false);) {
@@ -104,6 +137,12 @@ void Rollback::Undo()
     const vexa::DeviceStatus status = m_device.Status();
     if (status.state != vexa::DeviceState::kInStep) reason = "the device cannot be reached: " + status.reason;
     left = Differing();
+    if (left.empty()) {
+        Release();
+    } else if (m_daemon.Number() != 0 && m_daemon.PutBackNow()) {
+        m_session.Note("the daemon puts the old values back");
+        return LeaveToDaemon();
+    }
     Tell(first, left, reason);
 }
 
@@ -127,9 +166,21 @@ void Rollback::Tell(const std::vector<const ValueChange*>& first, const std::vec
 ExitStatus AskWhetherToKeep(Session& session, vexa::Device& device, Rollback& rollback)
 {
     const int seconds = (rollback.End().PollTimeout() + 999) / 1000;
+    if (const unsigned int number = rollback.Daemon().Number()) {
+        session.Note("Kept in " + std::to_string(seconds) + " s only if you run: " + ConfirmCommand(session),
+                     {{"hold", number}, {"seconds", seconds}});
+        if (!isatty(STDIN_FILENO)) {
+            rollback.LeaveToDaemon();
+            return ExitStatus::kDone;
+        }
+    }
     session.Note("Keep the changes? [y/N], " + std::to_string(seconds) + " s", {{"seconds", seconds}});
     const auto answer = ReadAnswer(rollback.End());
     std::string why = answer ? "not confirmed" : "not confirmed in time";
+    if (!answer && rollback.IsConfirmedElsewhere()) {
+        session.Note("confirmed by somebody else");
+        return ExitStatus::kDone;
+    }
     if (answer && IsYes(*answer)) {
         if (Answers(device, rollback.End())) {
             rollback.Confirm();

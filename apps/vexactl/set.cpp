@@ -299,7 +299,10 @@ ExitStatus SendAndAsk(Session& session, vexa::Device& device, const std::vector<
     rollback.Start(changes);
     try {
         const ExitStatus status = SendAll(session, device, settings);
-        if (!rollback.HasChanges()) return status;
+        if (!rollback.HasChanges()) {
+            rollback.Confirm();
+            return status;
+        }
         const ExitStatus answer = AskWhetherToKeep(session, device, rollback);
         return answer == ExitStatus::kDone ? status : answer;
     } catch (...) {

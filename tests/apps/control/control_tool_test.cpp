@@ -10,6 +10,7 @@
 #include "support/program.h"
 #include "support/raw_peer.h"
 #include "support/stderr_of.h"
+#include "support/terminal.h"
 
 using control::Answer, control::ControlServer, control::Failure, control::Json, control::Peer,
     control::Stream;
@@ -249,6 +250,92 @@ TEST(MainstayControl, TellsOfItsClientsAndUndoesWhatNobodyConfirms)
     EXPECT_THAT(end.err, HasSubstr("is undone, for the daemon stops: 1 values put back"));
     EXPECT_NE(access(path.c_str(), F_OK), 0);
     EXPECT_EQ(client.Receive(), "");
+}
+
+/// A daemon with a control socket, and the tool at both.
+class DaemonHolds : public testing::Test {
+  protected:
+    DaemonHolds() { m_daemon.WaitForOutput("mainstay: ready"); }
+
+    static std::vector<std::string> Daemon(const std::string& control)
+    {
+        return {MAINSTAY, "--no-mq", "--tcp-port", "0", "--udp-port", "0", "--control", control};
+    }
+    std::vector<std::string> Command(std::vector<std::string> arguments, const std::string& control = "")
+    {
+        arguments.insert(
+            arguments.begin(),
+            {VEXACTL, "-d", "tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", m_daemon.Err())),
+             "--control", control.empty() ? m_path : control});
+        return arguments;
+    }
+    ProgramResult Tool(std::vector<std::string> arguments, const std::string& control = "")
+    {
+        return RunProgram(Command(std::move(arguments), control));
+    }
+    bool Becomes(const std::string& name, const std::string& value)
+    {
+        return Eventually([&] { return Tool({"get", "-r", name}).out == value + "\n"; });
+    }
+
+    const TemporaryDirectory m_directory;
+    const std::string m_path = m_directory.path + "/control";
+    Program m_daemon{Daemon(m_path), "", {"PRODUCT_ID=OAK"}};
+};
+
+TEST_F(DaemonHolds, WithoutATerminalTheToolNeedNotStay)
+{
+    const std::string file = m_directory.path + "/a.toml";
+    std::ofstream(file) << "[settings]\nTake = 9\nClipName = 0\n";
+    Tool({"set", "ClipName=1", "Take=7"});
+    const ProgramResult applied = Tool({"apply", "--confirm", "1", file});
+    EXPECT_EQ(applied.status, 0);
+    EXPECT_THAT(applied.err,
+                HasSubstr("Kept in 1 s only if you run: vexactl --control " + m_path + " confirm"));
+    EXPECT_TRUE(Becomes("ClipName", "Scene"));
+    EXPECT_TRUE(Becomes("Take", "7")) << "the name sets it back, so it comes back after it";
+
+    EXPECT_THAT(Tool({"set", "--confirm", "1000", "Take=9"}).err, HasSubstr("Kept in 1000 s"));
+    EXPECT_EQ(Tool({"confirm"}).out, "confirmed 1 change\n");
+    EXPECT_THAT(Tool({"set", "--confirm", "100000", "Take=5"}).err,
+                AllOf(HasSubstr("the daemon does not hold the old values: takes 1 to 86400 seconds"),
+                      HasSubstr("not confirmed; the old values are put back")));
+    EXPECT_EQ(Tool({"confirm"}).status, 1) << "nothing waits";
+}
+
+TEST_F(DaemonHolds, AnotherDaemonIsNotTakenForTheDevices)
+{
+    const std::string path = m_path + "-other";
+    Program other(Daemon(path), "", {"PRODUCT_ID=OAK"});
+    other.WaitForOutput("mainstay: ready");
+    const ProgramResult asked = Tool({"set", "--confirm", "1000", "Take=9"}, path);
+    EXPECT_EQ(asked.status, 4);
+    EXPECT_THAT(asked.err, AllOf(Not(HasSubstr("Kept in")), HasSubstr("not confirmed; the old values")));
+}
+
+TEST_F(DaemonHolds, AtATerminalEitherAnswerCounts)
+{
+    Terminal yes(Command({"set", "--confirm", "1000", "Take=9"}), {});
+    yes.WaitFor("Keep the changes?");
+    yes.Type("y\n");
+    EXPECT_EQ(yes.Wait(), 0);
+    Terminal no(Command({"set", "--confirm", "1000", "Take=5"}), {});
+    no.WaitFor("Keep the changes?");
+    no.Type("\x03");
+    EXPECT_EQ(no.Wait(), 128 + SIGINT);
+    EXPECT_EQ(Tool({"confirm"}).status, 1) << "neither waits";
+    EXPECT_TRUE(Becomes("Take", "9"));
+
+    Terminal elsewhere(Command({"set", "--confirm", "1.5", "Take=6"}), {});
+    elsewhere.WaitFor("Keep the changes?");
+    EXPECT_EQ(Tool({"confirm"}).status, 0);
+    elsewhere.WaitFor("confirmed by somebody else");
+    EXPECT_EQ(elsewhere.Wait(), 0);
+    {
+        Terminal killed(Command({"set", "--confirm", "1", "Take=3"}), {});
+        killed.WaitFor("Keep the changes?");
+    }
+    EXPECT_TRUE(Becomes("Take", "6"));
 }
 
 }  // namespace
