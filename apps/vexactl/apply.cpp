@@ -165,14 +165,14 @@ std::vector<const SettingsLine*> LinesOf(Session& session, const SettingsFile& f
 
 // --- the changes ---
 
-ExitStatus Carry(Session& session, vexa::Device& device, const ValueChanges& changes, bool dryRun,
-                 const std::optional<double>& confirm)
+ExitStatus Carry(Session& session, vexa::Device& device, const ValueChanges& changes,
+                 const ChangeOptions& options)
 {
     if (std::ranges::none_of(changes, &ValueChange::Differs)) {
         if (!session.json) session.Print(std::string("nothing to change"));
         return ExitStatus::kDone;
     }
-    if (!dryRun) return MakeChanges(session, device, changes, confirm);
+    if (!options.dryRun) return MakeChanges(session, device, changes, options.confirm);
     for (const ValueChange& change : InOrder(changes))
         if (change.Differs())
             PrintChanged(session, change.parameter, change.from, change.to, "would be stored");
@@ -242,7 +242,7 @@ ExitStatus Apply(Session& session, const ApplyOptions& options)
         session.Note("nothing is changed");
         return status;
     }
-    return Carry(session, device, changes, options.dryRun, options.confirm);
+    return Carry(session, device, changes, options);
 }
 
 ExitStatus Reset(Session& session, const ResetOptions& options)
@@ -259,5 +259,5 @@ ExitStatus Reset(Session& session, const ResetOptions& options)
         const auto standard = FactoryDefault(parameters[i]);
         if (results[i] && standard) changes.push_back({parameters[i], *results[i].value, *standard});
     }
-    return Carry(session, device, changes, false, std::nullopt);
+    return Carry(session, device, changes, options);
 }

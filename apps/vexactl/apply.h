@@ -7,17 +7,21 @@
 
 #include "vexactl/session.h"
 
-struct ApplyOptions {
+/// How changes are made.
+struct ChangeOptions {
+    bool dryRun = false;            ///< they are shown, not made
+    std::optional<double> confirm;  ///< seconds; nothing where nobody is asked
+};
+
+struct ApplyOptions : ChangeOptions {
     std::string file;
     std::vector<std::string> only;  ///< patterns of names; none: all
-    bool dryRun = false;
-    std::optional<double> confirm;  ///< seconds; nothing where nobody is asked
 };
 
 /// Gives a device the settings of a file: all, or none of them.
 ExitStatus Apply(Session& session, const ApplyOptions& options);
 
-struct ResetOptions {
+struct ResetOptions : ChangeOptions {
     std::vector<std::string> names;  ///< and patterns
     bool all = false;                ///< what a factory reset concerns
     bool network = false;            ///< what one with the network concerns

@@ -29,25 +29,38 @@ class Verbs {
 
     void AddAll()
     {
-        AddGet();
-        AddList();
-        AddSet();
-        AddWatch();
-        AddWait();
-        AddInfo();
-        RunAt(*m_app.add_subcommand("groups", "Show the groups of parameters, as list --group takes them"),
-              Groups);
-        AddAlarms();
-        RunAt(*m_app.add_subcommand("ping", "Show what the device is, and how fast it answers"), Ping);
-        AddCatalogue();
-        AddControlVerbs(m_app, m_session, m_status);
+        AddParameters();
+        Group("Parameters and alarms");
         AddSave();
         AddDiff();
         AddApply();
         AddReset();
+        Group("Settings as files");
+        AddControlVerbs(m_app, m_session, m_status);
+        Group("The daemon of this machine");
     }
 
   private:
+    void AddParameters()
+    {
+        AddList();
+        RunAt(*m_app.add_subcommand("groups", "Show the groups of parameters, as list --group takes them"),
+              Groups);
+        AddInfo();
+        AddGet();
+        AddSet();
+        AddWait();
+        AddWatch();
+        RunAt(*m_app.add_subcommand("ping", "Show what the device is, and how fast it answers"), Ping);
+        AddAlarms();
+        AddCatalogue();
+    }
+    /// Gives those a heading in the help that have none.
+    void Group(const std::string& heading)
+    {
+        for (CLI::App* const verb : m_app.get_subcommands([](const CLI::App*) { return true; }))
+            if (verb->get_group() == m_app.get_group()) verb->group(heading);
+    }
     /// @param run  called with the session of each device.
     template <class Run>
     void RunAt(CLI::App& command, Run run, bool endsSoon = true) const
@@ -83,7 +96,11 @@ class Verbs {
     void AddDiff();
     void AddApply();
     void AddReset();
-    void AddConfirm(CLI::App& command, std::optional<double>& seconds);
+    static void AddDryRun(CLI::App& command, bool& dryRun)
+    {
+        command.add_flag("--dry-run", dryRun, "Show what would change");
+    }
+    static void AddConfirm(CLI::App& command, std::optional<double>& seconds);
     std::shared_ptr<WatchOptions> AddWatchOptions(CLI::App& watch);
 
     CLI::App& m_app;
@@ -275,7 +292,7 @@ void Verbs::AddApply()
     auto* const apply = m_app.add_subcommand("apply", "Set what a file of settings says: all or nothing");
     const auto options = std::make_shared<ApplyOptions>();
     apply->add_option("FILE", options->file, "As save writes it")->type_name("")->required();
-    apply->add_flag("--dry-run", options->dryRun, "Show what would change");
+    AddDryRun(*apply, options->dryRun);
     apply
         ->add_option("--only", options->only,
                      "Only names like this, with * and ?; may be given more than once")
@@ -294,6 +311,8 @@ void Verbs::AddReset()
     auto* const all =
         reset->add_flag("--all", options->all, "What a factory reset concerns, but not the network");
     reset->add_flag("--network", options->network, "The network, too")->needs(all);
+    AddDryRun(*reset, options->dryRun);
+    AddConfirm(*reset, options->confirm);
     RunAt(*reset, [=](Session& session) { return Reset(session, *options); });
 }
 

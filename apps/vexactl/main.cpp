@@ -83,7 +83,8 @@ CLI::Option* AddOptions(CLI::App& app, Session& session)
         ->check(SecondsValidator())
         ->type_name("SECONDS")
         ->capture_default_str();
-    app.set_version_flag("-V,--version", std::string("vexactl ") + VEXACTL_VERSION);
+    app.set_version_flag("-V,--version", std::string("vexactl ") + VEXACTL_VERSION, "Show the version");
+    app.set_help_flag("-h,--help", "Show the commands and options; behind a command, its own");
     return device;
 }
 
