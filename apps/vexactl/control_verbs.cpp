@@ -1,14 +1,13 @@
 #include "vexactl/control_verbs.h"
 
 #include <algorithm>
-#include <fstream>
 #include <functional>
 #include <memory>
-#include <sstream>
 
 #include "config/base/base64.h"
 #include "device/address.h"
 #include "vexactl/control_client.h"
+#include "vexactl/files.h"
 #include "vexactl/times.h"
 
 namespace {
@@ -238,10 +237,8 @@ ExitStatus ExportPreset(Session& session, const Json& request, const std::string
 {
     const auto bytes = vexa::FromBase64(TextOf(ControlClient(session).Ask(request), "file"));
     if (!bytes) throw ConnectionError("the daemon has sent no file");
-    std::ofstream stream(file, std::ios::binary);
-    stream << *bytes;
-    stream.close();
-    if (!stream) return session.Fail(ExitStatus::kFalse, "cannot write " + Quoted(file));
+    if (const std::string reason = WriteNewFile(file, *bytes, false); !reason.empty())
+        return session.Fail(ExitStatus::kFalse, "cannot write " + Quoted(file) + ": " + reason);
     session.json ? session.Print(Json{{"file", file}, {"bytes", bytes->size()}})
                  : session.Print("exported " + std::to_string(bytes->size()) + " bytes to " + file);
     return ExitStatus::kDone;
@@ -250,14 +247,10 @@ ExitStatus ExportPreset(Session& session, const Json& request, const std::string
 ExitStatus ImportPreset(Session& session, Json request, const std::string& file)
 {
     constexpr size_t kMaxBytes = size_t{700} * 1024;  // a request is at most a megabyte
-    std::ifstream stream(file, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << stream.rdbuf();
-    if (!stream || !bytes)
-        return session.Fail(ExitStatus::kUsage, Quoted(file) + " cannot be read, or is empty");
-    if (bytes.str().size() > kMaxBytes)
-        return session.Fail(ExitStatus::kUsage, Quoted(file) + " is no preset");
-    request["file"] = vexa::ToBase64(bytes.str());
+    std::string reason;
+    const auto bytes = ReadFile(file, kMaxBytes, reason);
+    if (!bytes) return session.Fail(ExitStatus::kUsage, "cannot read " + Quoted(file) + ": " + reason);
+    request["file"] = vexa::ToBase64(*bytes);
     return TellResult(session, ControlClient(session).Ask(request), "imported");
 }
 

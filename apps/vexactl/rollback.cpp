@@ -31,11 +31,6 @@ std::optional<std::string> ReadAnswer(const vexa::Deadline& deadline)
     }
 }
 
-bool IsYes(const std::string& answer)
-{
-    return answer == "y" || answer == "Y" || answer == "yes";
-}
-
 std::string ConfirmCommand(const Session& session)
 {
     return "vexactl " + (session.control.empty() ? "" : "--control " + QuotedWord(session.control) + " ") +

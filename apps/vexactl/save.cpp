@@ -1,6 +1,6 @@
 #include "vexactl/save.h"
 
-#include "vexactl/new_file.h"
+#include "vexactl/files.h"
 #include "vexactl/settings_file.h"
 
 namespace {

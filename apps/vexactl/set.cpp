@@ -10,6 +10,7 @@
 
 #include "config/base/mutex.h"
 #include "vexactl/rollback.h"
+#include "vexactl/words.h"
 
 namespace {
 
@@ -148,7 +149,7 @@ bool IsMeant(Output& output, const Setting& setting, const SetOptions& options)
         output,
         "set " + setting.parameter.Name() + " to " + setting.parameter.Text(setting.value) + "? [y/N]",
         false);
-    return answer == "y" || answer == "Y" || answer == "yes";
+    return IsYes(answer);
 }
 
 // --- after ---

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <fstream>
 #include <sstream>
 
 #include <toml++/toml.h>
@@ -11,6 +10,7 @@
 #include "config/base/harmless.h"
 #include "config/descriptors/enum_descriptor.h"
 #include "config/descriptors/string_descriptor.h"
+#include "vexactl/files.h"
 #include "vexactl/session.h"
 
 namespace {
@@ -212,16 +212,11 @@ void RequireKnown(const toml::table& table, std::initializer_list<std::string_vi
 
 SettingsFile SettingsFile::Read(const std::string& path)
 {
-    constexpr std::streamsize kMost = 4 << 20;  // of what a person edits
-    std::ifstream stream(path, std::ios::binary);
-    std::string text(static_cast<size_t>(kMost) + 1, '\0');
-    if (stream) stream.read(text.data(), kMost + 1);
-    if (!stream.eof() && stream.gcount() <= kMost)
-        throw ConnectionError("cannot read " + Quoted(path), ExitStatus::kUsage);
-    if (stream.gcount() > kMost)
-        throw ConnectionError(Quoted(path) + " is too large for a file of settings", ExitStatus::kUsage);
-    text.resize(static_cast<size_t>(stream.gcount()));
-    return Parse(text, path);
+    constexpr size_t kMost = 4 << 20;  // of what a person edits
+    std::string reason;
+    const auto text = ReadFile(path, kMost, reason);
+    if (!text) throw ConnectionError("cannot read " + Quoted(path) + ": " + reason, ExitStatus::kUsage);
+    return Parse(*text, path);
 }
 
 SettingsFile SettingsFile::Parse(const std::string& text, const std::string& path)

@@ -1,5 +1,6 @@
 #include "vexactl/times.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 
@@ -76,4 +77,17 @@ std::string LocalText(const std::string& text)
     char shown[32];
     strftime(shown, sizeof shown, "%Y-%m-%d %H:%M:%S", &parts);
     return shown;
+}
+
+std::string TimeText(timeval time)
+{
+    tm parts{};
+    localtime_r(&time.tv_sec, &parts);
+    // A peer may send anything.
+    const auto microseconds = static_cast<long>(std::clamp<suseconds_t>(time.tv_usec, 0, 999'999));
+    char date[32], zone[8], text[56];
+    strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
+    strftime(zone, sizeof zone, "%z", &parts);
+    snprintf(text, sizeof text, "%s.%06ld%.3s:%s", date, microseconds, zone, zone + 3);
+    return text;
 }

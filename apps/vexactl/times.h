@@ -1,5 +1,7 @@
-/// Times as people type them and as the daemon writes them. Thread: any.
+/// Times as people type and read them, and as the daemon writes them. Thread: any.
 #pragma once
+
+#include <sys/time.h>
 
 #include <ctime>
 #include <optional>
@@ -14,3 +16,5 @@ std::string UtcText(time_t time);
 /// A time of the daemon as people read it: "2026-02-28 13:05:09", of this time zone; "-" for none, and what cannot be
 /// read as it is.
 std::string LocalText(const std::string& text);
+/// "2026-03-01T12:00:00.000123+01:00", of this time zone.
+std::string TimeText(timeval time);

@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include "config/base/deadline.h"
+#include "vexactl/times.h"
 
 using vexa::DeviceState;
 using vexa::DeviceStatus;
@@ -177,19 +178,6 @@ ExitStatus WatchUntilDone(Session& session, ChangePrinter& printer, const WatchO
 }
 
 }  // namespace
-
-std::string TimeText(timeval time)
-{
-    tm parts{};
-    localtime_r(&time.tv_sec, &parts);
-    // A peer may send anything.
-    const auto microseconds = static_cast<long>(std::clamp<suseconds_t>(time.tv_usec, 0, 999'999));
-    char date[32], zone[8], text[56];
-    strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
-    strftime(zone, sizeof zone, "%z", &parts);
-    snprintf(text, sizeof text, "%s.%06ld%.3s:%s", date, microseconds, zone, zone + 3);
-    return text;
-}
 
 unsigned int ChangePrinter::Print(unsigned int atMost)
 {

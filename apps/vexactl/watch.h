@@ -65,6 +65,3 @@ ExitStatus Watch(Session& session, const std::vector<std::string>& names, const 
                  bool inBackground);
 /// Waits until a parameter has a value, as in "TransportState=Recording".
 ExitStatus Wait(Session& session, const std::string& condition, std::optional<double> seconds);
-
-/// "2026-03-01T12:00:00.000123+01:00", local time.
-std::string TimeText(timeval time);

@@ -63,3 +63,8 @@ std::string QuotedWord(const std::string& word)
     }
     return quoted + '"';
 }
+
+bool IsYes(std::string_view answer)
+{
+    return answer == "y" || answer == "Y" || answer == "yes";
+}

@@ -1,4 +1,4 @@
-/// Lines of the shell as words. Thread: any.
+/// What is typed: lines of the shell as words, answers. Thread: any.
 #pragma once
 
 #include <cstddef>
@@ -24,3 +24,6 @@ std::optional<std::vector<std::string>> SplitWords(std::string_view line);
 
 /// A word as SplitWords takes it: in quotes, where it needs them.
 std::string QuotedWord(const std::string& word);
+
+/// Whether a question is answered with yes.
+bool IsYes(std::string_view answer);

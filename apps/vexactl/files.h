@@ -1,7 +1,11 @@
-/// Files that are there whole or not at all. Thread: any.
+/// Files, read and written whole. Thread: any.
 #pragma once
 
+#include <optional>
 #include <string>
+
+/// @param most  bytes. @param reason  why it was not read. @return nothing then.
+std::optional<std::string> ReadFile(const std::string& path, size_t most, std::string& reason);
 
 /// Writes a file in place of the one before it: beside it first, then renamed. What is no file, a terminal or a pipe, is
 /// written to.

@@ -1,9 +1,10 @@
-#include "vexactl/new_file.h"
+#include "vexactl/files.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -73,7 +74,31 @@ bool Replace(const std::string& path, const std::string& content, mode_t mode)
     return false;
 }
 
+/// One byte more than wanted, when there is more.
+bool ReadAll(int fd, size_t most, std::string& content)
+{
+    char bytes[16'384];
+    while (content.size() <= most) {
+        const ssize_t count = read(fd, bytes, std::min(sizeof bytes, most + 1 - content.size()));
+        if (count == -1 && errno == EINTR) continue;
+        if (count == -1) return false;
+        if (count == 0) break;
+        content.append(bytes, static_cast<size_t>(count));
+    }
+    return true;
+}
+
 }  // namespace
+
+std::optional<std::string> ReadFile(const std::string& path, size_t most, std::string& reason)
+{
+    std::string content;
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool isRead = fd != -1 && Closed(fd, ReadAll(fd, most, content));
+    if (isRead && content.size() <= most) return content;
+    reason = isRead ? "it is too large" : strerror(errno);
+    return std::nullopt;
+}
 
 std::string WriteNewFile(const std::string& path, const std::string& content, bool isPrivate)
 {
