@@ -85,14 +85,22 @@ bool Daemon::OpenState(const Options& options)
     if (!m_file->Open())
         return vexa::Report("mainstay: another daemon keeps its state in %s\n",
                             options.stateDirectory.c_str());
-    // Texts of descriptors are in the language of the time when they were built.
-    state::Values values = m_file->LoadValues()[0];
-    if (const auto* const locale = std::get_if<unsigned int>(&values[eParamID_Locale]))
-        if (SetLocaleDescriptors(*locale)) m_locale = *locale;
+    ApplyLocale();
     m_keeper = std::make_unique<state::Keeper>(
         *m_file, std::chrono::milliseconds(static_cast<int64_t>(options.commitInterval * 1000)));
     m_keeper->Watch();
     return true;
+}
+
+/// Texts of descriptors are in the language of the time when they were built.
+void Daemon::ApplyLocale()
+{
+    try {
+        state::Values values = m_file->LoadValues()[0];
+        const auto* const locale = std::get_if<unsigned int>(&values[eParamID_Locale]);
+        if (locale && SetLocaleDescriptors(*locale)) m_locale = *locale;
+    } catch (const std::exception&) {  // the keeper will tell
+    }
 }
 
 bool Daemon::OpenStore(const Options& options)
@@ -163,7 +171,8 @@ bool Daemon::StartControl(const Options& options)
     m_reports->AddTo(handlers);
     control::AddReports(handlers);
     m_control = std::make_unique<control::ControlServer>(std::move(handlers));
-    return m_control->Start(path);
+    return m_control->Start(path) ||
+           options.control.empty();  // the device goes on without one that nobody asked for
 }
 
 void Daemon::AddEndpoint(const std::string& endpoint)

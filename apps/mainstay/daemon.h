@@ -58,6 +58,7 @@ class Daemon {
     bool StartServer(int socketType, int port, const Options& options, const char* name);
 
     bool OpenState(const Options& options);
+    void ApplyLocale();
     bool OpenStore(const Options& options);
     bool StartServers(const Options& options);
     bool StartQueues();

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -17,6 +18,7 @@
 #include "support/raw_peer.h"
 #include "support/temporary_directory.h"
 
+namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using testing::AllOf;
 using testing::HasSubstr;
@@ -76,8 +78,9 @@ class StatefulDaemon {
   private:
     static std::vector<std::string> Command(const std::vector<std::string>& options)
     {
-        std::vector<std::string> command{MAINSTAY, "--no-mq",           "--no-udp", "--tcp-port",
-                                         "0",      "--commit-interval", "0.05"};
+        std::vector<std::string> command{MAINSTAY, "--no-mq", "--no-udp", "--tcp-port", "0"};
+        if (std::ranges::find(options, "--commit-interval") == options.end())
+            command.insert(command.end(), {"--commit-interval", "0.05"});
         command.insert(command.end(), options.begin(), options.end());
         return command;
     }
@@ -225,14 +228,28 @@ TEST(MainstayState, PresetsBringBackEveryValueOnEveryModel)
 
 TEST(MainstayState, PresetsTravelOnTheMedia)
 {
-    const TemporaryDirectory media;
+    const TemporaryDirectory media, directory;
     const std::string file = media / "preset_05.vexa";
     StatefulDaemon daemon({"--media", media.Path()}, {"PRODUCT_ID=OAK", "STATE_DIRECTORY"});
     daemon.Set("ReelName", "On the media é");
     EXPECT_EQ(daemon.Preset("Load", 5), "4 Preset Empty");
     EXPECT_EQ(daemon.Preset("Store", 5), "4 Preset Empty");
     EXPECT_EQ(daemon.Preset("Save", 5), "2 Store Complete");
+    // What the media hold is not trusted, and nothing else is touched.
+    const std::string other = directory / "other";
+    WriteFile(other, "precious");
+    fs::create_symlink(other, file + ".new");
+    ASSERT_EQ(mkfifo((media / "preset_06.vexa").c_str(), 0600), 0);
+    EXPECT_EQ(daemon.Preset("Load", 6), "3 Load Failed");
+    fs::create_symlink(directory.Path(), media / "link");
+    for (const std::string& path :
+         {directory.Path(), std::string("../"), std::string("link"), std::string("none")}) {
+        daemon.Device().Set("StoragePath", path);
+        EXPECT_EQ(daemon.Preset("Store", 5), "3 Copy Failed") << path;
+    }
+    daemon.Device().Set("StoragePath", "");
     EXPECT_EQ(daemon.Preset("Store", 5), "2 Copy Complete");
+    EXPECT_EQ(ReadFile(other), "precious");
     const std::string whole = ReadFile(file);
     daemon.Set("ReelName", "Other");
     daemon.Preset("Save", 5);
@@ -268,8 +285,10 @@ TEST(MainstayState, FactoryResetAndAlarmsAndCommands)
     EXPECT_TRUE(Eventually([&] { return daemon.Text("FactorySettings") == "0 Idle"; }));
     EXPECT_EQ(daemon.Text("ReelName"), "");
     EXPECT_EQ(daemon.Text("IPAddress"), "10.1.2.3");
-    daemon.Device().Set("FactorySettings", "Restore with Network");
+    // Each command counts, however fast the next one follows.
+    daemon.Device().SetMany({{eParamID_FactorySettings, 2U}, {eParamID_FactorySettings, 1U}});
     EXPECT_TRUE(Eventually([&] { return daemon.Text("IPAddress") == "192.168.0.2"; }));
+    EXPECT_TRUE(Eventually([&] { return daemon.Text("FactorySettings") == "0 Idle"; }));
     daemon.Device().Set("Clear_Alarms", "Clear");
     EXPECT_TRUE(Eventually([&] { return daemon.Text("Clear_Alarms") == "0 Idle"; }));
 
@@ -307,15 +326,19 @@ TEST(MainstayState, AConfigurationFileThatIsWrongIsOneLine)
 TEST(MainstayState, OtherConfigurationsAreKeptWhileNobodyUsesThem)
 {
     const TemporaryDirectory directory;
+    const std::string slow = "30";  // seconds to the disk: what nobody has written yet counts
     const auto tool = [](const StatefulDaemon& daemon, const std::vector<std::string>& arguments) {
         std::vector<std::string> command{VEXACTL, "--uri", daemon.Uri("/configid=3")};
         command.insert(command.end(), arguments.begin(), arguments.end());
         return RunProgram(command).out;
     };
     {
-        StatefulDaemon daemon({"--state", directory.Path()});
+        StatefulDaemon daemon({"--state", directory.Path(), "--commit-interval", slow});
         tool(daemon, {"set", "ReelName", "Three"});
         EXPECT_EQ(tool(daemon, {"get", "-r", "ReelName"}), "Three\n");
+        tool(daemon, {"set", "ReelName", ""});
+        EXPECT_EQ(tool(daemon, {"get", "-r", "ReelName"}), "\n");
+        tool(daemon, {"set", "ReelName", "Three"});
         EXPECT_EQ(daemon.Text("ReelName"), "");
         daemon.Stop();
     }
@@ -362,6 +385,20 @@ TEST(MainstayState, TheControlSocketTellsWhatHappened)
     daemon.Set("ReelName", "Three");
     follower.WaitForOutput("One -> Three");
     EXPECT_THAT(follower.Out(), Not(HasSubstr("FanSpeed")));
+}
+
+/// A save that follows a recall at once has what was recalled.
+TEST(MainstayState, PresetCommandsTakeTheirTurns)
+{
+    StatefulDaemon daemon({}, {"PRODUCT_ID=OAK", "STATE_DIRECTORY"});
+    daemon.Set("ReelName", "recalled");
+    daemon.Preset("Save", 2);
+    daemon.Set("ReelName", "other");
+    daemon.Device().SetMany({{eParamID_RegisterRecall, 2U}, {eParamID_RegisterSave, 3U}});
+    EXPECT_TRUE(Eventually([&] { return daemon.Text("RegisterSaveResult") == "2 Store Complete"; }));
+    daemon.Set("ReelName", "other");
+    EXPECT_EQ(daemon.Preset("Recall", 3), "2 Recall Complete");
+    EXPECT_EQ(daemon.Text("ReelName"), "recalled");
 }
 
 /// The device goes on, says so once, and writes everything when the disk is there again.

@@ -146,6 +146,24 @@ TEST(StateFile, WhatIsNoFileOfOursIsMovedAside)
     EXPECT_EQ(CountOf(directory.Path(), "damaged-"), 5U);
 }
 
+TEST(StateFile, ADamagedFileDoesNotReplaceTheLastGoodCopy)
+{
+    const TemporaryDirectory directory;
+    const std::map<eConfigID_t, Values> values{{0, {{kFan, 80U}}}};
+    SettingsFile file(directory.Path(), "OAK", kHistory);
+    ASSERT_TRUE(file.Open());
+    EXPECT_TRUE(file.WantsBackUp());
+    file.Write({values, {}});
+    file.BackUp();
+    EXPECT_FALSE(file.WantsBackUp());
+    SQLite::Database(directory / "settings.db", SQLite::OPEN_READWRITE).exec("UPDATE value SET value = 81");
+    EXPECT_THROW(file.BackUp(), SQLite::Exception);
+    EXPECT_EQ(OpenDamaged(directory.Path(), "garbage", ReadFile(directory / "settings.db.bak")).values,
+              values);
+    EXPECT_EQ(fs::status(directory / "settings.db").permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
+}
+
 TEST(StateFile, OnlyTheNewestDamagedFilesAreKept)
 {
     const TemporaryDirectory directory;

@@ -5,6 +5,7 @@
 #include "config/base/harmless.h"
 #include "config/base/log.h"
 #include "config/base/origin.h"
+#include "config/descriptors/catalogue_config.h"
 #include "config/descriptors/descriptor_table.h"
 #include "config/descriptors/integer_descriptor.h"
 #include "device/catalogue.h"
@@ -35,6 +36,40 @@ bool IsAtRest(ParamDescriptor& descriptor, const vexa::Value& value)
     const auto* const text = std::get_if<std::string>(&value);
     return text && text->empty();
 }
+
+/// The store as an action of the catalogue is to see it: with the command that is carried out, though a newer one may
+/// have been set meanwhile, which stays then.
+class CommandView : public vexa::CatalogueConfig {
+  public:
+    CommandView(Config& store, eParam_t command, unsigned int value)
+        : m_store(store), m_command(command), m_value(value)
+    {
+    }
+
+    using CatalogueConfig::GetParamDescriptor;
+    using Config::Set;
+    unsigned int Get(eParam_t id) override { return id == m_command ? m_value : m_store.Get(id); }
+    eConfigID_t GetConfigID() override { return m_store.GetConfigID(); }
+    timeval GetLastConfigUpdate() override { return m_store.GetLastConfigUpdate(); }
+    ParamDescriptor* GetParamDescriptor(std::string name) override
+    {
+        return m_store.GetParamDescriptor(name);
+    }
+    std::list<eParam_t> GetParamIDs() override { return m_store.GetParamIDs(); }
+    bool Set(eParam_t id, unsigned int value, timeval time) override
+    {
+        if (id == m_command && m_store.Get(id) != m_value) return true;
+        return m_store.Set(id, value, time);
+    }
+    bool Get(eParam_t id, unsigned int& value) override { return m_store.Get(id, value); }
+    bool Set(eParam_t id, std::string value, timeval time) override { return m_store.Set(id, value, time); }
+    bool Get(eParam_t id, std::string& value) override { return m_store.Get(id, value); }
+
+  private:
+    Config& m_store;
+    const eParam_t m_command;
+    const unsigned int m_value;
+};
 
 }  // namespace
 
@@ -106,8 +141,8 @@ bool Actions::Hear(eParam_t id, vexa::Value value)
     ParamDescriptor* const descriptor = found->second;
     if (IsCommand(*descriptor) && IsAtRest(*descriptor, value)) return true;
     Command command{descriptor, std::move(value), vexa::CurrentOrigin(), {}};
-    if (id == eParamID_RegisterSave) command.snapshot = m_presets.Snapshot();
-    m_presets.Announce(id);
+    if (id == eParamID_RegisterSave && IsIdle()) command.snapshot = m_presets.Snapshot();
+    m_presets.Announce(id, Outcome::kRunning);
     {
         vexa::MutexLock hold(m_lock);
         if (m_commands.size() < kMaxWaiting) {
@@ -116,17 +151,25 @@ bool Actions::Hear(eParam_t id, vexa::Value value)
             return true;
         }
     }
+    m_presets.Announce(id, Outcome::kFailed);
     const vexa::PeerLog limited;
     return vexa::Report("mainstay: %s is not carried out: too many commands wait\n",
                         vexa::Catalogue::NameOf(*descriptor).c_str());
+}
+
+bool Actions::IsIdle() const
+{
+    vexa::MutexLock hold(m_lock);
+    return m_commands.empty() && !m_isBusy;
 }
 
 void Actions::Run()
 {
     pthread_setname_np(pthread_self(), "ms-actions");
     vexa::MutexLock hold(m_lock);
-    while (!m_isEnding) {
-        if (m_commands.empty()) {
+    while (!m_isEnding || !m_commands.empty()) {
+        m_isBusy = !m_commands.empty();
+        if (!m_isBusy) {
             m_changed.Wait(m_lock);
             continue;
         }
@@ -150,7 +193,8 @@ void Actions::Run()
 void Actions::RestoreFactorySettings(const Command& command)
 {
     const vexa::OriginScope origin("factory reset");
-    const bool isWhole = command.descriptor->GetAction()(&m_store, command.descriptor);
+    CommandView view(m_store, command.descriptor->GetParamID(), NumberOf(command.value));
+    const bool isWhole = command.descriptor->GetAction()(&view, command.descriptor);
     if (CProductFeatures::shouldEraseAllPresets()) m_presets.EraseAll();
     vexa::Print("mainstay: FactorySettings %s by %s %s\n",
                 vexa::Format(*command.descriptor, command.value).c_str(), command.who.c_str(),

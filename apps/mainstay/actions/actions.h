@@ -4,6 +4,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -26,7 +27,7 @@ class Actions : public ConfigEventListener {
   public:
     /// @param store, presets, programs  borrowed.
     Actions(Config& store, Presets& presets, Programs& programs);
-    /// Finishes the command that runs.
+    /// Finishes the commands that wait.
     ~Actions() override;
 
     using ConfigEventListener::ParamChanged;
@@ -41,12 +42,15 @@ class Actions : public ConfigEventListener {
         ParamDescriptor* descriptor;
         vexa::Value value;
         std::string who;
-        state::Values snapshot;  // of a preset that is to be saved, as it was when the command came
+        // Of a preset that is to be saved, as it was when the command came; nothing when an earlier command has yet to
+        // change values.
+        std::optional<state::Values> snapshot;
     };
     using Handler = std::function<void(const Command&)>;
 
     static std::map<eParam_t, ParamDescriptor*> Heard(const Programs& programs);
     bool Hear(eParam_t id, vexa::Value value);
+    bool IsIdle() const;
     void Run();
     void RestoreFactorySettings(const Command& command);
     void ClearAlarms(const Command& command);
@@ -63,7 +67,7 @@ class Actions : public ConfigEventListener {
     vexa::CondVar m_changed;
     std::deque<Command> m_commands VEXA_GUARDED_BY(m_lock);
     std::map<eParam_t, std::string> m_unserved VEXA_GUARDED_BY(m_lock);
-    bool m_isEnding VEXA_GUARDED_BY(m_lock) = false;
+    bool m_isBusy VEXA_GUARDED_BY(m_lock) = false, m_isEnding VEXA_GUARDED_BY(m_lock) = false;
     std::thread m_thread;
 };
 

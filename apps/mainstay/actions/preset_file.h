@@ -9,8 +9,8 @@
 
 namespace actions {
 
-/// Larger ones are no presets.
-inline constexpr size_t kMaxPresetFile = size_t{1} << 20;
+/// Larger ones are no presets: in base64 they have to fit into a request of the control socket.
+inline constexpr size_t kMaxPresetFile = size_t{512} << 10;
 
 /// @param productID  of the model that the preset belongs to. Thread: any, like the other operation.
 std::string PackPreset(unsigned int productID, const state::Values& values);

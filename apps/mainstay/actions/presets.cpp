@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -16,6 +18,8 @@
 #include "mainstay/actions/preset_file.h"
 #include "mainstay/state/keeper.h"
 
+namespace fs = std::filesystem;
+
 namespace actions {
 
 namespace {
@@ -23,7 +27,11 @@ namespace {
 /// A file that closes itself.
 class File {
   public:
-    File(const std::string& path, int flags) : m_descriptor(open(path.c_str(), flags | O_CLOEXEC, 0660)) {}
+    /// Media may hold anything: what is a link, or would keep a reader waiting, is not followed.
+    File(const std::string& path, int flags)
+        : m_descriptor(open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0660))
+    {
+    }
     ~File()
     {
         if (m_descriptor != -1) close(m_descriptor);
@@ -32,6 +40,11 @@ class File {
     File& operator=(const File&) = delete;
     int Get() const { return m_descriptor; }
     bool IsOpen() const { return m_descriptor != -1; }
+    bool IsRegular() const
+    {
+        struct stat status {};
+        return fstat(m_descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    }
 
   private:
     const int m_descriptor;
@@ -42,22 +55,31 @@ class File {
     throw std::runtime_error(what + ": " + strerror(errno));
 }
 
+void WriteAll(const File& file, const std::string& bytes, const std::string& path)
+{
+    for (size_t done = 0; done < bytes.size();) {
+        const ssize_t n = write(file.Get(), bytes.data() + done, bytes.size() - done);
+        if (n == -1 && errno == EINTR) continue;
+        if (n <= 0) ThrowErrno("cannot write " + path);
+        done += static_cast<size_t>(n);
+    }
+    if (fsync(file.Get()) != 0) ThrowErrno("cannot write " + path);
+}
+
 /// Beside, synced, renamed: so there is an old file or a new one, and no half.
 void WriteWhole(const std::string& path, const std::string& bytes)
 {
     const std::string fresh = path + ".new";
-    {
-        const File file(fresh, O_WRONLY | O_CREAT | O_TRUNC);
+    unlink(fresh.c_str());
+    try {
+        const File file(fresh, O_WRONLY | O_CREAT | O_EXCL);
         if (!file.IsOpen()) ThrowErrno("cannot write " + fresh);
-        for (size_t done = 0; done < bytes.size();) {
-            const ssize_t n = write(file.Get(), bytes.data() + done, bytes.size() - done);
-            if (n == -1 && errno == EINTR) continue;
-            if (n <= 0) ThrowErrno("cannot write " + fresh);
-            done += static_cast<size_t>(n);
-        }
-        if (fsync(file.Get()) != 0) ThrowErrno("cannot write " + fresh);
+        WriteAll(file, bytes, fresh);
+        if (rename(fresh.c_str(), path.c_str()) != 0) ThrowErrno("cannot write " + path);
+    } catch (...) {
+        unlink(fresh.c_str());
+        throw;
     }
-    if (rename(fresh.c_str(), path.c_str()) != 0) ThrowErrno("cannot write " + path);
     const File directory(path.substr(0, path.rfind('/')), O_RDONLY | O_DIRECTORY);
     if (directory.IsOpen()) fsync(directory.Get());
 }
@@ -70,6 +92,7 @@ std::optional<std::string> ReadWhole(const std::string& path)
         if (errno == ENOENT) return std::nullopt;
         ThrowErrno("cannot read " + path);
     }
+    if (!file.IsRegular()) throw std::runtime_error(path + " is no file");
     std::string bytes(kMaxPresetFile + 1, '\0');
     size_t size = 0;
     while (size < bytes.size()) {
@@ -108,7 +131,7 @@ Presets::Presets(Config& store, state::SettingsFile& file, std::string media)
 {
 }
 
-void Presets::Announce(eParam_t command)
+void Presets::Announce(eParam_t command, Outcome outcome)
 {
     static const std::map<eParam_t, eParam_t> kResults{
         {eParamID_RegisterSave, eParamID_RegisterSaveResult},
@@ -116,7 +139,7 @@ void Presets::Announce(eParam_t command)
         {eParamID_RegisterStore, eParamID_RegisterStoreResult},
         {eParamID_RegisterLoad, eParamID_RegisterLoadResult}};
     const auto result = kResults.find(command);
-    if (result != kResults.end()) Tell(result->second, Outcome::kRunning);
+    if (result != kResults.end()) Tell(result->second, outcome);
 }
 
 void Presets::Tell(eParam_t result, Outcome outcome)
@@ -155,10 +178,10 @@ PresetResult Presets::Run(eParam_t result, unsigned int number, Work work)
     return told;
 }
 
-PresetResult Presets::Save(unsigned int number, state::Values values)
+PresetResult Presets::Save(unsigned int number, std::optional<state::Values> values)
 {
     return Run(eParamID_RegisterSaveResult, number, [&](PresetResult&) {
-        m_file.SavePreset({number, state::Now(), std::move(values)});
+        m_file.SavePreset({number, state::Now(), values ? std::move(*values) : Snapshot()});
     });
 }
 
@@ -170,8 +193,7 @@ PresetResult Presets::Recall(unsigned int number)
         const vexa::OriginScope origin("recall " + std::to_string(number));
         result.refusals = Apply(preset->values);
         for (const Refusal& refusal : result.refusals)
-            vexa::Print("mainstay: preset %u: %s: %s\n", number,
-                        vexa::Catalogue::NameOf(*GetDescriptor(refusal.param)).c_str(),
+            vexa::Print("mainstay: preset %u: %s: %s\n", number, state::NameOf(refusal.param).c_str(),
                         refusal.reason.c_str());
     });
 }
@@ -203,16 +225,30 @@ std::vector<Refusal> Presets::Apply(state::Values values)
     return refusals;
 }
 
+/// The directory of the media in the selected slot, if the device names one. Throws where there is none.
+fs::path Presets::MediaDirectory() const
+{
+    if (m_media.empty()) throw std::runtime_error("there is no media: mainstay was started without --media");
+    std::string path;
+    if (FindDescriptor(eParamID_StoragePath)) m_store.Get(eParamID_StoragePath, path);
+    const fs::path root = fs::canonical(m_media), directory = fs::canonical(root / path);
+    if (std::mismatch(root.begin(), root.end(), directory.begin(), directory.end()).first != root.end())
+        throw std::runtime_error("StoragePath is not in " + m_media);
+    return directory;
+}
+
 std::string Presets::MediaFile(unsigned int number) const
 {
-    std::string directory = m_media;
-    if (std::string path;
-        FindDescriptor(eParamID_StoragePath) && m_store.Get(eParamID_StoragePath, path) && !path.empty())
-        directory = path;  // of the media in the selected slot
-    if (directory.empty()) throw std::runtime_error("there is no media");
-    char name[32];
-    snprintf(name, sizeof name, "/preset_%02u.vexa", number);
-    return directory + name;
+    std::array<char, 32> name{};
+    snprintf(name.data(), name.size(), "preset_%02u.vexa", number);
+    return MediaDirectory() / name.data();
+}
+
+std::string Presets::Packed(const state::SavedPreset& preset) const
+{
+    std::string bytes = PackPreset(m_productID, preset.values);
+    if (bytes.size() > kMaxPresetFile) throw std::runtime_error("the preset is too large for a file");
+    return bytes;
 }
 
 PresetResult Presets::Store(unsigned int number)
@@ -220,7 +256,7 @@ PresetResult Presets::Store(unsigned int number)
     return Run(eParamID_RegisterStoreResult, number, [&](PresetResult&) {
         const auto preset = m_file.LoadPreset(number);
         if (!preset) throw Empty();
-        WriteWhole(MediaFile(number), PackPreset(m_productID, preset->values));
+        WriteWhole(MediaFile(number), Packed(*preset));
     });
 }
 
@@ -242,7 +278,7 @@ PresetResult Presets::Export(unsigned int number, std::string& bytes)
     return Run(eParamID_RegisterExportResult, number, [&](PresetResult&) {
         const auto preset = m_file.LoadPreset(number);
         if (!preset) throw Empty();
-        bytes = PackPreset(m_productID, preset->values);
+        bytes = Packed(*preset);
     });
 }
 

@@ -1,6 +1,7 @@
 /// Presets: sets of values under the numbers 1 to 20, in the settings file and on the media.
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,13 +32,15 @@ struct PresetResult {
 /// Thread: any; one command at a time.
 class Presets {
   public:
-    /// @param media  the directory of the media, for models or units that do not name one: "" for none.
+    /// @param media  the directory of the media, "" for none. eParamID_StoragePath may name one in it, as of a slot, and
+    /// none outside: everybody may set it.
     Presets(Config& store, state::SettingsFile& file, std::string media);
 
     /// The values that a preset has.
     state::Values Snapshot() const;
 
-    PresetResult Save(unsigned int number, state::Values values);
+    /// @param values  nothing: those of now.
+    PresetResult Save(unsigned int number, std::optional<state::Values> values = {});
     /// Sets the values in an order in which enabling ones come first, as the store allows.
     PresetResult Recall(unsigned int number);
     /// Copies a preset to the media.
@@ -51,8 +54,9 @@ class Presets {
     /// Where a factory reset does that.
     void EraseAll();
 
-    /// Tells that the command, as eParamID_RegisterSave, is under way: before whoever set it can ask for the outcome.
-    void Announce(eParam_t command);
+    /// Tells that the command, as eParamID_RegisterSave, is under way, before whoever set it can ask for the outcome; or
+    /// that it is not.
+    void Announce(eParam_t command, Outcome outcome);
 
     static bool IsNumber(unsigned int number) { return number >= 1 && number <= 20; }
 
@@ -60,7 +64,9 @@ class Presets {
     template <class Work>
     PresetResult Run(eParam_t result, unsigned int number, Work work);
     void Tell(eParam_t result, Outcome outcome);
+    std::filesystem::path MediaDirectory() const;
     std::string MediaFile(unsigned int number) const;
+    std::string Packed(const state::SavedPreset& preset) const;
     std::optional<std::string> Bring(ParamDescriptor& descriptor, const vexa::Value& value);
     std::vector<Refusal> Apply(state::Values values);
 

@@ -39,19 +39,11 @@ int64_t ParseTime(const std::string& text)
     return int64_t{timegm(&parts)} * kMicroseconds + static_cast<int64_t>(fraction * kMicroseconds);
 }
 
-std::string NameOf(eParam_t id)
-{
-    if (ParamDescriptor* const descriptor = FindDescriptor(id)) return vexa::Catalogue::NameOf(*descriptor);
-    std::array<char, 16> text{};
-    snprintf(text.data(), text.size(), "0x%08x", static_cast<unsigned int>(id));
-    return text.data();
-}
-
 Json LineJson(const state::HistoryLine& line)
 {
     return {{"time", TextOfTime(line.time)},
             {"config", line.configID},
-            {"param", NameOf(line.param)},
+            {"param", state::NameOf(line.param)},
             {"old", line.before},
             {"new", line.after},
             {"who", line.who}};
@@ -131,21 +123,23 @@ Answer StateReports::Log(const Json& request)
     if (const auto since = request.find("since"); since != request.end() && !since->is_null())
         query.since = ParseTime(since->get<std::string>());
     query.limit = std::min(request.value("limit", kDefaultLines), kMaxLines);
-    if (!m_device.keeper.Flush())
-        throw Failure("cannot write the history: " + m_device.keeper.Status().problem);
+    const bool isWhole = m_device.keeper.Flush();  // what has just happened belongs to the answer
     std::shared_ptr<Stream> stream;
     if (request.value("follow", false)) stream = std::make_shared<Stream>();
     std::vector<state::HistoryLine> lines;
     {
         // Lines that are written from now on are pushed to the follower, unless they are among those that are read.
         vexa::MutexLock hold(m_lock);
-        const int64_t newest = m_device.file.NewestLine();
+        int64_t newest = m_device.file.NewestLine();
         lines = m_device.file.ReadHistory(query);
+        if (!lines.empty()) newest = std::max(newest, lines.back().id);  // one may have come between the two
         if (stream) m_followers.push_back({stream, newest, query.params});
     }
     Json changes = Json::array();
     for (const state::HistoryLine& line : lines) changes.push_back(LineJson(line));
-    return {Json{{"changes", changes}}, stream};
+    Json answer{{"changes", changes}};
+    if (!isWhole) answer["problem"] = m_device.keeper.Status().problem;
+    return {answer, stream};
 }
 
 /// On the keeper's thread.
@@ -178,7 +172,8 @@ Json StateReports::ListPresets()
 Json StateReports::DoPreset(const Json& request)
 {
     const std::string verb = request.at("do");
-    const unsigned int number = request.at("number");
+    const auto asked = request.at("number").get<uint64_t>();
+    const auto number = static_cast<unsigned int>(std::min<uint64_t>(asked, UINT32_MAX));
     if (!actions::Presets::IsNumber(number)) throw Failure("presets have the numbers 1 to 20");
     if (verb == "save") return Save(number, request);
     if (verb == "recall") return Result(eParamID_RegisterRecallResult, m_device.presets.Recall(number));
@@ -202,9 +197,10 @@ Json StateReports::DoPreset(const Json& request)
 
 Json StateReports::Save(unsigned int number, const Json& request)
 {
-    if (const auto name = request.find("name"); name != request.end() && !name->is_null())
-        m_device.store.Set(PresetName(number), name->get<std::string>());
-    return Result(eParamID_RegisterSaveResult, m_device.presets.Save(number, m_device.presets.Snapshot()));
+    const std::string name = request.value("name", "");
+    Json answer = Result(eParamID_RegisterSaveResult, m_device.presets.Save(number));
+    if (!name.empty()) m_device.store.Set(PresetName(number), name);
+    return answer;
 }
 
 /// In the words of the result parameter. Throws what failed.
@@ -214,7 +210,7 @@ Json StateReports::Result(eParam_t parameter, const actions::PresetResult& resul
     auto* const words = dynamic_cast<EnumDescriptor*>(FindDescriptor(parameter));
     Json refused = Json::array();
     for (const actions::Refusal& refusal : result.refusals)
-        refused.push_back({{"param", NameOf(refusal.param)}, {"reason", refusal.reason}});
+        refused.push_back({{"param", state::NameOf(refusal.param)}, {"reason", refusal.reason}});
     return {{"result", words ? words->GetEnumValueDescriptor(static_cast<unsigned int>(result.outcome)).name
                              : "Complete"},
             {"refused", refused}};

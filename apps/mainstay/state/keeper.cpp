@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "config/base/log.h"
@@ -11,6 +12,7 @@
 #include "config/descriptors/descriptor_table.h"
 #include "config/descriptors/integer_descriptor.h"
 #include "config/descriptors/string_descriptor.h"
+#include "config/manager/update_precondition.h"
 #include "device/catalogue.h"
 #include "device/format.h"
 
@@ -27,10 +29,11 @@ constexpr milliseconds kRetry{1000};
 /// Lines that wait for the disk. More than these are left out, the oldest first.
 constexpr size_t kMaxWaitingLines = 100'000, kMaxWaitingBytes = size_t{16} << 20;
 /// Texts are cut off in the history: it is to tell what happened, not to restore it.
-constexpr size_t kMaxHistoryText = 256;
+constexpr size_t kMaxShownText = 256;
+/// Peers may open many configurations, and everything that is kept is in memory, too.
+constexpr size_t kMaxTextOfOthers = 4096;
 /// Peers may open any configuration.
 constexpr size_t kMaxKeptConfigurations = 64;
-constexpr int64_t kMicrosecondsPerDay = int64_t{24} * 3600 * 1000 * 1000;
 /// The bit of eParamID_PersistStatus that an orderly stop sets.
 constexpr unsigned int kStoppedInOrder = 1;
 
@@ -42,29 +45,17 @@ vexa::Value DefaultOf(ParamDescriptor& descriptor)
     return text ? text->GetFactoryDefault() : std::string();
 }
 
-std::string NameOf(eParam_t id)
-{
-    if (ParamDescriptor* const descriptor = FindDescriptor(id)) return vexa::Catalogue::NameOf(*descriptor);
-    char text[16];
-    snprintf(text, sizeof text, "0x%08x", static_cast<unsigned int>(id));
-    return text;
-}
-
-/// For the history: no secrets, and no more than a line.
-std::string Shown(eParam_t id, const vexa::Value& value)
-{
-    ParamDescriptor* const descriptor = FindDescriptor(id);
-    if (!descriptor) return "";
-    if (descriptor->HasClassName("password")) return "********";
-    std::string text = vexa::Format(*descriptor, value);
-    if (text.size() > kMaxHistoryText) text = text.substr(0, kMaxHistoryText) + "...";
-    return text;
-}
-
 size_t BytesOf(const vexa::Value& value)
 {
     const auto* const text = std::get_if<std::string>(&value);
     return text ? text->size() : 0;
+}
+
+/// What the history shows of it, and one byte that tells of more.
+void CutOff(vexa::Value& value)
+{
+    auto* const text = std::get_if<std::string>(&value);
+    if (text && text->size() > kMaxShownText) *text = text->substr(0, kMaxShownText + 1);
 }
 
 void Overlay(Values& values, const std::map<eConfigID_t, Values>& newer, eConfigID_t configID)
@@ -119,6 +110,26 @@ std::optional<std::string> Misfit(ParamDescriptor& descriptor, const vexa::Value
     if (isText != vexa::HoldsText(descriptor)) return "of another type";
     if (isText || descriptor.HasClassName("do_not_validate")) return std::nullopt;
     return vexa::Objection(descriptor, value);
+}
+
+std::string NameOf(eParam_t id)
+{
+    if (ParamDescriptor* const descriptor = FindDescriptor(id)) return vexa::Catalogue::NameOf(*descriptor);
+    std::array<char, 16> text{};
+    snprintf(text.data(), text.size(), "0x%08x", static_cast<unsigned int>(id));
+    return text.data();
+}
+
+std::string Shown(eParam_t id, const vexa::Value& value)
+{
+    ParamDescriptor* const descriptor = FindDescriptor(id);
+    if (!descriptor) return "";
+    if (descriptor->HasClassName("password")) return "********";
+    std::string line;
+    for (const char c : vexa::Format(*descriptor, value))
+        line += c == '\n' ? "\\n" : c == '\t' ? "\\t" : std::string(1, c);
+    if (line.size() > kMaxShownText) line = line.substr(0, kMaxShownText) + "...";
+    return line;
 }
 
 int64_t Now()
@@ -183,16 +194,33 @@ class Keeper::StoreHistory : public ConfigEventListener {
     std::map<eParam_t, Known> m_known;  // guarded by the store's turn
 };
 
-Keeper::Keeper(SettingsFile& file, milliseconds interval) : m_file(file), m_interval(interval)
+/// What the daemon acknowledges after it has written for the last time would be lost: so it refuses.
+class Keeper::StopGate : public vexa::config::UpdatePrecondition {
+  public:
+    explicit StopGate(std::shared_ptr<std::atomic<bool>> isClosed) : m_isClosed(std::move(isClosed)) {}
+    bool IsUpdateValid(Config*, vexa::config::IntegerQueue&) override { return !*m_isClosed; }
+    bool IsUpdateValid(Config*, vexa::config::StringQueue&) override { return !*m_isClosed; }
+    bool IsUpdateValid(Config*, eParam_t, Serializable&) override { return !*m_isClosed; }
+
+  private:
+    const std::shared_ptr<std::atomic<bool>> m_isClosed;
+};
+
+Keeper::Keeper(SettingsFile& file, milliseconds interval)
+    : m_file(file), m_interval(interval), m_isClosed(std::make_shared<std::atomic<bool>>(false))
 {
     for (const eParam_t id : GetParamIDs()) {
         ParamDescriptor* const descriptor = FindDescriptor(id);
         if (descriptor && IsKept(*descriptor)) m_kept.push_back(descriptor);
     }
-    vexa::MutexLock hold(m_storesLock);
-    LoadWritten();
-    if (const size_t others = m_file.CountOfOtherModels())
-        AddNote(std::to_string(others) + " stored values are of other models, and stay in the file");
+    m_status.problem = m_file.Problem();
+    try {
+        LoadWritten();
+        if (const size_t others = m_file.CountOfOtherModels())
+            AddNote(std::to_string(others) + " stored values are of other models, and stay in the file");
+    } catch (const std::exception& error) {
+        AddNote(std::string("the stored values cannot be read: ") + error.what());
+    }
 }
 
 Keeper::~Keeper()
@@ -202,13 +230,15 @@ Keeper::~Keeper()
 
 void Keeper::LoadWritten()
 {
-    m_written = m_file.LoadValues();
+    auto written = m_file.LoadValues();
     std::string objections;
-    for (auto& [configID, values] : m_written)
+    for (auto& [configID, values] : written)
         std::erase_if(values,
                       [&](const auto& entry) { return !Fits(entry.first, entry.second, objections); });
     if (!objections.empty())
         AddNote("stored values that do not fit any more stay in the file: " + objections);
+    vexa::MutexLock hold(m_storesLock);
+    m_written = std::move(written);
 }
 
 /// A value that does not fit counts as none, so that it is neither applied nor replaced.
@@ -242,8 +272,9 @@ void Keeper::Stop()
 {
     {
         vexa::MutexLock hold(m_storesLock);
-        if (std::exchange(m_isStopping, m_thread.joinable())) return;
+        if (std::exchange(m_isStopping, true)) return;
     }
+    *m_isClosed = true;
     net::WatchPeerStores(nullptr);  // tells of every open store that it closes
     if (!m_thread.joinable()) return;
     {
@@ -252,12 +283,15 @@ void Keeper::Stop()
         m_changed.NotifyAll();
     }
     m_thread.join();
-    if (!WriteOnce()) return;
-    try {
-        m_file.BackUp();
-    } catch (const std::exception& error) {
-        vexa::Print("mainstay: no copy of the settings: %s\n", error.what());
-    }
+    if (WriteOnce()) BackUp();
+}
+
+/// What a restart would find, once everything is written.
+Values Keeper::Known(eConfigID_t configID) const
+{
+    Values values;
+    for (const auto* const layer : {&m_written, &m_writing, &m_closed}) Overlay(values, *layer, configID);
+    return values;
 }
 
 void Keeper::Opened(Config& store)
@@ -266,27 +300,28 @@ void Keeper::Opened(Config& store)
     Values values;
     {
         vexa::MutexLock hold(m_storesLock);
-        if (m_written.size() >= kMaxKeptConfigurations && !m_written.contains(configID)) {
-            AddNote("the values of configuration " + std::to_string(configID) +
-                    " are not kept: there are too many");
-            return;
-        }
-        for (const auto* const layer : {&m_written, &m_writing, &m_closed}) Overlay(values, *layer, configID);
-        m_written[configID];
+        values = Known(configID);
     }
     Apply(store, values);
+    store.AddUpdatePrecondition(
+        new StopGate(m_isClosed));  // before anybody else uses the store, which owns it
     auto history = std::make_unique<StoreHistory>(*this, store);
-    vexa::MutexLock hold(m_storesLock);
-    m_stores[configID] = std::move(history);
+    {
+        vexa::MutexLock hold(m_storesLock);
+        m_stores[configID] = std::move(history);
+        m_closed.erase(configID);  // the store has it now
+    }
+    MarkDirty();
 }
 
 void Keeper::Closing(Config& store)
 {
+    const eConfigID_t configID = store.GetConfigID();
     std::unique_ptr<StoreHistory> history;  // its removal waits for its callback, so not under the lock
     vexa::MutexLock hold(m_storesLock);
-    const auto found = m_stores.find(store.GetConfigID());
+    const auto found = m_stores.find(configID);
     if (found == m_stores.end()) return;
-    for (auto& [param, value] : Unwritten(store)) m_closed[store.GetConfigID()][param] = value;
+    if (Values values = Unwritten(store); !values.empty()) m_closed[configID] = std::move(values);
     history = std::move(found->second);
     m_stores.erase(found);
 }
@@ -312,12 +347,16 @@ bool Keeper::Flush()
 
 void Keeper::Note(Change change)
 {
+    CutOff(change.before);
+    CutOff(change.after);
+    const auto bytesOf = [](const Change& each) {
+        return sizeof each + BytesOf(each.before) + BytesOf(each.after) + each.who.size();
+    };
     vexa::MutexLock hold(m_lock);
-    m_changeBytes += BytesOf(change.before) + BytesOf(change.after);
+    m_changeBytes += bytesOf(change);
     m_changes.push_back(std::move(change));
-    while (m_changes.size() > kMaxWaitingLines ||
-           (m_changeBytes > kMaxWaitingBytes && m_changes.size() > 1)) {
-        m_changeBytes -= BytesOf(m_changes.front().before) + BytesOf(m_changes.front().after);
+    while (m_changes.size() > kMaxWaitingLines || m_changeBytes > kMaxWaitingBytes) {
+        m_changeBytes -= bytesOf(m_changes.front());
         m_changes.pop_front();
         ++m_status.lost;
     }
@@ -335,30 +374,36 @@ void Keeper::MarkDirty()
 
 void Keeper::AddNote(const std::string& note)
 {
-    vexa::Print("mainstay: %s\n", note.c_str());
-    vexa::MutexLock hold(m_lock);
-    if (std::find(m_status.notes.begin(), m_status.notes.end(), note) == m_status.notes.end())
+    {
+        vexa::MutexLock hold(m_lock);
+        if (std::find(m_status.notes.begin(), m_status.notes.end(), note) != m_status.notes.end()) return;
         m_status.notes.push_back(note);
+    }
+    vexa::Print("mainstay: %s\n", note.c_str());
 }
 
 Values Keeper::Unwritten(Config& store)
 {
     const eConfigID_t configID = store.GetConfigID();
-    const Values& written = m_written[configID];
+    const Values known = Known(configID);
     Values unwritten;
     for (ParamDescriptor* const descriptor : m_kept) {
         std::optional<vexa::Value> value = ReadValue(store, *descriptor);
-        if (!value) continue;
+        if (!value || (configID != 0 && BytesOf(*value) > kMaxTextOfOthers)) continue;
         const eParam_t param = descriptor->GetParamID();
         if (param == eParamID_PersistStatus && configID == 0) {
             const unsigned int others = std::get<unsigned int>(*value) & ~kStoppedInOrder;
             value = others | (m_isStopping ? kStoppedInOrder : 0);
         }
-        const auto found = written.find(param);
-        if (*value != (found == written.end() ? DefaultOf(*descriptor) : found->second))
+        const auto found = known.find(param);
+        if (*value != (found == known.end() ? DefaultOf(*descriptor) : found->second))
             unwritten[param] = *value;
     }
-    return unwritten;
+    if (unwritten.empty() || !known.empty() || m_written.size() < kMaxKeptConfigurations || configID == 0)
+        return unwritten;
+    AddNote("the values of more than " + std::to_string(kMaxKeptConfigurations) +
+            " configurations are not kept");
+    return {};
 }
 
 Batch Keeper::Collect(const std::deque<Change>& changes)
@@ -402,9 +447,10 @@ bool Keeper::WriteOnce()
     }
     try {
         Batch batch = Collect(changes);
-        if (!batch.history.empty() || !batch.values.empty()) m_file.Write(batch);
+        if (batch.history.empty() && batch.values.empty()) return true;
+        const int64_t newestID = m_file.Write(batch);
         NoteWritten(true);
-        Succeeded(std::move(batch.history));
+        Succeeded(std::move(batch.history), newestID);
         return true;
     } catch (const std::exception& error) {
         NoteWritten(false);
@@ -413,7 +459,7 @@ bool Keeper::WriteOnce()
     }
 }
 
-void Keeper::Succeeded(std::vector<HistoryLine> lines)
+void Keeper::Succeeded(std::vector<HistoryLine> lines, int64_t newestID)
 {
     {
         vexa::MutexLock hold(m_lock);
@@ -422,7 +468,7 @@ void Keeper::Succeeded(std::vector<HistoryLine> lines)
         m_status.saved = Now();
     }
     if (lines.empty() || !m_onLines) return;
-    int64_t id = m_file.NewestLine() - static_cast<int64_t>(lines.size());
+    int64_t id = newestID - static_cast<int64_t>(lines.size());
     for (HistoryLine& line : lines) line.id = ++id;
     m_onLines(lines);
 }
@@ -441,22 +487,17 @@ void Keeper::Failed(std::deque<Change> changes, const std::exception& reason)
     for (Change& change : changes) Note(std::move(change));
     MarkDirty();
     try {
-        if (!m_file.Recover(reason)) return;
-        vexa::MutexLock hold(m_storesLock);
-        LoadWritten();
+        if (m_file.Recover(reason)) LoadWritten();
     } catch (const std::exception&) {  // the obstacle is still there
     }
 }
 
-void Keeper::BackUpDaily()
+void Keeper::BackUp()
 {
-    if (m_copied == 0) m_copied = Now();
-    if (Now() - m_copied < kMicrosecondsPerDay) return;
-    m_copied = Now();
     try {
         m_file.BackUp();
     } catch (const std::exception& error) {
-        vexa::Print("mainstay: no copy of the settings: %s\n", error.what());
+        AddNote(std::string("there is no new copy of the settings: ") + error.what());
     }
 }
 
@@ -474,9 +515,10 @@ void Keeper::Run()
         while (!m_isEnding && !deadline.IsOver()) m_changed.Wait(m_lock, deadline);
         if (m_isEnding) break;
         const vexa::MutexUnlock release(m_lock);
+        const bool isWritten = WriteOnce();
+        if (isWritten && m_file.WantsBackUp()) BackUp();
         delay =
-            WriteOnce() ? m_interval : std::clamp(10 * m_interval, m_interval, std::max(m_interval, kRetry));
-        BackUpDaily();
+            isWritten ? m_interval : std::clamp(10 * m_interval, m_interval, std::max(m_interval, kRetry));
     }
 }
 

@@ -5,6 +5,7 @@
 /// value never waits for the disk.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <deque>
 #include <functional>
@@ -39,6 +40,10 @@ std::optional<vexa::Value> ReadValue(Config& store, ParamDescriptor& descriptor)
 bool WriteValue(Config& store, ParamDescriptor& descriptor, const vexa::Value& value);
 /// Why a store would not take a value as it is; nothing when it would. Stores enforce no length of texts.
 std::optional<std::string> Misfit(ParamDescriptor& descriptor, const vexa::Value& value);
+/// "FanSpeed"; the number of one that this model does not have.
+std::string NameOf(eParam_t id);
+/// A value for lines that people read: no secrets, nothing that would end the line, and not much of a long text.
+std::string Shown(eParam_t id, const vexa::Value& value);
 /// Now, in microseconds since 1970.
 int64_t Now();
 
@@ -53,8 +58,8 @@ class Keeper : public vexa::corvalis::config::access::PeerStoreWatcher {
     void Watch();
     /// Begins to write.
     void Start();
-    /// Writes what there is, notes that the unit was shut down in order, and makes a copy. Call it before the stores
-    /// are closed, and once nobody changes them any more.
+    /// From now on the stores refuse changes, which would be lost. Writes what there is, notes that the unit was shut down in order, and makes a copy. Call it before the stores
+    /// are closed: connections may outlive their server.
     void Stop();
 
     // PeerStoreWatcher
@@ -62,10 +67,10 @@ class Keeper : public vexa::corvalis::config::access::PeerStoreWatcher {
     void Closing(Config& store) override;
 
     KeeperStatus Status() const;
-    /// Writes what there is at once. @return false when it cannot.
+    /// Writes what there is at once, on this thread. @return false when it cannot: see Status.
     bool Flush();
     /// @param onLines  called with what was added to the history, once it is on the disk, on the thread that wrote it;
-    /// it must not wait. Before Start.
+    /// it must not wait, nor throw. Before Start.
     void OnLines(std::function<void(const std::vector<HistoryLine>&)> onLines)
     {
         m_onLines = std::move(onLines);
@@ -73,6 +78,7 @@ class Keeper : public vexa::corvalis::config::access::PeerStoreWatcher {
 
   private:
     class StoreHistory;
+    class StopGate;
     struct Change {
         int64_t time;
         eConfigID_t configID;
@@ -85,23 +91,25 @@ class Keeper : public vexa::corvalis::config::access::PeerStoreWatcher {
     void Note(Change change) VEXA_EXCLUDES(m_lock);
     void MarkDirty() VEXA_EXCLUDES(m_lock);
     void AddNote(const std::string& note) VEXA_EXCLUDES(m_lock);
-    void LoadWritten() VEXA_REQUIRES(m_storesLock);
+    void LoadWritten() VEXA_EXCLUDES(m_storesLock);
     bool Fits(eParam_t param, const vexa::Value& value, std::string& objections) const;
+    Values Known(eConfigID_t configID) const VEXA_REQUIRES(m_storesLock);
     Values Unwritten(Config& store) VEXA_REQUIRES(m_storesLock);
     Batch Collect(const std::deque<Change>& changes) VEXA_EXCLUDES(m_storesLock);
     void NoteWritten(bool isWritten) VEXA_EXCLUDES(m_storesLock);
     bool WriteOnce() VEXA_EXCLUDES(m_writeLock);
     void Failed(std::deque<Change> changes, const std::exception& reason) VEXA_EXCLUDES(m_lock);
-    void Succeeded(std::vector<HistoryLine> lines) VEXA_EXCLUDES(m_lock);
-    void BackUpDaily();
+    void Succeeded(std::vector<HistoryLine> lines, int64_t newestID) VEXA_EXCLUDES(m_lock);
+    void BackUp();
 
     SettingsFile& m_file;
     const std::chrono::milliseconds m_interval;
+    const std::shared_ptr<std::atomic<bool>>
+        m_isClosed;                        // shared with the gates, which belong to their stores
     std::vector<ParamDescriptor*> m_kept;  // of the model
     std::function<void(const std::vector<HistoryLine>&)> m_onLines;
 
     vexa::Mutex m_writeLock;   // one transaction at a time; held over the disk
-    int64_t m_copied = 0;      // microseconds since 1970 of the last copy; of the thread
     vexa::Mutex m_storesLock;  // before the locks of a store
     std::map<eConfigID_t, std::unique_ptr<StoreHistory>> m_stores VEXA_GUARDED_BY(m_storesLock);
     // What the file has, what is being written, and what closed stores have left to write: the later ones are newer.

@@ -11,6 +11,7 @@
 #include <array>
 #include <boost/crc.hpp>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -203,8 +204,9 @@ void CheckContent(SQLite::Database& file)
 
 bool IsObstacle(const std::exception& error)
 {
-    constexpr std::array kObstacles{SQLITE_PERM,     SQLITE_BUSY,  SQLITE_LOCKED, SQLITE_NOMEM,
-                                    SQLITE_READONLY, SQLITE_IOERR, SQLITE_FULL,   SQLITE_CANTOPEN};
+    // SQLITE_PROTOCOL: too many programs want the file at once.
+    constexpr std::array kObstacles{SQLITE_PROTOCOL, SQLITE_PERM,  SQLITE_BUSY, SQLITE_LOCKED,  SQLITE_NOMEM,
+                                    SQLITE_READONLY, SQLITE_IOERR, SQLITE_FULL, SQLITE_CANTOPEN};
     const auto* const sql = dynamic_cast<const SQLite::Exception*>(&error);
     return !sql ||
            std::find(kObstacles.begin(), kObstacles.end(), sql->getErrorCode() & 0xff) != kObstacles.end();
@@ -224,8 +226,12 @@ class SettingsFile::DirectoryLock {
     DirectoryLock(const DirectoryLock&) = delete;
     DirectoryLock& operator=(const DirectoryLock&) = delete;
 
-    /// A directory that nothing can be written to is nobody's.
-    bool IsOthers() const { return m_descriptor != -1 && flock(m_descriptor, LOCK_EX | LOCK_NB) != 0; }
+    bool IsOurs() const { return m_descriptor != -1 && flock(m_descriptor, LOCK_EX | LOCK_NB) == 0; }
+    /// A directory that nothing can be written to, or that knows no locks, is nobody's.
+    bool IsOthers() const
+    {
+        return m_descriptor != -1 && flock(m_descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    }
 
   private:
     const int m_descriptor;
@@ -249,16 +255,24 @@ bool SettingsFile::Open()
         MakeTables(*m_file);
         return true;
     }
-    mkdir(m_directory.c_str(), 0700);
-    m_directoryLock = std::make_unique<DirectoryLock>(m_directory);
-    if (m_directoryLock->IsOthers()) return false;
+    if (!LockDirectory()) return false;
     try {
         OpenOrReplace();
     } catch (const std::exception& obstacle) {
         m_problem = obstacle.what();
+        vexa::Print("mainstay: cannot write the settings: %s; trying again\n", obstacle.what());
         OpenReadOnly();
     }
     return true;
+}
+
+/// @return false when another process has it. A directory that cannot be locked yet is tried again later.
+bool SettingsFile::LockDirectory()
+{
+    if (m_directoryLock && m_directoryLock->IsOurs()) return true;
+    mkdir(m_directory.c_str(), 0700);
+    m_directoryLock = std::make_unique<DirectoryLock>(m_directory);
+    return !m_directoryLock->IsOthers();
 }
 
 std::string SettingsFile::Problem() const
@@ -348,6 +362,7 @@ void SettingsFile::RestoreBackUp()
     const std::string copy = m_path + ".bak";
     if (fs::exists(copy)) {
         try {
+            MakePrivate(m_path);
             SQLite::Database(copy, SQLite::OPEN_READWRITE).backup(m_path.c_str(), SQLite::Database::Save);
             OpenExisting();
             m_notes.push_back("the values are those of the last good copy, " + copy);
@@ -401,20 +416,23 @@ bool SettingsFile::Recover(const std::exception& reason)
     if (m_directory.empty()) return false;
     const bool isWhole = IsObstacle(reason);
     if (m_file && isWhole && !m_isReadOnly) return false;
+    if (!LockDirectory()) throw SQLite::Exception("another daemon keeps its state there", SQLITE_BUSY);
     if (!isWhole) MoveAside(reason.what());
     m_file.reset();
     OpenOrReplace();
     return true;
 }
 
-void SettingsFile::Write(const Batch& batch)
+int64_t SettingsFile::Write(const Batch& batch)
 {
     vexa::MutexLock hold(m_lock);
+    if (!m_path.empty() && m_file && !fs::exists(m_path)) ThrowDamaged("it was removed");
     SQLite::Transaction all(File(), SQLite::TransactionBehavior::IMMEDIATE);
     PutValues(batch);
     PutHistory(batch.history);
     all.commit();
     m_problem.clear();
+    return File().getLastInsertRowid();
 }
 
 void SettingsFile::PutValues(const Batch& batch)
@@ -579,8 +597,18 @@ void SettingsFile::BackUp()
     fs::remove(fresh, error);
     MakePrivate(fresh);
     File().backup(fresh.c_str(), SQLite::Database::Save);
+    CheckContent(*std::make_unique<SQLite::Database>(fresh, SQLite::OPEN_READWRITE));
     Rename(fresh, copy);
     SyncDirectory(m_directory);
+}
+
+bool SettingsFile::WantsBackUp() const
+{
+    if (m_directory.empty()) return false;
+    std::error_code error;
+    const auto copied = fs::last_write_time(m_path + ".bak", error);
+    const auto age = fs::file_time_type::clock::now() - copied;
+    return error || age > std::chrono::hours(24) || age < -std::chrono::hours(24);  // the clock may be set
 }
 
 }  // namespace state

@@ -87,7 +87,8 @@ class SettingsFile {
     /// when the file turned out to be damaged. Throws while the obstacle is there.
     /// @param reason  what the operation threw. @return whether it is another file now, with values of its own.
     bool Recover(const std::exception& reason);
-    void Write(const Batch& batch);
+    /// @return the identifier of the newest line of the history, if the batch had any.
+    int64_t Write(const Batch& batch);
 
     void SavePreset(const SavedPreset& preset);
     std::optional<SavedPreset> LoadPreset(unsigned int number);
@@ -102,12 +103,15 @@ class SettingsFile {
     /// The identifier of the newest line, 0 without any.
     int64_t NewestLine();
 
-    /// Replaces the last good copy.
+    /// Replaces the last good copy, unless this file is damaged.
     void BackUp();
+    /// Whether the last good copy is missing, or older than a day.
+    bool WantsBackUp() const;
 
   private:
     class DirectoryLock;
 
+    bool LockDirectory();
     void OpenOrReplace() VEXA_REQUIRES(m_lock);
     void OpenExisting() VEXA_REQUIRES(m_lock);
     void OpenReadOnly() VEXA_REQUIRES(m_lock);
