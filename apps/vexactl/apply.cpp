@@ -77,9 +77,8 @@ void Checks::RequireModel()
 
 std::string UnknownReason(const vexa::Catalogue& catalogue, const std::string& name)
 {
-    std::string meant;
-    for (const std::string& known : catalogue.Similar(name)) meant += (meant.empty() ? "" : " or ") + known;
-    return "unknown parameter" + (meant.empty() ? "" : "; did you mean " + meant + "?");
+    const std::string meant = DidYouMean(catalogue, name);
+    return "unknown parameter" + (meant.empty() ? "" : "; " + meant);
 }
 
 std::optional<Wish> Checks::WishOf(const SettingsLine& line)

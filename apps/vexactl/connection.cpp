@@ -14,6 +14,7 @@
 
 #include "config/base/deadline.h"
 #include "vexactl/interrupts.h"
+#include "vexactl/times.h"
 
 using vexa::DeviceState;
 using vexa::DeviceStatus;
@@ -90,7 +91,7 @@ bool Connection::IsInStep()
 
 DeviceStatus Connection::Await(double seconds)
 {
-    const vexa::Deadline deadline(static_cast<unsigned int>(std::min(seconds * 1000, 2e9)));
+    const vexa::Deadline deadline(MillisecondsOf(seconds));
     for (;;) {
         Interrupts::Instance().Check();
         while (TakeNews()) continue;

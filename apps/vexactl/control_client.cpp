@@ -9,16 +9,11 @@
 #include <cstring>
 
 #include "config/base/deadline.h"
+#include "vexactl/times.h"
 
 namespace {
 
 constexpr char kUsualPath[] = "/run/mainstay/control";
-
-unsigned int MillisecondsOf(double seconds)
-{
-    constexpr double kMax = 2e9;
-    return static_cast<unsigned int>(std::min(seconds * 1000, kMax));
-}
 
 }  // namespace
 

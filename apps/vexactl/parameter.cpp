@@ -45,6 +45,13 @@ std::string SeverityName(vexa::alarms::Alarm_Severity severity)
     return name.empty() ? std::to_string(severity) : name;
 }
 
+std::string DidYouMean(const vexa::Catalogue& catalogue, const std::string& name)
+{
+    std::string meant;
+    for (const std::string& known : catalogue.Similar(name)) meant += (meant.empty() ? "" : " or ") + known;
+    return meant.empty() ? "" : "did you mean " + meant + "?";
+}
+
 std::string Padded(std::string text, size_t width)
 {
     text.resize(std::max(width, text.size()), ' ');

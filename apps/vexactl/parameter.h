@@ -50,5 +50,7 @@ class Parameter {
 
 /// "INFORMATION", "WARNING", ...; the number of a severity that this version does not know.
 std::string SeverityName(vexa::alarms::Alarm_Severity severity);
+/// "did you mean FanSpeed or FanMode?" of a name that is unknown; empty when none is like it.
+std::string DidYouMean(const vexa::Catalogue& catalogue, const std::string& name);
 /// The text, filled with blanks up to a width.
 std::string Padded(std::string text, size_t width);

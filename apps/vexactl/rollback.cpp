@@ -6,14 +6,10 @@
 #include <algorithm>
 #include <thread>
 
+#include "vexactl/times.h"
 #include "vexactl/words.h"
 
 namespace {
-
-unsigned int Milliseconds(double seconds)
-{
-    return static_cast<unsigned int>(std::min(seconds * 1000, 2e9));
-}
 
 /// A line of standard input, by single characters: what follows is for the next command.
 /// @return nothing when the time is over first. Throws Interrupted.
@@ -58,7 +54,7 @@ void Rollback::Start(const ValueChanges& changes)
 {
     // A signal is found when the request ends that it comes into: then the old values are put back.
     Interrupts::Instance().SetStop([] {});
-    m_end = vexa::Deadline(Milliseconds(m_seconds));  // before that of the daemon
+    m_end = vexa::Deadline(MillisecondsOf(m_seconds));  // before that of the daemon
     if (m_seconds > 0) m_daemon.Start(m_device, changes, m_seconds);
     m_changes = &changes;
 }
@@ -117,7 +113,7 @@ void Rollback::Undo()
     constexpr int kMostTimes = 3;  // one value may keep another from coming back before it
     if (!m_changes) return;
     const double seconds = m_daemon.Number() != 0 ? 0 : m_seconds;
-    const vexa::Deadline limit(Milliseconds(std::max(seconds, m_session.timeout)));
+    const vexa::Deadline limit(MillisecondsOf(std::max(seconds, m_session.timeout)));
     std::vector<const ValueChange*> first, left;
     std::string reason;
     for (int times = 0; times < kMostTimes && !limit.IsOver() && AwaitDevice(m_device, limit, false);) {

@@ -5,6 +5,7 @@
 
 #include "device/address.h"
 #include "services/product/product_id.h"
+#include "vexactl/times.h"
 #include "vexactl/watch.h"
 
 using vexa::DeviceState;
@@ -68,7 +69,7 @@ vexa::Device* Session::Open(std::unique_ptr<Connection>& connection, const std::
     Interrupts::Instance().Start();
     // An end in the middle of a request would leave the queue of this program behind.
     if (parsed->transport == vexa::Transport::kQueue) Interrupts::Instance().SetStop([] {});
-    const std::chrono::milliseconds limit(static_cast<long long>(std::min(timeout * 1000, 2e9)));
+    const std::chrono::milliseconds limit(MillisecondsOf(timeout));
     auto opened = std::make_unique<Connection>(address, vexa::DeviceOptions{.model = model,
                                                                             .assumesModel = !model.empty(),
                                                                             .timeout = limit,
@@ -110,11 +111,8 @@ const vexa::Catalogue& Session::Described()
 std::optional<Parameter> Session::Find(const std::string& name)
 {
     if (ParamDescriptor* const descriptor = m_catalogue->Find(name)) return Parameter(descriptor);
-    std::string meant;
-    for (const std::string& known : m_catalogue->Similar(name))
-        meant += (meant.empty() ? "" : " or ") + known;
-    const std::string help =
-        meant.empty() ? "\"list\" shows all, \"list '*PART*'\" some" : "did you mean " + meant + "?";
+    const std::string meant = DidYouMean(*m_catalogue, name);
+    const std::string help = meant.empty() ? "\"list\" shows all, \"list '*PART*'\" some" : meant;
     Fail(ExitStatus::kUnknownParameter, "unknown parameter " + Quoted(name) + "; " + help, {{"param", name}});
     return std::nullopt;
 }

@@ -91,3 +91,9 @@ std::string TimeText(timeval time)
     snprintf(text, sizeof text, "%s.%06ld%.3s:%s", date, microseconds, zone, zone + 3);
     return text;
 }
+
+unsigned int MillisecondsOf(double seconds)
+{
+    constexpr double kMost = 2e9;  // some three weeks; who waits longer is not in a hurry
+    return static_cast<unsigned int>(std::min(seconds * 1000, kMost));
+}

@@ -18,3 +18,5 @@ std::string UtcText(time_t time);
 std::string LocalText(const std::string& text);
 /// "2026-03-01T12:00:00.000123+01:00", of this time zone.
 std::string TimeText(timeval time);
+/// Of seconds that a person has typed, as many as a deadline takes.
+unsigned int MillisecondsOf(double seconds);

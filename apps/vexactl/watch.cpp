@@ -18,9 +18,7 @@ namespace {
 
 vexa::Deadline DeadlineOf(std::optional<double> seconds)
 {
-    constexpr double kMax = 2e9;  // some three weeks; who waits longer is not in a hurry
-    return vexa::Deadline(seconds ? static_cast<unsigned int>(std::min(*seconds * 1000, kMax))
-                                  : vexa::Deadline::kNever);
+    return vexa::Deadline(seconds ? MillisecondsOf(*seconds) : vexa::Deadline::kNever);
 }
 
 /// Waits for a change, news of the connection, a signal, the end of the output or the time.
