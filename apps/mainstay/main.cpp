@@ -77,8 +77,9 @@ int Serve(const Options& options, const sigset_t& stops)
 {
     Daemon daemon;
     if (!daemon.Start(options)) return 1;
-    vexa::Print("mainstay: ready, %s, %s, %s\n", ModelText().c_str(), daemon.Endpoints().c_str(),
-                daemon.StateText().c_str());
+    const std::string endpoints = daemon.Endpoints();
+    vexa::Print("mainstay: ready, %s, %s%s%s\n", ModelText().c_str(), endpoints.c_str(),
+                endpoints.empty() ? "" : ", ", daemon.StateText().c_str());
     NotifyServiceManager("READY=1");
     int signal = 0;
     sigwait(&stops, &signal);
@@ -127,14 +128,15 @@ int main(int argc, char** argv)
         ->check(CLI::Range(size_t{100}, size_t{10'000'000}))
         ->capture_default_str();
     app.add_option("--media", options.media,
-                   "Directory of the media, for presets, unless StoragePath names one")
+                   "Directory of the media, for presets; StoragePath may name one in it")
         ->type_name("DIR");
     const auto file = std::make_shared<ConfigFile>();
     app.config_formatter(file);
     app.set_config("--config", kConfigFile, "Options, and what commands do", false);
     app.allow_config_extras(CLI::config_extras_mode::error);
-    app.add_option("--control", options.control,
-                   "The control socket; default: \"control\" in $RUNTIME_DIRECTORY, without that none")
+    app.add_option(
+           "--control", options.control,
+           "The control socket; default: \"control\" in $RUNTIME_DIRECTORY, else in the state directory")
         ->type_name("PATH");
     app.set_version_flag("--version", std::string("mainstay ") + MAINSTAY_VERSION);
     try {

@@ -306,12 +306,23 @@ void Keeper::Opened(Config& store)
     store.AddUpdatePrecondition(
         new StopGate(m_isClosed));  // before anybody else uses the store, which owns it
     auto history = std::make_unique<StoreHistory>(*this, store);
+    NoteCorrections(store, values);
     {
         vexa::MutexLock hold(m_storesLock);
         m_stores[configID] = std::move(history);
         m_closed.erase(configID);  // the store has it now
     }
     MarkDirty();
+}
+
+/// What the store has made of kept values that it did not take as they are.
+void Keeper::NoteCorrections(Config& store, const Values& values)
+{
+    for (const auto& [param, value] : values) {
+        ParamDescriptor* const descriptor = FindDescriptor(param);
+        auto now = descriptor ? ReadValue(store, *descriptor) : std::nullopt;
+        if (now && *now != value) Note({Now(), store.GetConfigID(), param, value, std::move(*now), "start"});
+    }
 }
 
 void Keeper::Closing(Config& store)

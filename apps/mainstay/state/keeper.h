@@ -89,6 +89,7 @@ class Keeper : public vexa::corvalis::config::access::PeerStoreWatcher {
 
     void Run();
     void Note(Change change) VEXA_EXCLUDES(m_lock);
+    void NoteCorrections(Config& store, const Values& values) VEXA_EXCLUDES(m_lock);
     void MarkDirty() VEXA_EXCLUDES(m_lock);
     void AddNote(const std::string& note) VEXA_EXCLUDES(m_lock);
     void LoadWritten() VEXA_EXCLUDES(m_storesLock);
