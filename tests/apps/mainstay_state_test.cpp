@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -274,10 +275,12 @@ TEST(MainstayState, FactoryResetAndAlarmsAndCommands)
     const std::string script = directory / "reboot", config = directory / "mainstay.conf";
     WriteFile(script, "#!/bin/sh\necho \"$VEXA_PARAM $VEXA_VALUE $VEXA_TEXT\" $1\n");
     chmod(script.c_str(), 0700);
-    WriteFile(config,
-              "history = 500\n[action.SystemCommand.6]\nrun = [\"" + script +
-                  "\", \"now; not a shell\"]\n[action.SystemCommand.4]\nrun = [\"/bin/sleep\", \"60\"]\n"
-                  "timeout = 1\n[action.TransportCommand]\nrun = []\n");
+    WriteFile(
+        config,
+        "history = 500\n[action.SystemCommand.6]\nrun = [\"" + script +
+            "\", \"now; not a shell\"]\n[action.SystemCommand.4]\nrun = [\"/bin/sleep\", \"60\"]\n"
+            "timeout = 1\n[action.TransportCommand]\nrun = []\n[action.FanSpeed.80]\nrun = []\n"
+            "[action.SystemPassword]\nrun = [\"/bin/true\"]\n[action.SysName]\nrun = [\"/bin/true\"]\n");
     StatefulDaemon daemon({"--config", config}, {"PRODUCT_ID=OAK", "STATE_DIRECTORY"});
     daemon.Set("ReelName", "Mine");
     daemon.Set("IPAddress", "10.1.2.3");
@@ -300,7 +303,58 @@ TEST(MainstayState, FactoryResetAndAlarmsAndCommands)
     daemon.WaitForLog(script + " done");
     daemon.WaitForLog("/bin/sleep took too long and was ended");
     daemon.WaitForLog("SystemCommand = 3 eSystemCommandStartup by tcp");
-    EXPECT_THAT(daemon.Log(), Not(HasSubstr("TransportCommand = ")));
+    daemon.Set("SystemPassword", "secret");
+    daemon.Set("SysName", "x\nmainstay: forged");
+    daemon.WaitForLog("SystemPassword ********: /bin/true done");
+    daemon.WaitForLog("SysName x\\nmainstay: forged: /bin/true done");
+    // Settings are no commands, so nobody is told that nothing else was done.
+    EXPECT_THAT(daemon.Log(), AllOf(Not(HasSubstr("TransportCommand = ")), Not(HasSubstr("FanSpeed = ")),
+                                    Not(HasSubstr("secret")), Not(HasSubstr("\nmainstay: forged"))));
+}
+
+TEST(MainstayState, ProgramsAreReadToTheEndEndedInTimeAndLeftRunningAtTheStop)
+{
+    const TemporaryDirectory directory;
+    const std::string config = directory / "mainstay.conf", text = directory / "text",
+                      tooMuch = directory / "too_much", script = directory / "restart";
+    WriteFile(text, std::string(60'000, '#'));
+    WriteFile(tooMuch, std::string(70'000, '+'));
+    WriteFile(script, "#!/bin/sh\nuntil [ -e $0.go ]; do sleep 0.02; done\necho late\n: >$0.done\n");
+    chmod(script.c_str(), 0700);
+    WriteFile(config, "[action.SysName]\nrun = ['/bin/cat', '" + text +
+                          "']\n[action.ReelName]\nrun = ['/bin/cat', '" + tooMuch +
+                          "']\n[action.SystemCommand.6]\nrun = ['" + script +
+                          "']\n[action.SystemCommand.4]\ntimeout = 1\nrun = ['/usr/bin/perl', '-e', "
+                          "'$| = 1; setpgrp(0, getpgrp(getppid())); print \"$$\\n\"; sleep 60']\n");
+    Program daemon({MAINSTAY, "--no-mq", "--no-udp", "--tcp-port", "0", "--config", config}, "",
+                   {"PRODUCT_ID=OAK", "STATE_DIRECTORY"});
+    daemon.WaitForOutput("mainstay: ready");
+    {
+        vexa::Device device("tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", daemon.Err())));
+        ASSERT_TRUE(device.WaitUntilInStep(20s));
+        for (const auto& [name, value] : std::vector<std::pair<std::string, std::string>>{
+                 {"SysName", "x"}, {"ReelName", "x"}, {"SystemCommand", "4"}, {"SystemCommand", "6"}})
+            device.Set(name, value);
+        daemon.WaitForOutput("SysName x: /bin/cat done");
+        daemon.WaitForOutput("ReelName x: /bin/cat done");
+        daemon.WaitForOutput("says more than 64 KiB: the rest is left out");
+        daemon.WaitForOutput("/usr/bin/perl took too long and was ended");
+        daemon.WaitForOutput(script + " started");
+        device.Set("SystemCommand", "4");
+        device.Set("SystemCommand", "3");
+        daemon.WaitForOutput("SystemCommand = 3");  // so the one before waits for its program
+    }
+    const std::string log = daemon.Err();
+    EXPECT_EQ(std::ranges::count(log, '#'), 60'000);
+    EXPECT_EQ(std::ranges::count(log, '+'), 65'536);
+    EXPECT_EQ(kill(NumberAfter("/usr/bin/perl says: ", log), 0), -1);
+
+    daemon.Signal(SIGTERM);
+    const std::string end = daemon.Wait().err;
+    EXPECT_THAT(end, HasSubstr(script + " still runs; the daemon stops without waiting for it"));
+    EXPECT_THAT(end, HasSubstr("SystemCommand: 1 more waited for their program, and are not carried out"));
+    WriteFile(script + ".go", "");
+    EXPECT_TRUE(Eventually([&] { return access((script + ".done").c_str(), F_OK) == 0; }));
 }
 
 TEST(MainstayState, AConfigurationFileThatIsWrongIsOneLine)

@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include <algorithm>
+
 #include "config/base/harmless.h"
 #include "config/base/log.h"
 #include "config/base/origin.h"
@@ -10,6 +12,7 @@
 #include "config/descriptors/integer_descriptor.h"
 #include "device/catalogue.h"
 #include "device/format.h"
+#include "mainstay/state/keeper.h"
 #include "services/alarms/alarm_producer.h"
 #include "services/product/product_features.h"
 
@@ -71,6 +74,11 @@ class CommandView : public vexa::CatalogueConfig {
     const unsigned int m_value;
 };
 
+bool HasOwnAction(ParamDescriptor& descriptor)
+{
+    return descriptor.HasClassName("action_param") && descriptor.GetAction();
+}
+
 }  // namespace
 
 bool IsCommand(ParamDescriptor& descriptor)
@@ -81,6 +89,14 @@ bool IsCommand(ParamDescriptor& descriptor)
     if (!isTransient || descriptor.HasClassName("readonly") || descriptor.HasClassName("alarm")) return false;
     // Hidden ones are words between the device's own programs, but for this one.
     return !descriptor.HasClassName("hidden_param") || descriptor.GetParamID() == eParamID_SystemCommand;
+}
+
+bool IsBuiltIn(ParamDescriptor& descriptor)
+{
+    constexpr eParam_t kHandled[] = {eParamID_RegisterSave, eParamID_RegisterRecall,  eParamID_RegisterStore,
+                                     eParamID_RegisterLoad, eParamID_FactorySettings, eParamID_Clear_Alarms};
+    return std::ranges::find(kHandled, descriptor.GetParamID()) != std::end(kHandled) ||
+           HasOwnAction(descriptor);
 }
 
 Actions::Actions(Config& store, Presets& presets, Programs& programs)
@@ -214,27 +230,31 @@ void Actions::ClearAlarms(const Command& command)
 void Actions::RunProgram(const Command& command)
 {
     ParamDescriptor& descriptor = *command.descriptor;
-    if (descriptor.HasClassName("action_param") && descriptor.GetAction()) {
+    if (HasOwnAction(descriptor)) {
         const vexa::OriginScope origin(vexa::Catalogue::NameOf(descriptor) + " by " + command.who);
         descriptor.GetAction()(&m_store, &descriptor);
         return;
     }
     const ProgramAction* const action = m_programs.Find(descriptor.GetParamID(), NumberOf(command.value));
-    if (!action) return NoteUnserved(command);
+    if (!action) {
+        if (IsCommand(descriptor)) NoteUnserved(command);
+        return;
+    }
     if (action->run.empty()) return;
     const std::string value = std::holds_alternative<std::string>(command.value)
                                   ? std::get<std::string>(command.value)
                                   : std::to_string(NumberOf(command.value));
     const std::string name = vexa::Catalogue::NameOf(descriptor);
-    if (!m_programs.Start(*action, {name, value, vexa::Format(descriptor, command.value), command.who}))
+    if (!m_programs.Start(*action, {name, value, vexa::Format(descriptor, command.value), command.who,
+                                    state::Shown(descriptor.GetParamID(), command.value)}))
         vexa::Print("mainstay: %s is not carried out: too many wait for their program\n", name.c_str());
 }
 
 void Actions::NoteUnserved(const Command& command)
 {
     const std::string text = vexa::Catalogue::NameOf(*command.descriptor) + " = " +
-                             vexa::Harmless(vexa::Format(*command.descriptor, command.value)) + " by " +
-                             command.who +
+                             vexa::Harmless(state::Shown(command.descriptor->GetParamID(), command.value)) +
+                             " by " + command.who +
                              ": stored and announced, nothing else: mainstay.conf has no action";
     vexa::Print("mainstay: %s\n", text.c_str());
     vexa::MutexLock hold(m_lock);

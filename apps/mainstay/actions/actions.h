@@ -20,6 +20,8 @@ namespace actions {
 
 /// Whether setting the parameter asks the device to do something: it has no state to keep.
 bool IsCommand(ParamDescriptor& descriptor);
+/// Whether the daemon itself carries the command out: programs are not asked then.
+bool IsBuiltIn(ParamDescriptor& descriptor);
 
 /// Hears the commands of the store and carries them out, one after the other, on the thread "ms-actions": presets,
 /// clearing alarms, the actions of the catalogue, programs. Thread: made and destroyed by one; the rest on any.

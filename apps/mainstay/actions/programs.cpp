@@ -13,9 +13,10 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <system_error>
+#include <utility>
 
 #include "config/base/deadline.h"
-#include "config/base/harmless.h"
 #include "config/base/log.h"
 
 namespace actions {
@@ -26,6 +27,34 @@ namespace {
 constexpr size_t kMaxWaiting = 16;
 /// A program that prints without end must not fill the log: the rest is read, and left out.
 constexpr size_t kMaxOutputBytes = size_t{64} << 10;
+/// A program that was killed ends at once, unless it hangs in a driver.
+constexpr unsigned int kKilledMilliseconds = 2000;
+
+class Pipe {
+  public:
+    Pipe()
+    {
+        if (pipe2(m_ends.data(), O_CLOEXEC) != 0)
+            throw std::system_error(errno, std::generic_category(), "pipe");
+    }
+    ~Pipe()
+    {
+        close(m_ends[0]);
+        CloseWriting();
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+
+    int Reading() const { return m_ends[0]; }
+    int Writing() const { return m_ends[1]; }
+    void CloseWriting()
+    {
+        if (m_ends[1] != -1) close(std::exchange(m_ends[1], -1));
+    }
+
+  private:
+    std::array<int, 2> m_ends{};
+};
 
 /// What an own process group needs, and no more: nothing of the daemon's signals and descriptors.
 class SpawnSettings {
@@ -40,6 +69,8 @@ class SpawnSettings {
         sigset_t none, all;
         sigemptyset(&none);
         sigfillset(&all);
+        // Ignored as in the daemon: when that has stopped, nobody reads what the program prints.
+        sigdelset(&all, SIGPIPE);
         posix_spawnattr_setsigmask(&m_attributes, &none);
         posix_spawnattr_setsigdefault(&m_attributes, &all);
         posix_spawnattr_setpgroup(&m_attributes, 0);
@@ -85,9 +116,108 @@ std::vector<char*> Pointers(std::vector<std::string>& texts)
     return pointers;
 }
 
-std::string HowItEnded(int status, bool isOverdue)
+/// A program that was started. Nothing here waits for it.
+class Child {
+  public:
+    explicit Child(pid_t pid) : m_pid(pid), m_descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
+    ~Child()
+    {
+        if (m_descriptor != -1) close(m_descriptor);
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    bool HasEnded()
+    {
+        m_hasEnded = m_hasEnded || waitpid(m_pid, &m_status, WNOHANG) != 0;
+        return m_hasEnded;
+    }
+    /// Of waitpid, once it has ended.
+    int Status() const { return m_status; }
+    /// With all that it has started, and alone if it has left its group.
+    void Kill() const
+    {
+        if (m_hasEnded) return;
+        kill(-m_pid, SIGKILL);
+        kill(m_pid, SIGKILL);
+    }
+
+    /// Becomes readable when it ends; -1 on systems that have no such thing.
+    int Descriptor() const { return m_descriptor; }
+    int PollTimeout(const vexa::Deadline& deadline) const
+    {
+        constexpr int kLookAgain = 50;
+        return m_descriptor == -1 ? std::min(kLookAgain, deadline.PollTimeout()) : deadline.PollTimeout();
+    }
+
+  private:
+    const pid_t m_pid;
+    const int m_descriptor;
+    int m_status = 0;
+    bool m_hasEnded = false;
+};
+
+/// What a program prints, on its way to the log.
+class Output {
+  public:
+    /// @param descriptor  borrowed.
+    Output(int descriptor, const std::string& name) : m_descriptor(descriptor), m_name(name)
+    {
+        fcntl(descriptor, F_SETFL, O_NONBLOCK);
+    }
+
+    /// -1 when nothing more will come.
+    int Descriptor() const { return m_isOpen ? m_descriptor : -1; }
+    /// @return false when there is nothing at the moment.
+    bool CopySome()
+    {
+        std::array<char, 2048> text{};
+        const ssize_t n = read(m_descriptor, text.data(), text.size());
+        if (n <= 0) {
+            m_isOpen = n == -1 && (errno == EAGAIN || errno == EINTR);
+            return false;
+        }
+        Print({text.data(), static_cast<size_t>(n)});
+        return true;
+    }
+    /// What it has printed until now. Its descendants may print for ever.
+    void CopyRest()
+    {
+        while (!m_isCut && CopySome()) {
+        }
+    }
+
+  private:
+    void Print(std::string_view text)
+    {
+        if (m_isCut) return;
+        const std::string_view shown = text.substr(0, kMaxOutputBytes - m_bytes);
+        m_bytes += shown.size();
+        m_isCut = shown.size() < text.size();
+        if (!shown.empty())
+            vexa::Print("mainstay: %s says: %.*s%s", m_name.c_str(), static_cast<int>(shown.size()),
+                        shown.data(), shown.back() == '\n' ? "" : "\n");
+        if (m_isCut)
+            vexa::Print("mainstay: %s says more than %zu KiB: the rest is left out\n", m_name.c_str(),
+                        kMaxOutputBytes >> 10);
+    }
+
+    const int m_descriptor;
+    const std::string m_name;
+    size_t m_bytes = 0;
+    bool m_isOpen = true, m_isCut = false;
+};
+
+/// What a wait for a program came to.
+enum class End { kEnded, kOverdue, kStopping };
+
+std::string HowItEnded(End end, int status, bool isOverdue)
 {
-    if (isOverdue) return "took too long and was ended";
+    if (isOverdue)
+        return end == End::kEnded
+                   ? "took too long and was ended"
+                   : "took too long, was killed and has not ended: nobody waits for it any more";
+    if (end == End::kStopping) return "still runs; the daemon stops without waiting for it";
     if (WIFSIGNALED(status)) return std::string("was ended: ") + strsignal(WTERMSIG(status));
     if (const int code = WEXITSTATUS(status)) return "failed with status " + std::to_string(code);
     return "done";
@@ -97,11 +227,7 @@ std::string HowItEnded(int status, bool isOverdue)
 
 class Programs::Line {
   public:
-    Line()
-    {
-        if (pipe2(m_end.data(), O_CLOEXEC) != 0) m_end = {-1, -1};
-        m_thread = std::thread([this] { Run(); });
-    }
+    Line() : m_thread([this] { Run(); }) {}
     ~Line()
     {
         {
@@ -109,9 +235,12 @@ class Programs::Line {
             m_isEnding = true;
             m_changed.NotifyAll();
         }
-        close(m_end[1]);  // whoever polls the other end wakes up
+        m_end.CloseWriting();  // whoever polls the other end wakes up
         m_thread.join();
-        close(m_end[0]);
+        vexa::MutexLock hold(m_lock);
+        if (!m_waiting.empty())
+            vexa::Print("mainstay: %s: %zu more waited for their program, and are not carried out\n",
+                        m_waiting.front().second.param.c_str(), m_waiting.size());
     }
     Line(const Line&) = delete;
     Line& operator=(const Line&) = delete;
@@ -150,69 +279,52 @@ class Programs::Line {
 
     void RunProgram(const ProgramAction& action, const ProgramRequest& request)
     {
-        const std::string name = request.param + " " + request.text + ": " + action.run.front();
-        std::array<int, 2> output{};
-        if (pipe2(output.data(), O_CLOEXEC) != 0) return vexa::PrintError("mainstay: pipe");
+        const std::string name = request.param + " " + request.shown + ": " + action.run.front();
         std::vector<std::string> arguments = action.run, environment = EnvironmentOf(request);
-        pid_t child = 0;
-        const SpawnSettings settings(output[1]);
-        const int error = posix_spawn(&child, arguments[0].c_str(), settings.Files(), settings.Attributes(),
+        Pipe pipe;
+        pid_t pid = 0;
+        const SpawnSettings settings(pipe.Writing());
+        const int error = posix_spawn(&pid, arguments[0].c_str(), settings.Files(), settings.Attributes(),
                                       Pointers(arguments).data(), Pointers(environment).data());
-        close(output[1]);
-        if (error == 0) {
-            vexa::Print("mainstay: %s started by %s\n", vexa::Harmless(name).c_str(), request.who.c_str());
-            const bool isInTime = CopyOutput(output[0], child, action, name);
-            if (!isInTime) kill(-child, SIGKILL);
-            int status = 0;
-            while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
-            }
-            vexa::Print("mainstay: %s %s\n", vexa::Harmless(name).c_str(),
-                        HowItEnded(status, !isInTime).c_str());
-        } else {
-            vexa::Print("mainstay: %s cannot be started: %s\n", vexa::Harmless(name).c_str(),
-                        strerror(error));
+        pipe.CloseWriting();
+        if (error != 0) {
+            vexa::Print("mainstay: %s cannot be started: %s\n", name.c_str(), strerror(error));
+            return;
         }
-        close(output[0]);
+        vexa::Print("mainstay: %s started by %s\n", name.c_str(), request.who.c_str());
+        Child child(pid);
+        Output output(pipe.Reading(), name);
+        const std::chrono::milliseconds timeout = action.timeout;
+        End end = Follow(child, output, vexa::Deadline(static_cast<unsigned int>(timeout.count())));
+        const bool isOverdue = end == End::kOverdue;
+        if (isOverdue) {
+            child.Kill();
+            end = Follow(child, output, vexa::Deadline(kKilledMilliseconds));
+        }
+        output.CopyRest();
+        vexa::Print("mainstay: %s %s\n", name.c_str(), HowItEnded(end, child.Status(), isOverdue).c_str());
     }
 
-    /// To the log, until the program has ended. Its descendants may keep the output open: they are not waited for.
-    /// @return false when its time, or the daemon's, is over.
-    bool CopyOutput(int output, pid_t child, const ProgramAction& action, const std::string& name)
+    /// Copies what it prints. Its descendants may keep the output open: they are not waited for.
+    End Follow(Child& child, Output& output, const vexa::Deadline& deadline)
     {
-        const int process = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
-        const vexa::Deadline deadline(
-            static_cast<unsigned int>(std::chrono::milliseconds(action.timeout).count()));
-        size_t bytes = 0;
-        bool hasEnded = false, isOpen = true;
-        while (!hasEnded && !deadline.IsOver()) {
-            std::array<pollfd, 3> ready{
-                {{isOpen ? output : -1, POLLIN, 0}, {process, POLLIN, 0}, {m_end[0], POLLIN, 0}}};
-            poll(ready.data(), ready.size(), deadline.PollTimeout());
-            hasEnded = ready[1].revents != 0 || (process == -1 && !isOpen);
-            if (ready[2].revents != 0) break;
-            if (ready[0].revents != 0) isOpen = CopySome(output, bytes, name);
+        while (!child.HasEnded()) {
+            if (deadline.IsOver()) return End::kOverdue;
+            std::array<pollfd, 3> ready{{{output.Descriptor(), POLLIN, 0},
+                                         {child.Descriptor(), POLLIN, 0},
+                                         {m_end.Reading(), POLLIN, 0}}};
+            poll(ready.data(), ready.size(), child.PollTimeout(deadline));
+            if (ready[0].revents != 0) output.CopySome();
+            if (ready[2].revents != 0) return child.HasEnded() ? End::kEnded : End::kStopping;
         }
-        close(process);
-        return hasEnded;
-    }
-
-    static bool CopySome(int output, size_t& bytes, const std::string& name)
-    {
-        std::array<char, 2048> text{};
-        const ssize_t n = read(output, text.data(), text.size());
-        if (n <= 0) return n == -1 && errno == EINTR;
-        if (bytes < kMaxOutputBytes)
-            vexa::Print("mainstay: %s says: %.*s%s", vexa::Harmless(name).c_str(), static_cast<int>(n),
-                        text.data(), text[static_cast<size_t>(n) - 1] == '\n' ? "" : "\n");
-        bytes += static_cast<size_t>(n);
-        return true;
+        return End::kEnded;
     }
 
     vexa::Mutex m_lock;
     vexa::CondVar m_changed;
     std::deque<Job> m_waiting VEXA_GUARDED_BY(m_lock);
     bool m_isEnding VEXA_GUARDED_BY(m_lock) = false;
-    std::array<int, 2> m_end{-1, -1};
+    Pipe m_end;  // nothing is written: its end is the daemon's stop
     std::thread m_thread;
 };
 

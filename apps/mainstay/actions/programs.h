@@ -26,6 +26,7 @@ struct ProgramAction {
 /// What the program learns of its command: in VEXA_PARAM, VEXA_VALUE, VEXA_TEXT and VEXA_WHO.
 struct ProgramRequest {
     std::string param, value, text, who;
+    std::string shown;  ///< the value as the log may have it
 };
 
 /// Runs programs, one at a time for each parameter, without a shell. What they print goes to the log, and so does what
@@ -33,7 +34,7 @@ struct ProgramRequest {
 class Programs {
   public:
     explicit Programs(std::vector<ProgramAction> actions);
-    /// Ends the programs that run.
+    /// Leaves the programs that run alone: one that restarts the daemon must not end with it.
     ~Programs();
 
     /// Whether there is an entry for any of its values.

@@ -42,7 +42,8 @@ bool WriteValue(Config& store, ParamDescriptor& descriptor, const vexa::Value& v
 std::optional<std::string> Misfit(ParamDescriptor& descriptor, const vexa::Value& value);
 /// "FanSpeed"; the number of one that this model does not have.
 std::string NameOf(eParam_t id);
-/// A value for lines that people read: no secrets, nothing that would end the line, and not much of a long text.
+/// A value for lines that people read: no secrets, nothing that would end the line, and not much of a long text. "" for an unknown
+/// parameter.
 std::string Shown(eParam_t id, const vexa::Value& value);
 /// Now, in microseconds since 1970.
 int64_t Now();
