@@ -5,16 +5,21 @@
 #include <chrono>
 #include <sstream>
 
-#include "device/catalogue.h"
 #include "device/format.h"
+#include "mainstay/actions/actions.h"
 
 namespace {
 
 constexpr int64_t kMaxTimeout = 86'400;
 
+[[noreturn]] void Refuse(uint32_t line, const std::string& what)
+{
+    throw CLI::ConfigError("line " + std::to_string(line) + ": " + what);
+}
+
 [[noreturn]] void Refuse(const toml::node& node, const std::string& what)
 {
-    throw CLI::ConfigError("line " + std::to_string(node.source().begin.line) + ": " + what);
+    Refuse(node.source().begin.line, what);
 }
 
 /// A value as it would stand on the command line.
@@ -44,8 +49,7 @@ std::vector<CLI::ConfigItem> ConfigFile::from_config(std::istream& input) const
     try {
         file = toml::parse(input);
     } catch (const toml::parse_error& error) {
-        throw CLI::ConfigError("line " + std::to_string(error.source().begin.line) + ": " +
-                               std::string(error.description()));
+        Refuse(error.source().begin.line, std::string(error.description()));
     }
     std::vector<CLI::ConfigItem> settings;
     for (const auto& [key, node] : file) {
@@ -65,50 +69,72 @@ void ConfigFile::ReadActions(const toml::node& node) const
     for (const auto& [param, entry] : *params) {
         const toml::table* const table = entry.as_table();
         if (!table) Refuse(entry, "\"action." + std::string(param.str()) + "\" is a table");
-        if (table->contains("run")) ReadEntry(std::string(param.str()), "", *table);
-        for (const auto& [value, inner] : *table)
-            if (const toml::table* const ofValue = inner.as_table())
-                ReadEntry(std::string(param.str()), std::string(value.str()), *ofValue);
+        ReadParam(std::string(param.str()), *table);
     }
 }
 
-void ConfigFile::ReadEntry(const std::string& param, const std::string& value, const toml::table& table) const
+void ConfigFile::ReadParam(const std::string& param, const toml::table& table) const
 {
-    Entry entry{param, value, {}, 60};
-    const toml::node* const run = table.get("run");
-    if (!run || !run->is_array()) Refuse(table, "\"run\" is missing: a list of program and arguments");
-    entry.run = TextsOf(*run);
-    if (!entry.run.empty() && !entry.run.front().starts_with('/'))
-        Refuse(*run, "a program is named by its whole path");
+    bool isEntry = table.empty();
     for (const auto& [key, node] : table) {
-        if (key == "run" || node.is_table()) continue;
+        if (const toml::table* const ofValue = node.as_table())
+            ReadEntry(param, std::string(key.str()), *ofValue);
+        else
+            isEntry = true;
+    }
+    if (isEntry) ReadEntry(param, std::nullopt, table);
+}
+
+void ConfigFile::ReadEntry(const std::string& param, const std::optional<std::string>& value,
+                           const toml::table& table) const
+{
+    Entry entry{table.source().begin.line, param, value, {}, 60};
+    for (const auto& [key, node] : table) {
+        if (key == "run" || (node.is_table() && !value)) continue;
         const auto seconds = node.value<int64_t>();
         if (key != "timeout" || !seconds || *seconds < 1 || *seconds > kMaxTimeout)
             Refuse(node,
                    "\"" + std::string(key.str()) + "\": an action has \"run\", and \"timeout\" in seconds");
         entry.timeout = *seconds;
     }
+    const toml::node* const run = table.get("run");
+    if (!run || !run->is_array()) Refuse(table, "\"run\" is missing: a list of program and arguments");
+    entry.run = TextsOf(*run);
+    if (!entry.run.empty() && !entry.run.front().starts_with('/'))
+        Refuse(*run, "a program is named by its whole path");
     m_entries.push_back(std::move(entry));
+}
+
+/// Refuses what would never run.
+actions::ProgramAction ConfigFile::Resolve(const Entry& entry, const vexa::Catalogue& catalogue)
+{
+    const std::string name = entry.Name() + ": ";
+    ParamDescriptor* const descriptor = catalogue.Find(entry.param);
+    if (!descriptor) Refuse(entry.line, name + "there is no such parameter");
+    if (actions::IsBuiltIn(*descriptor)) Refuse(entry.line, name + "the daemon itself carries it out");
+    if (vexa::HoldsBytes(*descriptor)) Refuse(entry.line, name + "only numbers and texts have actions");
+    actions::ProgramAction action{
+        descriptor->GetParamID(), {}, entry.run, std::chrono::seconds(entry.timeout)};
+    if (!entry.value) return action;
+    std::string reason;
+    const auto value = vexa::Parse(*descriptor, *entry.value, reason);
+    if (value && std::holds_alternative<std::string>(*value))
+        reason = "only numbers have actions of their own";
+    if (value && reason.empty()) reason = vexa::Objection(*descriptor, *value).value_or("");
+    if (!reason.empty()) Refuse(entry.line, name + reason);
+    action.value = std::get<unsigned int>(*value);
+    return action;
 }
 
 std::vector<actions::ProgramAction> ConfigFile::Actions(const std::string& model) const
 {
+    const auto catalogue = vexa::Catalogue::Of(model);
     std::vector<actions::ProgramAction> actions;
     for (const Entry& entry : m_entries) {
-        ParamDescriptor* const descriptor = vexa::Catalogue::Of(model)->Find(entry.param);
-        if (!descriptor) throw CLI::ConfigError("action." + entry.param + ": there is no such parameter");
-        actions::ProgramAction action{
-            descriptor->GetParamID(), {}, entry.run, std::chrono::seconds(entry.timeout)};
-        if (!entry.value.empty()) {
-            std::string reason;
-            const auto value = vexa::Parse(*descriptor, entry.value, reason);
-            if (value && std::holds_alternative<std::string>(*value))
-                reason = "only numbers have actions of their own";
-            if (value && reason.empty()) reason = vexa::Objection(*descriptor, *value).value_or("");
-            if (!reason.empty())
-                throw CLI::ConfigError("action." + entry.param + "." + entry.value + ": " + reason);
-            action.value = std::get<unsigned int>(*value);
-        }
+        actions::ProgramAction action = Resolve(entry, *catalogue);
+        for (size_t i = 0; i < actions.size(); ++i)
+            if (actions[i].param == action.param && actions[i].value == action.value)
+                Refuse(entry.line, entry.Name() + ": the same as " + m_entries[i].Name());
         actions.push_back(std::move(action));
     }
     return actions;

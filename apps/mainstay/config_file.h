@@ -8,9 +8,11 @@
 #include <toml++/toml.h>
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "device/catalogue.h"
 #include "mainstay/actions/programs.h"
 
 /// Reads mainstay.conf for the parser of the command line. Thread: one.
@@ -26,12 +28,19 @@ class ConfigFile : public CLI::Config {
 
   private:
     struct Entry {
-        std::string param, value;  // as written; no value: all
+        uint32_t line;
+        std::string param;
+        std::optional<std::string> value;  // both as written; nothing: all values
         std::vector<std::string> run;
         int64_t timeout = 60;
+
+        std::string Name() const { return "action." + param + (value ? "." + *value : ""); }
     };
     void ReadActions(const toml::node& node) const;
-    void ReadEntry(const std::string& param, const std::string& value, const toml::table& table) const;
+    void ReadParam(const std::string& param, const toml::table& table) const;
+    void ReadEntry(const std::string& param, const std::optional<std::string>& value,
+                   const toml::table& table) const;
+    static actions::ProgramAction Resolve(const Entry& entry, const vexa::Catalogue& catalogue);
 
     mutable std::vector<Entry> m_entries;  // the parser asks through a constant
 };

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -123,6 +124,9 @@ int main(int argc, char** argv)
     app.add_option("--commit-interval", options.commitInterval,
                    "Seconds from the first change that is not on the disk to the moment when it is written")
         ->check(CLI::Range(0.01, 3600.0))
+        ->check([](const std::string& text) {
+            return std::isnan(strtod(text.c_str(), nullptr)) ? "not a number" : std::string();
+        })
         ->capture_default_str();
     app.add_option("--history", options.historyLimit, "Changes that the history keeps")
         ->check(CLI::Range(size_t{100}, size_t{10'000'000}))

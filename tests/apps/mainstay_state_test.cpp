@@ -368,7 +368,17 @@ TEST(MainstayState, AConfigurationFileThatIsWrongIsOneLine)
              {"\n[action.NoSuch]\nrun = []", "action.NoSuch: there is no such parameter"},
              {"[action.SystemCommand.99]\nrun = []", "action.SystemCommand.99: "},
              {"[action.SystemCommand]\nrun = [\"reboot\"]", "line 2: a program is named by its whole path"},
-             {"[action.SystemCommand.6]\nprogram = 1", "\"run\" is missing"}}) {
+             {"[action.SystemCommand.6]\nprogram = 1", "line 2: \"program\""},
+             {"[action.SystemCommand]\nrnu = []", "line 2: \"rnu\""},
+             {"[action.SystemCommand]\ntimeout = 1", "line 1: \"run\" is missing"},
+             {"[action.SystemCommand]\n6 = [\"/x\"]", "line 2: \"6\""},
+             {"[action.SystemCommand.6.a]\nrun = []", "line 1: \"a\""},
+             {"[action.RegisterSave]\nrun = []", "line 1: action.RegisterSave: the daemon itself"},
+             {"[action.Clear_Alarms.1]\nrun = []", "line 1: action.Clear_Alarms.1: the daemon itself"},
+             {"[action.SW_Error_Alarm]\nrun = []", "line 1: action.SW_Error_Alarm: only numbers and texts"},
+             {"[action.SystemCommand.6]\nrun = []\n[action.SystemCommand.eSystemCommandReboot]\nrun = []",
+              "line 3: action.SystemCommand.eSystemCommandReboot: the same as action.SystemCommand.6"},
+             {"commit-interval = nan", "--commit-interval: not a number"}}) {
         WriteFile(config, text);
         const ProgramResult result = RunProgram({MAINSTAY, "--config", config}, "", {"PRODUCT_ID=OAK"});
         EXPECT_EQ(result.status, 2) << text;
