@@ -2,6 +2,9 @@
 
 #include <pthread.h>
 
+#include <set>
+#include <utility>
+
 #include <algorithm>
 
 #include "config/base/harmless.h"
@@ -111,9 +114,9 @@ Actions::Actions(Config& store, Presets& presets, Programs& programs)
           {eParamID_RegisterLoad, [this](const Command& c) { m_presets.Load(NumberOf(c.value)); }},
           {eParamID_FactorySettings, [this](const Command& c) { RestoreFactorySettings(c); }},
           {eParamID_Clear_Alarms, [this](const Command& c) { ClearAlarms(c); }},
-      },
-      m_heard(Heard(programs))
+      }
 {
+    ChooseHeard();
     m_thread = std::thread([this] { Run(); });  // first, for it may fail
     m_store.AddConfigEventListener(this);
 }
@@ -139,14 +142,18 @@ bool Actions::ParamChanged(eParam_t id, std::string value, timeval)
     return Hear(id, std::move(value));
 }
 
-std::map<eParam_t, ParamDescriptor*> Actions::Heard(const Programs& programs)
+void Actions::ChooseHeard()
 {
-    std::map<eParam_t, ParamDescriptor*> heard;
+    std::set<eParam_t> followers;
     for (const eParam_t id : GetParamIDs()) {
         ParamDescriptor* const descriptor = FindDescriptor(id);
-        if (descriptor && (IsCommand(*descriptor) || programs.Has(id))) heard[id] = descriptor;
+        if (!descriptor) continue;
+        for (const eParam_t follower : descriptor->GetDependentParamIDs()) followers.insert(follower);
+        if (IsCommand(*descriptor) || m_programs.Has(id))
+            m_heard[id] = {descriptor, false, state::ReadValue(m_store, *descriptor).value_or(0U)};
     }
-    return heard;
+    for (const eParam_t id : followers)
+        if (const auto found = m_heard.find(id); found != m_heard.end()) found->second.isFollower = true;
 }
 
 /// On the thread that sets the command: it is only noted here.
@@ -154,7 +161,9 @@ bool Actions::Hear(eParam_t id, vexa::Value value)
 {
     const auto found = m_heard.find(id);
     if (found == m_heard.end()) return true;
-    ParamDescriptor* const descriptor = found->second;
+    ParamDescriptor* const descriptor = found->second.descriptor;
+    const bool isSame = std::exchange(found->second.value, value) == value;
+    if (isSame && found->second.isFollower) return true;
     if (IsCommand(*descriptor) && IsAtRest(*descriptor, value)) return true;
     Command command{descriptor, std::move(value), vexa::CurrentOrigin(), {}};
     if (id == eParamID_RegisterSave && IsIdle()) command.snapshot = m_presets.Snapshot();

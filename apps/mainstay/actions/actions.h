@@ -50,7 +50,7 @@ class Actions : public ConfigEventListener {
     };
     using Handler = std::function<void(const Command&)>;
 
-    static std::map<eParam_t, ParamDescriptor*> Heard(const Programs& programs);
+    void ChooseHeard();
     bool Hear(eParam_t id, vexa::Value value);
     bool IsIdle() const;
     void Run();
@@ -63,7 +63,13 @@ class Actions : public ConfigEventListener {
     Presets& m_presets;
     Programs& m_programs;
     const std::map<eParam_t, Handler> m_handlers;
-    const std::map<eParam_t, ParamDescriptor*> m_heard;  // commands, and whatever mainstay.conf names
+    /// A command, or whatever mainstay.conf names.
+    struct Heard {
+        ParamDescriptor* descriptor;
+        bool isFollower;  // announced along with another parameter, too: then only another value is a command
+        vexa::Value value;  // the last one
+    };
+    std::map<eParam_t, Heard> m_heard;  // guarded by the store's turn
 
     mutable vexa::Mutex m_lock;  // innermost: taken by those who change values
     vexa::CondVar m_changed;
