@@ -13,6 +13,7 @@
 #include "config/access/server/peer_stores.h"
 #include "config/access/server/queues/queue_service.h"
 #include "config/base/log.h"
+#include "config/config_event_listener.h"
 #include "config/descriptors/registry/registry.h"
 #include "mainstay/actions/identity.h"
 #include "mainstay/control/reports.h"
@@ -48,6 +49,13 @@ bool CheckPort(int socketType, int port, const char* name)
     vexa::Print("mainstay: cannot serve %s port %d: %s\n", name, port, strerror(errno));
     return false;
 }
+
+class SilentListener : public ConfigEventListener {
+  public:
+    using ConfigEventListener::ParamChanged;
+    bool ParamChanged(eParam_t, unsigned int, timeval) override { return true; }
+    bool ParamChanged(eParam_t, std::string, timeval) override { return true; }
+};
 
 }  // namespace
 
@@ -137,6 +145,15 @@ std::string Daemon::StateText() const
 {
     const std::string path = m_file->Path();
     return path.empty() ? "state not kept" : "state in " + path.substr(0, path.rfind('/'));
+}
+
+void Daemon::AskStore()
+{
+    m_store->Get(eParamID_SystemState);
+    SilentListener listener;
+    m_store->AddConfigEventListener(&listener);
+    m_store->RemoveConfigEventListener(
+        &listener);  // waits for whoever changes the store, and for his listeners
 }
 
 bool Daemon::StartServer(int socketType, int port, const Options& options, const char* name)

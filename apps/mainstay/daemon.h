@@ -48,6 +48,8 @@ class Daemon {
     /// Opens the store and starts the servers.
     /// @return false after one line with the reason.
     bool Start(const Options& options);
+    /// Returns when the store has answered, and nobody keeps its turn for himself.
+    void AskStore();
     /// "queue /mainstay, TCP port 43110, UDP port 43110".
     std::string Endpoints() const;
     /// "state in /var/lib/mainstay", "state not kept".

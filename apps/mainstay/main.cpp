@@ -2,6 +2,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <time.h>
 
 #include <CLI/CLI.hpp>
 #include <cmath>
@@ -74,6 +75,26 @@ std::string StateDirectoryOfService()
     return std::string(all.substr(0, all.find(':')));
 }
 
+/// Tells the service manager meanwhile that the daemon is well: a store that hangs keeps it from doing so.
+/// @return the signal.
+int AwaitStop(Daemon& daemon, const sigset_t& stops)
+{
+    int signal = 0;
+    const auto interval = WatchdogInterval();
+    if (!interval) {
+        sigwait(&stops, &signal);
+        return signal;
+    }
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(*interval);
+    const timespec time{static_cast<time_t>(seconds.count()),
+                        static_cast<long>((*interval - seconds).count())};
+    while ((signal = sigtimedwait(&stops, nullptr, &time)) == -1) {
+        daemon.AskStore();
+        NotifyServiceManager("WATCHDOG=1");
+    }
+    return signal;
+}
+
 int Serve(const Options& options, const sigset_t& stops)
 {
     Daemon daemon;
@@ -82,8 +103,7 @@ int Serve(const Options& options, const sigset_t& stops)
     vexa::Print("mainstay: ready, %s, %s%s%s\n", ModelText().c_str(), endpoints.c_str(),
                 endpoints.empty() ? "" : ", ", daemon.StateText().c_str());
     NotifyServiceManager("READY=1");
-    int signal = 0;
-    sigwait(&stops, &signal);
+    const int signal = AwaitStop(daemon, stops);
     vexa::Print("mainstay: stopping, %s\n", strsignal(signal));
     NotifyServiceManager("STOPPING=1");
     return 0;

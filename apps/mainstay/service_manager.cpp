@@ -28,3 +28,13 @@ void NotifyServiceManager(const std::string& state)
         vexa::PrintError("mainstay: cannot notify the service manager");
     close(descriptor);
 }
+
+std::optional<std::chrono::nanoseconds> WatchdogInterval()
+{
+    const char* const process = getenv("WATCHDOG_PID");  // the variables may be inherited
+    const char* const time = getenv("WATCHDOG_USEC");
+    if (!time || (process && atoll(process) != getpid())) return std::nullopt;
+    const long long microseconds = atoll(time);
+    if (microseconds < 2) return std::nullopt;
+    return std::chrono::microseconds(microseconds / 2);
+}

@@ -253,10 +253,12 @@ TEST(Mainstay, StartsOnceAndTellsTheServiceManager)
     path.copy(address.sun_path, sizeof address.sun_path - 1);
     ASSERT_EQ(bind(manager, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
 
-    Daemon daemon({"NOTIFY_SOCKET=" + path});
+    Daemon daemon({"NOTIFY_SOCKET=" + path, "WATCHDOG_USEC=100000", "WATCHDOG_PID"});
     char state[64] = {};
-    EXPECT_GT(recv(manager, state, sizeof state, 0), 0);
-    EXPECT_STREQ(state, "READY=1");
+    for (const char* const expected : {"READY=1", "WATCHDOG=1", "WATCHDOG=1"}) {
+        EXPECT_GT(recv(manager, state, sizeof state, 0), 0);
+        EXPECT_STREQ(state, expected);
+    }
     for (const bool tcp : {true, false}) {
         const std::string port = tcp ? daemon.tcpPort : daemon.udpPort;
         const ProgramResult second = RunProgram(
@@ -268,7 +270,8 @@ TEST(Mainstay, StartsOnceAndTellsTheServiceManager)
     }
     daemon.Signal(SIGINT);
     EXPECT_EQ(daemon.Wait().status, 0);
-    EXPECT_GT(recv(manager, state, sizeof state, 0), 0);
+    do memset(state, 0, sizeof state);
+    while (recv(manager, state, sizeof state - 1, 0) > 0 && strcmp(state, "WATCHDOG=1") == 0);
     EXPECT_STREQ(state, "STOPPING=1");
     close(manager);
     unlink(path.c_str());

@@ -2,10 +2,9 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <set>
 #include <utility>
-
-#include <algorithm>
 
 #include "config/base/harmless.h"
 #include "config/base/log.h"

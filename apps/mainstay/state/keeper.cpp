@@ -303,8 +303,8 @@ void Keeper::Opened(Config& store)
         values = Known(configID);
     }
     Apply(store, values);
-    store.AddUpdatePrecondition(
-        new StopGate(m_isClosed));  // before anybody else uses the store, which owns it
+    // Before anybody else uses the store, which owns it.
+    store.AddUpdatePrecondition(new StopGate(m_isClosed));
     auto history = std::make_unique<StoreHistory>(*this, store);
     NoteCorrections(store, values);
     {
