@@ -130,7 +130,7 @@ void Rollback::PutBack(const std::vector<Hold>& holds, const char* why)
     const vexa::OriginScope origin("not confirmed");
     for (auto held = holds.rbegin(); held != holds.rend(); ++held) {
         const size_t refused = PutBack(held->values);
-        vexa::Print("mainstay: a change by %s is undone, for %s: %zu values put back, %zu refused\n",
+        vexa::Print("mainstay: a change by %s is undone, for %s: put back %zu, refused %zu\n",
                     held->who.c_str(), why, held->values.size() - refused, refused);
     }
 }

@@ -247,7 +247,7 @@ TEST(MainstayControl, TellsOfItsClientsAndUndoesWhatNobodyConfirms)
     daemon.Signal(SIGTERM);
     const ProgramResult end = daemon.Wait();
     EXPECT_EQ(end.status, 0);
-    EXPECT_THAT(end.err, HasSubstr("is undone, for the daemon stops: 1 values put back"));
+    EXPECT_THAT(end.err, HasSubstr("is undone, for the daemon stops: put back 1, refused 0"));
     EXPECT_NE(access(path.c_str(), F_OK), 0);
     EXPECT_EQ(client.Receive(), "");
 }

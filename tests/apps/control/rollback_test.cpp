@@ -68,7 +68,7 @@ TEST_F(ControlRollback, UndoesAtTheEndWhatIsNotConfirmed)
     Hold(Json::array({Number(3)}), 1000);
     EXPECT_EQ(Ask({{"request", "confirm"}, {"hold", first["hold"]}}), (Json{{"confirmed", 1}}));
     EXPECT_THAT(StderrOf([&] { m_rollback.reset(); }),
-                testing::HasSubstr("the daemon stops: 1 values put back, 0 refused"));
+                testing::HasSubstr("the daemon stops: put back 1, refused 0"));
     EXPECT_EQ(m_store->Get(eParamID_RegisterSave), 3u);
 }
 
