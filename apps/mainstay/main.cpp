@@ -109,14 +109,8 @@ int Serve(const Options& options, const sigset_t& stops)
     return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+void AddServing(CLI::App& app, Options& options)
 {
-    vexa::OpenStandardDescriptors();
-    Options options{.tcpPort = net::kNetworkPort, .udpPort = net::kNetworkPort};
-    CLI::App app("Serves the parameters of this device to applications.", "mainstay");
-    app.footer(kFooter);
     app.add_option("--tcp-port", options.tcpPort, "TCP port; 0: a free one, named when ready")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
@@ -137,6 +131,14 @@ int main(int argc, char** argv)
            "connected, or leaves a request unfinished")
         ->check(CLI::Range(1, 86'400))
         ->capture_default_str();
+    app.add_option(
+           "--control", options.control,
+           "The control socket; default: \"control\" in $RUNTIME_DIRECTORY, else in the state directory")
+        ->type_name("PATH");
+}
+
+void AddState(CLI::App& app, Options& options)
+{
     app.add_option("--state", options.stateDirectory,
                    "Directory in which settings, presets and the history of changes are kept")
         ->type_name("DIR")
@@ -154,14 +156,30 @@ int main(int argc, char** argv)
     app.add_option("--media", options.media,
                    "Directory of the media, for presets; StoragePath may name one in it")
         ->type_name("DIR");
+}
+
+/// Before any other thread exists, so that all of them leave these signals to the main thread.
+sigset_t BlockStops()
+{
+    sigset_t stops;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGTERM);
+    sigaddset(&stops, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &stops, nullptr);
+    return stops;
+}
+
+int Run(int argc, char** argv)
+{
+    Options options{.tcpPort = net::kNetworkPort, .udpPort = net::kNetworkPort};
+    CLI::App app("Serves the parameters of this device to applications.", "mainstay");
+    app.footer(kFooter);
+    AddServing(app, options);
+    AddState(app, options);
     const auto file = std::make_shared<ConfigFile>();
     app.config_formatter(file);
     app.set_config("--config", kConfigFile, "Options, and what commands do", false);
     app.allow_config_extras(CLI::config_extras_mode::error);
-    app.add_option(
-           "--control", options.control,
-           "The control socket; default: \"control\" in $RUNTIME_DIRECTORY, else in the state directory")
-        ->type_name("PATH");
     app.set_version_flag("--version", std::string("mainstay ") + MAINSTAY_VERSION);
     try {
         app.parse(argc, argv);
@@ -176,17 +194,20 @@ int main(int argc, char** argv)
     }
 
     if (options.stateDirectory.empty()) options.stateDirectory = StateDirectoryOfService();
-    // Before any other thread exists, so that all of them leave these signals to the main thread.
-    sigset_t stops;
-    sigemptyset(&stops);
-    sigaddset(&stops, SIGTERM);
-    sigaddset(&stops, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &stops, nullptr);
+    const sigset_t stops = BlockStops();
     signal(SIGPIPE, SIG_IGN);
     umask(0007);  // applications of the daemon's group may use its queue
     RaiseDescriptorLimit();
+    return Serve(options, stops);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    vexa::OpenStandardDescriptors();
     try {
-        return Serve(options, stops);
+        return Run(argc, argv);
     } catch (const std::exception& error) {  // no memory, or no thread
         vexa::Print("mainstay: cannot serve: %s\n", error.what());
         return 1;
