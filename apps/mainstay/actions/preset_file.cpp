@@ -1,11 +1,8 @@
 #include "mainstay/actions/preset_file.h"
 
-#include <bit>
-
 #include "config/descriptors/descriptor_table.h"
+#include "config/streams/big_endian.h"
 #include "config/streams/class_factory.h"
-#include "config/streams/memory_deserializer.h"
-#include "config/streams/memory_serializer.h"
 #include "config/values/config_value.h"
 #include "config/values/package_header.h"
 #include "config/values/vector.h"
@@ -15,46 +12,6 @@ namespace actions {
 namespace {
 
 using vexa::config::values::PresetsParamVector;
-
-/// The other order on a little-endian machine; its own inverse.
-uint32_t BigEndian(uint32_t word)
-{
-    if constexpr (std::endian::native == std::endian::little) return __builtin_bswap32(word);
-    return word;
-}
-
-class BigEndianSerializer : public MemorySerializer {
-  public:
-    using MemorySerializer::MemorySerializer;
-    using MemorySerializer::Write;
-    void Write(std::string name, unsigned int value) override
-    {
-        MemorySerializer::Write(std::move(name), BigEndian(value));
-    }
-    void Write(std::string name, int value) override
-    {
-        Write(std::move(name), static_cast<unsigned int>(value));
-    }
-};
-
-class BigEndianDeSerializer : public MemoryDeSerializer {
-  public:
-    using MemoryDeSerializer::MemoryDeSerializer;
-    using MemoryDeSerializer::Read;
-    bool Read(const char* name, unsigned int& value) override
-    {
-        const bool ok = MemoryDeSerializer::Read(name, value);
-        value = BigEndian(value);
-        return ok;
-    }
-    bool Read(const char* name, int& value) override
-    {
-        unsigned int word = 0;
-        const bool ok = Read(name, word);
-        value = static_cast<int>(word);
-        return ok;
-    }
-};
 
 std::unique_ptr<ConfigValue> ObjectOf(eParam_t param, const vexa::Value& value)
 {
@@ -67,7 +24,7 @@ std::unique_ptr<ConfigValue> ObjectOf(eParam_t param, const vexa::Value& value)
 
 /// An object of the class, out of the stream.
 template <class Object>
-std::unique_ptr<Object> ReadObject(BigEndianDeSerializer& stream)
+std::unique_ptr<Object> ReadObject(vexa::BigEndianDeSerializer& stream)
 {
     Serializable* object = nullptr;
     stream.Read("Object", object);
@@ -104,7 +61,8 @@ std::string PackPreset(unsigned int productID, const state::Values& values)
     header.fileSize = MemorySerializerSizer(eSerializationFormat_Memory).GetSize(&header, nullptr) +
                       MemorySerializerSizer(eSerializationFormat_Memory).GetSize(&objects, nullptr);
     std::string bytes(header.fileSize, '\0');
-    BigEndianSerializer stream(eSerializationFormat_Memory, bytes.data(), bytes.data() + bytes.size(), false);
+    vexa::BigEndianSerializer stream(eSerializationFormat_Memory, bytes.data(), bytes.data() + bytes.size(),
+                                     false);
     stream.Write("Header", &header);
     stream.Write("Values", &objects);
     return bytes;
@@ -112,8 +70,8 @@ std::string PackPreset(unsigned int productID, const state::Values& values)
 
 std::optional<state::Values> UnpackPreset(unsigned int productID, std::string bytes, std::string& reason)
 {
-    BigEndianDeSerializer stream(eSerializationFormat_Memory, bytes.data(), bytes.data() + bytes.size(),
-                                 false);
+    vexa::BigEndianDeSerializer stream(eSerializationFormat_Memory, bytes.data(), bytes.data() + bytes.size(),
+                                       false);
     const auto header = ReadObject<PackageHeader>(stream);
     const PackageHeader known;
     if (!header || header->packageHeaderVersion != known.packageHeaderVersion)

@@ -1,10 +1,6 @@
 #include "config/access/protocol/value_payload.h"
 
-#include <arpa/inet.h>
-
-#include "config/streams/memory_deserializer.h"
-#include "config/streams/memory_serializer.h"
-#include "config/streams/stream_words.h"
+#include "config/streams/big_endian.h"
 #include "config/values/config_value.h"
 #include "config/values/private_value.h"
 
@@ -13,51 +9,6 @@ namespace vexa::corvalis::config::access {
 namespace {
 
 constexpr auto kFormat = static_cast<eSerializationFormat>(kStreamFormat);
-
-/// The stream as the device writes it, on any host.
-class BigEndianSerializer : public MemorySerializer {
-  public:
-    using MemorySerializer::MemorySerializer;
-    using MemorySerializer::Write;
-    void Write(std::string name, long value) override { Write(std::move(name), static_cast<int>(value)); }
-    void Write(std::string name, bool value) override
-    {
-        Write(std::move(name), value ? kStreamTrue : kStreamFalse);
-    }
-    void Write(std::string name, unsigned int value) override
-    {
-        MemorySerializer::Write(std::move(name), htonl(value));
-    }
-    void Write(std::string name, int value) override
-    {
-        Write(std::move(name), static_cast<unsigned int>(value));
-    }
-};
-
-class BigEndianDeSerializer : public MemoryDeSerializer {
-  public:
-    using MemoryDeSerializer::MemoryDeSerializer;
-    using MemoryDeSerializer::Read;
-    bool Read(const char* name, long& value) override
-    {
-        const bool ok = MemoryDeSerializer::Read(name, value);
-        value = static_cast<int32_t>(ntohl(static_cast<uint32_t>(value)));
-        return ok;
-    }
-    bool Read(const char* name, unsigned int& value) override
-    {
-        const bool ok = MemoryDeSerializer::Read(name, value);
-        value = ntohl(value);
-        return ok;
-    }
-    bool Read(const char* name, int& value) override
-    {
-        unsigned int word = 0;
-        const bool ok = Read(name, word);
-        value = static_cast<int>(word);
-        return ok;
-    }
-};
 
 /// The standard classes without a value. What they contain, and every object in it, would be made first, and
 /// announce itself in the log.
