@@ -82,6 +82,7 @@ ValueChanges InOrder(const ValueChanges& changes)
     std::map<eParam_t, ValueChange> byId;
     for (const ValueChange& change : changes) byId.emplace(change.parameter.Id(), change);
     std::vector<ParamDescriptor*> descriptors;
+    descriptors.reserve(byId.size());
     for (const auto& [id, change] : byId) descriptors.push_back(&change.parameter.Descriptor());
     ValueChanges sorted;
     for (ParamDescriptor* const descriptor : vexa::InSettingOrder(descriptors))

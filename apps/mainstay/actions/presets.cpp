@@ -231,7 +231,8 @@ fs::path Presets::MediaDirectory() const
     if (m_media.empty()) throw std::runtime_error("there is no media: mainstay was started without --media");
     std::string path;
     if (FindDescriptor(eParamID_StoragePath)) m_store.Get(eParamID_StoragePath, path);
-    const fs::path root = fs::canonical(m_media), directory = fs::canonical(root / path);
+    const fs::path root = fs::canonical(m_media);
+    fs::path directory = fs::canonical(root / path);
     if (std::mismatch(root.begin(), root.end(), directory.begin(), directory.end()).first != root.end())
         throw std::runtime_error("StoragePath is not in " + m_media);
     return directory;

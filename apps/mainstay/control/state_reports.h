@@ -15,7 +15,7 @@
 namespace control {
 
 /// What the requests are about; all of it outlives them.
-struct Device {
+struct Device {  // NOLINT(clang-analyzer-core.NullDereference): the daemon has them all before it serves
     Config& store;
     state::SettingsFile& file;
     state::Keeper& keeper;

@@ -304,7 +304,8 @@ void Keeper::Opened(Config& store)
     }
     Apply(store, values);
     // Before anybody else uses the store, which owns it.
-    store.AddUpdatePrecondition(new StopGate(m_isClosed));
+    auto gate = std::make_unique<StopGate>(m_isClosed);
+    if (store.AddUpdatePrecondition(gate.get())) static_cast<void>(gate.release());
     auto history = std::make_unique<StoreHistory>(*this, store);
     NoteCorrections(store, values);
     {
@@ -393,22 +394,29 @@ void Keeper::AddNote(const std::string& note)
     vexa::Print("mainstay: %s\n", note.c_str());
 }
 
+/// A value as it is written: nothing for one that is not kept.
+std::optional<vexa::Value> Keeper::ToBeKept(Config& store, ParamDescriptor& descriptor) const
+{
+    std::optional<vexa::Value> value = ReadValue(store, descriptor);
+    if (!value || (store.GetConfigID() != 0 && BytesOf(*value) > kMaxTextOfOthers)) return std::nullopt;
+    if (descriptor.GetParamID() == eParamID_PersistStatus && store.GetConfigID() == 0) {
+        const unsigned int others = std::get<unsigned int>(*value) & ~kStoppedInOrder;
+        value = others | (m_isStopping ? kStoppedInOrder : 0);
+    }
+    return value;
+}
+
 Values Keeper::Unwritten(Config& store)
 {
     const eConfigID_t configID = store.GetConfigID();
     const Values known = Known(configID);
     Values unwritten;
     for (ParamDescriptor* const descriptor : m_kept) {
-        std::optional<vexa::Value> value = ReadValue(store, *descriptor);
-        if (!value || (configID != 0 && BytesOf(*value) > kMaxTextOfOthers)) continue;
-        const eParam_t param = descriptor->GetParamID();
-        if (param == eParamID_PersistStatus && configID == 0) {
-            const unsigned int others = std::get<unsigned int>(*value) & ~kStoppedInOrder;
-            value = others | (m_isStopping ? kStoppedInOrder : 0);
-        }
-        const auto found = known.find(param);
+        const std::optional<vexa::Value> value = ToBeKept(store, *descriptor);
+        if (!value) continue;
+        const auto found = known.find(descriptor->GetParamID());
         if (*value != (found == known.end() ? DefaultOf(*descriptor) : found->second))
-            unwritten[param] = *value;
+            unwritten[descriptor->GetParamID()] = *value;
     }
     if (unwritten.empty() || !known.empty() || m_written.size() < kMaxKeptConfigurations || configID == 0)
         return unwritten;

@@ -96,6 +96,8 @@ class Keeper : public vexa::corvalis::config::access::PeerStoreWatcher {
     void LoadWritten() VEXA_EXCLUDES(m_storesLock);
     bool Fits(eParam_t param, const vexa::Value& value, std::string& objections) const;
     Values Known(eConfigID_t configID) const VEXA_REQUIRES(m_storesLock);
+    std::optional<vexa::Value> ToBeKept(Config& store, ParamDescriptor& descriptor) const
+        VEXA_REQUIRES(m_storesLock);
     Values Unwritten(Config& store) VEXA_REQUIRES(m_storesLock);
     Batch Collect(const std::deque<Change>& changes) VEXA_EXCLUDES(m_storesLock);
     void NoteWritten(bool isWritten) VEXA_EXCLUDES(m_storesLock);
