@@ -30,7 +30,7 @@ enum Call {
     kMqNotify,
     kFlock,
     kOpen,    // also open64
-    kPwrite,  // also pwrite64
+    kPwrite,  // also pwrite64, and write to a file
     kFsync,   // also fdatasync
     kRename,
     kPthreadCreate,

@@ -8,6 +8,7 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -109,6 +110,19 @@ FAILING_CALL(kFsync, int, fdatasync, (int d), (d), )
 FAILING_CALL(kRename, int, rename, (const char* a, const char* b), (a, b), noexcept)
 FAILING_CALL(kPwrite, ssize_t, pwrite, (int d, const void* b, size_t n, off_t o), (d, b, n, o), )
 FAILING_CALL(kPwrite, ssize_t, pwrite64, (int d, const void* b, size_t n, off64_t o), (d, b, n, o), )
+
+/// SQLite has neither of the two on some systems. What a program prints may be a file as well.
+extern "C" ssize_t write(int descriptor, const void* bytes, size_t length)
+{
+    static const auto real = Real(&write, "write");
+    struct stat status;
+    const bool isFile =
+        descriptor > STDERR_FILENO && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    const int error = isFile ? ErrorOf(kPwrite) : 0;
+    if (error == 0) return real(descriptor, bytes, length);
+    errno = error;
+    return -1;
+}
 
 /// Both names of one call.
 #define FAILING_OPEN(name)                                                 \

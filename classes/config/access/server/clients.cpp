@@ -21,7 +21,7 @@ constexpr size_t kSourcesAtATime = 32;
 struct Sources {
     Mutex lock;
     uint64_t last VEXA_GUARDED_BY(lock) = 0;
-    std::map<uint64_t, const ClientSource*> known VEXA_GUARDED_BY(lock);
+    std::map<uint64_t, AppendClientsTo> known VEXA_GUARDED_BY(lock);
 };
 
 Sources& AllSources()
@@ -30,11 +30,11 @@ Sources& AllSources()
     return *sources;
 }
 
-uint64_t Add(const ClientSource& source)
+uint64_t Add(AppendClientsTo append)
 {
     Sources& sources = AllSources();
     const MutexLock hold(sources.lock);
-    sources.known.emplace(++sources.last, &source);
+    sources.known.emplace(++sources.last, std::move(append));
     return sources.last;
 }
 
@@ -133,7 +133,7 @@ std::string OriginOf(const ClientInfo& client)
            client.program;
 }
 
-ListedSource::ListedSource(const ClientSource& source) : m_number(Add(source)) {}
+ListedSource::ListedSource(AppendClientsTo append) : m_number(Add(std::move(append))) {}
 
 /// A source that is just being asked stays until it has answered.
 ListedSource::~ListedSource()
@@ -152,7 +152,7 @@ std::vector<ClientInfo> Clients()
         const MutexLock hold(sources.lock);
         auto next = sources.known.upper_bound(last);
         for (size_t i = 0; i < kSourcesAtATime && next != sources.known.end(); ++i, ++next) {
-            next->second->AppendClients(clients);
+            next->second(clients);
             last = next->first;
         }
         more = next != sources.known.end();

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "config/access/server/clients.h"
@@ -45,22 +46,14 @@ class Traffic {
     std::atomic<uint64_t> m_requests = 0, m_setRequests = 0;
 };
 
-/// Something that has clients.
-class ClientSource {
-  public:
-    /// Holds its locks for a moment only. Thread: any.
-    virtual void AppendClients(std::vector<ClientInfo>& clients) const = 0;
+/// Adds something's clients to a list. It holds its locks for a moment only. Thread: any.
+using AppendClientsTo = std::function<void(std::vector<ClientInfo>& clients)>;
 
-  protected:
-    ~ClientSource() = default;
-};
-
-/// Keeps a source in the list of Clients. As the last member of the source, so that it leaves the list first.
-/// Thread: any; hold no lock that the source takes.
+/// Keeps something that has clients in the list of Clients. As its last member, so that it leaves the list first.
+/// Thread: any; hold no lock that the function takes.
 class ListedSource {
   public:
-    /// @param source  borrowed.
-    explicit ListedSource(const ClientSource& source);
+    explicit ListedSource(AppendClientsTo append);
     ~ListedSource();
     ListedSource(const ListedSource&) = delete;
     ListedSource& operator=(const ListedSource&) = delete;

@@ -20,7 +20,7 @@ namespace vexa::corvalis::config::access {
 /// Answers the client's requests on a thread of its own. A client that listens hears the changes of its store
 /// through the store's ChangeFeed. The connection ends with the client, after a message that it cannot read,
 /// and when the client takes nothing for too long; no other connection is affected.
-class NetworkTCPConnection : public NetworkConnection, public ConfigEventListener, private ClientSource {
+class NetworkTCPConnection : public NetworkConnection, public ConfigEventListener {
   public:
     /// @param payloadOrder  of texts as the client reads and writes them.
     /// @param stallTimeout  as of TcpStream; also how long the client may take to connect, and to send the rest of
@@ -65,7 +65,7 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     bool ProcessGetStreamRequest(const XCONFIGMGR_REQUEST_T& request);
     bool ProcessSetStreamRequest(const XCONFIGMGR_REQUEST_T& request);
 
-    void AppendClients(std::vector<ClientInfo>& clients) const override;
+    void AppendClients(std::vector<ClientInfo>& clients) const;
     int AwaitRequest();
     bool ReadRest(const RequestHandler& kind, char* record);
     template <class Record, auto kHandler>
@@ -95,7 +95,7 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     std::list<eParam_t> m_params;             // the parameters that the client asked for; filters nothing
     std::string m_name;                       // of the client, for the diagnostic log
 
-    const ListedSource m_listed{*this};
+    const ListedSource m_listed{[this](auto& clients) { AppendClients(clients); }};
 };
 
 }  // namespace vexa::corvalis::config::access

@@ -57,19 +57,19 @@ class NetworkUDPConnection : public NetworkConnection {
     }
 
     /// What is listed of a client.
-    class Listed final : private ClientSource {
+    class Listed {
       public:
         explicit Listed(const Client& client, eConfigID_t configID);
         Traffic traffic;
 
       private:
-        void AppendClients(std::vector<ClientInfo>& clients) const override;
+        void AppendClients(std::vector<ClientInfo>& clients) const;
 
         const uint32_t m_host;
         const uint16_t m_port;
         const eConfigID_t m_configID;
         timeval m_since{};
-        const ListedSource m_listed{*this};
+        const ListedSource m_listed{[this](auto& clients) { AppendClients(clients); }};
     };
 
     struct Entry {

@@ -29,7 +29,7 @@ struct QueueClient {
 /// client: what finds its queue full is sent when there is room. Of the events of a client that lags, only
 /// the newest of each parameter are sure to be kept.
 /// Thread: any; the service has one for requests and one that sends what waits.
-class QueueClients final : private corvalis::config::access::ClientSource {
+class QueueClients {
   public:
     /// Connections at a time; each one has a descriptor.
     static constexpr size_t kMaxClients = 1024;
@@ -108,7 +108,7 @@ class QueueClients final : private corvalis::config::access::ClientSource {
         QueueClients& m_clients;
     };
 
-    void AppendClients(std::vector<corvalis::config::access::ClientInfo>& clients) const override;
+    void AppendClients(std::vector<corvalis::config::access::ClientInfo>& clients) const;
     Client* Open(uint32_t connectionID) VEXA_REQUIRES(m_lock);
     Client* FindOrAdopt(uint32_t connectionID) VEXA_REQUIRES(m_lock);
     Clients::iterator Drop(Clients::iterator client) VEXA_REQUIRES(m_lock);
@@ -133,7 +133,7 @@ class QueueClients final : private corvalis::config::access::ClientSource {
     Backlog<QueueEvent> m_events VEXA_GUARDED_BY(m_lock);  // that some client has yet to get
     size_t m_listeners VEXA_GUARDED_BY(m_lock) = 0, m_fullClients VEXA_GUARDED_BY(m_lock) = 0;
     bool m_hasNews VEXA_GUARDED_BY(m_lock) = false;  // since SendWaiting
-    const corvalis::config::access::ListedSource m_listed{*this};
+    const corvalis::config::access::ListedSource m_listed{[this](auto& clients) { AppendClients(clients); }};
 };
 
 }  // namespace vexa::config::access
