@@ -5,6 +5,7 @@
 #include <array>
 #include <iterator>
 #include <map>
+#include <utility>
 
 #include "config/access/protocol/message_types.h"
 #include "config/access/server/traffic.h"
