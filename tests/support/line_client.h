@@ -58,18 +58,3 @@ class LineClient {
     const int m_socket;
     std::string m_input;
 };
-
-/// A directory of its own, removed with everything in it.
-class TemporaryDirectory {
-  public:
-    TemporaryDirectory()
-    {
-        char name[] = "/tmp/vexa_test_XXXXXX";
-        path = mkdtemp(name);
-    }
-    ~TemporaryDirectory() { std::filesystem::remove_all(path); }
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-    std::string path;
-};

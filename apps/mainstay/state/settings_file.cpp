@@ -200,8 +200,7 @@ void CheckContent(SQLite::Database& file)
         SQLite::Statement(file, rows).executeStep();
 }
 
-}  // namespace
-
+/// Whether the medium, the directory or the lack of memory is in the way, and may be gone later.
 bool IsObstacle(const std::exception& error)
 {
     // SQLITE_PROTOCOL: too many programs want the file at once.
@@ -211,6 +210,8 @@ bool IsObstacle(const std::exception& error)
     return !sql ||
            std::find(kObstacles.begin(), kObstacles.end(), sql->getErrorCode() & 0xff) != kObstacles.end();
 }
+
+}  // namespace
 
 /// Tells other daemons that the directory is in use, until the process ends.
 class SettingsFile::DirectoryLock {

@@ -55,9 +55,6 @@ struct HistoryQuery {
     size_t limit = 1000;           ///< the newest ones of them
 };
 
-/// Whether the medium, the directory or the lack of memory is in the way, and may be gone later.
-bool IsObstacle(const std::exception& error);
-
 /// Thread: any; each operation has the file for itself. They throw SQLite::Exception, and then have changed nothing.
 class SettingsFile {
   public:

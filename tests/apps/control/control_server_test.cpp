@@ -13,6 +13,7 @@
 #include "support/gate.h"
 #include "support/line_client.h"
 #include "support/stderr_of.h"
+#include "support/temporary_directory.h"
 
 using control::Answer, control::ControlServer, control::Failure, control::Json, control::Peer,
     control::Stream;
@@ -57,7 +58,7 @@ class ControlSocket : public testing::Test {
     static Json Echo(const std::string& text) { return {{"request", "echo"}, {"text", text}}; }
 
     const TemporaryDirectory m_directory;
-    const std::string m_path = m_directory.path + "/control";
+    const std::string m_path = m_directory.Path() + "/control";
     Gate m_gate;
     std::mutex m_lock;
     std::weak_ptr<Stream> m_stream;
@@ -154,7 +155,7 @@ TEST_F(ControlSocket, StreamEndsWithItsClientAndWithTheServer)
 TEST(ControlSocketFile, OfADeadDaemonIsReplacedAndOthersStay)
 {
     const TemporaryDirectory directory;
-    const std::string path = directory.path + "/control";
+    const std::string path = directory.Path() + "/control";
     EXPECT_EXIT(
         {
             const auto server = new ControlServer({});
@@ -175,7 +176,7 @@ TEST(ControlSocketFile, OfADeadDaemonIsReplacedAndOthersStay)
     std::ofstream(path) << "mine";
     ControlServer server({});
     EXPECT_EQ(StderrOf([&] { EXPECT_FALSE(server.Start(path)); }), "mainstay: " + path + " is no socket\n");
-    EXPECT_THAT(StderrOf([&] { EXPECT_FALSE(server.Start(directory.path + std::string(200, 'x'))); }),
+    EXPECT_THAT(StderrOf([&] { EXPECT_FALSE(server.Start(directory.Path() + std::string(200, 'x'))); }),
                 HasSubstr("too long"));
 }
 
@@ -183,7 +184,7 @@ TEST_F(ControlSocket, OthersAreRefused)
 {
     if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
     chmod(m_path.c_str(), 0666);  // else the file alone keeps them out
-    chmod(m_directory.path.c_str(), 0755);
+    chmod(m_directory.Path().c_str(), 0755);
     const pid_t child = fork();
     if (child == 0) {
         constexpr uid_t kNobody = 65'534;

@@ -10,6 +10,7 @@
 #include "support/program.h"
 #include "support/raw_peer.h"
 #include "support/stderr_of.h"
+#include "support/temporary_directory.h"
 #include "support/terminal.h"
 
 using control::Answer, control::ControlServer, control::Failure, control::Json, control::Peer,
@@ -55,7 +56,7 @@ class ControlTool : public testing::Test {
     }
 
     const TemporaryDirectory m_directory;
-    const std::string m_path = m_directory.path + "/control";
+    const std::string m_path = m_directory.Path() + "/control";
     std::shared_ptr<Stream> m_stream = std::make_shared<Stream>();
 
   private:
@@ -184,7 +185,7 @@ TEST_F(ControlTool, PresetsAreSavedRecalledAndMoved)
     EXPECT_EQ(none.err, "vexactl: the daemon keeps no state\n");
     EXPECT_EQ(Tool({"presets", "save", "21"}).status, 2);
 
-    const std::string file = m_directory.path + "/five";
+    const std::string file = m_directory.Path() + "/five";
     EXPECT_EQ(Tool({"presets", "export", "5", file}).status, 0);
     std::ifstream stream(file, std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator(stream), {}), kPreset);
@@ -196,7 +197,7 @@ TEST_F(ControlTool, PresetsAreSavedRecalledAndMoved)
         EXPECT_EQ(Request()["file"], content == "a" ? "YQ==" : "YWI=");
     }
     EXPECT_EQ(Tool({"presets", "import", file + "-none", "6"}).status, 2);
-    EXPECT_EQ(Tool({"presets", "export", "5", m_directory.path}).status, 1);
+    EXPECT_EQ(Tool({"presets", "export", "5", m_directory.Path()}).status, 1);
 }
 
 TEST_F(ControlTool, FailuresSayWhatIsMissing)
@@ -216,9 +217,9 @@ TEST_F(ControlTool, FailuresSayWhatIsMissing)
 TEST(MainstayControl, TellsOfItsClientsAndUndoesWhatNobodyConfirms)
 {
     const TemporaryDirectory directory;
-    const std::string path = directory.path + "/control";
+    const std::string path = directory.Path() + "/control";
     Program daemon({MAINSTAY, "--no-mq", "--tcp-port", "0", "--udp-port", "0"}, "",
-                   {"RUNTIME_DIRECTORY=" + directory.path, "PRODUCT_ID=OAK"});
+                   {"RUNTIME_DIRECTORY=" + directory.Path(), "PRODUCT_ID=OAK"});
     daemon.WaitForOutput("mainstay: ready");
     const std::string uri = "tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", daemon.Err()));
     const auto tool = [&](std::vector<std::string> arguments) {
@@ -279,13 +280,13 @@ class DaemonHolds : public testing::Test {
     }
 
     const TemporaryDirectory m_directory;
-    const std::string m_path = m_directory.path + "/control";
+    const std::string m_path = m_directory.Path() + "/control";
     Program m_daemon{Daemon(m_path), "", {"PRODUCT_ID=OAK"}};
 };
 
 TEST_F(DaemonHolds, WithoutATerminalTheToolNeedNotStay)
 {
-    const std::string file = m_directory.path + "/a.toml";
+    const std::string file = m_directory.Path() + "/a.toml";
     std::ofstream(file) << "[settings]\nTake = 9\nClipName = 0\n";
     Tool({"set", "ClipName=1", "Take=7"});
     const ProgramResult applied = Tool({"apply", "--confirm", "1", file});
