@@ -85,7 +85,7 @@ class VEXA_EXPORT Config {
     /// Calls the listener at every change from now on. The forms with parameters ask for a filter: an
     /// implementation may ignore it and report every parameter, as stores, TCP and UDP clients do, or refuse it, as
     /// clients of message queues do. The list is refused by all.
-    /// @param listener  borrowed until it is removed. Null is refused.
+    /// The listener is borrowed until it is removed. Null is refused.
     virtual bool AddConfigEventListener(ConfigEventListener*) { return false; }
     virtual bool AddConfigEventListener(eParam_t, ConfigEventListener*) { return false; }
     virtual bool AddConfigEventListener(std::list<eParam_t>, ConfigEventListener*) { return false; }
@@ -98,14 +98,15 @@ class VEXA_EXPORT Config {
     /// Empty, for every implementation: ask each descriptor for HasClassName instead.
     virtual std::vector<ParamDescriptor*> GetDescriptorsByClassName(std::string) { return {}; }
 
-    /// Locks and transactions exist in the interface only: every implementation answers false.
+    /// @{ Locks and transactions exist in the interface only: every implementation answers false.
     virtual bool Lock(eParam_t, eParamLock_t) { return false; }
     virtual bool Unlock(eParam_t) { return false; }
     virtual bool StartTransaction(std::vector<eParam_t>, unsigned int&) { return false; }
     virtual bool Commit(unsigned int) { return false; }
     virtual bool Rollback(unsigned int) { return false; }
+    /// @}
 
-    /// @param precondition  asked before every change; the store owns it from now on. Add before concurrent
+    /// The precondition is asked before every change, and the store owns it from now on. Add before concurrent
     /// writes.
     virtual bool AddUpdatePrecondition(vexa::config::UpdatePrecondition*) { return false; }
     /// The precondition belongs to the caller again.
@@ -116,6 +117,8 @@ class VEXA_EXPORT Config {
 class VEXA_EXPORT ConfigLegacy {
   public:
     virtual ~ConfigLegacy() = default;
+    /// Has no meaning.
     virtual bool Load() = 0;
+    /// Has no meaning.
     virtual bool Store() = 0;
 };

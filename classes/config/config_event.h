@@ -10,11 +10,11 @@
 
 /// A plain value. A producer fills the fields of its kind and leaves the others empty. Thread: one at a time.
 struct ConfigEvent {
-    eParam_t paramID{};
+    eParam_t paramID{};  ///< the parameter that changed
     /// eCParam_EnumValue (3): an integer change. eCParam_StringValue (12): a string or a data change.
     eParamType_t paramType = eCParam_Unset;
-    unsigned int value = 0;
-    std::string text;
-    std::string data;
-    timeval time{};  ///< of the change
+    unsigned int value = 0;  ///< of an integer change
+    std::string text;        ///< of a string change
+    std::string data;        ///< of a data change
+    timeval time{};          ///< of the change
 };

@@ -17,9 +17,10 @@
 class VEXA_EXPORT ConfigEventListener {
   public:
     virtual ~ConfigEventListener() = default;
+    /// A number, or a text, has changed. @param time  of the change.
     virtual bool ParamChanged(eParam_t id, unsigned int value, timeval time) = 0;
     virtual bool ParamChanged(eParam_t id, std::string value, timeval time) = 0;
-    /// @param data  this listener's own copy.
+    /// The bytes of a data parameter have changed; they are this listener's own copy.
     virtual bool DataChanged(eParam_t, std::string&, timeval) { return false; }
     /// The record form, for listeners that queue events; stores never call it.
     virtual void ParamChanged(ConfigEvent) {}

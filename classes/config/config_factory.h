@@ -11,6 +11,7 @@ class Config;
 class VEXA_EXPORT Runnable {
   public:
     virtual ~Runnable() = default;
+    /// Has no meaning.
     virtual void Run() = 0;
 };
 

@@ -17,12 +17,14 @@ enum eParam_t : uint32_t {
 /// One configuration instance (one store); 0 is the default instance, the number behind "configid=" in a URI.
 using eConfigID_t = int32_t;
 
+/// Every parameter of any model, in the order of the table.
 inline constexpr eParam_t kAllParamIDs[] = {
 #define PARAM(name, id) eParamID_##name,
 #include "config/param_ids.inc"
 #undef PARAM
 };
 
+/// What the assertion below asks of them.
 constexpr bool AllDistinctAndNonZero(const auto& ids)
 {
     std::array<eParam_t, std::size(kAllParamIDs)> sorted{};

@@ -35,4 +35,5 @@ enum eFactoryReset_t : uint32_t {
     eFactoryReset_Network = 2,  ///< settings that survive an ordinary reset: network, clock, identity
 };
 
+/// Has one value, and no effect.
 enum eAccess_t : uint32_t { eAccess_Default = 0 };

@@ -26,6 +26,7 @@ class VEXA_EXPORT Catalogue {
     Catalogue& operator=(const Catalogue&) = delete;
     ~Catalogue();
 
+    /// "OAK"; empty for one without a name.
     const std::string& Model() const { return m_model; }
     /// Null for an unknown one. The descriptors live as long as the catalogue.
     ParamDescriptor* Find(eParam_t id) const { return FindIn(m_table, id); }

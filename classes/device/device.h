@@ -28,6 +28,7 @@
 
 namespace vexa {
 
+/// How a Device stands to its device.
 enum class DeviceState : uint8_t {
     kConnecting,  ///< not connected yet
     kInStep,      ///< all values are known and follow the device
@@ -47,8 +48,10 @@ enum class Failure : uint8_t {
     kTimedOut,
 };
 
+/// What is known of the connection. A copy.
 struct DeviceStatus {
-    DeviceState state = DeviceState::kConnecting;
+    DeviceState state = DeviceState::kConnecting;  ///< of the connection, at the time of the call
+    /// When it became that.
     std::chrono::system_clock::time_point since = std::chrono::system_clock::now();
     Failure failure = Failure::kNone;  ///< why it is not in step: kNotConnected or kTimedOut
     std::string reason;                ///< the same for people: "Connection refused"; empty in step
@@ -57,15 +60,19 @@ struct DeviceStatus {
     bool isModelAssumed = false;       ///< the device did not tell it: see DeviceOptions::assumesModel
 };
 
+/// What a Get found.
 struct GetResult {
-    std::optional<Value> value;
-    Failure failure = Failure::kNone;
-    std::string reason;  ///< for people; empty with a value
+    std::optional<Value> value;        ///< nothing when `failure` says why
+    Failure failure = Failure::kNone;  ///< why there is no value
+    std::string reason;                ///< for people; empty with a value
 
+    /// Whether there is a value.
     explicit operator bool() const { return value.has_value(); }
 };
 
+/// What became of a Set.
 struct SetResult {
+    /// From the value before, the Set and the value after.
     enum class Outcome : uint8_t {
         kStored,
         kCorrected,  ///< another value is stored
@@ -73,27 +80,30 @@ struct SetResult {
         kNotSent,    ///< nothing was changed: `failure` says why
         kUnknown,    ///< sent, but what became of it was not seen
     };
-    Outcome outcome = Outcome::kNotSent;
-    Failure failure = Failure::kNone;
-    std::optional<Value> now;  ///< what the device holds, if it was read
-    std::string reason;        ///< for people; empty when it was stored
+    Outcome outcome = Outcome::kNotSent;  ///< see there
+    Failure failure = Failure::kNone;     ///< why it was not sent
+    std::optional<Value> now;             ///< what the device holds, if it was read
+    std::string reason;                   ///< for people; empty when it was stored
 
+    /// Whether exactly this value is stored.
     explicit operator bool() const { return outcome == Outcome::kStored; }
 };
 
+/// One change of a parameter. A copy.
 struct Change {
+    /// How it was noticed.
     enum class Kind : uint8_t {
         kEvent,       ///< the device told it
         kDifference,  ///< found after a connection, or where changes were missing
         kInitial,     ///< the value at the beginning
     };
-    eParam_t id{};
-    std::string name;  ///< "FanSpeed"
-    Value value = 0u;
-    Kind kind = Kind::kEvent;
-    timeval time{};              ///< when it changed, or when this was noticed
-    bool isDevicesTime = false;  ///< by the clock of the device
-    std::shared_ptr<const Catalogue> catalogue;
+    eParam_t id{};                               ///< the parameter
+    std::string name;                            ///< "FanSpeed"
+    Value value = 0u;                            ///< the new value
+    Kind kind = Kind::kEvent;                    ///< see there
+    timeval time{};                              ///< when it changed, or when this was noticed
+    bool isDevicesTime = false;                  ///< by the clock of the device
+    std::shared_ptr<const Catalogue> catalogue;  ///< of the device's model at that time
     /// Changes of any parameters that this receiver was too slow for, since the change that it got before: each
     /// was followed by a newer one of its parameter.
     uint64_t skipped = 0;
@@ -107,6 +117,7 @@ struct Change {
 class VEXA_EXPORT Subscription {
   public:
     Subscription() = default;
+    /// For the library.
     explicit Subscription(std::shared_ptr<void> what) : m_what(std::move(what)) {}
 
   private:
@@ -120,6 +131,7 @@ class Feed;
 /// change of each parameter. Thread: one at a time.
 class VEXA_EXPORT ChangeQueue {
   public:
+    /// For the library; programs ask Device::Changes.
     explicit ChangeQueue(std::shared_ptr<Feed> feed) : m_feed(std::move(feed)) {}
 
     /// The next change, for which it waits. @return nothing when none comes in time.
@@ -131,6 +143,7 @@ class VEXA_EXPORT ChangeQueue {
     std::shared_ptr<Feed> m_feed;
 };
 
+/// What a Device is told beside the address.
 struct DeviceOptions {
     std::string model;                        ///< the only one that will do; empty: any
     bool assumesModel = false;                ///< a device that names no known model is taken for that one
@@ -149,6 +162,7 @@ class VEXA_EXPORT Device {
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
 
+    /// A copy of the present status.
     DeviceStatus Status() const;
     /// @return at once false when the address is wrong.
     bool WaitUntilInStep(std::chrono::milliseconds timeout) const;
@@ -176,6 +190,7 @@ class VEXA_EXPORT Device {
     /// @param patterns  of names, as of files: "Clip*". None: all. The values of the beginning come first.
     [[nodiscard]] Subscription Watch(const std::vector<std::string>& patterns,
                                      std::function<void(const Change&)> onChange, bool wantsInitial = true);
+    /// The same as a queue, for programs with a loop of their own.
     [[nodiscard]] ChangeQueue Changes(const std::vector<std::string>& patterns = {},
                                       bool wantsInitial = true);
     /// Called with the present status first.

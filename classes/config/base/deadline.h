@@ -13,13 +13,16 @@ class Deadline {
     /// Milliseconds of a wait that has no limit.
     static constexpr unsigned int kNever = 0xFFFFFFFF;
 
+    /// So far from now; kNever: without a limit.
     explicit Deadline(unsigned int milliseconds)
         : m_limited(milliseconds != kNever),
           m_end(std::chrono::steady_clock::now() + std::chrono::milliseconds(m_limited ? milliseconds : 0))
     {
     }
 
+    /// Whether there is an end at all.
     bool IsLimited() const { return m_limited; }
+    /// Meaningless without a limit.
     std::chrono::steady_clock::time_point End() const { return m_end; }
     /// The remaining milliseconds, rounded up, as poll takes them: -1 without a limit, 0 when the time is
     /// over.
@@ -32,6 +35,7 @@ class Deadline {
     }
     /// The same as an unsigned number: kNever without a limit.
     unsigned int Left() const { return static_cast<unsigned int>(PollTimeout()); }
+    /// Whether no time is left. Never without a limit.
     bool IsOver() const { return PollTimeout() == 0; }
 
   private:

@@ -23,6 +23,7 @@ VEXA_EXPORT void PrintError(const char* what);
 /// process, so that no peer can fill the log. What does not pass is counted as well.
 class VEXA_EXPORT PeerLog {
   public:
+    /// How many lines pass at once, and how many a second from then on.
     static constexpr double kBurst = 500, kLinesPerSecond = 10;
 
     PeerLog();

@@ -19,7 +19,9 @@ class VEXA_CAPABILITY("mutex") Mutex {
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
+    /// Waits until the lock is free.
     void Lock() VEXA_ACQUIRE() { m_mutex.lock(); }
+    /// On the thread that holds it.
     void Unlock() VEXA_RELEASE() { m_mutex.unlock(); }
     /// For waits of the system's own condition variables.
     pthread_mutex_t* NativeHandle() { return m_mutex.native_handle(); }
@@ -36,7 +38,9 @@ class VEXA_CAPABILITY("mutex") RecursiveMutex {
     RecursiveMutex(const RecursiveMutex&) = delete;
     RecursiveMutex& operator=(const RecursiveMutex&) = delete;
 
+    /// Waits until no other thread holds it.
     void Lock() VEXA_ACQUIRE() { m_mutex.lock(); }
+    /// As often as it was taken.
     void Unlock() VEXA_RELEASE() { m_mutex.unlock(); }
 
   private:
@@ -47,6 +51,7 @@ class VEXA_CAPABILITY("mutex") RecursiveMutex {
 template <class Lockable>
 class VEXA_SCOPED_CAPABILITY ScopedLock {
   public:
+    /// Borrows the lock.
     explicit ScopedLock(Lockable& lock) VEXA_ACQUIRE(lock) : m_lock(lock) { m_lock.Lock(); }
     ~ScopedLock() VEXA_RELEASE() { m_lock.Unlock(); }
     ScopedLock(const ScopedLock&) = delete;
@@ -55,12 +60,15 @@ class VEXA_SCOPED_CAPABILITY ScopedLock {
   private:
     Lockable& m_lock;
 };
+/// Holds a Mutex.
 using MutexLock = ScopedLock<Mutex>;
+/// Holds a RecursiveMutex.
 using RecursiveMutexLock = ScopedLock<RecursiveMutex>;
 
 /// Releases a held lock for the life of a scope, for work that must not run under it. Thread: the holder's.
 class VEXA_SCOPED_CAPABILITY MutexUnlock {
   public:
+    /// @param lock  held by this thread; borrowed.
     explicit MutexUnlock(Mutex& lock) VEXA_RELEASE(lock) : m_lock(lock) { m_lock.Unlock(); }
     ~MutexUnlock() VEXA_RELEASE() { m_lock.Lock(); }
     MutexUnlock(const MutexUnlock&) = delete;
@@ -74,6 +82,7 @@ class VEXA_SCOPED_CAPABILITY MutexUnlock {
 /// stands in a loop that tests the guarded state: the analysis could not see into a predicate. Thread: any.
 class CondVar {
   public:
+    /// Releases the lock for the wait, and holds it again afterwards.
     void Wait(Mutex& lock) VEXA_REQUIRES(lock)
     {
         std::unique_lock hold(lock.m_mutex, std::adopt_lock);
@@ -92,7 +101,9 @@ class CondVar {
         hold.release();
         return status == std::cv_status::no_timeout;
     }
+    /// Wakes one of the threads that wait.
     void NotifyOne() { m_changed.notify_one(); }
+    /// Wakes all of them.
     void NotifyAll() { m_changed.notify_all(); }
 
   private:

@@ -8,7 +8,7 @@
 
 /// A `sem_t` used as a lock, in a form that the thread-safety analysis knows. Same size as the bare `sem_t`.
 struct VEXA_CAPABILITY("semaphore") VEXA_EXPORT LockSemaphore {
-    sem_t raw;
+    sem_t raw;  ///< made by SemaphoreHelper::Init
 };
 
 /// Holds a semaphore for the life of a scope.
@@ -18,6 +18,7 @@ struct VEXA_CAPABILITY("semaphore") VEXA_EXPORT LockSemaphore {
 /// Thread: create and destroy on one thread. Not recursive.
 class VEXA_SCOPED_CAPABILITY VEXA_EXPORT SemaphoreHelper {
   public:
+    /// @param lock  borrowed.
     explicit SemaphoreHelper(LockSemaphore& lock) VEXA_ACQUIRE(lock) : SemaphoreHelper(&lock) {}
     /// @param lock  borrowed; null: nothing is waited for and nothing posted.
     explicit SemaphoreHelper(LockSemaphore* lock) VEXA_ACQUIRE(lock)
@@ -25,7 +26,7 @@ class VEXA_SCOPED_CAPABILITY VEXA_EXPORT SemaphoreHelper {
     {
     }
     /// For a bare semaphore, of which the analysis knows nothing: what it guards is not checked.
-    /// @param semaphore  as above.
+    /// @param semaphore  borrowed; may be null.
     explicit SemaphoreHelper(sem_t* semaphore) VEXA_NO_THREAD_SAFETY_ANALYSIS;
     ~SemaphoreHelper() VEXA_RELEASE();
     SemaphoreHelper(const SemaphoreHelper&) = delete;

@@ -17,6 +17,7 @@
 /// Descriptors by identifier. The table owns them.
 using DescriptorTable = std::map<eParam_t, ParamDescriptor*>;
 
+/// Null when the table has none.
 inline ParamDescriptor* FindIn(const DescriptorTable& table, eParam_t id)
 {
     const auto found = table.find(id);
@@ -31,6 +32,7 @@ inline ParamDescriptor* FindNameIn(const DescriptorTable& table, const std::stri
     return found == table.end() ? nullptr : found->second;
 }
 
+/// The symbolic names, in the order of the table.
 inline std::list<std::string> ParamIDNamesOf(const DescriptorTable& table)
 {
     std::list<std::string> names;
@@ -38,6 +40,7 @@ inline std::list<std::string> ParamIDNamesOf(const DescriptorTable& table)
     return names;
 }
 
+/// The identifiers, in the order of the table.
 inline std::list<eParam_t> ParamIDsOf(const DescriptorTable& table)
 {
     std::list<eParam_t> ids;
@@ -67,10 +70,13 @@ VEXA_EXPORT ParamDescriptor* GetDescriptor(std::string paramIDName);
 VEXA_EXPORT ParamDescriptor* GetDescriptor(std::nullptr_t) = delete;
 /// The descriptor of an identifier, or null when it is not registered. For identifiers from anywhere.
 VEXA_EXPORT ParamDescriptor* FindDescriptor(eParam_t id);
+/// Whether the identifier is registered.
 VEXA_EXPORT bool IsValidParamID(eParam_t id);
 /// The identifier with this symbolic name, 0 when there is none.
 VEXA_EXPORT eParam_t GetParamNameParamID(std::string paramIDName);
+/// All symbolic names.
 VEXA_EXPORT std::list<std::string> GetParamIDNames();
+/// All identifiers.
 VEXA_EXPORT std::list<eParam_t> GetParamIDs();
 
 /// Two-line value names for the front panel that has two lines; takes effect at the next build.

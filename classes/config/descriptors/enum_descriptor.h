@@ -9,6 +9,7 @@
 /// ParamDescriptor.
 class VEXA_EXPORT EnumDescriptor : public IntegerDescriptor {
   public:
+    /// The attributes and class names of one value.
     using EnumValueData = EnumValueDescriptor::EnumValueData;
 
     /// The values by number.

@@ -24,11 +24,13 @@ class VEXA_EXPORT ParamDescriptor {
   public:
     /// One condition: the named parameter holds the given value.
     struct Relation {
-        eParam_t paramID;
-        unsigned int value;
+        eParam_t paramID;    ///< whose value counts
+        unsigned int value;  ///< which it has to hold
         bool operator==(const Relation&) const = default;
     };
+    /// The conditions of each kind, by the names of GetRelation.
     using Relations = std::map<std::string, std::vector<Relation>>;
+    /// What a front end may run for a parameter.
     using Action = std::function<bool(Config*, ParamDescriptor*)>;
 
     ParamDescriptor() = default;
@@ -36,21 +38,28 @@ class VEXA_EXPORT ParamDescriptor {
     ParamDescriptor& operator=(const ParamDescriptor&) = delete;
     virtual ~ParamDescriptor() = default;
 
+    /// The identifier.
     virtual eParam_t GetParamID() { return m_paramID; }
     virtual void SetParamID(eParam_t id) { m_paramID = id; }
+    /// What kind of value it has.
     virtual eParamType_t GetParamType() { return m_paramType; }
     virtual void SetParamType(eParamType_t type) { m_paramType = type; }
     /// The symbolic identifier, "eParamID_LED_Identify".
     virtual std::string GetParamIDName() { return m_paramIDName; }
     virtual void SetParamIDName(std::string name) { m_paramIDName = std::move(name); }
+    /// The feature class, for front ends that show parameters by it.
     virtual eFeature_t GetFeatureType() { return m_featureType; }
     virtual void SetFeatureType(eFeature_t type) { m_featureType = type; }
+    /// Whether the value outlives a restart.
     virtual ePersist_t GetPersistenceType() { return m_persistenceType; }
     virtual void SetPersistenceType(ePersist_t type) { m_persistenceType = type; }
+    /// Whether presets hold the value.
     virtual eUserRegisterData_t GetRegisterType() { return m_registerType; }
     virtual void SetRegisterType(eUserRegisterData_t type) { m_registerType = type; }
+    /// Which factory reset sets the default.
     virtual eFactoryReset_t GetFactoryResetType() { return m_factoryResetType; }
     virtual void SetFactoryResetType(eFactoryReset_t type) { m_factoryResetType = type; }
+    /// Has one value, and no effect.
     virtual eAccess_t GetAccessType() { return m_accessType; }
     virtual void SetAccessType(eAccess_t type) { m_accessType = type; }
     /// The display name, "Identify LED".
@@ -75,9 +84,12 @@ class VEXA_EXPORT ParamDescriptor {
     /// The other direction: parameters that this one follows.
     virtual std::vector<eParam_t> GetDependsOnParamIDs() { return m_dependsOnParamIDs; }
     virtual void SetDependsOnParamIDs(std::vector<eParam_t> ids) { m_dependsOnParamIDs = std::move(ids); }
+    /// As for dependents: an identifier stands once, and moves to the end when it is added again.
     virtual void AddDependsOnParamID(eParam_t id);
+    /// @return false when it is not in the list.
     virtual bool RemoveDependsOnParamID(eParam_t id);
 
+    /// All conditions under which the parameter is enabled or disabled.
     virtual Relations GetRelations();
     /// The list under `name` ("enabled_by", "disabled_by"). An unknown name becomes a known one with an empty
     /// list.
@@ -86,6 +98,7 @@ class VEXA_EXPORT ParamDescriptor {
 
     /// In order of addition, each once.
     virtual std::vector<std::string> GetClassNames() { return m_classNames; }
+    /// Adds a word that front ends and programs know the parameter by; docs/parameters.md explains them.
     virtual void AddClassName(std::string name);
     /// @return false when the descriptor has no such class name.
     virtual bool RemoveClassName(std::string name);

@@ -15,13 +15,16 @@ class VEXA_EXPORT StringDescriptor : public ParamDescriptor {
     /// Length limits in bytes.
     virtual unsigned int GetMinLength() { return m_minLength; }
     virtual void SetMinLength(unsigned int value) { m_minLength = value; }
+    /// See GetMinLength.
     virtual unsigned int GetMaxLength() { return m_maxLength; }
     virtual void SetMaxLength(unsigned int value) { m_maxLength = value; }
     /// Limits of a character's position, for panels that edit character by character.
     virtual unsigned int GetMinIndex() { return m_minIndex; }
     virtual void SetMinIndex(unsigned int value) { m_minIndex = value; }
+    /// See GetMinIndex.
     virtual unsigned int GetMaxIndex() { return m_maxIndex; }
     virtual void SetMaxIndex(unsigned int value) { m_maxIndex = value; }
+    /// The text before anybody sets one, and after a factory reset.
     virtual std::string GetFactoryDefault() { return m_factoryDefault; }
     virtual void SetFactoryDefault(std::string value) { m_factoryDefault = std::move(value); }
 

@@ -25,6 +25,7 @@ VEXA_EXPORT Config* GetMappingConfig(const std::string& transport);
 /// The order of the virtual operations is part of the contract: append only.
 class VEXA_EXPORT CParam {
   public:
+    /// @param type  kept as given; the descriptor may know another one.
     CParam(eParam_t id, eParamType_t type) : m_paramID(id), m_paramType(type) {}
     CParam(const CParam&) = default;
     CParam& operator=(const CParam&) = default;
@@ -36,6 +37,7 @@ class VEXA_EXPORT CParam {
     virtual unsigned int GetParamValue() = 0;
     /// The text. @return false, with `value` untouched, when there is none.
     virtual bool GetParamValue(std::string& value) = 0;
+    /// Whether there is a value that was not saved.
     virtual bool IsDirty() = 0;
     /// Borrowed; null when there is none.
     virtual ParamDescriptor* GetParamDescriptor(eParam_t id) = 0;
@@ -43,6 +45,7 @@ class VEXA_EXPORT CParam {
     virtual eParam_t GetParamEnum() { return m_paramID; }
     /// As given to the constructor; the descriptor may know another one.
     virtual eParamType_t GetParamType() { return m_paramType; }
+    /// As given to the constructor.
     virtual eParam_t GetParamID() { return m_paramID; }
     /// Whether menus show the parameter while it is disabled: never.
     virtual bool ShowWhenDisabled() { return false; }
@@ -74,6 +77,7 @@ class VEXA_EXPORT CParam_ZK9 : public CParam {
     ParamDescriptor* GetParamDescriptor(eParam_t id) override;
     /// Holds a place in the order; never called.
     virtual unsigned int ReservedToo() { return 0; }
+    /// Of this object's parameter.
     virtual ParamDescriptor* GetParamDescriptor() { return GetParamDescriptor(GetParamID()); }
 
     // About any parameter that the connection knows.

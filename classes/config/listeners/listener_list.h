@@ -38,8 +38,11 @@ class VEXA_EXPORT ListenerList {
     bool RemoveOne(ConfigEventListener* listener);
     /// Removes all registrations of the listener. @return whether there was one.
     bool RemoveAll(ConfigEventListener* listener);
+    /// Removes all registrations of all listeners. Callbacks may still run.
     void Clear();
+    /// Whether the listener is registered.
     bool Contains(ConfigEventListener* listener) const;
+    /// Whether nobody listens.
     bool IsEmpty() const;
 
     /// Blocks other deliveries for the life of a scope; nested scopes of one thread hold the turn together. A
@@ -47,6 +50,7 @@ class VEXA_EXPORT ListenerList {
     /// change overtakes it, and it cannot outlast WaitForDelivery and reach a listener that was added later.
     class VEXA_SCOPED_CAPABILITY Turn {
       public:
+        /// Waits for the turn. @param list  borrowed.
         explicit Turn(ListenerList& list) VEXA_ACQUIRE(list.m_turn) : m_hold(list.m_turn) {}
         ~Turn() VEXA_RELEASE() {}
 
@@ -61,17 +65,20 @@ class VEXA_EXPORT ListenerList {
     /// Calls every listener: now or, from a callback of this list, after the running delivery. An exception
     /// of one listener is reported, and the others are still called.
     void TellNumber(eParam_t id, unsigned int value, timeval time);
+    /// The same for a text.
     void TellText(eParam_t id, std::string text, timeval time);
     /// Each listener gets a copy of its own.
     void TellData(eParam_t id, std::string data, timeval time);
 
     /// An event that is ready to be told.
     struct Event {
-        enum Kind { kNumber, kText, kData } kind;
-        eParam_t id;
-        timeval time;
-        unsigned int number = 0;
-        std::string text = {};
+        /// What happened, and to which parameter.
+        enum Kind { kNumber, kText, kData };
+        Kind kind;                             ///< which of the fields counts
+        eParam_t id;                           ///< the parameter
+        timeval time;                          ///< of the change
+        unsigned int number = 0;               ///< of kNumber
+        std::string text = {};                 ///< of kText and kData
         std::vector<std::string> copies = {};  ///< of the text, for the listeners
     };
     /// One event; lists exchange their elements without allocating.
@@ -80,8 +87,11 @@ class VEXA_EXPORT ListenerList {
     /// The same in two steps: whoever stores a value first makes the event ready, which needs memory, then stores the
     /// value, and then tells it, which cannot fail any more. Both under one turn.
     Ready ReadyNumber(eParam_t id, unsigned int value, timeval time);
+    /// See ReadyNumber.
     Ready ReadyText(eParam_t id, std::string text, timeval time);
+    /// See ReadyNumber; each listener gets a copy of its own.
     Ready ReadyData(eParam_t id, std::string data, timeval time);
+    /// Delivers what one of them has made.
     void Tell(Ready event);
 
   private:

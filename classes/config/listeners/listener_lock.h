@@ -21,6 +21,7 @@ class VEXA_CAPABILITY("semaphore") ListenerLock {
     /// Holds the lock for a scope; nested scopes of one thread hold it together.
     class VEXA_SCOPED_CAPABILITY Guard {
       public:
+        /// Waits for the lock, unless this thread holds it. @param lock  borrowed.
         explicit Guard(ListenerLock& lock) VEXA_ACQUIRE(lock) VEXA_NO_THREAD_SAFETY_ANALYSIS : m_lock(lock)
         {
             if (m_lock.m_owner == std::this_thread::get_id()) return;

@@ -11,8 +11,8 @@ class Config;
 
 /// One clip on the media.
 struct VEXA_EXPORT Clip {
-    std::string name;
-    unsigned int take = 0;
+    std::string name;       ///< without the take number
+    unsigned int take = 0;  ///< the number behind the name
 };
 
 /// Finds clips. It reads the clip-naming parameters through the Config it was made for, which is the store or, for a
@@ -21,8 +21,11 @@ struct VEXA_EXPORT Clip {
 class VEXA_EXPORT ClipFinder {
   public:
     virtual ~ClipFinder() = default;
+    /// The clips on the media. The store passes true, false, true; the meaning is the product's.
     virtual std::list<Clip> findClips(bool, bool, bool) = 0;
+    /// Whether a recording may replace a clip.
     virtual bool allowOverwriteOfExistingClips() = 0;
+    /// Whether takes are numbered by the custom take.
     virtual bool useCustomClipTake(bool allowOverwrite) = 0;
     /// The highest take number in use, 0 when none is.
     virtual unsigned int getLastMatchingTakeInList(const std::list<Clip>& clips, bool customTake,

@@ -18,6 +18,7 @@ namespace vexa::config {
 /// The pending changes of one write. The front entry is the one under test; a precondition may change, add or
 /// remove entries, and the entry at the front afterwards is stored. So a write is a queue.
 using IntegerQueue = std::deque<std::pair<eParam_t, unsigned int>>;
+/// The same of texts.
 using StringQueue = std::deque<std::pair<eParam_t, std::string>>;
 
 /// May veto a change (false), drop it from the queue, correct it in place, or add further ones. Of a string in front

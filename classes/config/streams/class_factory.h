@@ -8,7 +8,7 @@
 
 /// The header of an object in a stream: its class identifier.
 struct VEXA_EXPORT ClassFactoryHeader {
-    eClassID_t classID{};
+    eClassID_t classID{};  ///< of the object that follows
 };
 
 /// One factory makes the objects of one class. The static operations are the process-wide registry of
@@ -20,8 +20,10 @@ struct VEXA_EXPORT ClassFactoryHeader {
 /// used from any thread.
 class VEXA_EXPORT ClassFactory {
   public:
+    /// @param id  of the class whose objects it makes.
     explicit ClassFactory(eClassID_t id) : m_classID(id) {}
     virtual ~ClassFactory() = default;
+    /// The class whose objects it makes.
     virtual eClassID_t GetClassID() { return m_classID; }
     /// @return null when it cannot be made.
     virtual Serializable* Create() = 0;

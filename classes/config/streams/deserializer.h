@@ -13,8 +13,10 @@
 /// the contract: append only.
 class VEXA_EXPORT DeSerializer {
   public:
+    /// @param format  of the stream.
     explicit DeSerializer(eSerializationFormat format) : m_format(format) {}
     virtual ~DeSerializer() = default;
+    /// One field. @param value  neutral on failure. @return whether there was one.
     virtual bool Read(const char* name, unsigned char& value) = 0;
     virtual bool Read(const char* name, long& value) = 0;
     virtual bool Read(const char* name, bool& value) = 0;
@@ -32,14 +34,18 @@ class VEXA_EXPORT DeSerializer {
     /// Reads nothing.
     virtual bool Read(std::string&, unsigned int) { return false; }
     virtual bool Read(Serializable*& object) = 0;
+    /// Whether nothing follows what was read.
     virtual bool IsEndOfStream() = 0;
 
+    /// As given to the constructor.
     eSerializationFormat GetFormat() const { return m_format; }
+    /// Whether a read failed; the results of all later ones are neutral.
     bool Failed() const { return m_failed; }
     /// Marks the stream as unusable; for objects whose fields make no sense together.
     void Fail() { m_failed = true; }
 
   protected:
+    /// For readers that go on with another range.
     void ClearFailure() { m_failed = false; }
 
   private:

@@ -34,9 +34,12 @@ class VEXA_EXPORT MemoryDeSerializer : public DeSerializer {
     /// Always true: the sector is the whole stream.
     bool IsEndOfStream() override { return true; }
 
+    /// Where the next read begins.
     virtual char* GetPos() { return m_position; }
     virtual void SetPos(char* position) { m_position = position; }
+    /// Whether nothing is left to read.
     virtual bool IsEndOfSector() { return m_position >= m_end; }
+    /// The first byte of the sector.
     virtual char* GetSectorStart() { return m_start; }
     /// Another sector: what failed in the last one is forgotten. Set its end and the position as well.
     virtual void SetSectorStart(char* start)
@@ -44,10 +47,12 @@ class VEXA_EXPORT MemoryDeSerializer : public DeSerializer {
         m_start = start;
         ClearFailure();
     }
+    /// One past the last byte of the sector.
     virtual char* GetSectorEnd() { return m_end; }
     virtual void SetSectorEnd(char* end) { m_end = end; }
     /// Bytes between the position and the end.
     virtual ptrdiff_t Available() { return m_end - m_position; }
+    /// The class identifier of an object that is read by hand. @return false at the end.
     virtual bool Read(ClassFactoryHeader& header);
 
   private:

@@ -35,9 +35,12 @@ class VEXA_EXPORT MemorySerializer : public Serializer {
     void Write(std::string name, char* buffer, unsigned int length) override;
     void Wrote(unsigned int bytes) override;
 
+    /// Where the next write begins.
     virtual char* GetPos() { return m_position; }
     virtual void SetPos(char* position) { m_position = position; }
+    /// Whether the range is full.
     virtual bool IsEndOfBuffer() { return m_position >= m_end; }
+    /// The first byte of the range.
     virtual char* GetBufferStart() { return m_start; }
     /// Another buffer: what failed in the last one is forgotten. Set its end and the position as well.
     virtual void SetBufferStart(char* start)
@@ -45,6 +48,7 @@ class VEXA_EXPORT MemorySerializer : public Serializer {
         m_start = start;
         ClearFailure();
     }
+    /// One past the last byte of the range.
     virtual char* GetBufferEnd() { return m_end; }
     virtual void SetBufferEnd(char* end) { m_end = end; }
     /// Bytes between the position and the end.
@@ -63,6 +67,7 @@ class VEXA_EXPORT MemorySerializer : public Serializer {
 /// Writes nothing and counts the bytes that a MemorySerializer would write. Thread: one at a time.
 class VEXA_EXPORT MemorySerializerSizer : public Serializer {
   public:
+    /// @param format  of the stream that is measured.
     explicit MemorySerializerSizer(eSerializationFormat format) : Serializer(format) {}
 
     using Serializer::Write;

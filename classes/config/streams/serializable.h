@@ -14,6 +14,7 @@ class DeSerializer;
 class VEXA_EXPORT Serializable {
   public:
     virtual ~Serializable() = default;
+    /// What names the class in a stream.
     virtual eClassID_t GetClassID() { return m_classID; }
     virtual void SetClassID(eClassID_t id) { m_classID = id; }
     /// Same class; subclasses compare contents too. False for null.
@@ -27,7 +28,9 @@ class VEXA_EXPORT Serializable {
     virtual void SetDirty(bool dirty) { m_dirty = dirty; }
 
   protected:
+    /// Not dirty. @param id  may be left to the class factory.
     explicit Serializable(eClassID_t id = eClassID_Unset) : m_classID(id) {}
+    /// With the dirty flag.
     Serializable(const Serializable& other) : m_classID(other.m_classID), m_dirty(other.m_dirty.load()) {}
     Serializable& operator=(const Serializable&) = delete;
 

@@ -20,8 +20,10 @@ inline constexpr unsigned int kMaxObjectNesting = 16;
 /// Thread: one at a time. The order of the virtual operations is part of the contract: append only.
 class VEXA_EXPORT Serializer {
   public:
+    /// @param format  of the stream.
     explicit Serializer(eSerializationFormat format) : m_format(format) {}
     virtual ~Serializer() = default;
+    /// One field; the length depends on the type alone, but for a text.
     virtual void Write(std::string name, unsigned char value) = 0;
     virtual void Write(std::string name, long value) = 0;
     virtual void Write(std::string name, bool value) = 0;
@@ -38,14 +40,18 @@ class VEXA_EXPORT Serializer {
     /// Counts bytes that were written.
     virtual void Wrote(unsigned int bytes) { m_bytesWritten += bytes; }
 
+    /// As given to the constructor.
     eSerializationFormat GetFormat() const { return m_format; }
+    /// How many bytes have gone out, whatever the buffer.
     unsigned int GetBytesWritten() const { return m_bytesWritten; }
     /// Whether a write failed; stays set until the writer gets another buffer. A sender then drops the whole
     /// message.
     bool Failed() const { return m_failed; }
 
   protected:
+    /// Marks the stream as unusable.
     void Fail() { m_failed = true; }
+    /// For writers that go on with another range.
     void ClearFailure() { m_failed = false; }
     /// Header and fields of an object, within the nesting limit.
     void WriteObject(Serializable* object, eClassID_t classID);

@@ -12,8 +12,10 @@ class VEXA_EXPORT Checkpoint : public Serializable {
     Checkpoint() : Checkpoint(-1) {}
     explicit Checkpoint(eConfigID_t configID) : Serializable(eClassID_Checkpoint), m_configID(configID) {}
 
+    /// Whose position it is; -1: nobody's.
     eConfigID_t GetConfigID() const { return m_configID; }
     void SetConfigID(eConfigID_t id) { m_configID = id; }
+    /// The position; its unit is that of the component that saves.
     unsigned int GetOffset() const { return m_offset; }
     void SetOffset(unsigned int offset) { m_offset = offset; }
 

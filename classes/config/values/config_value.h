@@ -23,11 +23,14 @@ class VEXA_EXPORT ConfigValue : public Serializable {
     /// Sets the fields as read; the dirty flag stays.
     bool Deserialize(DeSerializer* deserializer) override;
 
+    /// The store that the value belongs to.
     virtual eConfigID_t GetConfigID() { return m_configID; }
     /// A different identity marks the object dirty; this holds for the next two as well.
     virtual void SetConfigID(eConfigID_t id);
+    /// The parameter that the value is of.
     virtual eParam_t GetParamID() { return m_paramID; }
     virtual void SetParamID(eParam_t id);
+    /// The type that a change event names.
     virtual eParamType_t GetParamType() { return m_paramType; }
     virtual void SetParamType(eParamType_t type);
     /// A new object with the same identity and value, not dirty; the caller owns it.
@@ -38,12 +41,14 @@ class VEXA_EXPORT ConfigValue : public Serializable {
     virtual void CopyValue(ConfigValue& other) = 0;
     /// Sets the parameter's factory default. A descriptor of another kind changes nothing.
     virtual void ResetToFactory() {}
+    /// Identity and value on one line, for logs.
     virtual std::string ToString();
 
     ConfigValue(const ConfigValue&) = delete;
 
   protected:
     ConfigValue() = default;
+    /// Not dirty.
     ConfigValue(eClassID_t classID, eConfigID_t configID, eParam_t paramID, eParamType_t type)
         : Serializable(classID), m_configID(configID), m_paramID(paramID), m_paramType(type)
     {
@@ -62,14 +67,20 @@ class VEXA_EXPORT TypedValue : public ConfigValue {
   public:
     ~TypedValue() override;
 
+    /// A copy of the value.
     void Get(T& value) VEXA_EXCLUDES(m_lock);
     /// A different value marks the object dirty.
     void Set(T value) VEXA_EXCLUDES(m_lock);
 
+    /// As of ConfigValue, and of the values.
     bool IsEqual(Serializable* other) override;
+    /// The value comes behind the identity.
     bool Serialize(Serializer* serializer) override;
+    /// @return false when the stream ends before the value, which is neutral then.
     bool Deserialize(DeSerializer* deserializer) override;
+    /// Of another T only the configuration ID is taken.
     void Copy(ConfigValue& other) override;
+    /// Of another T nothing is taken.
     void CopyValue(ConfigValue& other) override;
 
   protected:

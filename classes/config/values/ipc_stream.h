@@ -13,7 +13,7 @@
 /// The header message: seven 32-bit words. The first is the message type that the queue selects on; the data
 /// message has this type plus 1. Types below 1, or without a successor, cannot be sent.
 struct VEXA_EXPORT CONFIGMGR_STREAM_HEADER_T {
-    int32_t type = 0;
+    int32_t type = 0;            ///< what the queue selects on; at least 1
     uint32_t id = 0;             ///< the sender's request or connection; copied into the data message
     uint32_t userWord = 0;       ///< the caller's
     uint32_t size = 0;           ///< set by the sender: stream size + 8

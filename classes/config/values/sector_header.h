@@ -16,8 +16,10 @@ class VEXA_EXPORT SectorHeader : public Serializable {
     /// Counts writes of the sector.
     unsigned int GetOdometer() const { return m_odometer; }
     void SetOdometer(unsigned int value) { m_odometer = value; }
+    /// The version of the layout behind the header.
     unsigned int GetConfigVersion() const { return m_configVersion; }
     void SetConfigVersion(unsigned int value) { m_configVersion = value; }
+    /// The length; its unit is that of the component that saves.
     unsigned int GetLength() const { return m_length; }
     void SetLength(unsigned int value) { m_length = value; }
 

@@ -18,6 +18,7 @@ class VEXA_EXPORT Vector : public Serializable {
 
     /// @param element  the vector owns it from now on; null is refused.
     bool Add(std::unique_ptr<Serializable> element);
+    /// Borrowed, in order of addition.
     const std::vector<std::unique_ptr<Serializable>>& Elements() const { return m_elements; }
 
     /// Same class, and equal elements in the same order.
@@ -29,6 +30,7 @@ class VEXA_EXPORT Vector : public Serializable {
     bool Deserialize(DeSerializer* deserializer) override;
 
   protected:
+    /// For containers with a class of their own.
     explicit Vector(eClassID_t id) : Serializable(id) {}
 
   private:
@@ -40,6 +42,7 @@ class VEXA_EXPORT PresetsParamVector : public Vector {
   public:
     PresetsParamVector() : Vector(eClassID_PresetsParamVector) {}
 
+    /// The bytes of the file; they may hold anything but NUL.
     const std::string& GetPresetsFile() const { return m_presetsFile; }
     void SetPresetsFile(std::string bytes) { m_presetsFile = std::move(bytes); }
 

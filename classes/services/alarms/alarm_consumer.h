@@ -28,17 +28,23 @@ class VEXA_EXPORT AlarmConsumer {
     AlarmConsumer(const AlarmConsumer&) = delete;
     AlarmConsumer& operator=(const AlarmConsumer&) = delete;
 
+    /// Takes a change over. @param data  the serialized message.
     void AlarmChanged(eParam_t id, std::string data);
+    /// Whether it is an alarm of the configuration. @param config  borrowed; may not be null.
     static bool isAlarm(Config* config, eParam_t id);
 
+    /// Of the last change.
     vexa::alarms::Alarm_Severity GetSeverity() const { return m_alarm.severity(); }
+    /// Of the last change.
     vexa::alarms::Alarm_State GetState() const { return m_alarm.state(); }
     /// The parameter of the last change.
     eParam_t GetParamID() const { return m_paramID; }
     /// The first error of the last change, "" when it has none.
     std::string GetError() const;
+    /// The short form of the same error.
     std::string GetShortError() const;
 
+    /// Waits until the lock is free.
     void Lock();
     /// Without a lock it does nothing.
     void Unlock();

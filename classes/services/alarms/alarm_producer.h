@@ -29,6 +29,7 @@ class VEXA_EXPORT AlarmProducer {
     virtual bool Clear();
     /// Adds an error, which is published with the next change of the alarm.
     virtual bool AddError(std::string text);
+    /// Forgets what was added; the next change of the alarm publishes that.
     virtual void ClearErrors();
 
     // Without an object: these start from the alarm at rest, so errors never accumulate.

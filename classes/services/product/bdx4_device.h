@@ -9,5 +9,6 @@
 class VEXA_EXPORT BDX4Device {
   public:
     virtual ~BDX4Device() = default;
+    /// The board's identifier; its meaning is the driver's.
     virtual uint32_t GetBoardID() = 0;
 };

@@ -17,18 +17,20 @@ struct VEXA_EXPORT SerialRow {
 
 /// One model. The default row, without features, stands for unknown models.
 struct VEXA_EXPORT ProductModel {
-    std::string_view name;
+    std::string_view name;  ///< as PRODUCT_ID has it; empty for unknown models
     unsigned int number =
-        0;  ///< that stands for the model in eParamID_ProductID: never another one, never reused
-    SerialRow serial;
-    int ethernetPorts = 1;
-    int minimumHeight = 0;  ///< smallest picture height in lines; 0: none
-    int sdiInputs = 1;
-    int mediaSlots = 1;
+        0;             ///< that stands for the model in eParamID_ProductID: never another one, never reused
+    SerialRow serial;  ///< how serial numbers are made
+    int ethernetPorts = 1;         ///< number of Ethernet ports
+    int minimumHeight = 0;         ///< smallest picture height in lines; 0: none
+    int sdiInputs = 1;             ///< number of SDI inputs
+    int mediaSlots = 1;            ///< number of media slots
     bool signalProcessor = false;  ///< a converter or frame synchroniser: no media
     bool frontPanel = true;        ///< a display and keys
+    /// Features: CProductFeatures explains each.
     bool uhd = false, sdi12G = false, rgb444 = false, xq = false, frameSync = false, analogInputs = false,
          rs422 = false, fireWire = false, cameraData = false, lut = false, colourDisplay = false;
+    /// Features: CProductFeatures explains each.
     bool multiChannel = false, i18n = false, gang = false, playback = false, rollover = false,
          timecode = false, genlock = false, fan = false, secondPowerSupply = false, voltageSensing = false,
          dashboard = false, reelInUI = false, flashFileSystem = false, identifyLed = false,

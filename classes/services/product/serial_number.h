@@ -8,6 +8,7 @@
 
 class BDX4Device;
 
+/// No state; thread: any.
 class VEXA_EXPORT SerialNumber {
   public:
     /// The hardware address of interface "eth0".
@@ -32,6 +33,7 @@ class VEXA_EXPORT SerialNumber {
     static std::string FormatSerialNumber(int serial, const char* prefix, unsigned int offset);
     /// With the current model's prefix and offset; an unknown model prints a line and uses "XX" and 0.
     static std::string FormatSerialNumber(int serial);
+    /// FormatSerialNumber of this unit's serial.
     static std::string GetFormattedSerialNumber();
 
     /// Eight upper-case hexadecimal digits; "" without a device.

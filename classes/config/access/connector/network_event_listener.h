@@ -19,6 +19,7 @@ namespace vexa::corvalis::config::access {
 /// configuration.
 class VEXA_EXPORT NetworkEventListener : public ConfigEventListener {
   public:
+    /// For SetTimeoutInMS: a wait has no limit.
     static constexpr unsigned int kNoTimeout = 0xFFFFFFFF;
 
     /// Closed; waits have no limit, the queue keeps 100 events.
@@ -54,10 +55,11 @@ class VEXA_EXPORT NetworkEventListener : public ConfigEventListener {
     /// Appends an event. When there are too many, the oldest go without notice.
     void AddEvent(ConfigEvent& event);
 
-    // ConfigEventListener. They return true.
     using ConfigEventListener::ParamChanged;
+    /// A change of the configuration: appended. @return true.
     bool ParamChanged(eParam_t id, unsigned int value, timeval time) override;
     bool ParamChanged(eParam_t id, std::string value, timeval time) override;
+    /// The same for data. @return true.
     bool DataChanged(eParam_t id, std::string& data, timeval time) override;
 
     /// When a wait that starts now ends, on the real-time clock.

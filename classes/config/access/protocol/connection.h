@@ -10,6 +10,7 @@
 
 namespace vexa {
 
+/// What a client has found out about its server.
 enum class ConnectionChange : uint8_t {
     kLost,           ///< no answers come any more, or no events
     kRestored,       ///< the server answers again; changes in between were not heard
@@ -45,6 +46,7 @@ class VEXA_EXPORT Connection {
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
+    /// Whether the server answers, as far as was seen.
     bool IsReachable() const { return m_reachable; }
     /// @param listener  borrowed until it is removed; not null. Throws std::bad_alloc.
     void AddConnectionListener(ConnectionListener* listener) VEXA_EXCLUDES(m_lock);
@@ -54,6 +56,7 @@ class VEXA_EXPORT Connection {
     ~Connection() = default;  // not virtual: the tables of the configurations stay as they are
     /// Tells the listeners if that is news. Hold no lock that they may take.
     void SetReachable(bool reachable) VEXA_EXCLUDES(m_lock);
+    /// Tells the listeners that changes may have been missed. Hold no lock that they may take.
     void TellEventsMissing() VEXA_EXCLUDES(m_lock);
 
   private:

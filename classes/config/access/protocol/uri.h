@@ -11,11 +11,13 @@
 /// Where a transport ("socket", "udp", "tcp"; exactly so) serves the configuration of this device, and its
 /// events: "tcp://127.0.0.1:43110". "INVALID_URI" for any other transport. Thread: any.
 VEXA_EXPORT std::string GetConfigURI(const std::string& transport);
+/// See GetConfigURI.
 VEXA_EXPORT std::string GetEventsURI(const std::string& transport);
 
 /// The parts of a network address: "tcp://127.0.0.1:43110" is "tcp", "127.0.0.1" and "43110". Thread: one at
 /// a time.
 struct VEXA_EXPORT url {
+    /// As they stand in the text, without the delimiters.
     std::string scheme, address, port;
 
     /// Splits at ':' and '/'; text behind the port is ignored. Texts of 1,024 characters and more, and parts

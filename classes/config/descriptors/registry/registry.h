@@ -21,9 +21,9 @@ void BuildDescriptors(const ProductModel& model, DescriptorTable& table);
 /// Deletes all descriptors, the generic ones too. Pointers handed out earlier dangle.
 VEXA_EXPORT void DestroyDescriptors();
 
-/// The derivation passes of the build: give "menu_number" ("125.2") and "ParamGroup" to descriptors without
-/// one.
+/// A derivation pass of the build: gives "menu_number" ("125.2") to descriptors without one.
 VEXA_EXPORT void AddMenuNumberAttribute();
+/// The same for "ParamGroup".
 VEXA_EXPORT void AddParamGroupAttribute();
 
 /// Forwards to the generic catalogue, which stays a registry of its own: no descriptor is ever in both.

@@ -30,7 +30,9 @@ class CachedValues {
 
     /// What had been heard of a parameter before a call.
     struct Moment {
+        /// Numbers of events, of losses and of writes so far.
         uint32_t events, losses, writes;
+        /// Whether nothing was heard in between.
         bool SameEvents(const Moment& other) const
         {
             return events == other.events && losses == other.losses;
@@ -46,6 +48,7 @@ class CachedValues {
         value = found->second.value;
         return true;
     }
+    /// Whether this is known to be the value.
     bool Holds(eParam_t id, const Value& value) const
     {
         SemaphoreHelper hold(m_lock);
@@ -201,9 +204,10 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener, publi
     bool WaitForConfigEvent(ConfigEvent& event, long seconds, long microseconds) override;
     std::vector<ParamDescriptor*> GetDescriptorsByClassName(std::string name) override;
 
-    // ConfigEventListener: for the wrapped configuration. They return true.
+    /// A change of the wrapped configuration: kept, and passed on if it is news. @return true.
     bool ParamChanged(eParam_t id, unsigned int value, timeval time) override;
     bool ParamChanged(eParam_t id, std::string value, timeval time) override;
+    /// The same for data. @return true.
     bool DataChanged(eParam_t id, std::string& data, timeval time) override;
     void ParamChanged(ConfigEvent) override {}
 
@@ -212,6 +216,7 @@ class VEXA_EXPORT ConfigCache : public Config, public ConfigEventListener, publi
     /// that does so, too.
     void fireParamChangedEvent(eParam_t id, unsigned int value, timeval time);
     void fireParamChangedEvent(eParam_t id, std::string value, timeval time);
+    /// The same for data.
     void fireDataChangedEvent(eParam_t id, std::string& data, timeval time);
 
     /// When the cache was made, or the key that it took over; {0, 0} without a clock. Caches with one key are

@@ -60,8 +60,11 @@ class VEXA_EXPORT PosixMQClient : public vexa::CatalogueConfig, public Runnable,
     /// message that is neither a number nor a text.
     bool WaitForConfigEvent(ConfigEvent& event, long, long) override;
 
+    /// Does nothing: the daemon resets its own values. @return false.
     virtual bool ResetToFactory(eParam_t) { return false; }
+    /// Does nothing.
     void Run() override {}
+    /// A client keeps no values that could be. @return false.
     virtual bool IsDirty(eParam_t, eConfigID_t) { return false; }
 
     /// Turns the system's notification of messages on or off. @return false after one line.
@@ -84,7 +87,9 @@ class VEXA_EXPORT PosixMQClient : public vexa::CatalogueConfig, public Runnable,
     void Stop();
     /// Whether this thread is in a callback of this client.
     bool IsInCallback() const;
+    /// The queues and the priority. Borrowed.
     const MQConnection& Connection() const;
+    /// The number by which the daemon knows this client, behind "/mqd_" in the name of its queue.
     unsigned int ConnectionID() const;
 
   private:

@@ -36,10 +36,10 @@ class VEXA_EXPORT PosixMQFactory {
     /// callback of the client, it has the client deleted after that.
     void Disconnect(PosixMQClient* client);
 
-    /// The handshakes. A failure of the first prints one line or more; the second prints only a difference of
-    /// identifiers.
+    /// The handshake of Connect. @return false after one line or more.
     bool ConfirmConnection(mqd_t requestQueue, mqd_t responseQueue, unsigned int connectionID,
                            unsigned int priority);
+    /// The handshake of Disconnect, which prints only a difference of identifiers.
     bool ConfirmDisconnect(PosixMQClient* client);
 
     /// 10 for a URI with "priority=", whatever follows, else 0.
