@@ -2,7 +2,7 @@
 """What the sources say by convention, spelled out for doxygen, with as many lines as before.
 
 In headers a comment is also that of the declarations right behind it that belong to the first one: the setter of a getter,
-further overloads, the opposite (Add and Remove, Lock and Unlock). Names that are made from a table get their comments from
+further overloads, the Remove of an Add. Names that are made from a table get their comments from
 the page or the table that describes them. In pages, links to what is no page become text.
 
 Usage: filter.py FILE
@@ -12,7 +12,7 @@ import re
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-VERBS = ("Get", "Set", "Add", "Remove", "Is", "Has", "Toggle", "Lock", "Unlock", "Clear", "Find")
+VERBS = ("Get", "Set", "Add", "Remove")
 MADE_BY_COMPILER = re.compile(r"\) = delete;$|\boperator(==|=)\(.*= default;$|^(\w+)\(const \2&\) = default;$")
 NAME = re.compile(r"([~\w]+|operator[^\s(]+)\s*\(")
 
@@ -48,7 +48,7 @@ def expand(text):
 
 def subject(name):
     for verb in VERBS:
-        if name.startswith(verb):
+        if name.startswith(verb) and name != verb:
             return name[len(verb):]
     return name
 

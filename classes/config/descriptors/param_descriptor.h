@@ -104,6 +104,7 @@ class VEXA_EXPORT ParamDescriptor {
     virtual bool RemoveClassName(std::string name);
     /// Exact and case-sensitive.
     virtual bool HasClassName(std::string name);
+    /// Adds the class name, or removes it where it is.
     virtual void ToggleClassName(std::string name);
 
     /// Replace the content of the caller's map. Numeric and string attributes are separate name spaces.

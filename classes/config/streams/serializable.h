@@ -25,6 +25,7 @@ class VEXA_EXPORT Serializable {
     virtual bool Deserialize(DeSerializer*) { return true; }
     /// Changed since it was last saved or sent.
     virtual bool IsDirty() { return m_dirty; }
+    /// For whoever saves or sends the object, and for its subclasses.
     virtual void SetDirty(bool dirty) { m_dirty = dirty; }
 
   protected:
