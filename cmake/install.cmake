@@ -24,3 +24,7 @@ install(FILES ${PROJECT_BINARY_DIR}/VexaConfigConfig.cmake ${PROJECT_BINARY_DIR}
 file(RELATIVE_PATH VEXA_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/vexaconfig.pc.in vexaconfig.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vexaconfig.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# Where Wireshark looks for plug-ins of every version.
+install(FILES wireshark/vexa.lua wireshark/vexa_names.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins
+        COMPONENT development)
