@@ -95,7 +95,7 @@ std::optional<Wish> Checks::WishOf(const SettingsLine& line)
         reason = "named in line " + std::to_string(other->second) + " already";
     else if (descriptor->HasClassName("readonly"))
         reason = "the device reports it";
-    else if (!IsSetting(Parameter(descriptor)))
+    else if (!vexa::IsSetting(*descriptor))
         reason = "no setting: the device does not keep it";
     else
         value = ValueOf(*descriptor, line.value, reason);
@@ -189,7 +189,7 @@ bool IsReset(const Parameter& parameter, bool withNetwork)
 
 bool MayBeReset(const Parameter& parameter)
 {
-    return IsSetting(parameter) || IsReset(parameter, true);
+    return vexa::IsSetting(parameter.Descriptor()) || IsReset(parameter, true);
 }
 
 /// Those of one word; a name that is no setting is refused, a pattern passes it over.

@@ -136,7 +136,7 @@ void Side::ReadDevice(const vexa::Catalogue& catalogue)
 {
     std::vector<Parameter> settings;
     for (const auto& [id, descriptor] : catalogue.All())
-        if (const Parameter parameter(descriptor); IsSetting(parameter)) settings.push_back(parameter);
+        if (vexa::IsSetting(*descriptor)) settings.emplace_back(descriptor);
     const auto results = Own().Read(*Own().Connect(), settings);
     for (size_t i = 0; i < settings.size(); ++i)
         if (results[i].value) m_values.emplace(settings[i].Id(), *results[i].value);
@@ -145,8 +145,8 @@ void Side::ReadDevice(const vexa::Catalogue& catalogue)
 void Side::ReadDefaults(const vexa::Catalogue& catalogue)
 {
     for (const auto& [id, descriptor] : catalogue.All())
-        if (const Parameter parameter(descriptor); IsSetting(parameter))
-            if (const auto value = FactoryDefault(parameter)) m_values.emplace(id, *value);
+        if (vexa::IsSetting(*descriptor))
+            if (const auto value = FactoryDefault(Parameter(descriptor))) m_values.emplace(id, *value);
 }
 
 // --- what is compared ---

@@ -11,7 +11,7 @@ SettingValues ValuesOf(Session& session, vexa::Device& device, bool withSecrets)
     std::vector<Parameter> settings;
     for (const auto& [id, descriptor] : session.Parameters().All())
         if (const Parameter parameter(descriptor);
-            IsSetting(parameter) && (withSecrets || !parameter.IsSecret()))
+            vexa::IsSetting(*descriptor) && (withSecrets || !parameter.IsSecret()))
             settings.push_back(parameter);
     const auto results = session.Read(device, settings);
     SettingValues values;

@@ -285,11 +285,3 @@ std::string SettingsText(const Identity& device, const SettingValues& values)
     }
     return text;
 }
-
-bool IsSetting(const Parameter& parameter)
-{
-    ParamDescriptor& descriptor = parameter.Descriptor();
-    const bool isNote =
-        descriptor.HasClassName("hidden_param") && descriptor.GetFactoryResetType() == eFactoryReset_Exclude;
-    return descriptor.GetPersistenceType() == ePersist && !descriptor.HasClassName("readonly") && !isNote;
-}

@@ -46,7 +46,3 @@ using SettingValues = std::vector<std::pair<Parameter, Value>>;
 
 /// The whole text of a file. @param values  ascending by identifier.
 std::string SettingsText(const Identity& device, const SettingValues& values);
-
-/// Whether a parameter is a setting: kept by the device and set by users. The device's own notes, which no front
-/// end shows and no reset concerns, are none.
-bool IsSetting(const Parameter& parameter);

@@ -74,6 +74,8 @@ std::shared_ptr<const Catalogue> Catalogue::Of(const std::string& model)
     if (!catalogue) {
         const std::shared_ptr<Catalogue> built(new Catalogue(model));
         BuildDescriptors(*row, built->m_table);
+        for (const auto& [id, descriptor] : built->m_table)
+            built->m_byName.emplace(NameOf(*descriptor), descriptor);
         catalogue = built;
     }
     return catalogue;
@@ -94,13 +96,10 @@ ParamDescriptor* Catalogue::Find(std::string_view name) const
         return error == std::errc() && end == name.data() + name.size() ? Find(eParam_t{id}) : nullptr;
     }
     const std::string_view wanted = WithoutPrefix(name);
-    ParamDescriptor* other = nullptr;  // written differently
-    for (const auto& [id, descriptor] : m_table) {
-        const std::string known = descriptor->GetParamIDName();
-        if (WithoutPrefix(known) == wanted) return descriptor;
-        if (SameIgnoringCase(WithoutPrefix(known), wanted)) other = descriptor;
-    }
-    return other;
+    if (const auto known = m_byName.find(wanted); known != m_byName.end()) return known->second;
+    const auto alike = std::ranges::find_if(
+        m_byName, [&](const auto& known) { return SameIgnoringCase(known.first, wanted); });
+    return alike == m_byName.end() ? nullptr : alike->second;
 }
 
 std::vector<std::string> Catalogue::Similar(std::string_view name) const
@@ -156,6 +155,13 @@ class SettingOrder {
 };
 
 }  // namespace
+
+bool IsSetting(ParamDescriptor& descriptor)
+{
+    const bool isNote =
+        descriptor.HasClassName("hidden_param") && descriptor.GetFactoryResetType() == eFactoryReset_Exclude;
+    return descriptor.GetPersistenceType() == ePersist && !descriptor.HasClassName("readonly") && !isNote;
+}
 
 std::vector<ParamDescriptor*> InSettingOrder(const std::vector<ParamDescriptor*>& descriptors)
 {

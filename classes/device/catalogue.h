@@ -1,6 +1,8 @@
 /// Catalogue: the parameters of one model.
 #pragma once
 
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -45,7 +47,12 @@ class VEXA_EXPORT Catalogue {
 
     const std::string m_model;
     DescriptorTable m_table;
+    std::map<std::string, ParamDescriptor*, std::less<>> m_byName;
 };
+
+/// Whether a parameter is a setting: kept by the device and set by users. Commands, status values, alarms and the
+/// device's own notes, which no front end shows and no reset concerns, are none. Thread: any.
+VEXA_EXPORT bool IsSetting(ParamDescriptor& descriptor);
 
 /// The descriptors in the order in which to set their values: each behind those that have a say in whether its value is
 /// taken, or has an effect (all relations, and "dependent_minimum"), and otherwise as they come. Circles are cut.
