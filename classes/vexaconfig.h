@@ -10,6 +10,7 @@
 #include "config/access/connector/reachability.h"
 #include "config/access/protocol/connection.h"
 #include "config/access/protocol/uri.h"
+#include "config/access/server/access_rules.h"
 #include "config/access/server/network/network_server.h"
 #include "config/access/server/peer_stores.h"
 #include "config/access/server/queues/queue_service.h"

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <execinfo.h>
 #include <fcntl.h>
+#include <netdb.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <list>
 
 #include "config/base/log.h"
 
@@ -147,13 +149,35 @@ int Socket::bind(int number)
         Print("Socket::bind: invalid socketn");
         return 0;
     }
+    if (domain == AF_INET6) return bind_inet6("", number);
     return domain == AF_UNIX ? bind_local(number) : bind_inet(number);
 }
 
 int Socket::bind(const std::string& address, int number)
 {
+    if (domain == AF_INET6) return bind_inet6(address, number);
     inet_address.sin_addr.s_addr = address.empty() ? INADDR_ANY : inet_addr(address.c_str());
     return bind_inet(number);
+}
+
+/// IPv6 alone: IPv4 has a socket of its own, and may have the same port.
+int Socket::bind_inet6(const std::string& address, int number)
+{
+    addrinfo hints{};
+    hints.ai_family = AF_INET6;
+    hints.ai_socktype = type;
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
+    addrinfo* found = nullptr;
+    const std::string service = std::to_string(number);
+    if (getaddrinfo(address.empty() ? nullptr : address.c_str(), service.c_str(), &hints, &found) != 0) {
+        errno = EADDRNOTAVAIL;
+        ReportErrno("Socket::bind_inet6");
+        return 0;
+    }
+    SetOption(fd, IPPROTO_IPV6, IPV6_V6ONLY, 1);
+    const int result = bind_to(found->ai_addr, found->ai_addrlen, number);
+    freeaddrinfo(found);
+    return result;
 }
 
 int Socket::bind_local(int number)
@@ -172,10 +196,15 @@ int Socket::bind_inet(int number)
 {
     inet_address.sin_family = static_cast<sa_family_t>(domain);
     inet_address.sin_port = htons(static_cast<uint16_t>(number));
+    return bind_to(AsSockaddr(inet_address), sizeof inet_address, number);
+}
+
+int Socket::bind_to(const sockaddr* address, socklen_t length, int number)
+{
     const Operation operation(*this);
     // The system may give one port of its choice to several sockets that allow reuse.
     if (number == 0) SetOption(operation.fd, SOL_SOCKET, SO_REUSEADDR, 0);
-    const int result = ::bind(operation.fd, AsSockaddr(inet_address), sizeof inet_address);
+    const int result = ::bind(operation.fd, address, length);
     const int error = errno;
     // A stream socket has its port alone once it listens, and lets the server that follows have it at once.
     if (number == 0 && type == SOCK_STREAM) SetOption(operation.fd, SOL_SOCKET, SO_REUSEADDR, 1);
@@ -218,7 +247,8 @@ int Socket::accept_inet(Socket* peer)
 {
     socklen_t length = sizeof inet_address;
     const Operation operation(*this);
-    peer->fd = Repeat([&] { return accept4(operation.fd, AsSockaddr(inet_address), &length, SOCK_CLOEXEC); });
+    sockaddr* const from = domain == AF_INET ? AsSockaddr(inet_address) : nullptr;
+    peer->fd = Repeat([&] { return accept4(operation.fd, from, from ? &length : nullptr, SOCK_CLOEXEC); });
     if (peer->fd > 0) return 1;
     ReportErrno("Socket::accept - socket <= 0");
     return 0;
@@ -284,10 +314,10 @@ int Socket::keep_port_alone()
 
 int Socket::local_port() const
 {
-    sockaddr_in address{};
+    sockaddr_in6 address{};  // the port stands where it stands in an address of IPv4
     socklen_t length = sizeof address;
     const Operation operation(*this);
-    return getsockname(operation.fd, AsSockaddr(address), &length) == 0 ? ntohs(address.sin_port) : 0;
+    return getsockname(operation.fd, AsSockaddr(address), &length) == 0 ? ntohs(address.sin6_port) : 0;
 }
 
 bool Socket::is_connected() const
@@ -456,6 +486,20 @@ int Socket::wait_ready(short events, unsigned int timeout_ms)
     if (operation.fd == -1) return POLLNVAL;
     const int result = poll(&descriptor, 1, static_cast<int>(std::min<unsigned int>(timeout_ms, INT32_MAX)));
     return result > 0 ? descriptor.revents : 0;
+}
+
+Socket* Socket::wait_any(const std::vector<std::unique_ptr<Socket>>& sockets)
+{
+    std::list<Operation> operations;
+    std::vector<pollfd> descriptors;
+    for (const auto& socket : sockets) {
+        const int descriptor = operations.emplace_back(*socket).fd;
+        if (descriptor == -1) return socket.get();
+        descriptors.push_back({descriptor, POLLIN, 0});
+    }
+    if (poll(descriptors.data(), descriptors.size(), -1) <= 0) return nullptr;
+    const auto ready = std::ranges::find_if(descriptors, [](const pollfd& one) { return one.revents != 0; });
+    return sockets[static_cast<size_t>(ready - descriptors.begin())].get();
 }
 
 int Socket::set_non_blocking(bool blocking)

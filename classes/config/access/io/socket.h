@@ -1,10 +1,11 @@
-/// Socket: one BSD socket, local (a file in /tmp) or IPv4, stream or datagram.
+/// Socket: one BSD socket, local (a file in /tmp), IPv4 or IPv6, stream or datagram.
 #pragma once
 
 #include <netinet/in.h>
 #include <sys/un.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,7 @@ inline constexpr unsigned int kPauseWhenExhaustedMs = 100;
 /// Thread: the one that owns the socket. Another thread may only `close()` it, to wake the owner, and send.
 class Socket {
   public:
-    /// @param domain  AF_UNIX or AF_INET.
+    /// @param domain  AF_UNIX or AF_INET; AF_INET6 to listen: it is never connected by this class.
     /// @param type    SOCK_STREAM or SOCK_DGRAM.
     Socket(int domain, int type);
     virtual ~Socket();
@@ -49,7 +50,7 @@ class Socket {
     /// The file of a local socket: named by its number; the name is ignored.
     std::string build_local_path(const std::string& name, int port) const;
     int bind(int port);
-    /// @param address  dotted; empty: any.
+    /// @param address  numeric; empty: any.
     int bind(const std::string& address, int port);
     int bind_local(int port);
     int bind_inet(int port);
@@ -95,6 +96,8 @@ class Socket {
     static void report_timeout(unsigned int timeout_ms);
     /// Waits, for polling. @return the events of poll that are ready; 0 after the time, or when interrupted.
     int wait_ready(short events, unsigned int timeout_ms);
+    /// Waits for input of any of them. @return the first that has some, or is closed; null when interrupted.
+    static Socket* wait_any(const std::vector<std::unique_ptr<Socket>>& sockets);
 
     /// Deliberately inverted, callers rely on it: false makes the descriptor non-blocking, true blocking.
     int set_non_blocking(bool blocking);
@@ -107,6 +110,8 @@ class Socket {
 
   private:
     class Operation;
+    int bind_inet6(const std::string& address, int port);
+    int bind_to(const sockaddr* address, socklen_t length, int port);
     int Enter() const;
     void Leave() const;
     int change_membership(int option, const std::string& group, const std::string& interface);

@@ -58,8 +58,8 @@ constexpr RequestKind kKinds[] = {
     {"set_data", XCFG_SET_DATA_REQUEST, true},
     {"other", 0, false},
 };
-constexpr const char* kCounterNames[] = {"connections", "refused",     "cut_off",       "bytes_in",
-                                         "bytes_out",   "events_sent", "events_skipped"};
+constexpr const char* kCounterNames[] = {"connections", "refused",     "cut_off",        "bytes_in",
+                                         "bytes_out",   "events_sent", "events_skipped", "denied"};
 constexpr auto kFirstRequest = static_cast<size_t>(Counter::kRequests);
 static_assert(std::size(kCounterNames) == kFirstRequest);
 constexpr const char* kTransports[] = {"tcp", "udp", "queue"};
@@ -104,6 +104,7 @@ void Traffic::AppendTo(ClientInfo& info) const
 {
     info.requests = m_requests.load(std::memory_order_relaxed);
     info.setRequests = m_setRequests.load(std::memory_order_relaxed);
+    info.denied = m_denied.load(std::memory_order_relaxed);
 }
 
 std::vector<ServerCount> ServerCounts()
@@ -119,7 +120,31 @@ std::vector<ServerCount> ServerCounts()
     return all;
 }
 
+const char* NameOf(Transport transport)
+{
+    return kTransports[static_cast<size_t>(transport)];
+}
+
+const char* RequestName(uint32_t type)
+{
+    return kKinds[KindOf(type)].name;
+}
+
+bool IsSetRequest(uint32_t type)
+{
+    return kKinds[KindOf(type)].sets;
+}
+
 // --- clients ---
+
+std::string AddressText(const sockaddr_storage& address)
+{
+    if (address.ss_family == AF_INET) return AddressText(reinterpret_cast<const sockaddr_in&>(address));
+    const auto& six = reinterpret_cast<const sockaddr_in6&>(address);
+    char host[INET6_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET6, &six.sin6_addr, host, sizeof host);
+    return "[" + std::string(host) + "]:" + std::to_string(ntohs(six.sin6_port));
+}
 
 std::string AddressText(const sockaddr_in& address)
 {

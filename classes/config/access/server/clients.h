@@ -23,6 +23,8 @@ struct ClientInfo {
     uint64_t skippedEvents = 0;  ///< overtaken by newer ones of their parameters before they could be sent
     uint64_t requests = 0, setRequests = 0;
     eConfigID_t configID = 0;
+    uint64_t denied = 0;  ///< requests that it may not make
+    std::string right;    ///< "read", "write", "admin"
 };
 
 /// All clients. Nobody waits for it longer than for a few of them. Thread: any; hold no lock.

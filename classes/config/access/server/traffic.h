@@ -24,14 +24,24 @@ enum class Counter : size_t {
     kBytesOut,
     kEventsSent,
     kEventsSkipped,
+    kDenied,  ///< peers that no rule lets in, and requests that none permits
     kRequests
 };
 
 /// Thread: any; nothing waits.
 void Count(Transport transport, Counter counter, uint64_t count = 1);
 
+/// "tcp", "udp", "queue".
+const char* NameOf(Transport transport);
+/// The kind of a request, as it is counted: "get", "set_text", "other".
+const char* RequestName(uint32_t type);
+/// Whether it sets a value.
+bool IsSetRequest(uint32_t type);
+
 /// "10.0.0.5:51234". Thread: any.
 std::string AddressText(const sockaddr_in& address);
+/// "[fe80::1]:51234", too.
+std::string AddressText(const sockaddr_storage& address);
 /// Who makes the changes that a client asks for: "tcp 10.0.0.5:51234". Thread: any.
 std::string OriginOf(const ClientInfo& client);
 
@@ -40,10 +50,11 @@ class Traffic {
   public:
     /// @param type  of the message. @param client  null: of somebody who is not listed.
     static void CountRequest(Transport transport, uint32_t type, Traffic* client);
+    void CountDenied() { m_denied.fetch_add(1, std::memory_order_relaxed); }
     void AppendTo(ClientInfo& info) const;
 
   private:
-    std::atomic<uint64_t> m_requests = 0, m_setRequests = 0;
+    std::atomic<uint64_t> m_requests = 0, m_setRequests = 0, m_denied = 0;
 };
 
 /// Adds something's clients to a list. It holds its locks for a moment only. Thread: any.

@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <tuple>
 #include <utility>
 
 #include "config/access/protocol/network_protocol.h"
 #include "config/access/protocol/value_payload.h"
+#include "config/access/server/admission.h"
 #include "config/access/server/network/tcp_stream.h"
 #include "config/base/log.h"
 #include "config/base/no_destructor.h"
@@ -28,7 +30,7 @@ thread_local ChangeFeed::Gathering* t_gathering = nullptr;
 
 struct Feeds {
     Mutex lock;
-    std::map<std::pair<Config*, std::endian>, std::weak_ptr<ChangeFeed>> feeds VEXA_GUARDED_BY(lock);
+    std::map<std::tuple<Config*, std::endian, bool>, std::weak_ptr<ChangeFeed>> feeds VEXA_GUARDED_BY(lock);
 };
 
 Feeds& AllFeeds()
@@ -155,23 +157,23 @@ bool ChangeFeed::Gathering::Holds(ChangeFeed& feed, size_t bytes)
 
 // --- life ---
 
-std::shared_ptr<ChangeFeed> ChangeFeed::Of(Config& config, std::endian payloadOrder)
+std::shared_ptr<ChangeFeed> ChangeFeed::Of(Config& config, std::endian payloadOrder, bool hasPasswords)
 {
     Feeds& all = AllFeeds();
     const MutexLock hold(all.lock);
     std::erase_if(all.feeds, [](const auto& entry) { return entry.second.expired(); });
-    std::weak_ptr<ChangeFeed>& known = all.feeds[{&config, payloadOrder}];
+    std::weak_ptr<ChangeFeed>& known = all.feeds[{&config, payloadOrder, hasPasswords}];
     std::shared_ptr<ChangeFeed> feed = known.lock();
     if (!feed) {
-        feed = std::make_shared<ChangeFeed>(config, payloadOrder);
+        feed = std::make_shared<ChangeFeed>(config, payloadOrder, hasPasswords);
         feed->Start();
         known = feed;
     }
     return feed;
 }
 
-ChangeFeed::ChangeFeed(Config& config, std::endian payloadOrder)
-    : m_config(config), m_payloadOrder(payloadOrder)
+ChangeFeed::ChangeFeed(Config& config, std::endian payloadOrder, bool hasPasswords)
+    : m_config(config), m_payloadOrder(payloadOrder), m_hasPasswords(hasPasswords)
 {
 }
 
@@ -225,6 +227,7 @@ try {
 
 bool ChangeFeed::ParamChanged(eParam_t id, std::string, timeval time)
 try {
+    if (!m_hasPasswords && IsPassword(m_config, id)) return true;
     std::string payload;
     const auto record = Encode(StreamTextEvent(m_config, id, time, m_payloadOrder, payload));
     if (payload.empty()) return false;

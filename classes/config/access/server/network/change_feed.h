@@ -86,10 +86,10 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
 
     /// The feed of a store, made if there is none. It must end before the store does. Throws when there is no
     /// memory or no thread.
-    /// @param payloadOrder  of texts.
-    static std::shared_ptr<ChangeFeed> Of(Config& config, std::endian payloadOrder);
+    /// @param payloadOrder  of texts. @param hasPasswords  false: for clients that must not see any.
+    static std::shared_ptr<ChangeFeed> Of(Config& config, std::endian payloadOrder, bool hasPasswords = true);
     /// Use Of.
-    ChangeFeed(Config& config, std::endian payloadOrder);
+    ChangeFeed(Config& config, std::endian payloadOrder, bool hasPasswords);
     /// Hold no lock.
     ~ChangeFeed() override;
     ChangeFeed(const ChangeFeed&) = delete;
@@ -123,6 +123,7 @@ class ChangeFeed final : public ConfigEventListener, public std::enable_shared_f
 
     Config& m_config;
     const std::endian m_payloadOrder;
+    const bool m_hasPasswords;
 
     mutable Mutex m_lock;
     CondVar m_changed;

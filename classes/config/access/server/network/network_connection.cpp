@@ -40,6 +40,19 @@ bool NetworkConnection::DoSetRequest(Config* config, ConfigValue* value, timeval
     }
 }
 
+std::string NetworkConnection::TextOf(ConfigValue& value)
+{
+    std::string text;
+    unsigned int number = 0;
+    if (auto* const ofText = dynamic_cast<StringValue*>(&value)) {
+        ofText->Get(text);
+    } else if (auto* const ofNumber = dynamic_cast<IntegerValue*>(&value)) {
+        ofNumber->Get(number);
+        text = std::to_string(number);
+    }
+    return text;
+}
+
 XCONFIGMGR_CONNECTION_RESPONSE_T NetworkConnection::Confirmation(const MessagePrefix& request,
                                                                  eMessageType_t type)
 {

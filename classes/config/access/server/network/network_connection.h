@@ -3,6 +3,8 @@
 
 #include <sys/time.h>
 
+#include <string>
+
 #include "config/access/protocol/network_protocol.h"
 #include "config/access/server/peer_stores.h"
 #include "config/base/log.h"
@@ -36,6 +38,8 @@ class NetworkConnection {
         return true;
     }
 
+    /// The number or text of a value, for people.
+    static std::string TextOf(ConfigValue& value);
     /// The answer to a request without value: its prefix, and no error.
     static XCONFIGMGR_CONNECTION_RESPONSE_T Confirmation(const MessagePrefix& request, eMessageType_t type);
     /// An answer without payload. An error of 0 is the caller's mistake: a warning, and it is sent as it is.

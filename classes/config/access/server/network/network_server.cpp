@@ -2,7 +2,6 @@
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -16,6 +15,8 @@
 
 #include "config/access/io/socket.h"
 #include "config/access/protocol/network_protocol.h"
+#include "config/access/server/admission.h"
+#include "config/access/server/denials.h"
 #include "config/access/server/network/network_tcp_connection.h"
 #include "config/access/server/network/network_udp_connection.h"
 #include "config/access/server/traffic.h"
@@ -54,6 +55,14 @@ void FindOutWhetherThePeerLives(int descriptor, std::chrono::milliseconds stallT
     setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, &kIntervalSeconds, sizeof kIntervalSeconds);
     setsockopt(descriptor, IPPROTO_TCP, TCP_KEEPCNT, &kProbes, sizeof kProbes);
     setsockopt(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, &unackedMs, sizeof unackedMs);
+}
+
+std::optional<PeerAddress> PeerOf(const Socket& socket)
+{
+    sockaddr_storage address{};
+    socklen_t length = sizeof address;
+    if (getpeername(socket.fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) return std::nullopt;
+    return AddressOf(address);
 }
 
 size_t MaxConnections()
@@ -104,6 +113,8 @@ class NetworkServer::Running {
     bool Init();
     int Port() const;
     void Announce(eConfigID_t configID);
+    void ListenOn(std::vector<std::string> addresses) { m_addresses = std::move(addresses); }
+    void SetRules(std::shared_ptr<const AccessRules> rules) { m_rules = std::move(rules); }
     void SetPayloadOrder(std::endian order) { m_payloadOrder = order; }
     void SetStallTimeout(std::chrono::milliseconds timeout) { m_stallTimeout = timeout; }
     bool Start();
@@ -113,6 +124,7 @@ class NetworkServer::Running {
     static void* pthread_start(void* running);
     static void Finish(NetworkServer* server);
 
+    bool Open(const std::string& address);
     void Run();
     void RunTCP();
     void RunUDP();
@@ -120,6 +132,7 @@ class NetworkServer::Running {
     void RepeatUntilStopped(const Step& step);
     void ServeConnection();
     std::unique_ptr<NetworkTCPConnection> WaitForConnection();
+    std::unique_ptr<NetworkTCPConnection> LetIn(std::unique_ptr<Socket> client);
     void WaitForDatagram();
     void PauseIfExhausted(int error);
 
@@ -127,7 +140,10 @@ class NetworkServer::Running {
     const int m_domain, m_type, m_port;
     const std::shared_ptr<Ending> m_ending =
         std::make_shared<Ending>();  // shared with a Stop that is running
-    std::unique_ptr<Socket> m_socket;
+    std::vector<std::string> m_addresses{""};
+    std::vector<std::unique_ptr<Socket>> m_sockets;  // of the same port
+    std::shared_ptr<const AccessRules> m_rules;
+    std::unique_ptr<Admission> m_admission;                 // of the server's thread
     std::unique_ptr<NetworkUDPConnection> m_udpConnection;  // of the server's thread
     std::vector<eConfigID_t> m_announced;
     std::endian m_payloadOrder = std::endian::native;
@@ -149,6 +165,16 @@ bool NetworkServer::Init()
 int NetworkServer::Port() const
 {
     return m_running->Port();
+}
+
+void NetworkServer::ListenOn(std::vector<std::string> addresses)
+{
+    m_running->ListenOn(std::move(addresses));
+}
+
+void NetworkServer::SetRules(std::shared_ptr<const AccessRules> rules)
+{
+    m_running->SetRules(std::move(rules));
 }
 
 void NetworkServer::SetPayloadOrder(std::endian order)
@@ -178,18 +204,29 @@ void NetworkServer::Stop()
 
 bool NetworkServer::Running::Init()
 {
-    m_socket.reset(new (std::nothrow) Socket(m_domain, m_type));
-    if (!m_socket) return Report("NetworkServer::Init - failed to new Socket\n");
-    if (!m_socket->create()) return Report("NetworkServer::Init - failed to create Socket\n");
-    if (!m_socket->keep_port_alone() || !m_socket->bind(m_port))
+    m_sockets.clear();
+    for (const std::string& address : m_addresses)
+        if (!Open(address)) return false;
+    return true;
+}
+
+bool NetworkServer::Running::Open(const std::string& address)
+{
+    const int port = Port();
+    const bool isIPv6 = address.find(':') != std::string::npos;
+    std::unique_ptr<Socket> socket(new (std::nothrow) Socket(isIPv6 ? AF_INET6 : m_domain, m_type));
+    if (!socket) return Report("NetworkServer::Init - failed to new Socket\n");
+    if (!socket->create()) return Report("NetworkServer::Init - failed to create Socket\n");
+    if (!socket->keep_port_alone() || !(address.empty() ? socket->bind(port) : socket->bind(address, port)))
         return Report("NetworkServer::Init - failed to bind Socket\n");
-    if (m_type == SOCK_STREAM && !m_socket->listen()) return Report("NetworkServer::Init - listen failed\n");
+    if (m_type == SOCK_STREAM && !socket->listen()) return Report("NetworkServer::Init - listen failed\n");
+    m_sockets.push_back(std::move(socket));
     return true;
 }
 
 int NetworkServer::Running::Port() const
 {
-    return m_port == 0 && m_socket ? m_socket->local_port() : m_port;
+    return m_port == 0 && !m_sockets.empty() ? m_sockets.front()->local_port() : m_port;
 }
 
 void NetworkServer::Running::Announce(eConfigID_t configID)
@@ -203,7 +240,7 @@ bool NetworkServer::Running::Start()
 {
     CountServer(true);
     pthread_t thread;
-    errno = m_socket ? pthread_create(&thread, nullptr, pthread_start, this) : EINVAL;
+    errno = !m_sockets.empty() ? pthread_create(&thread, nullptr, pthread_start, this) : EINVAL;
     if (errno == 0) {
         pthread_detach(thread);
         return true;
@@ -219,7 +256,7 @@ void NetworkServer::Running::Stop()
     const std::shared_ptr<Ending> ending = m_ending;
     const MutexLock hold(ending->lock);  // the thread deletes the server when it gets the lock
     ending->isStopped = true;
-    if (m_socket) m_socket->close();
+    for (const auto& socket : m_sockets) socket->close();
     ending->changed.NotifyAll();
 }
 
@@ -229,6 +266,7 @@ void* NetworkServer::Running::pthread_start(void* argument)
     pthread_setname_np(pthread_self(), running->m_type == SOCK_STREAM ? "cfg-tcp-server" : "cfg-udp-server");
     const PeerLog limited;
     try {
+        running->m_admission = std::make_unique<Admission>(running->m_rules);
         running->Run();
     } catch (...) {
         Print("NetworkServer::pthread_start - ended by an exception\n");
@@ -306,14 +344,31 @@ void NetworkServer::Running::ServeConnection()
 
 std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::WaitForConnection()
 {
-    m_socket->wait_ready(POLLIN, Deadline::kNever);
-    if (m_ending->IsStopped()) return nullptr;
-    auto client = std::make_unique<Socket>(m_domain, m_type);
-    if (!m_socket->accept(client.get())) {
-        const int error = errno;
-        PrintError("NetworkServer::WaitForConnection");
-        Print("NetworkServer::WaitForConnection - accept failed\n");
-        PauseIfExhausted(error);
+    Socket* const socket = Socket::wait_any(m_sockets);
+    if (!socket || m_ending->IsStopped()) return nullptr;
+    auto client = std::make_unique<Socket>(socket->domain, m_type);
+    if (socket->accept(client.get())) return LetIn(std::move(client));
+    const int error = errno;
+    PrintError("NetworkServer::WaitForConnection");
+    Print("NetworkServer::WaitForConnection - accept failed\n");
+    PauseIfExhausted(error);
+    return nullptr;
+}
+
+/// @return null, after one line, for a client that is turned away.
+std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::LetIn(std::unique_ptr<Socket> client)
+{
+    const std::optional<PeerAddress> address = PeerOf(*client);
+    const Admitted admitted = m_admission->Ask(address);
+    if (address && admitted.right == Right::kNone) {
+        DenyPeer(Transport::kTcp, *address);
+        return nullptr;
+    }
+    Share share = ShareOfConnections(admitted);
+    if (!share) {
+        Count(Transport::kTcp, Counter::kRefused);
+        Print("mainstay: a client of %s is turned away, it has %zu connections\n", address->Text().c_str(),
+              kMaxConnectionsOfAddress);
         return nullptr;
     }
     if (NetworkTCPConnection::Count() >= MaxConnections()) {
@@ -325,19 +380,22 @@ std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::WaitForConnection(
     // The system would let the buffer of a client that does not read grow to several megabytes.
     client->set_buffer_size(SO_SNDBUF, kSocketBufferBytes);
     if (m_domain == AF_INET) FindOutWhetherThePeerLives(client->fd, m_stallTimeout);
-    return std::make_unique<NetworkTCPConnection>(std::move(client), m_payloadOrder, m_stallTimeout);
+    return std::make_unique<NetworkTCPConnection>(std::move(client), m_payloadOrder, m_stallTimeout, admitted,
+                                                  std::move(share));
 }
 
 void NetworkServer::Running::RunUDP()
 {
-    if (!m_socket->set_buffer_size(SO_SNDBUF, kSocketBufferBytes) ||
-        !m_socket->set_buffer_size(SO_RCVBUF, kSocketBufferBytes))
-        return;
-    m_udpConnection.reset(new (std::nothrow) NetworkUDPConnection(*m_socket, m_payloadOrder));
+    for (const auto& socket : m_sockets)
+        if (!socket->set_buffer_size(SO_SNDBUF, kSocketBufferBytes) ||
+            !socket->set_buffer_size(SO_RCVBUF, kSocketBufferBytes))
+            return;
+    m_udpConnection.reset(new (std::nothrow) NetworkUDPConnection(*m_sockets.front(), m_payloadOrder));
     if (!m_udpConnection) {
         Print("NetworkServer::Run - unable to create socket connection\n");
         return;
     }
+    m_udpConnection->SetRules(m_rules);
     for (const eConfigID_t configID : m_announced) m_udpConnection->Announce(configID);
     RepeatUntilStopped([this] { WaitForDatagram(); });
 }
@@ -346,9 +404,13 @@ void NetworkServer::Running::WaitForDatagram()
 {
     std::array<char, kMaxMessageBytes> datagram;
     sockaddr_in from{};
+    // One socket is received from at once, which takes one system call less.
+    Socket* const socket = m_sockets.size() == 1 ? m_sockets.front().get() : Socket::wait_any(m_sockets);
+    if (!socket || (m_sockets.size() > 1 && m_ending->IsStopped())) return;
     errno = 0;  // distinguishes an empty datagram, or the end, from a failure
-    const int length = m_socket->recvfrom(datagram.data(), static_cast<unsigned int>(datagram.size()), from);
+    const int length = socket->recvfrom(datagram.data(), static_cast<unsigned int>(datagram.size()), from);
     if (length > 0) {
+        m_udpConnection->AnswerThrough(*socket);
         m_udpConnection->ProcessMessages(datagram.data(), length, from);
     } else if (errno == 0) {
         Print("NetworkServer::WaitForDatagram - recvfrom shutting down normally\n");

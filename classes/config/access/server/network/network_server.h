@@ -6,8 +6,8 @@
 ///     server->Stop();                                   // its thread deletes it
 ///     NetworkServer::WaitUntilStopped(std::chrono::seconds(2));
 ///
-/// The server listens on every address of the host. A program that reaches the port may read and write every
-/// parameter, restart and password included: the port belongs behind a firewall.
+/// Without ListenOn the server listens on every IPv4 address of the host, and without SetRules a program that reaches
+/// the port may read and write every parameter, restart and password included.
 #pragma once
 
 #include <sys/socket.h>
@@ -16,7 +16,10 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <string>
+#include <vector>
 
+#include "config/access/server/access_rules.h"
 #include "config/base/export.h"
 #include "config/param_ids.h"
 
@@ -41,6 +44,11 @@ class VEXA_EXPORT NetworkServer {
     NetworkServer(const NetworkServer&) = delete;
     NetworkServer& operator=(const NetworkServer&) = delete;
 
+    /// The addresses on which an AF_INET server listens, numeric: of IPv6 only over TCP. "0.0.0.0" and "::" are all of
+    /// their kind. All have the same port. Default: every IPv4 address. Before Init.
+    void ListenOn(std::vector<std::string> addresses);
+    /// Whom it serves, and what they may do. Default: everybody, everything. Before Start.
+    void SetRules(std::shared_ptr<const AccessRules> rules);
     /// Makes the socket, in place of an earlier one. Before Start. @return false after one line and the
     /// socket's own.
     bool Init();

@@ -9,6 +9,7 @@
 
 #include "config/access/io/connection_name.h"
 #include "config/access/protocol/value_payload.h"
+#include "config/access/server/denials.h"
 #include "config/access/server/peer_stores.h"
 #include "config/base/diagnostic_log.h"
 #include "config/base/local_process.h"
@@ -29,12 +30,12 @@ ClientInfo PeerOf(const Socket& socket)
 {
     ClientInfo peer;
     gettimeofday(&peer.since, nullptr);
-    sockaddr_in address{};
+    sockaddr_storage address{};
     socklen_t length = sizeof address;
     ucred process{};
     socklen_t processLength = sizeof process;
     if (getpeername(socket.fd, reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
-        address.sin_family == AF_INET) {
+        (address.ss_family == AF_INET || address.ss_family == AF_INET6)) {
         peer.transport = "tcp";
         peer.address = AddressText(address);
     } else if (getsockopt(socket.fd, SOL_SOCKET, SO_PEERCRED, &process, &processLength) == 0) {
@@ -84,11 +85,14 @@ const NetworkTCPConnection::RequestHandler* NetworkTCPConnection::FindHandler(ui
 // --- life ---
 
 NetworkTCPConnection::NetworkTCPConnection(std::unique_ptr<Socket> socket, std::endian payloadOrder,
-                                           std::chrono::milliseconds stallTimeout)
+                                           std::chrono::milliseconds stallTimeout, Admitted admitted,
+                                           Share share)
     : m_payloadOrder(payloadOrder),
       m_patience(
           static_cast<unsigned int>(std::clamp<long long>(stallTimeout.count(), 0, Deadline::kNever - 1))),
       m_stream(std::make_shared<TcpStream>(std::move(socket), stallTimeout)),
+      m_admitted(admitted),
+      m_connectionShare(std::move(share)),
       m_peer(PeerOf(m_stream->Peer())),
       m_origin(OriginOf(m_peer)),
       m_requestEnd(m_patience)
@@ -106,6 +110,7 @@ void NetworkTCPConnection::AppendClients(std::vector<ClientInfo>& clients) const
 {
     ClientInfo& info = clients.emplace_back(m_peer);
     info.configID = m_configID;
+    info.right = NameOf(m_admitted.right);
     m_traffic.AppendTo(info);
     m_stream->AppendTo(info);
 }
@@ -159,6 +164,10 @@ bool NetworkTCPConnection::OpenStore(eConfigID_t configID)
 {
     if (m_config && m_configID == configID) return true;
     LeaveStore();
+    m_storeShare = ShareOfStores(m_admitted, configID);
+    if (!m_storeShare)
+        return Report("mainstay: %s has %zu configurations open, and gets no other one\n", m_origin.c_str(),
+                      kMaxStoresOfAddress);
     m_config = OpenPeerStore(configID);
     ChangeFeed::Gathering::SetStore(m_config);
     m_configID = configID;
@@ -171,6 +180,7 @@ void NetworkTCPConnection::LeaveStore()
     ChangeFeed::Gathering::SetStore(nullptr);
     ClosePeerStore(m_config);
     m_config = nullptr;
+    m_storeShare.reset();
 }
 
 // --- messages ---
@@ -263,26 +273,53 @@ bool NetworkTCPConnection::ProcessDisconnectRequest(const XCONFIGMGR_CONNECTION_
     return Report("NetworkTCPConnection::ProcessDisconnectRequest: unable to send response\n");
 }
 
+// --- rights ---
+
+bool NetworkTCPConnection::MaySet(uint32_t type, eParam_t id, const std::string& value)
+{
+    return access::MaySet(m_admitted.right, *m_config, id) || Deny(type, id, value);
+}
+
+bool NetworkTCPConnection::MayRead(uint32_t type, eParam_t id)
+{
+    return access::MayRead(m_admitted.right, *m_config, id) || Deny(type, id, "");
+}
+
+/// @return false.
+bool NetworkTCPConnection::Deny(uint32_t type, eParam_t id, const std::string& value)
+{
+    const std::string address = m_peer.address.substr(0, m_peer.address.rfind(':'));
+    DenyRequest({Transport::kTcp, type, m_admitted.right, address, m_origin}, *m_config, id, value,
+                &m_traffic);
+    return false;
+}
+
+// --- values ---
+
 bool NetworkTCPConnection::ProcessGetRequest(const XCONFIGMGR_REQUEST_T& request)
 {
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_GET_PARAM_RESPONSE);
-    response.value = m_config->Get(request.paramID);
+    if (MayRead(XCFG_GET_PARAM_REQUEST, request.paramID)) response.value = m_config->Get(request.paramID);
     if (SendRecord(response)) return true;
     return Report("NetworkTCPConnection::ProcessGetRequest - _socket->send failed\n");
 }
 
 bool NetworkTCPConnection::ProcessSetRequest(const XCONFIGMGR_REQUEST_T& request)
 {
-    m_config->Set(request.paramID, request.value, TimeOf(request));
+    if (m_admitted.right == Right::kAdmin ||
+        MaySet(XCFG_SET_PARAM_REQUEST, request.paramID, std::to_string(request.value)))
+        m_config->Set(request.paramID, request.value, TimeOf(request));
     return true;
 }
 
 bool NetworkTCPConnection::ProcessGetStreamRequest(const XCONFIGMGR_REQUEST_T& request)
 {
-    const std::string payload = WritePayload(m_config->GetSerializable(request.paramID), m_payloadOrder);
+    std::string payload;
+    const bool isPermitted = MayRead(XCFG_GET_STREAM_PARAM_REQUEST, request.paramID);
+    if (isPermitted) payload = WritePayload(m_config->GetSerializable(request.paramID), m_payloadOrder);
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_GET_STREAM_PARAM_RESPONSE);
     if (payload.empty()) {
-        Print("SendStreamResponse: Invalid serializable value\n");
+        if (isPermitted) Print("SendStreamResponse: Invalid serializable value\n");
         response = ErrorResponse(request, XCFG_GET_STREAM_PARAM_RESPONSE, kErrorNoValue);
     }
     return SendStreamResponse(response, payload);
@@ -310,10 +347,19 @@ bool NetworkTCPConnection::ProcessSetStreamRequest(const XCONFIGMGR_REQUEST_T& r
     std::string payload;
     if (!ReadStream(request.streamLength, payload)) return false;
     const auto object = ReadPayload(payload.data(), payload.size(), m_payloadOrder);
-    if (DoSetRequest(m_config, dynamic_cast<ConfigValue*>(object.get()), TimeOf(request))) return true;
+    if (SetStream(request, dynamic_cast<ConfigValue*>(object.get()))) return true;
     XCONFIGMGR_RESPONSE_T response =
         ErrorResponse(request, XCFG_SET_STREAM_PARAM_RESPONSE, kErrorSetRejected);
     return SendStreamResponse(response, "");
+}
+
+/// What is stored is the parameter that the value names itself.
+bool NetworkTCPConnection::SetStream(const XCONFIGMGR_REQUEST_T& request, ConfigValue* value)
+{
+    if (m_admitted.right != Right::kAdmin && value &&
+        !MaySet(XCFG_SET_STREAM_PARAM_REQUEST, value->GetParamID(), TextOf(*value)))
+        return false;
+    return DoSetRequest(m_config, value, TimeOf(request));
 }
 
 /// A response or event with its payload in one piece: nothing can come between.
@@ -339,8 +385,8 @@ bool NetworkTCPConnection::ProcessAddConfigEventListenerRequest(
         m_params.push_back(id);
 
     if (m_stream->IsListening()) return true;
-    if (TcpStream::Listen(m_stream, ChangeFeed::Of(*m_config, m_payloadOrder), m_connectionID, m_configID))
-        return true;
+    auto feed = ChangeFeed::Of(*m_config, m_payloadOrder, m_admitted.right == Right::kAdmin);
+    if (TcpStream::Listen(m_stream, std::move(feed), m_connectionID, m_configID)) return true;
     PrintError("NetworkTCPConnection::ProcessAddConfigEventListenerRequest");
     return false;
 }
@@ -363,6 +409,7 @@ bool NetworkTCPConnection::ParamChanged(eParam_t id, unsigned int value, timeval
 
 bool NetworkTCPConnection::ParamChanged(eParam_t id, std::string, timeval time)
 {
+    if (!access::MayRead(m_admitted.right, *m_config, id)) return true;
     std::string payload;
     const XCONFIGMGR_RESPONSE_T event = StreamTextEvent(*m_config, id, time, m_payloadOrder, payload);
     if (payload.empty() || SendEvent(event, payload)) return true;

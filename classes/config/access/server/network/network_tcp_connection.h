@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "config/access/server/admission.h"
 #include "config/access/server/network/network_connection.h"
 #include "config/access/server/network/tcp_stream.h"
 #include "config/access/server/traffic.h"
@@ -25,9 +26,11 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     /// @param payloadOrder  of texts as the client reads and writes them.
     /// @param stallTimeout  as of TcpStream; also how long the client may take to connect, and to send the rest of
     /// a request that it has begun.
+    /// @param admitted  what the client may do. @param share  of its address, kept as long as the connection.
     explicit NetworkTCPConnection(std::unique_ptr<Socket> socket,
                                   std::endian payloadOrder = std::endian::native,
-                                  std::chrono::milliseconds stallTimeout = TcpStream::kStallTimeout);
+                                  std::chrono::milliseconds stallTimeout = TcpStream::kStallTimeout,
+                                  Admitted admitted = {}, Share share = nullptr);
     ~NetworkTCPConnection() override;
     NetworkTCPConnection(const NetworkTCPConnection&) = delete;
     NetworkTCPConnection& operator=(const NetworkTCPConnection&) = delete;
@@ -66,6 +69,10 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     bool ProcessSetStreamRequest(const XCONFIGMGR_REQUEST_T& request);
 
     void AppendClients(std::vector<ClientInfo>& clients) const;
+    bool MaySet(uint32_t type, eParam_t id, const std::string& value);
+    bool MayRead(uint32_t type, eParam_t id);
+    bool Deny(uint32_t type, eParam_t id, const std::string& value);
+    bool SetStream(const XCONFIGMGR_REQUEST_T& request, ConfigValue* value);
     int AwaitRequest();
     bool ReadRest(const RequestHandler& kind, char* record);
     template <class Record, auto kHandler>
@@ -83,6 +90,8 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     const unsigned int m_patience;              // milliseconds
     const std::shared_ptr<TcpStream> m_stream;  // shared with the feed that is just sending
     std::atomic<bool> m_stop = false;
+    const Admitted m_admitted;
+    const Share m_connectionShare;
     const ClientInfo m_peer;  // what is known of it from the start
     const std::string m_origin;
     Traffic m_traffic;
@@ -90,7 +99,8 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     // Of the connection's thread.
     Deadline m_requestEnd;        // of the whole Connect, then of each request once its first byte is there
     uint32_t m_connectionID = 0;  // of the last Connect Request
-    Config* m_config = nullptr;   // from OpenPeerStore; null before Connect
+    Share m_storeShare;
+    Config* m_config = nullptr;               // from OpenPeerStore; null before Connect
     std::atomic<eConfigID_t> m_configID = 0;  // listed by others
     std::list<eParam_t> m_params;             // the parameters that the client asked for; filters nothing
     std::string m_name;                       // of the client, for the diagnostic log

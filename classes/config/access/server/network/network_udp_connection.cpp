@@ -8,6 +8,7 @@
 
 #include "config/access/io/connection_name.h"
 #include "config/access/protocol/value_payload.h"
+#include "config/access/server/denials.h"
 #include "config/access/server/peer_stores.h"
 #include "config/base/diagnostic_log.h"
 #include "config/base/log.h"
@@ -70,7 +71,7 @@ bool IsData(ParamDescriptor& descriptor)
 
 NetworkUDPConnection::NetworkUDPConnection(Socket& socket, std::endian payloadOrder,
                                            std::chrono::milliseconds patience)
-    : m_socket(socket), m_payloadOrder(payloadOrder), m_patience(patience)
+    : m_socket(&socket), m_payloadOrder(payloadOrder), m_patience(patience)
 {
 }
 
@@ -96,8 +97,12 @@ Traffic* NetworkUDPConnection::Entry::TrafficOf(const Client& client)
     return found == clients.end() ? nullptr : &found->second.traffic;
 }
 
-NetworkUDPConnection::Listed::Listed(const Client& client, eConfigID_t configID)
-    : m_host(std::get<0>(client)), m_port(std::get<1>(client)), m_configID(configID)
+NetworkUDPConnection::Listed::Listed(const Client& client, eConfigID_t configID, Right right, Share share)
+    : m_host(std::get<0>(client)),
+      m_port(std::get<1>(client)),
+      m_configID(configID),
+      m_right(right),
+      m_share(std::move(share))
 {
     gettimeofday(&m_since, nullptr);
 }
@@ -106,10 +111,46 @@ void NetworkUDPConnection::Listed::AppendClients(std::vector<ClientInfo>& client
 {
     ClientInfo& info = clients.emplace_back();
     info.transport = "udp";
-    info.address = AddressText({AF_INET, m_port, {m_host}, {}});
+    info.address = AddressText(sockaddr_in{AF_INET, m_port, {m_host}, {}});
     info.since = m_since;
     info.configID = m_configID;
+    info.right = NameOf(m_right);
     traffic.AppendTo(info);
+}
+
+// --- rights ---
+
+/// Nothing is sent to a sender who has no right: he may be somebody else.
+bool NetworkUDPConnection::Admit(const sockaddr_in& from)
+{
+    if (from.sin_addr.s_addr != m_lastHost || from.sin_addr.s_addr == INADDR_ANY) {
+        m_admitted = m_admission.Ask(PeerAddress(from.sin_addr));
+        m_lastHost = from.sin_addr.s_addr;
+    }
+    if (m_admitted.right != Right::kNone) return true;
+    DenyPeer(Transport::kUdp, PeerAddress(from.sin_addr));
+    return false;
+}
+
+bool NetworkUDPConnection::MaySet(Entry& entry, const Datagram& datagram, eParam_t id,
+                                  const std::string& value)
+{
+    return access::MaySet(m_admitted.right, *entry.config, id) || Deny(entry, datagram, id, value);
+}
+
+bool NetworkUDPConnection::MayRead(Entry& entry, const Datagram& datagram)
+{
+    const eParam_t id{datagram.request.paramID};
+    return access::MayRead(m_admitted.right, *entry.config, id) || Deny(entry, datagram, id, "");
+}
+
+/// @return false.
+bool NetworkUDPConnection::Deny(Entry& entry, const Datagram& datagram, eParam_t id, const std::string& value)
+{
+    DenyRequest({Transport::kUdp, datagram.request.msgtype, m_admitted.right,
+                 PeerAddress(datagram.from.sin_addr).Text(), OriginOf(datagram.from)},
+                *entry.config, id, value, datagram.traffic);
+    return false;
 }
 
 const std::string& NetworkUDPConnection::OriginOf(const sockaddr_in& from)
@@ -214,6 +255,7 @@ void NetworkUDPConnection::ProcessMessages(const char* data, int length, const s
 {
     const auto size = static_cast<size_t>(std::max(length, 0));
     Count(Transport::kUdp, Counter::kBytesIn, size);
+    if (!Admit(from)) return;
     if (size < sizeof(uint32_t)) return PrintTooShort();
     uint32_t type = 0;
     memcpy(&type, data, sizeof type);
@@ -232,13 +274,14 @@ void NetworkUDPConnection::ProcessMessages(const char* data, int length, const s
     if (type == XCFG_CONNECT_REQUEST) return ProcessConnectRequest(prefix, from);
     if (type == XCFG_DISCONNECT_REQUEST) return ProcessDisconnectRequest(prefix, from);
 
-    Datagram datagram{{}, nullptr, from};
+    Datagram datagram{{}, nullptr, from, nullptr};
     if (!Decode(data, size, datagram.request)) return PrintTooShort();
     datagram.payload = data + kRequestBytes;
     if (HasPayload(type) && datagram.request.streamLength > size - kRequestBytes) return PrintTooShort();
     const auto configID = static_cast<uint32_t>(prefix.configID);
     Entry* const entry = GetConfig(configID) ? &m_entries.at(configID) : nullptr;
-    Traffic::CountRequest(Transport::kUdp, type, entry ? entry->TrafficOf(ClientOf(prefix, from)) : nullptr);
+    if (entry) datagram.traffic = entry->TrafficOf(ClientOf(prefix, from));
+    Traffic::CountRequest(Transport::kUdp, type, datagram.traffic);
     if (!entry) return;
     const vexa::OriginScope origin(&OriginOf(from));
     (this->*handler)(*entry, datagram);
@@ -251,7 +294,7 @@ bool NetworkUDPConnection::Confirm(const MessagePrefix& request, eMessageType_t 
     std::array<char, kResponseBytes> datagram{};
     std::ranges::copy(Encode(Confirmation(request, type)), datagram.begin());
     Count(Transport::kUdp, Counter::kBytesOut, length);
-    return m_socket.sendto(datagram.data(), length, to);
+    return m_socket->sendto(datagram.data(), length, to);
 }
 
 bool NetworkUDPConnection::Reply(XCONFIGMGR_RESPONSE_T response, const std::string& payload,
@@ -261,20 +304,35 @@ bool NetworkUDPConnection::Reply(XCONFIGMGR_RESPONSE_T response, const std::stri
     response.streamFormat = payload.empty() ? 0 : kStreamFormat;
     const std::string datagram = MessageBytes(response, payload);
     Count(Transport::kUdp, Counter::kBytesOut, datagram.size());
-    return m_socket.sendto(datagram.data(), static_cast<unsigned int>(datagram.size()), to);
+    return m_socket->sendto(datagram.data(), static_cast<unsigned int>(datagram.size()), to);
+}
+
+void NetworkUDPConnection::Remember(Entry& entry, const MessagePrefix& request, const sockaddr_in& from)
+{
+    const Client client = ClientOf(request, from);
+    if (entry.isPermanent || entry.clients.contains(client)) return;
+    Share share = ShareOfStores(m_admitted, request.configID);
+    if (!share) return;
+    entry.clients.try_emplace(client, client, request.configID, m_admitted.right, std::move(share));
+    Count(Transport::kUdp, Counter::kConnections);
 }
 
 void NetworkUDPConnection::ProcessConnectRequest(const MessagePrefix& request, const sockaddr_in& from)
 {
+    // Asked before, so that an address that has enough does not open another one even for a moment.
+    if (!ShareOfStores(m_admitted, request.configID)) {
+        Count(Transport::kUdp, Counter::kRefused);
+        Print("mainstay: %s has %zu configurations open, and gets no other one\n",
+              PeerAddress(from.sin_addr).Text().c_str(), kMaxStoresOfAddress);
+        return;
+    }
     Entry* const entry = OpenEntry(request.configID);
     if (!entry) {
         Print("NetworkUDPConnection::ProcessConnectRequest - unable to connect to the config\n");
         return;
     }
     entry->lastHeard = std::chrono::steady_clock::now();
-    if (!entry->isPermanent &&
-        entry->clients.try_emplace(ClientOf(request, from), ClientOf(request, from), request.configID).second)
-        Count(Transport::kUdp, Counter::kConnections);
+    Remember(*entry, request, from);
     if (entry->clients.size() > kMaxClients) {
         entry->isPermanent = true;
         entry->clients.clear();
@@ -305,7 +363,7 @@ void NetworkUDPConnection::ProcessDisconnectRequest(const MessagePrefix& request
 void NetworkUDPConnection::ProcessGetRequest(Entry& entry, const Datagram& datagram)
 {
     XCONFIGMGR_RESPONSE_T response = ResponseFor(datagram.request, XCFG_GET_PARAM_RESPONSE);
-    response.value = entry.config->Get(datagram.request.paramID);
+    if (MayRead(entry, datagram)) response.value = entry.config->Get(datagram.request.paramID);
     Reply(response, "", datagram.from);
 }
 
@@ -315,13 +373,18 @@ void NetworkUDPConnection::ProcessSetRequest(Entry& entry, const Datagram& datag
     Config& config = *entry.config;
     ChangeAnnouncer::OwnChange change(*entry.announcer, WithDependents(config, request.paramID));
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_SET_PARAM_RESPONSE);
-    const bool isStored = config.Set(request.paramID, request.value);
+    const bool isPermitted = m_admitted.right == Right::kAdmin ||
+                             MaySet(entry, datagram, request.paramID, std::to_string(request.value));
+    const bool isStored = isPermitted && config.Set(request.paramID, request.value);
     if (!isStored) {
-        Print("\tNetworkUDPConnection::ProcessSetRequest - Set failed for paramID 0x%08x (%s), value %d\n",
-              request.paramID, NameOf(config, request.paramID).c_str(), static_cast<int>(request.value));
+        if (isPermitted)
+            Print(
+                "\tNetworkUDPConnection::ProcessSetRequest - Set failed for paramID 0x%08x (%s), value %d\n",
+                request.paramID, NameOf(config, request.paramID).c_str(), static_cast<int>(request.value));
         response = ErrorResponse(request, XCFG_SET_PARAM_RESPONSE, kErrorRefused);
     }
-    response.value = config.Get(request.paramID);
+    if (access::MayRead(m_admitted.right, config, request.paramID))
+        response.value = config.Get(request.paramID);
     if (!Reply(response, "", datagram.from)) {
         PrintError("NetworkUDPConnection::ProcessSetRequest - send failed");
         Print("NetworkUDPConnection::ProcessSetRequest - send failed\n");
@@ -393,11 +456,13 @@ void NetworkUDPConnection::AnnounceStream(Entry& entry, const Datagram& datagram
 void NetworkUDPConnection::ProcessGetStreamRequest(Entry& entry, const Datagram& datagram)
 {
     const XCONFIGMGR_REQUEST_T& request = datagram.request;
-    std::string payload = WritePayload(entry.config->GetSerializable(request.paramID), m_payloadOrder);
+    const bool isPermitted = MayRead(entry, datagram);
+    std::string payload;
+    if (isPermitted) payload = WritePayload(entry.config->GetSerializable(request.paramID), m_payloadOrder);
     // The request's own code: clients of this transport look for it.
     XCONFIGMGR_RESPONSE_T response = ResponseFor(request, XCFG_GET_STREAM_PARAM_REQUEST);
     if (payload.empty() || payload.size() > entry.MaxPayloadFor(datagram.from)) {
-        Print("ParamChanged: Invalid serializable value (ParamID:0x%0x)\n", request.paramID);
+        if (isPermitted) Print("ParamChanged: Invalid serializable value (ParamID:0x%0x)\n", request.paramID);
         response = ErrorResponse(request, XCFG_GET_STREAM_PARAM_REQUEST, kErrorNoValue);
         payload.clear();
     }
@@ -405,13 +470,22 @@ void NetworkUDPConnection::ProcessGetStreamRequest(Entry& entry, const Datagram&
         Print("NetworkUDPConnection::ProcessGetStreamRequest - sendto failed\n");
 }
 
+/// The value may name another parameter than the request, which is announced.
+bool NetworkUDPConnection::SetStream(Entry& entry, const Datagram& datagram, ConfigValue* value)
+{
+    const eParam_t announced{datagram.request.paramID};
+    if (m_admitted.right != Right::kAdmin && value)
+        for (const eParam_t id : {value->GetParamID(), announced})
+            if (!MaySet(entry, datagram, id, TextOf(*value))) return false;
+    return DoSetRequest(entry.config, value, TimeOf(datagram.request));
+}
+
 void NetworkUDPConnection::ProcessSetStreamRequest(Entry& entry, const Datagram& datagram)
 {
     const XCONFIGMGR_REQUEST_T& request = datagram.request;
     const auto object = ReadPayload(datagram.payload, request.streamLength, m_payloadOrder);
     ChangeAnnouncer::OwnChange change(*entry.announcer, WithDependents(*entry.config, request.paramID));
-    if (!DoSetRequest(entry.config, dynamic_cast<ConfigValue*>(object.get()), TimeOf(request)))
-        return change.AnnounceKept();
+    if (!SetStream(entry, datagram, dynamic_cast<ConfigValue*>(object.get()))) return change.AnnounceKept();
     AnnounceStream(entry, datagram, XCFG_PARAM_STRING_CHANGED_EVENT, change);
     change.AnnounceKept(request.paramID);  // dependents come after what changed them
 }
@@ -421,7 +495,7 @@ void NetworkUDPConnection::ProcessGetDataRequest(Entry& entry, const Datagram& d
     constexpr uint32_t kErrorNoData = 1;
     std::string data;
     XCONFIGMGR_RESPONSE_T response = ResponseFor(datagram.request, XCFG_GET_DATA_RESPONSE);
-    if (!entry.config->GetData(datagram.request.paramID, data) ||
+    if (!MayRead(entry, datagram) || !entry.config->GetData(datagram.request.paramID, data) ||
         data.size() > entry.MaxPayloadFor(datagram.from)) {
         response = ErrorResponse(datagram.request, XCFG_GET_DATA_RESPONSE, kErrorNoData);
         data.clear();
@@ -434,6 +508,9 @@ void NetworkUDPConnection::ProcessSetDataRequest(Entry& entry, const Datagram& d
 {
     const XCONFIGMGR_REQUEST_T& request = datagram.request;
     std::string data(datagram.payload, request.streamLength);
+    if (m_admitted.right != Right::kAdmin &&
+        !MaySet(entry, datagram, request.paramID, std::to_string(data.size()) + " bytes"))
+        return;
     ChangeAnnouncer::OwnChange change(*entry.announcer, WithDependents(*entry.config, request.paramID));
     // The store calls its listeners even for data that it refused, which is no change.
     if (!SetText(*entry.config, request.paramID, data.size(),

@@ -7,6 +7,7 @@
 #include <string>
 #include <tuple>
 
+#include "config/access/server/admission.h"
 #include "config/access/server/network/change_announcer.h"
 #include "config/access/server/network/network_connection.h"
 #include "config/access/server/traffic.h"
@@ -32,12 +33,16 @@ class NetworkUDPConnection : public NetworkConnection {
     /// How long the clients of a configuration may be silent without losing it to others.
     static constexpr std::chrono::hours kPatience{1};
 
-    /// @param socket  borrowed: the server's, for the replies.
+    /// @param socket  borrowed: the server's, for the replies, unless AnswerThrough names another one.
     /// @param payloadOrder  of texts as the clients read and write them.
     explicit NetworkUDPConnection(Socket& socket, std::endian payloadOrder = std::endian::native,
                                   std::chrono::milliseconds patience = kPatience);
     ~NetworkUDPConnection() override;
 
+    /// Whom it serves, and what they may do. Default: everybody, everything. Before the first datagram.
+    void SetRules(std::shared_ptr<const AccessRules> rules) { m_admission = Admission(std::move(rules)); }
+    /// The socket for further replies, which is borrowed.
+    void AnswerThrough(Socket& socket) { m_socket = &socket; }
     /// Multicasts the changes of a configuration even when no client has connected to it, which does not
     /// count as connected. A failure prints one line.
     void Announce(eConfigID_t configID);
@@ -59,7 +64,7 @@ class NetworkUDPConnection : public NetworkConnection {
     /// What is listed of a client.
     class Listed {
       public:
-        explicit Listed(const Client& client, eConfigID_t configID);
+        explicit Listed(const Client& client, eConfigID_t configID, Right right, Share share);
         Traffic traffic;
 
       private:
@@ -68,6 +73,8 @@ class NetworkUDPConnection : public NetworkConnection {
         const uint32_t m_host;
         const uint16_t m_port;
         const eConfigID_t m_configID;
+        const Right m_right;
+        const Share m_share;
         timeval m_since{};
         const ListedSource m_listed{[this](auto& clients) { AppendClients(clients); }};
     };
@@ -91,6 +98,7 @@ class NetworkUDPConnection : public NetworkConnection {
         XCONFIGMGR_REQUEST_T request;
         const char* payload;
         const sockaddr_in& from;
+        Traffic* traffic;
     };
 
     using Handler = void (NetworkUDPConnection::*)(Entry&, const Datagram&);
@@ -105,6 +113,12 @@ class NetworkUDPConnection : public NetworkConnection {
     void ProcessGetDataRequest(Entry& entry, const Datagram& datagram);
     void ProcessSetDataRequest(Entry& entry, const Datagram& datagram);
 
+    bool Admit(const sockaddr_in& from);
+    bool MaySet(Entry& entry, const Datagram& datagram, eParam_t id, const std::string& value);
+    bool MayRead(Entry& entry, const Datagram& datagram);
+    bool Deny(Entry& entry, const Datagram& datagram, eParam_t id, const std::string& value);
+    bool SetStream(Entry& entry, const Datagram& datagram, ConfigValue* value);
+    void Remember(Entry& entry, const MessagePrefix& request, const sockaddr_in& from);
     const std::string& OriginOf(const sockaddr_in& from);
     Entry* OpenEntry(eConfigID_t configID);
     bool CloseSilent();
@@ -118,12 +132,15 @@ class NetworkUDPConnection : public NetworkConnection {
                  const sockaddr_in& to);
     bool Reply(XCONFIGMGR_RESPONSE_T response, const std::string& payload, const sockaddr_in& to);
 
-    Socket& m_socket;
+    Socket* m_socket;
     const std::endian m_payloadOrder;
     const std::chrono::milliseconds m_patience;
     MulticastSender m_sender;  // outlives the announcers
     std::map<uint32_t, Entry> m_entries;
-    sockaddr_in m_last{};  // who has sent the last request
+    Admission m_admission{nullptr};
+    uint32_t m_lastHost = INADDR_ANY;  // of the last datagram, from which none comes
+    Admitted m_admitted;               // that host
+    sockaddr_in m_last{};              // who has sent the last request
     std::string m_lastOrigin;
 };
 

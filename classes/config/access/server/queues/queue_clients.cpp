@@ -200,6 +200,7 @@ void QueueClients::AppendClients(std::vector<net::ClientInfo>& clients) const
     for (const auto& [connectionID, client] : m_clients) {
         net::ClientInfo& info = clients.emplace_back(client.known->info);
         client.known->traffic.AppendTo(info);
+        info.right = NameOf(m_right);
         info.listens = client.wantsEvents;
         info.waitingEvents = client.wantsEvents ? m_events.End() - client.position : 0;
         info.skippedEvents = client.missed;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "config/access/protocol/mq_protocol.h"
+#include "config/access/server/access_rules.h"
 #include "config/access/server/queues/queue_events.h"
 #include "config/access/server/traffic.h"
 
@@ -43,6 +44,8 @@ class QueueClients {
     QueueClients(const QueueClients&) = delete;
     QueueClients& operator=(const QueueClients&) = delete;
 
+    /// What is listed as the right of each. Before the first client.
+    void SetRight(corvalis::config::access::Right right) { m_right = right; }
     /// Opens the response queue of a connection, anew if it is known. @return false after one line.
     bool Connect(uint32_t connectionID);
     /// Forgets a connection, after the replies that wait.
@@ -126,6 +129,7 @@ class QueueClients {
     void DropRead() VEXA_REQUIRES(m_lock);
 
     QueueEvents& m_changes;
+    corvalis::config::access::Right m_right = corvalis::config::access::Right::kAdmin;
     std::atomic<unsigned int> m_requests = 0;  // that hold the lock or wait for it
     mutable Mutex m_lock;
     CondVar m_requestEnded;

@@ -20,6 +20,8 @@
 #include "config/access/io/left_queues.h"
 #include "config/access/io/message_queue.h"
 #include "config/access/protocol/value_payload.h"
+#include "config/access/server/admission.h"
+#include "config/access/server/denials.h"
 #include "config/access/server/peer_stores.h"
 #include "config/access/server/queues/queue_clients.h"
 #include "config/base/diagnostic_log.h"
@@ -91,6 +93,7 @@ class QueueService::Service : public ConfigEventListener {
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
+    void SetRight(net::Right right) { m_right = right; }
     bool Start();
 
     using ConfigEventListener::ParamChanged;
@@ -115,6 +118,7 @@ class QueueService::Service : public ConfigEventListener {
     std::string Answer(ParamDescriptor& descriptor, const Request& request, const char* stream,
                        Response& response);
     bool SetText(const Request& request, const char* stream);
+    bool IsPermitted(const Request& request, const char* stream);
     void StampLastUpdate(Response& response) const;
     void Stamp(Response& event, timeval time);
     void AddEvent(Response& event, eMessageType_t type, eParam_t id, const std::string& stream);
@@ -122,6 +126,7 @@ class QueueService::Service : public ConfigEventListener {
 
     static thread_local const Service* t_serving;  // whose requests this thread handles
 
+    net::Right m_right = net::Right::kAdmin;
     QueueEvents m_changes;  // before m_clients, which use it
     QueueClients m_clients{m_changes};
     mqd_t m_queue = -1;
@@ -142,6 +147,11 @@ thread_local const QueueService::Service* QueueService::Service::t_serving = nul
 QueueService::QueueService() : m_service(std::make_unique<Service>()) {}
 
 QueueService::~QueueService() = default;
+
+void QueueService::SetRight(net::Right right)
+{
+    m_service->SetRight(right);
+}
 
 bool QueueService::Start()
 {
@@ -210,6 +220,7 @@ bool QueueService::Service::TakeOver(mqd_t queue)
 bool QueueService::Service::Start()
 {
     if (!OpenQueue()) return false;
+    m_clients.SetRight(m_right);
     m_store = net::OpenPeerStore(0);
     if (!m_store) return Report("mainstay: cannot serve the queue\n");
     m_store->AddConfigEventListener(this);
@@ -340,7 +351,7 @@ void QueueService::Service::HandleListener(const XCONFIGMGR_CONNECTION_REQUEST_T
     response.msgtype = AnswerTo(request.msgtype);
     response.info = request.info;
     // Clients read the error in one place or in the other.
-    if (!m_clients.SetEvents(request.info.connectionID, wanted))
+    if ((wanted && m_right == net::Right::kNone) || !m_clients.SetEvents(request.info.connectionID, wanted))
         response.listenerError = response.error = kQueueErrorRefused;
     m_clients.Reply(request.info.connectionID, wire::Bytes<wire::HostOrder>(response));
 }
@@ -360,7 +371,8 @@ void QueueService::Service::HandleParameter(const char* data, size_t length)
         request.info.configID == 0 ? m_store->GetParamDescriptor(request.paramID) : nullptr;
     const bool isWhole = request.msgtype != XCFG_SET_STREAM_PARAM_REQUEST ||
                          request.streamLength <= length - kQueueRequestBytes;
-    if (descriptor && isWhole)
+    if (descriptor && isWhole &&
+        (m_right == net::Right::kAdmin || IsPermitted(request, data + kQueueRequestBytes)))
         stream = Answer(*descriptor, request, data + kQueueRequestBytes, response);
     else
         response.error = kQueueErrorRefused;
@@ -397,6 +409,23 @@ std::string QueueService::Service::Answer(ParamDescriptor& descriptor, const Req
     // A text that was stored counts as stored even if it does not fit into the response.
     if (request.msgtype == XCFG_GET_STREAM_PARAM_REQUEST) response.error = kQueueErrorNoValue;
     return "";
+}
+
+/// What is denied is answered as an unknown parameter is.
+bool QueueService::Service::IsPermitted(const Request& request, const char* stream)
+{
+    const eParam_t id{request.paramID};
+    const bool sets = net::IsSetRequest(request.msgtype);
+    if (sets ? net::MaySet(m_right, *m_store, id) : net::MayRead(m_right, *m_store, id)) return true;
+    std::string value = sets ? std::to_string(request.value) : "";
+    if (request.msgtype == XCFG_SET_STREAM_PARAM_REQUEST)
+        net::ReadTextPayload(stream, request.streamLength, value);
+    QueueClient* const client = Find(request.info.connectionID);
+    const std::string name = ConnectionUtilities::GetQueueName(request.info.connectionID);
+    net::DenyRequest(
+        {net::Transport::kQueue, request.msgtype, m_right, name, client ? client->origin : "queue " + name},
+        *m_store, id, value, client ? &client->traffic : nullptr);
+    return false;
 }
 
 bool QueueService::Service::SetText(const Request& request, const char* stream)
@@ -455,7 +484,7 @@ bool QueueService::Service::AddStream(eMessageType_t type, eParam_t id, timeval 
 {
     Response event;
     Stamp(event, time);
-    if (!m_changes.AreWanted()) return true;
+    if (!m_changes.AreWanted() || !net::MayRead(m_right, *m_store, id)) return true;
     const std::string stream = net::WritePayload(m_store->GetSerializable(id));
     if (stream.empty()) return false;
     event.streamFormat = kQueueStreamFormat;

@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "config/access/server/access_rules.h"
 #include "config/base/export.h"
 
 namespace vexa::config::access {
@@ -18,6 +19,8 @@ class VEXA_EXPORT QueueService {
     QueueService(const QueueService&) = delete;
     QueueService& operator=(const QueueService&) = delete;
 
+    /// What the clients may do. Default: everything. Before Start.
+    void SetRight(corvalis::config::access::Right right);
     /// @return false after one line: another daemon serves the queue, or the system refuses it.
     bool Start();
 
