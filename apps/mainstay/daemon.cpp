@@ -1,14 +1,17 @@
 #include "mainstay/daemon.h"
 
+#include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 
 #include "config/access/protocol/mq_protocol.h"
+#include "config/access/server/access_rules.h"
 #include "config/access/server/network/network_server.h"
 #include "config/access/server/peer_stores.h"
 #include "config/access/server/queues/queue_service.h"
@@ -26,28 +29,61 @@ namespace net = vexa::corvalis::config::access;
 
 namespace {
 
+constexpr const char* kAllOfIPv4 = "0.0.0.0";
+constexpr const char* kAllOfIPv6 = "::";
+
 /// Whether a server can bind the port. The library reports a failure in several lines, so this asks first.
-bool IsFree(int socketType, int port)
+/// @return false, with errno.
+bool IsFree(const std::string& address, int socketType, int port)
 {
-    const int descriptor = socket(AF_INET, socketType | SOCK_CLOEXEC, 0);
+    addrinfo hints{};
+    hints.ai_socktype = socketType;
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+    addrinfo* found = nullptr;
+    errno = EADDRNOTAVAIL;
+    if (getaddrinfo(address.c_str(), std::to_string(port).c_str(), &hints, &found) != 0) return false;
+    const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owned(found, freeaddrinfo);
+    const int descriptor = socket(found->ai_family, socketType | SOCK_CLOEXEC, 0);
     if (descriptor == -1) return false;
     const int yes = 1;  // connections of an earlier daemon may still be winding down
     if (socketType == SOCK_STREAM) setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    const bool free = bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    if (found->ai_family == AF_INET6) setsockopt(descriptor, IPPROTO_IPV6, IPV6_V6ONLY, &yes, sizeof yes);
+    const bool free = bind(descriptor, found->ai_addr, found->ai_addrlen) == 0;
     const int error = errno;
     close(descriptor);
     errno = error;
     return free;
 }
 
-bool CheckPort(int socketType, int port, const char* name)
+/// What a server listens on. Datagrams are those of IPv4.
+std::vector<std::string> AddressesFor(int socketType, const std::vector<std::string>& bind)
 {
-    if (IsFree(socketType, port)) return true;
-    vexa::Print("mainstay: cannot serve %s port %d: %s\n", name, port, strerror(errno));
-    return false;
+    std::vector<std::string> addresses = bind;
+    if (bind.empty()) {
+        addresses = {kAllOfIPv4};
+        const bool hasIPv6 =
+            IsFree(kAllOfIPv6, SOCK_STREAM, 0) || (errno != EAFNOSUPPORT && errno != EADDRNOTAVAIL);
+        if (hasIPv6) addresses.emplace_back(kAllOfIPv6);
+    }
+    if (socketType == SOCK_DGRAM)
+        std::erase_if(addresses, [](const std::string& one) { return one.find(':') != std::string::npos; });
+    return addresses;
+}
+
+/// "TCP port 43110", "TCP 10.0.0.7 port 43110".
+std::string EndpointText(const char* name, const std::string& address, int port)
+{
+    const bool isAll = address == kAllOfIPv4 || address == kAllOfIPv6;
+    return name + (isAll ? "" : " " + address) + " port " + std::to_string(port);
+}
+
+bool CheckPort(int socketType, int port, const std::vector<std::string>& bind, const char* name)
+{
+    for (const std::string& address : AddressesFor(socketType, bind))
+        if (!IsFree(address, socketType, port))
+            return vexa::Report("mainstay: cannot serve %s: %s\n", EndpointText(name, address, port).c_str(),
+                                strerror(errno));
+    return true;
 }
 
 class SilentListener : public ConfigEventListener {
@@ -77,9 +113,11 @@ Daemon::~Daemon()
 
 bool Daemon::Start(const Options& options)
 {
-    if ((!options.noTcp && !CheckPort(SOCK_STREAM, options.tcpPort, "TCP")) ||
-        (!options.noUdp && !CheckPort(SOCK_DGRAM, options.udpPort, "UDP")))
+    if ((!options.noTcp && !CheckPort(SOCK_STREAM, options.tcpPort, options.bind, "TCP")) ||
+        (!options.noUdp && !CheckPort(SOCK_DGRAM, options.udpPort, options.bind, "UDP")))
         return false;
+    m_rules = std::make_shared<net::AccessRules>();
+    for (const std::string& rule : options.allow) m_rules->Add(rule);
     CreateDescriptors();
     if (!OpenState(options) || !OpenStore(options) || !StartServers(options)) return false;
     m_keeper->Start();
@@ -158,9 +196,16 @@ void Daemon::AskStore()
 
 bool Daemon::StartServer(int socketType, int port, const Options& options, const char* name)
 {
+    const std::vector<std::string> addresses = AddressesFor(socketType, options.bind);
+    if (addresses.empty()) return true;
     auto server = std::make_unique<Server>(AF_INET, socketType, port);
+    server->ListenOn(addresses);
+    server->SetRules(m_rules);
     if (!server->Init()) return false;
-    AddEndpoint(std::string(name) + " port " + std::to_string(server->Port()));
+    for (const std::string& address : addresses)
+        if (const std::string endpoint = EndpointText(name, address, server->Port());
+            std::ranges::find(m_endpoints, endpoint) == m_endpoints.end())
+            AddEndpoint(endpoint);
     server->SetPayloadOrder(options.payloadOrder);
     server->SetStallTimeout(std::chrono::seconds(options.stallSeconds));
     if (socketType == SOCK_DGRAM) server->Announce(0);  // clients may listen without a connection
@@ -172,6 +217,7 @@ bool Daemon::StartServer(int socketType, int port, const Options& options, const
 bool Daemon::StartQueues()
 {
     m_queues = std::make_unique<vexa::config::access::QueueService>();
+    m_queues->SetRight(m_rules->Of(net::PeerAddress(in_addr{htonl(INADDR_LOOPBACK)}), true));
     AddEndpoint(std::string("queue ") + vexa::config::access::kRequestQueue);
     return m_queues->Start();
 }
@@ -180,8 +226,8 @@ bool Daemon::StartControl(const Options& options)
 {
     const std::string path = control::SocketPath(options.control, options.stateDirectory);
     if (path.empty()) return true;
-    m_reports = std::make_unique<control::StateReports>(
-        control::Device{*m_store, *m_file, *m_keeper, *m_presets, *m_actions, m_endpoints, m_locale});
+    m_reports = std::make_unique<control::StateReports>(control::Device{
+        *m_store, *m_file, *m_keeper, *m_presets, *m_actions, m_endpoints, m_rules->Texts(), m_locale});
     m_rollback = std::make_unique<control::Rollback>(*m_store, CProductID::getProductID());
     control::Handlers handlers;
     m_rollback->AddTo(handlers);

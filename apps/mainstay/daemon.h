@@ -13,8 +13,9 @@
 #include "mainstay/state/settings_file.h"
 
 namespace vexa::corvalis::config::access {
+class AccessRules;
 class NetworkServer;
-}
+}  // namespace vexa::corvalis::config::access
 class Config;
 namespace control {
 class ControlServer;
@@ -32,10 +33,12 @@ struct Options {
     int stallSeconds = 60;                           ///< that a TCP client may take nothing
     std::string control;                             ///< path of the control socket; empty: the usual one
     bool noTcp = false, noUdp = false, noQueues = false;
-    std::string stateDirectory;     ///< "": nothing is kept beyond the end of the process
-    double commitInterval = 0.5;    ///< seconds from a change to its place on the disk
-    size_t historyLimit = 100'000;  ///< changes
-    std::string media;              ///< directory of the media
+    std::vector<std::string> bind;   ///< addresses to listen on; none: all
+    std::vector<std::string> allow;  ///< rules, which AccessRules takes
+    std::string stateDirectory;      ///< "": nothing is kept beyond the end of the process
+    double commitInterval = 0.5;     ///< seconds from a change to its place on the disk
+    size_t historyLimit = 100'000;   ///< changes
+    std::string media;               ///< directory of the media
     std::vector<actions::ProgramAction> actions;
 };
 
@@ -76,6 +79,7 @@ class Daemon {
     std::unique_ptr<vexa::config::access::QueueService> m_queues;
     std::vector<Server*> m_servers;  // each is freed by its own thread after Stop
     std::vector<std::string> m_endpoints;
+    std::shared_ptr<vexa::corvalis::config::access::AccessRules> m_rules;
     unsigned int m_locale = 0;  // of the texts of the catalogue
     std::unique_ptr<control::StateReports> m_reports;
     std::unique_ptr<control::Rollback> m_rollback;

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "config/access/protocol/network_protocol.h"
+#include "config/access/server/access_rules.h"
 #include "config/base/harmless.h"
 #include "config/base/log.h"
 #include "config/base/standard_descriptors.h"
@@ -109,6 +110,33 @@ int Serve(const Options& options, const sigset_t& stops)
     return 0;
 }
 
+/// A list of the command line replaces that of the file.
+void AddAccess(CLI::App& app, Options& options)
+{
+    app.add_option(
+           "--bind", options.bind,
+           "Address of this machine to listen on, once or more; UDP takes those of IPv4. Default: all")
+        ->check([](const std::string& text) {
+            // That it is this machine's, an interface behind "%" included, the system tells later.
+            const auto address = net::PeerAddress::Parse(text.substr(0, text.find('%')));
+            return address ? "" : "\"" + text + "\" is no address of IPv4 or IPv6";
+        })
+        ->allow_extra_args(false)
+        ->type_name("ADDRESS");
+    const auto rules = std::make_shared<net::AccessRules>();
+    app.add_option(
+           "--allow", options.allow,
+           "Whom to serve, once or more: an address, or \"10.1.0.0/16\", and \"=read\", \"=write\", "
+           "\"=admin\" or \"=none\"; without a right it is read. The longest prefix that fits counts. "
+           "Without any rule: this machine alone")
+        ->check([rules](const std::string& text) {
+            const std::string reason = rules->Add(text);
+            return reason.empty() ? reason : "\"" + text + "\" is no rule: " + reason;
+        })
+        ->allow_extra_args(false)
+        ->type_name("RULE");
+}
+
 void AddServing(CLI::App& app, Options& options)
 {
     app.add_option("--tcp-port", options.tcpPort, "TCP port; 0: a free one, named when ready")
@@ -175,6 +203,7 @@ int Run(int argc, char** argv)
     CLI::App app("Serves the parameters of this device to applications.", "mainstay");
     app.footer(kFooter);
     AddServing(app, options);
+    AddAccess(app, options);
     AddState(app, options);
     const auto file = std::make_shared<ConfigFile>();
     app.config_formatter(file);

@@ -85,6 +85,8 @@ void PrintStatus(Session& session, const Json& answer)
     print("mainstay", TextOf(answer, "version") + ", " + (model.empty() ? "no model" : "model " + model) +
                           ", since " + LocalText(TextOf(answer, "since")));
     for (const Json& endpoint : ListOf(answer, "endpoints")) print("serves", endpoint.get<std::string>());
+    for (const Json& rule : ListOf(answer, "rules")) print("rule", rule.get<std::string>());
+    print("denied", TextOf(answer, "denied"));
     const Json state = answer.value("state", Json::object()), locale = answer.value("locale", Json::object());
     print("state", StateText(state));
     print("problem", TextOf(state, "problem"));
@@ -107,12 +109,14 @@ ExitStatus Clients(Session& session)
     const Json& clients = ListOf(answer, "clients");
     if (PrintedAsJson(session, clients)) return ExitStatus::kDone;
     std::vector<std::vector<std::string>> rows{{"TRANSPORT", "SINCE", "CONFIG", "LISTENS", "WAITING",
-                                                "SKIPPED", "REQUESTS", "SETS", "ADDRESS", "PROGRAM"}};
+                                                "SKIPPED", "REQUESTS", "SETS", "RIGHT", "DENIED", "ADDRESS",
+                                                "PROGRAM"}};
     for (const Json& client : clients)
         rows.push_back({TextOf(client, "transport"), LocalText(TextOf(client, "since")),
                         TextOf(client, "config"), client.value("listens", false) ? "yes" : "no",
                         TextOf(client, "waiting"), TextOf(client, "skipped"), TextOf(client, "requests"),
-                        TextOf(client, "sets"), TextOf(client, "address"), TextOf(client, "program")});
+                        TextOf(client, "sets"), TextOf(client, "right"), TextOf(client, "denied"),
+                        TextOf(client, "address"), TextOf(client, "program")});
     PrintTable(session, rows);
     return ExitStatus::kDone;
 }
@@ -172,6 +176,34 @@ void PrintChange(Session& session, const Json& change)
                   TextOf(change, "who") + ")");
 }
 
+/// "2026-11-22 12:10:44  FanSpeed  set 80 denied  (udp 10.0.0.5:4711: its right is read, and this takes write)"
+void PrintDenial(Session& session, const Json& denial)
+{
+    if (session.json) return session.Print(denial);
+    const int config = denial.value("config", 0);
+    const std::string param = TextOf(denial, "param"), value = TextOf(denial, "value");
+    const auto times = denial.value("times", uint64_t{1});
+    session.Print(LocalText(TextOf(denial, "time")) + "  " +
+                  (config == 0 ? "" : "config " + std::to_string(config) + "  ") +
+                  (param.empty() ? "" : param + "  ") + TextOf(denial, "asked") +
+                  (value.empty() ? "" : " " + value) + " denied" +
+                  (times == 1 ? "" : " " + std::to_string(times) + " times") + "  (" + TextOf(denial, "who") +
+                  ": " + TextOf(denial, "why") + ")");
+}
+
+/// Changes and what was denied, by their times.
+void PrintLog(Session& session, const Json& answer)
+{
+    const Json &changes = ListOf(answer, "changes"), &denials = ListOf(answer, "denied");
+    auto denial = denials.begin();
+    for (const Json& change : changes) {
+        for (; denial != denials.end() && TextOf(*denial, "time") < TextOf(change, "time"); ++denial)
+            PrintDenial(session, *denial);
+        PrintChange(session, change);
+    }
+    for (; denial != denials.end(); ++denial) PrintDenial(session, *denial);
+}
+
 ExitStatus Log(Session& session, const LogOptions& options)
 {
     Json request{{"request", "log"},
@@ -189,12 +221,14 @@ ExitStatus Log(Session& session, const LogOptions& options)
     }
     ControlClient client(session);
     const Json answer = client.Ask(request);
-    for (const Json& change : ListOf(answer, "changes")) PrintChange(session, change);
+    PrintLog(session, answer);
     while (options.follow) {
         const Json line = client.Next();
-        const auto change = line.find("change");
+        const auto change = line.find("change"), denied = line.find("denied");
         if (change != line.end())
             PrintChange(session, *change);
+        else if (denied != line.end())
+            PrintDenial(session, *denied);
         else if (line.contains("skipped"))
             session.Note(TextOf(line, "skipped") + " changes were left out", line);
     }
@@ -321,7 +355,7 @@ class ControlVerbs {
 
 void ControlVerbs::AddLog()
 {
-    auto* const log = m_app.add_subcommand("log", "Show what was changed, when and by whom");
+    auto* const log = m_app.add_subcommand("log", "Show what was changed or denied, when and by whom");
     const auto options = std::make_shared<LogOptions>();
     log->add_option("PARAMETER", options->parameters, "Only these")->type_name("");
     log->add_option("--since", options->since, "Only later ones: 30s, 10m, 2h, 7d ago, or a date and time")

@@ -69,6 +69,7 @@ bool TcpLink::IsConfirmed(const Deadline& deadline, int wake, LinkFailure& failu
     if (m_confirmation && *m_confirmation == 0) return true;
     // A device that does not want ends the connection.
     failure.kind = LinkFailure::Kind::kRefused;
+    if (m_in.empty()) failure.reason += " without a word: if it does not serve this address, its log says so";
     if (m_confirmation) failure.reason = "the device answers error " + std::to_string(*m_confirmation);
     return false;
 }

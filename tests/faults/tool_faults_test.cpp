@@ -77,7 +77,7 @@ TEST(ToolFaults, OverTheNetwork)
             {"tcp", {kSetsockopt, ENOBUFS}, 0, ""},
             {"tcp", {kSend, EPIPE}, 6, ": Broken pipe\n"},
             {"tcp", {kSend, EPIPE, 1, 3}, 6, lost},
-            {"tcp", {kRecv, ECONNRESET}, 6, ": Connection reset by peer\n"},
+            {"tcp", {kRecv, ECONNRESET}, 6, ": Connection reset by peer without a word"},
             {"tcp", {kPoll, ENOMEM, 3}, 0, ""},
             {"tcp", {kPthreadCreate, EAGAIN}, 0, ""},  // signals end the tool without a goodbye
             {"tcp", {kEventfd, EMFILE}, 0, ""},

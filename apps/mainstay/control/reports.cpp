@@ -26,7 +26,9 @@ Json ClientsReport()
                         {"waiting", client.waitingEvents},
                         {"skipped", client.skippedEvents},
                         {"requests", client.requests},
-                        {"sets", client.setRequests}});
+                        {"sets", client.setRequests},
+                        {"denied", client.denied},
+                        {"right", client.right}});
     return {{"clients", list}};
 }
 
@@ -64,6 +66,7 @@ constexpr Metric kMetrics[] = {
     {"bytes_out", "Bytes sent"},
     {"events_sent", "Events sent, multicast ones once"},
     {"events_skipped", "Events that newer ones have overtaken before a slow client took them"},
+    {"denied", "Peers that no rule lets in, and requests that none permits"},
     {"requests", "Requests, by kind"},
 };
 

@@ -17,6 +17,8 @@ namespace control {
 
 namespace {
 
+namespace net = vexa::corvalis::config::access;
+
 constexpr int64_t kMicroseconds = 1'000'000;
 /// What one answer holds; older lines are asked for with "since".
 constexpr size_t kMaxLines = 10'000, kDefaultLines = 1000;
@@ -47,6 +49,19 @@ Json LineJson(const state::HistoryLine& line)
             {"old", line.before},
             {"new", line.after},
             {"who", line.who}};
+}
+
+Json DenialJson(const net::Denial& denial)
+{
+    const int64_t time = denial.time.tv_sec * kMicroseconds + denial.time.tv_usec;
+    return {{"time", TextOfTime(time)},
+            {"config", denial.configID},
+            {"param", denial.param == eParam_t{} ? "" : state::NameOf(denial.param)},
+            {"asked", denial.asked},
+            {"value", denial.value},
+            {"who", denial.who},
+            {"why", denial.why},
+            {"times", denial.times}};
 }
 
 std::vector<eParam_t> ParamsOf(const Json& request)
@@ -83,6 +98,12 @@ eParam_t PresetName(unsigned int number)
 StateReports::StateReports(Device device) : m_device(std::move(device)), m_since(Now())
 {
     m_device.keeper.OnLines([this](const std::vector<state::HistoryLine>& lines) { Follow(lines); });
+    net::WatchDenials([this](const net::Denial& denial) { FollowDenials(denial); });
+}
+
+StateReports::~StateReports()
+{
+    net::WatchDenials(nullptr);
 }
 
 void StateReports::AddTo(Handlers& handlers)
@@ -105,6 +126,8 @@ Json StateReports::Status() const
             {"version", MAINSTAY_VERSION},
             {"since", m_since},
             {"endpoints", m_device.endpoints},
+            {"rules", m_device.rules},
+            {"denied", net::DenialCount()},
             {"state",
              {{"kept", !status.path.empty()},
               {"file", status.path},
@@ -135,9 +158,17 @@ Answer StateReports::Log(const Json& request)
         if (!lines.empty()) newest = std::max(newest, lines.back().id);  // one may have come between the two
         if (stream) m_followers.push_back({stream, newest, query.params});
     }
-    Json changes = Json::array();
+    Json changes = Json::array(), denied = Json::array();
     for (const state::HistoryLine& line : lines) changes.push_back(LineJson(line));
-    Json answer{{"changes", changes}};
+    if (stream) {
+        vexa::MutexLock hold(m_denialLock);
+        m_denialFollowers.push_back({stream, 0, query.params});
+    }
+    for (const net::Denial& denial : net::Denials())
+        if (denial.time.tv_sec * kMicroseconds + denial.time.tv_usec >= query.since &&
+            Wants(query.params, denial.param))
+            denied.push_back(DenialJson(denial));
+    Json answer{{"changes", changes}, {"denied", denied}};
     if (!isWhole) answer["problem"] = m_device.keeper.Status().problem;
     return {answer, stream};
 }
@@ -153,6 +184,16 @@ void StateReports::Follow(const std::vector<state::HistoryLine>& lines)
             if (stream && line.id > follower.lastID && Wants(follower.params, line.param))
                 stream->Push({{"change", LineJson(line)}});
     }
+}
+
+/// On the thread that denies.
+void StateReports::FollowDenials(const net::Denial& denial)
+{
+    vexa::MutexLock hold(m_denialLock);
+    std::erase_if(m_denialFollowers, [](const Follower& follower) { return follower.stream.expired(); });
+    for (const Follower& follower : m_denialFollowers)
+        if (const auto stream = follower.stream.lock(); stream && Wants(follower.params, denial.param))
+            stream->Push({{"denied", DenialJson(denial)}});
 }
 
 Json StateReports::ListPresets()

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "config/access/server/denials.h"
 #include "config/base/mutex.h"
 #include "config/config.h"
 #include "mainstay/actions/actions.h"
@@ -22,6 +23,7 @@ struct Device {  // NOLINT(clang-analyzer-core.NullDereference): the daemon has 
     actions::Presets& presets;
     actions::Actions& actions;
     std::vector<std::string> endpoints;  ///< "TCP port 43110"
+    std::vector<std::string> rules;      ///< "10.1.0.0/16=write", in the order in which they match
     unsigned int locale = 0;             ///< of the texts of this process, as eParamID_Locale
 };
 
@@ -29,6 +31,9 @@ struct Device {  // NOLINT(clang-analyzer-core.NullDereference): the daemon has 
 class StateReports {
   public:
     explicit StateReports(Device device);
+    ~StateReports();
+    StateReports(const StateReports&) = delete;
+    StateReports& operator=(const StateReports&) = delete;
     /// Handlers that borrow this.
     void AddTo(Handlers& handlers);
 
@@ -47,11 +52,14 @@ class StateReports {
     Json Save(unsigned int number, const Json& request);
     Json Result(eParam_t parameter, const actions::PresetResult& result) const;
     void Follow(const std::vector<state::HistoryLine>& lines);
+    void FollowDenials(const vexa::corvalis::config::access::Denial& denial);
 
     const Device m_device;
     const std::string m_since;
     vexa::Mutex m_lock;
     std::vector<Follower> m_followers VEXA_GUARDED_BY(m_lock);
+    vexa::Mutex m_denialLock;  // never held over the disk: a server's thread takes it
+    std::vector<Follower> m_denialFollowers VEXA_GUARDED_BY(m_denialLock);
 };
 
 }  // namespace control

@@ -230,7 +230,7 @@ TEST(MainstayControl, TellsOfItsClientsAndUndoesWhatNobodyConfirms)
     EXPECT_TRUE(Eventually([&] { return tool({"clients"}).out.find("  yes  ") != std::string::npos; }));
     tool({"set", "RegisterSave", "9"});
     EXPECT_THAT(tool({"clients"}).out,
-                ContainsRegex("tcp +[0-9-]+ [0-9:]+ +0 +yes +0 +0 +[0-9]+ +0 +127.0.0.1:[0-9]+"));
+                ContainsRegex("tcp +[0-9-]+ [0-9:]+ +0 +yes +0 +0 +[0-9]+ +0 +admin +0 +127.0.0.1:[0-9]+"));
     EXPECT_EQ(Json::parse(tool({"stats", "--json"}).out)["tcp"]["requests"]["set"], 1);
     EXPECT_THAT(tool({"stats", "--prometheus"}).out,
                 AllOf(HasSubstr("\n# TYPE mainstay_requests_total counter\n"),
