@@ -90,6 +90,13 @@ class RawPeer {
         const sockaddr_in address = Address("127.0.0.1", port);
         EXPECT_EQ(connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     }
+    /// From an address of this host.
+    RawPeer(const char* from, int port, int type) : m_socket(MakeSocket(type, 0))
+    {
+        const sockaddr_in own = Address(from, 0), address = Address("127.0.0.1", port);
+        EXPECT_EQ(bind(m_socket, reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
+        EXPECT_EQ(connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    }
     ~RawPeer() { close(m_socket); }
     RawPeer(const RawPeer&) = delete;
     RawPeer& operator=(const RawPeer&) = delete;
