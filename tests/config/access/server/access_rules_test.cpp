@@ -181,8 +181,9 @@ TEST(MainstayRules, EachTransportRefusesInItsOwnWay)
         << "once a minute";
     EXPECT_THAT(
         daemon.Control({"log"}),
-        AllOf(HasSubstr("FanSpeed  set 80 denied  (tcp 127.0.0.2:"), HasSubstr("and this takes write"),
-              HasSubstr("SystemState  set "), HasSubstr("SystemPassword  set_text ******** denied  ("),
+        AllOf(HasSubstr("FanSpeed  set 80 denied 2 times  (tcp 127.0.0.2:"),
+              HasSubstr("and this takes write"), HasSubstr("SystemState  set "),
+              HasSubstr("SystemPassword  set_text ******** denied 2 times  ("),
               HasSubstr("connect denied 2 times  ("), Not(HasSubstr("stolen")), Not(HasSubstr("secret"))));
     EXPECT_THAT(daemon.Control({"status"}),
                 AllOf(HasSubstr("rule      127.0.0.3=write\n"), HasSubstr("denied    ")));
