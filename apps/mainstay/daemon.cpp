@@ -55,14 +55,21 @@ bool IsFree(const std::string& address, int socketType, int port)
     return free;
 }
 
+bool HasIPv6()
+{
+    const int descriptor = socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor == -1) return errno != EAFNOSUPPORT;  // else a server will say what is wrong
+    close(descriptor);
+    return true;
+}
+
 /// What a server listens on. Datagrams are those of IPv4.
 std::vector<std::string> AddressesFor(int socketType, const std::vector<std::string>& bind)
 {
     std::vector<std::string> addresses = bind;
     if (bind.empty()) {
+        static const bool hasIPv6 = HasIPv6();
         addresses = {kAllOfIPv4};
-        const bool hasIPv6 =
-            IsFree(kAllOfIPv6, SOCK_STREAM, 0) || (errno != EAFNOSUPPORT && errno != EADDRNOTAVAIL);
         if (hasIPv6) addresses.emplace_back(kAllOfIPv6);
     }
     if (socketType == SOCK_DGRAM)
