@@ -53,6 +53,9 @@ std::vector<CLI::ConfigItem> ConfigFile::from_config(std::istream& input) const
     }
     std::vector<CLI::ConfigItem> settings;
     for (const auto& [key, node] : file) {
+        // Anything else would take it for a text, and as the name of a directory.
+        if (node.is_boolean() && !key.str().starts_with("no-"))
+            Refuse(node, "\"" + std::string(key.str()) + "\" takes no true or false");
         if (key == "action")
             ReadActions(node);
         else

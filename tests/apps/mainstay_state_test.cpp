@@ -363,6 +363,7 @@ TEST(MainstayState, AConfigurationFileThatIsWrongIsOneLine)
     const std::string config = directory / "mainstay.conf";
     for (const auto& [text, message] : std::vector<std::pair<std::string, std::string>>{
              {"tcp-prot = 1", config + ": unknown option tcp-prot"},
+             {"state = true", config + ": line 1: \"state\" takes no true or false"},
              {"tcp-port = \"no\"", "tcp-port"},
              {"tcp-port = ", "line 1"},
              {"\n[action.NoSuch]\nrun = []", "action.NoSuch: there is no such parameter"},

@@ -30,13 +30,18 @@ VEXA_EXPORT const char* NameOf(Right right);
 /// An address of IPv4 or IPv6. One of IPv4 that IPv6 carries ("::ffff:10.0.0.8") is that of IPv4.
 class VEXA_EXPORT PeerAddress {
   public:
+    /// As the system has them, in network order.
     explicit PeerAddress(const in_addr& address);
+    /// @overload
     explicit PeerAddress(const in6_addr& address) : m_bytes(address) {}
     /// @param text  without port, brackets and interface. @return nothing when it is none.
     static std::optional<PeerAddress> Parse(const std::string& text);
 
+    /// Also of one that IPv6 carries.
     bool IsIPv4() const;
+    /// 127.0.0.0/8 or ::1.
     bool IsLoopback() const;
+    /// "10.0.0.8", "fe80::1".
     std::string Text() const;
     /// Who shares limits and lines of the log: over IPv6 a host may use all of its 64 bits.
     PeerAddress Site() const;
@@ -45,10 +50,12 @@ class VEXA_EXPORT PeerAddress {
     /// It, with zeros behind the first bits.
     PeerAddress Prefix(unsigned int bits) const;
 
+    /// By their bytes, so that they can be kept in order.
     std::strong_ordering operator<=>(const PeerAddress& other) const
     {
         return memcmp(&m_bytes, &other.m_bytes, sizeof m_bytes) <=> 0;
     }
+    /// The same address.
     bool operator==(const PeerAddress& other) const { return (*this <=> other) == 0; }
 
   private:
