@@ -26,5 +26,5 @@ else:
     flags = {"extra_compile_args": pkg_config("--cflags"), "extra_link_args": pkg_config("--libs")}
 
 setup(version=version,
-      ext_modules=[Pybind11Extension("vexa._vexa", ["src/module.cpp", "src/parameter.cpp", "src/values.cpp"],
-                                     cxx_std=20, depends=["src/parameter.h", "src/values.h"], **flags)])
+      ext_modules=[Pybind11Extension("vexa._vexa", ["src/module.cpp", "src/parameter.cpp", "src/unlocked.cpp", "src/values.cpp"],
+                                     cxx_std=20, depends=["src/parameter.h", "src/unlocked.h", "src/values.h"], **flags)])

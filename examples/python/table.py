@@ -23,10 +23,10 @@ def main():
         sys.exit(f"usage: {sys.argv[0]} PATTERN DEVICE...")
     pattern, *addresses = sys.argv[1:]
     with ThreadPoolExecutor(len(addresses)) as pool:
-        rows = dict(zip(addresses, pool.map(lambda address: row(address, pattern), addresses)))
-    columns = sorted({name for values in rows.values() if isinstance(values, dict) for name in values})
+        rows = list(zip(addresses, pool.map(lambda address: row(address, pattern), addresses)))
+    columns = sorted({name for _, values in rows if isinstance(values, dict) for name in values})
     print("device", *columns, sep="\t")
-    for address, values in rows.items():
+    for address, values in rows:
         if isinstance(values, vexa.Error):
             print(address, values, sep="\t")
         else:

@@ -1,6 +1,8 @@
 """The package vexa against real daemons. Run by scripts/checks/python."""
 import asyncio
+import copy
 import datetime
+import enum
 import os
 import re
 import signal
@@ -36,8 +38,19 @@ def test_values_are_read_and_set(device):
     assert device.status.state == "in step" and device.status.model == "OAK" and device.status.since.tzinfo
 
 
+class Index:
+    """What numpy's numbers are."""
+    def __index__(self):
+        return 70
+
+
+class Speed(int, enum.Enum):
+    FAST = 70
+
+
 @pytest.mark.parametrize("value, outcome, now", [
-    (70, "STORED", 70), (70.0, "STORED", 70), ("70", "STORED", 70), (500, "CORRECTED", 100), ("fast", "NOT_SENT", 50),
+    (70, "STORED", 70), (70.0, "STORED", 70), ("70", "STORED", 70), (Index(), "STORED", 70), (Speed.FAST, "STORED", 70),
+    (2 ** 64, "NOT_SENT", 50), (-2 ** 64, "NOT_SENT", 50), (500, "CORRECTED", 100), ("fast", "NOT_SENT", 50),
     (-1, "NOT_SENT", 50), (2 ** 40, "NOT_SENT", 50), (12.5, "NOT_SENT", 50), (float("nan"), "NOT_SENT", 50)])
 def test_the_result_says_what_became_of_a_value(device, value, outcome, now):
     result = device.set("FanSpeed", value)
@@ -52,6 +65,7 @@ def test_exceptions_are_those_that_python_expects(device):
     with pytest.raises(ValueError, match="outside 30 to 100 %") as corrected:
         device["FanSpeed"] = 500
     assert isinstance(corrected.value, vexa.Corrected) and corrected.value.result.value == 100
+    assert str(copy.copy(corrected.value)) == "FanSpeed: outside 30 to 100 %"
     with pytest.raises(vexa.Refused, match="not one of 0 ProRes 422 HQ"):
         device["EncodeType"] = "Betacam"
     with pytest.raises(TypeError):
@@ -70,8 +84,19 @@ def test_exceptions_are_those_that_python_expects(device):
 def test_all_or_none_are_set_in_the_order_that_counts(device):
     results = device.set_many({"IPAddress": "10.0.0.9", "FanSpeed": 500, "IPConfig": "Static"})
     assert not any(results.values()) and device["IPAddress"] != 0x0A000009
+    results = device.set_many({"IPAddress": "10.0.0.9", "fanspeed": "fast"})
+    assert not any(results.values()) and all(result.reason for result in results.values()) and "fanspeed" in results
+    with pytest.raises(ValueError, match="twice"):
+        device.set_many({"FanSpeed": 70, "fanspeed": 71})
     results = device.set_many({"IPAddress": "10.0.0.9", "IPConfig": "Static"})
     assert all(results.values()) and device.text("IPAddress") == "10.0.0.9"
+
+
+def test_true_and_signs(device):
+    assert device.set("LoopPlay", True) and device["LoopPlay"] == 1
+    assert device.set("TransportRequestedSpeed", -100).value == -100
+    speed = device.info("TransportRequestedSpeed")
+    assert (speed.minimum, speed.maximum) == (-2 ** 31, 2 ** 31 - 1)
 
 
 def test_a_parameter_says_what_it_is(device):
@@ -115,6 +140,52 @@ def test_waiting_leaves_the_interpreter_to_others_and_to_signals(device):
     signal.setitimer(signal.ITIMER_REAL, 0.2)
     with pytest.raises(InterruptedError):
         next(watch)
+
+
+def test_a_watch_ends_with_its_device(daemon):
+    device = vexa.Device(daemon.address)
+    watch = device.watch(initial=False)
+    threading.Timer(0.2, device.close).start()
+    assert list(watch) == [] and watch.closed
+
+
+def test_a_reader_that_is_slower_than_the_changes_lets_other_tasks_run(device):
+    async def read(watch):
+        async for _ in watch:
+            device.set("FanSpeed", 30 + device.read("FanSpeed") % 70)  # the next one is there before it is asked for
+
+    async def program():
+        with device.watch("FanSpeed") as watch:
+            reading = asyncio.create_task(read(watch))
+            with pytest.raises(asyncio.TimeoutError):
+                await asyncio.wait_for(reading, 0.5)
+
+    asyncio.run(program())
+
+
+def test_a_watch_outlives_the_loop_that_has_read_it(device):
+    async def begin(watch):
+        asyncio.ensure_future(watch.__anext__())
+        await asyncio.sleep(0)
+
+    watch = device.watch(initial=False)
+    asyncio.run(begin(watch))
+    assert watch.next(0) is None
+    watch.close()
+
+
+def test_the_interpreter_ends_while_threads_wait(daemon):
+    program = f"""
+import threading, time, vexa
+device = vexa.Device("{daemon.address}")
+for _ in range(8):
+    threading.Thread(target=lambda: list(device.watch("FanSpeed")), daemon=True).start()
+    threading.Thread(target=lambda: [device.read("FanSpeed") for _ in iter(int, 1)], daemon=True).start()
+time.sleep(0.3)
+"""
+    for _ in range(5):
+        ended = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True, timeout=60)
+        assert ended.returncode == 0, ended.stderr
 
 
 def test_a_hundred_devices_in_one_asyncio_program(daemon):

@@ -18,9 +18,11 @@
 #include <vector>
 
 #include "parameter.h"
+#include "unlocked.h"
 #include "values.h"
 
 #include <config/version.h>
+#include <device/address.h>
 #include <device/device.h>
 #include <device/format.h>
 
@@ -55,7 +57,7 @@ bool WaitInSlices(Seconds timeout, Wait wait)
     for (;;) {
         const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
         const bool isDone = [&] {
-            const py::gil_scoped_release release;
+            const Unlocked unlocked;
             return wait(std::clamp(left, milliseconds(0), kSlice));
         }();
         if (isDone) return true;
@@ -199,9 +201,15 @@ class PythonDevice {
         DeviceOptions options;
         options.model = model.value_or("");
         options.timeout = std::chrono::ceil<milliseconds>(std::chrono::duration<double>(timeout));
-        m_device = std::make_shared<Device>(m_address, options);
+        // Its end waits for its thread: without the interpreter's lock, whichever thread is the last that uses it.
+        m_device = {new Device(m_address, options), [](Device* device) {
+                        std::optional<Unlocked> unlocked;
+                        if (PyGILState_Check() != 0) unlocked.emplace();
+                        delete device;
+                    }};
+        std::string reason;
+        m_isAddress = DeviceAddress::Parse(m_address, reason).has_value();
     }
-    ~PythonDevice() { Close(); }
     PythonDevice(const PythonDevice&) = delete;
     PythonDevice& operator=(const PythonDevice&) = delete;
 
@@ -209,18 +217,17 @@ class PythonDevice {
 
     void Close()
     {
-        std::shared_ptr<Device> device = std::move(m_device);
-        const py::gil_scoped_release release;  // its threads end here, if no other thread uses it
-        device.reset();
+        m_isClosed = true;
+        m_device.reset();
     }
-    bool IsClosed() const { return !m_device; }
+    bool IsClosed() const { return m_isClosed; }
 
     DeviceStatus Status() const { return Open()->Status(); }
     bool Wait(Seconds timeout) const
     {
         const auto device = Open();
         WaitInSlices(timeout ? timeout : m_timeout, [&](milliseconds slice) {
-            return device->WaitUntilInStep(slice) || IsHopeless(*device);
+            return device->WaitUntilInStep(slice) || !m_isAddress || m_isClosed;
         });
         return device->Status().state == DeviceState::kInStep;
     }
@@ -277,46 +284,38 @@ class PythonDevice {
         if (!meant) return outcome;
         const auto device = Open();
         {
-            const py::gil_scoped_release release;
+            const Unlocked unlocked;
             outcome.result = device->Set(descriptor.GetParamID(), *meant);
         }
         RaiseIfNotAsked(outcome.result);
         return outcome;
     }
 
-    /// In the order in which values have an effect, whatever the order of the dictionary.
+    /// In the order in which values have an effect, whatever the order of the dictionary. By the names as given.
     std::vector<std::pair<std::string, Outcome>> SetMany(const py::dict& settings)
     {
         const auto catalogue = Parameters();
         std::vector<ParamDescriptor*> descriptors;
-        for (const auto& [name, value] : settings)
-            descriptors.push_back(&Find(*catalogue, py::cast<std::string>(name)));
         std::vector<std::pair<std::string, Outcome>> outcomes;
-        std::vector<std::pair<eParam_t, Value>> values;
         std::map<eParam_t, Value> meant;
-        bool isWhole = true;
-        for (const auto& [name, value] : settings) {
-            ParamDescriptor& descriptor = Find(*catalogue, py::cast<std::string>(name));
+        for (const auto& [key, value] : settings) {
+            const auto name = py::cast<std::string>(key);
+            ParamDescriptor& descriptor = Find(*catalogue, name);
+            if (std::ranges::find(descriptors, &descriptor) != descriptors.end())
+                throw py::value_error(name + " is named twice");
+            descriptors.push_back(&descriptor);
             Outcome outcome{{}, catalogue, &descriptor};
-            if (const auto each = FromPython(descriptor, value, outcome.result.reason))
-                meant.insert_or_assign(descriptor.GetParamID(), *each);
-            else
-                isWhole = false;
-            outcomes.emplace_back(Catalogue::NameOf(descriptor), std::move(outcome));
+            if (auto each = FromPython(descriptor, value, outcome.result.reason))
+                meant.emplace(descriptor.GetParamID(), *std::move(each));
+            outcomes.emplace_back(name, std::move(outcome));
         }
-        if (!isWhole) return outcomes;
-        for (ParamDescriptor* const descriptor : InSettingOrder(descriptors))
-            values.emplace_back(descriptor->GetParamID(), meant.at(descriptor->GetParamID()));
-        const auto device = Open();
-        std::vector<SetResult> results;
-        {
-            const py::gil_scoped_release release;
-            results = device->SetMany(values);
+        if (meant.size() == outcomes.size()) {
+            Carry(InSettingOrder(descriptors), meant, outcomes);
+            return outcomes;
         }
-        for (const SetResult& result : results) RaiseIfNotAsked(result);
         for (auto& [name, outcome] : outcomes)
-            for (size_t i = 0; i < values.size(); ++i)
-                if (values[i].first == outcome.descriptor->GetParamID()) outcome.result = results[i];
+            if (outcome.result.reason.empty())
+                outcome.result.reason = "another value of the same request cannot be set";
         return outcomes;
     }
 
@@ -346,10 +345,23 @@ class PythonDevice {
         if (!m_device) throw py::value_error("the device is closed");
         return m_device;
     }
-    static bool IsHopeless(const Device& device)
+    /// Sets the values in the order of the descriptors.
+    void Carry(const std::vector<ParamDescriptor*>& descriptors, const std::map<eParam_t, Value>& meant,
+               std::vector<std::pair<std::string, Outcome>>& outcomes) const
     {
-        const DeviceState state = device.Status().state;
-        return state == DeviceState::kRefused || state == DeviceState::kOtherModel;
+        std::vector<std::pair<eParam_t, Value>> values;
+        for (ParamDescriptor* const descriptor : descriptors)
+            values.emplace_back(descriptor->GetParamID(), meant.at(descriptor->GetParamID()));
+        const auto device = Open();
+        std::vector<SetResult> results;
+        {
+            const Unlocked unlocked;
+            results = device->SetMany(values);
+        }
+        for (const SetResult& result : results) RaiseIfNotAsked(result);
+        for (auto& [name, outcome] : outcomes)
+            for (size_t i = 0; i < values.size(); ++i)
+                if (descriptors[i] == outcome.descriptor) outcome.result = results[i];
     }
 
     Value Kept(ParamDescriptor& descriptor)
@@ -357,7 +369,7 @@ class PythonDevice {
         const auto device = Open();
         GetResult result;
         {
-            const py::gil_scoped_release release;
+            const Unlocked unlocked;
             result = device->Kept(descriptor.GetParamID());
         }
         if (!result) Raise(result.failure, result.reason);
@@ -372,7 +384,7 @@ class PythonDevice {
         const auto device = Open();
         GetResult result;
         {
-            const py::gil_scoped_release release;
+            const Unlocked unlocked;
             result = ask(*device, descriptor.GetParamID());
         }
         if (!result) Raise(result.failure, result.reason);
@@ -390,7 +402,7 @@ class PythonDevice {
         for (ParamDescriptor* const descriptor : wanted) ids.push_back(descriptor->GetParamID());
         std::vector<GetResult> results;
         {
-            const py::gil_scoped_release release;
+            const Unlocked unlocked;
             results = device->GetMany(ids);
         }
         py::dict values;
@@ -415,6 +427,8 @@ class PythonDevice {
     const std::string m_address;
     const double m_timeout;
     std::shared_ptr<Device> m_device;
+    bool m_isAddress = false;
+    std::atomic<bool> m_isClosed{false};
     bool m_wasInStep = false;
 };
 
@@ -522,6 +536,7 @@ PYBIND11_MODULE(_vexa, module)
     module.attr("__version__") = std::to_string(VEXA_VERSION_MAJOR) + "." +
                                  std::to_string(VEXA_VERSION_MINOR) + "." +
                                  std::to_string(VEXA_VERSION_PATCH);
+    vexa::python::WatchForTheEnd();
     vexa::python::DefineParameter(module);
     vexa::python::DefineResults(module);
     vexa::python::DefineChanges(module);

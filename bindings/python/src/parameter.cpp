@@ -37,6 +37,15 @@ py::object Default(const Parameter& self)
     return py::none();
 }
 
+/// Of a number; the limits of one with a sign are those of its 32 bits.
+py::object Limit(const Parameter& self, unsigned int (IntegerDescriptor::*limit)(), int64_t withSign)
+{
+    auto* const number = dynamic_cast<IntegerDescriptor*>(self.descriptor);
+    if (!number) return py::none();
+    if (number->GetParamType() == eCParam_Signed) return py::int_(withSign);
+    return py::int_((number->*limit)());
+}
+
 py::dict Choices(const Parameter& self)
 {
     py::dict choices;
@@ -111,10 +120,14 @@ void DefineParameter(py::module_& module)
         .def_property_readonly("default", &Default, "The factory's.")
         .def_property_readonly("choices", &Choices,
                                "The names of the values of an enumeration, in menu order.")
-        .def_property_readonly("minimum", Of<IntegerDescriptor>(&IntegerDescriptor::GetMinValue),
-                               "None for a text.")
-        .def_property_readonly("maximum", Of<IntegerDescriptor>(&IntegerDescriptor::GetMaxValue),
-                               "None for a text.")
+        .def_property_readonly(
+            "minimum",
+            [](const Parameter& self) { return Limit(self, &IntegerDescriptor::GetMinValue, INT32_MIN); },
+            "None for a text.")
+        .def_property_readonly(
+            "maximum",
+            [](const Parameter& self) { return Limit(self, &IntegerDescriptor::GetMaxValue, INT32_MAX); },
+            "None for a text.")
         .def_property_readonly("units", Of<IntegerDescriptor>(&IntegerDescriptor::GetUnits),
                                "None for a text.")
         .def_property_readonly("scale", Of<IntegerDescriptor>(&IntegerDescriptor::GetScaleBy),

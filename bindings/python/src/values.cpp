@@ -4,6 +4,7 @@
 #include <fnmatch.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 
 namespace py = pybind11;
@@ -38,6 +39,28 @@ std::string TextOf(const py::handle& value)
     return py::reinterpret_steal<py::bytes>(encoded);
 }
 
+/// Of whatever Python takes for a whole number: True and False are 1 and 0. What has no place in 64 bits has the nearest
+/// that has: it is refused all the same.
+std::string WholeText(const py::handle& value)
+{
+    const auto number = py::reinterpret_steal<py::object>(PyNumber_Index(value.ptr()));
+    if (!number) throw py::error_already_set();
+    int overflow = 0;
+    const long long whole = PyLong_AsLongLongAndOverflow(number.ptr(), &overflow);
+    if (overflow != 0) return std::to_string(overflow > 0 ? LLONG_MAX : LLONG_MIN);
+    return std::to_string(whole);
+}
+
+/// 12.0 is as shown where numbers are shown with a point, and elsewhere 70.0 is 70.
+std::optional<Value> FromReal(ParamDescriptor& descriptor, double real, std::string& reason)
+{
+    constexpr double kMost = 1e15;
+    auto meant = Parse(descriptor, py::str(py::float_(real)), reason);
+    if (!meant && std::trunc(real) == real && std::abs(real) < kMost)
+        meant = Parse(descriptor, std::to_string(static_cast<long long>(real)), reason);
+    return meant;
+}
+
 }  // namespace
 
 std::optional<Value> FromPython(ParamDescriptor& descriptor, const py::handle& value, std::string& reason)
@@ -47,20 +70,14 @@ std::optional<Value> FromPython(ParamDescriptor& descriptor, const py::handle& v
         throw py::type_error("bytes are for data, alarms and texts alone");
     }
     if (py::isinstance<py::str>(value)) return Parse(descriptor, TextOf(value), reason);
-    if (!PyLong_Check(value.ptr()) && !PyFloat_Check(value.ptr()))
+    if (!PyIndex_Check(value.ptr()) && !PyFloat_Check(value.ptr()))
         throw py::type_error("a value is a number, a text, or bytes");
     if (HoldsText(descriptor)) {
         reason = "it takes a text";
         return std::nullopt;
     }
-    const auto number = py::reinterpret_borrow<py::object>(value);
-    const double real = PyFloat_Check(value.ptr()) ? PyFloat_AS_DOUBLE(value.ptr()) : 0;
-    std::optional<Value> meant;
-    if (!PyBool_Check(value.ptr())) meant = Parse(descriptor, py::str(number), reason);
-    // True and False are numbers, too, and 70.0 is 70.
-    if (!meant && std::isfinite(real) && std::trunc(real) == real)
-        meant = Parse(descriptor, py::str(py::int_(number)), reason);
-    return meant;
+    if (PyFloat_Check(value.ptr())) return FromReal(descriptor, PyFloat_AS_DOUBLE(value.ptr()), reason);
+    return Parse(descriptor, WholeText(value), reason);
 }
 
 bool MatchesAny(const std::string& name, const std::vector<std::string>& patterns)

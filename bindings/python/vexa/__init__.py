@@ -14,6 +14,8 @@ texts str, data and alarms bytes. Setting also takes what people write: "70 %", 
 
 from __future__ import annotations
 
+from weakref import WeakSet
+
 from . import _vexa
 from ._vexa import Change, Outcome, Parameter, SetResult, Status, __version__
 from .errors import (Corrected, Error, NotConnected, NotStored, NoValue, Refused, TimedOut, Unconfirmed,
@@ -56,7 +58,10 @@ class Watch(_vexa.WatchBase):
         super().close()
         waiting = self._waiting
         if waiting:
-            waiting.get_loop().call_soon_threadsafe(_wake, waiting)
+            try:
+                waiting.get_loop().call_soon_threadsafe(_wake, waiting)
+            except RuntimeError:  # the loop has ended, and its tasks with it
+                pass
 
     def __aiter__(self) -> Watch:
         return self
@@ -70,6 +75,7 @@ class Watch(_vexa.WatchBase):
         while not self.closed:
             change = self.next(0)
             if change:
+                await asyncio.sleep(0)  # where changes come faster than they are taken, the other tasks run, too
                 return change
             self._waiting = waiting = loop.create_future()
             loop.add_reader(self.fileno(), _wake, waiting)
@@ -77,8 +83,9 @@ class Watch(_vexa.WatchBase):
                 if not self.closed:
                     await waiting
             finally:
-                loop.remove_reader(self.fileno())
                 self._waiting = None
+                if not loop.is_closed():
+                    loop.remove_reader(self.fileno())
         raise StopAsyncIteration
 
 
@@ -94,6 +101,16 @@ class Device(_vexa.DeviceBase):
     each of its answers may take as long. Any thread may use it, and a program may have hundreds. `model` is the only
     model that will do."""
 
+    def __init__(self, address: str, *, model: Optional[str] = None, timeout: float = 5.0) -> None:
+        super().__init__(address, model=model, timeout=timeout)
+        self._watches: WeakSet[Watch] = WeakSet()
+
+    def close(self) -> None:
+        """Ends the connection, and the watches. Leaving a with block does the same."""
+        super().close()
+        for watch in list(self._watches):
+            watch.close()
+
     def __enter__(self) -> Device:
         return self
 
@@ -107,12 +124,12 @@ class Device(_vexa.DeviceBase):
     def __setitem__(self, name: str, value: Settable) -> None:
         result = self.set(name, value)
         if not result:
-            raise _EXCEPTIONS[result.outcome](name, result)
+            raise _EXCEPTIONS[result.outcome](name, result.reason, result)
 
     def set_many(self, settings: Mapping[str, Settable]) -> dict[str, SetResult]:
         """Sets the values of a dictionary, in the order in which they have an effect. All are checked before the first is
         sent: if one cannot be stored as it is, none is sent. Returns a result for each name."""
-        return dict(self._set_many(settings))
+        return dict(self._set_many(dict(settings)))
 
     def values(self, *patterns: str) -> dict[str, Value]:
         """The values by name, asked of the device in one round trip: of all parameters that its transport carries, or of
@@ -133,4 +150,6 @@ class Device(_vexa.DeviceBase):
     def watch(self, *patterns: str, initial: bool = True) -> Watch:
         """Changes of all parameters, or of those that match one of the patterns, as they come; the values of the
         beginning first. Goes on when the device was lost and is back: what differs then comes as "difference"."""
-        return Watch(self, patterns, initial)
+        watch = Watch(self, patterns, initial)
+        self._watches.add(watch)
+        return watch

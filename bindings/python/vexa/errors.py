@@ -1,6 +1,12 @@
 """What operations raise: each as the built-in exception of its meaning, too, and all as Error."""
 
-from ._vexa import SetResult
+from __future__ import annotations
+
+TYPE_CHECKING = False
+if TYPE_CHECKING:
+    from typing import Optional
+
+    from ._vexa import SetResult
 
 
 class Error(Exception):
@@ -27,11 +33,14 @@ class NoValue(Error, LookupError):
 
 
 class NotStored(Error, ValueError):
-    """A value was not stored as it is; `result` is the SetResult."""
+    """A value was not stored as it is; `result` is the SetResult, but where this has come from another process."""
 
-    def __init__(self, name: str, result: SetResult) -> None:
-        super().__init__(f"{name}: {result.reason}")
-        self.result = result
+    def __init__(self, name: str, reason: str, result: Optional[SetResult] = None) -> None:
+        super().__init__(f"{name}: {reason}")
+        self.name, self.reason, self.result = name, reason, result
+
+    def __reduce__(self) -> tuple[type[NotStored], tuple[str, str]]:
+        return type(self), (self.name, self.reason)
 
 
 class Refused(NotStored):
