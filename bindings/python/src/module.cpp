@@ -267,12 +267,16 @@ class PythonDevice {
         return DecodedText(Format(descriptor, Kept(descriptor)));
     }
 
-    py::dict Values(const Names& patterns) { return Many(patterns, ToPython); }
+    py::dict Values(const Names& patterns)
+    {
+        return Many(
+            patterns, [](ParamDescriptor&, Value&) {}, ToPython);
+    }
     py::dict Texts(const Names& patterns)
     {
-        return Many(patterns, [](ParamDescriptor& descriptor, const Value& value) {
-            return DecodedText(Format(descriptor, value));
-        });
+        return Many(
+            patterns, [](ParamDescriptor& descriptor, Value& value) { value = Format(descriptor, value); },
+            [](ParamDescriptor&, const Value& text) { return DecodedText(std::get<std::string>(text)); });
     }
 
     Outcome Set(const std::string& name, const py::handle& value)
@@ -391,9 +395,9 @@ class PythonDevice {
         return ToPython(descriptor, *result.value);
     }
 
-    /// @param show  what the dictionary has for a value.
-    template <class Show>
-    py::dict Many(const Names& patterns, Show show)
+    /// @param prepare  is done to each value without the interpreter's lock. @param show  what the dictionary has for it.
+    template <class Prepare, class Show>
+    py::dict Many(const Names& patterns, Prepare prepare, Show show)
     {
         const auto catalogue = Parameters();
         const auto device = Open();
@@ -404,6 +408,8 @@ class PythonDevice {
         {
             const Unlocked unlocked;
             results = device->GetMany(ids);
+            for (size_t i = 0; i < results.size(); ++i)
+                if (results[i]) prepare(*wanted[i], *results[i].value);
         }
         py::dict values;
         for (size_t i = 0; i < results.size(); ++i) {
