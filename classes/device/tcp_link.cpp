@@ -77,6 +77,11 @@ bool TcpLink::IsConfirmed(const Deadline& deadline, int wake, LinkFailure& failu
 bool TcpLink::Exchange(const std::vector<LinkRequest>& requests, std::vector<LinkReply>& replies,
                        const Deadline& deadline, int wake, LinkFailure& failure)
 {
+    // Also when the memory runs out, nothing is due to replies that are gone.
+    struct End {
+        std::deque<Due>& due;
+        ~End() { due.clear(); }
+    } const end{m_due};
     replies.assign(requests.size(), {});
     m_out.erase(0, m_sent);
     m_sent = 0;
@@ -93,7 +98,6 @@ bool TcpLink::Exchange(const std::vector<LinkRequest>& requests, std::vector<Lin
         isWhole = ready == Ready::kReady ? Send(failure) && Receive(failure)
                                          : NotReady(ready, "no answer", failure);
     }
-    m_due.clear();
     return isWhole;
 }
 
