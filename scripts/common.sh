@@ -29,10 +29,13 @@ say() { printf '\n== %s\n' "$*"; }
 
 # Makes a Python environment with the package vexa, of the release build, in a directory: DIRECTORY/bin/python.
 python_with_vexa() {
+    local source=build/python-source # always the same, for the cache of compilations, and not the checkout's own
     scripts/setup python3-dev python3-venv python3-pip python3-setuptools python3-wheel python3-pybind11 pybind11-dev
     /usr/bin/python3 -m venv --system-site-packages "$1"
-    cp -r bindings/python "$1/source" # so that nothing made lies in the checkout, or comes from there
-    rm -rf "$1/source/build"
-    VEXA_BUILD=$PWD/build "$1/bin/python" -m pip install -q --no-build-isolation --no-index "$1/source"
+    rm -rf "$source"
+    cp -r bindings/python "$source"
+    rm -rf "$source/build"
+    if command -v ccache >/dev/null; then export CC="ccache gcc" CXX="ccache g++"; fi
+    VEXA_BUILD=$PWD/build "$1/bin/python" -m pip install -q --no-build-isolation --no-index "$source"
     export LD_LIBRARY_PATH=$PWD/build/lib
 }
