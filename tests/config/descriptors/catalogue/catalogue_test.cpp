@@ -13,7 +13,6 @@
 #include <sstream>
 
 #include "config/access/client/cache/config_cache.h"
-#include "config/descriptors/catalogue/builders.h"
 #include "config/descriptors/enum_descriptor.h"
 #include "config/descriptors/placeholder.h"
 #include "config/descriptors/registry/registry.h"
@@ -25,8 +24,6 @@
 #include "support/store.h"
 
 namespace {
-
-using vexa::config::catalogue::kBuilders;
 
 constexpr const char* kUnknownModel = "YEW";
 
@@ -188,18 +185,28 @@ TEST(Catalogue, IsSoundOnEveryModel)
 
 // ---- Across the models ----
 
-/// Each parameter of a model as a line of models.txt begins: identifier, symbolic name, class names, values, and the
-/// values of others that it waits for.
+const char* ClassOf(ParamDescriptor& descriptor)
+{
+    if (dynamic_cast<EnumDescriptor*>(&descriptor)) return "enum";
+    if (dynamic_cast<IntegerDescriptor*>(&descriptor)) return "integer";
+    if (dynamic_cast<AlarmDescriptor*>(&descriptor)) return "alarm";
+    return dynamic_cast<DataDescriptor*>(&descriptor) ? "data" : "string";
+}
+
+/// Each parameter of a model as a line of models.txt begins: identifier, symbolic name, class, class names, values,
+/// default, and the values of others that it waits for.
 void PrintParameters()
 {
     for (const auto& [id, descriptor] : g_paramDescriptors) {
         char number[9];
         snprintf(number, sizeof number, "%08x", id);
-        std::cerr << number << ' ' << descriptor->GetParamIDName();
+        std::cerr << number << ' ' << descriptor->GetParamIDName() << ' ' << ClassOf(*descriptor);
         for (const std::string& name : descriptor->GetClassNames()) std::cerr << ' ' << name;
         if (auto* const enumeration = dynamic_cast<EnumDescriptor*>(descriptor))
             for (const auto& value : enumeration->GetOrderedEnumValueDescriptors())
                 std::cerr << ' ' << value.value;
+        if (auto* const integer = dynamic_cast<IntegerDescriptor*>(descriptor))
+            std::cerr << " default=" << integer->GetFactoryDefault();
         for (const auto& [name, relations] : descriptor->GetRelations())
             for (const auto& [other, value] : relations)
                 std::cerr << ' ' << name << '=' << FindDescriptor(other)->GetParamIDName().substr(9) << '='
@@ -239,113 +246,6 @@ TEST(Catalogue, EachModelHasItsParameters)
         std::filesystem::temp_directory_path() / ("vexa-models." + std::to_string(getpid()));
     std::ofstream(copy) << now.str();
     EXPECT_EQ(now.str(), agreed.str()) << "if it is meant: cp " << copy << " " << file;
-}
-
-TEST(Catalogue, ReadonlyAndVolatileAreOnAsManyParametersAsAgreed)
-{
-    std::map<std::string, std::set<std::string>> carriers;
-    for (const auto& [parameter, models] : ReadFamily()) {
-        std::istringstream words(parameter);
-        std::string id;
-        words >> id;
-        for (std::string word; words >> word;) carriers[word].insert(id);
-    }
-    EXPECT_EQ(carriers["readonly"].size(), 27u);
-    EXPECT_EQ(carriers["volatile"].size(), 19u);
-}
-
-// ---- Rows: what the builders register, and how many forms of it the family knows ----
-
-const char* ClassOf(ParamDescriptor& descriptor)
-{
-    if (dynamic_cast<EnumDescriptor*>(&descriptor)) return "Enum";
-    if (dynamic_cast<IntegerDescriptor*>(&descriptor)) return "Integer";
-    if (dynamic_cast<AlarmDescriptor*>(&descriptor)) return "Alarm";
-    return dynamic_cast<DataDescriptor*>(&descriptor) ? "Data" : "String";
-}
-
-/// What the forms of an enumeration differ in: values, default and relations. Not so one format of the signal
-/// generator, which several channels make conditional without changing it.
-size_t FormOf(ParamDescriptor& descriptor)
-{
-    auto* const enumeration = dynamic_cast<EnumDescriptor*>(&descriptor);
-    if (!enumeration) return 0;
-    std::ostringstream form;
-    form << enumeration->GetFactoryDefault();
-    for (const auto& value : enumeration->GetOrderedEnumValueDescriptors())
-        form << '|' << value.value << value.name;
-    if (descriptor.GetParamID() == eParamID_VideoSGFormat) return std::hash<std::string>()(form.str());
-    for (const auto& [name, relations] : enumeration->GetRelations()) form << '|' << name << relations.size();
-    return std::hash<std::string>()(form.str());
-}
-
-/// One row of a builder: a parameter that it registers on some model.
-struct Row {
-    std::string className;
-    std::set<size_t> forms;
-};
-
-/// By builder and identifier. Each builder runs alone, on an empty registry.
-std::map<std::pair<size_t, unsigned int>, Row> ReadRows()
-{
-    const auto print = [] {
-        for (const bool encode : {false, true}) {
-            SetEncodeDescriptors(encode);
-            for (size_t builder = 0; builder < std::size(kBuilders); ++builder) {
-                DestroyDescriptors();
-                kBuilders[builder]();
-                for (const auto& [id, descriptor] : g_paramDescriptors)
-                    std::cerr << builder << ' ' << id << ' ' << ClassOf(*descriptor) << ' '
-                              << FormOf(*descriptor) << '\n';
-            }
-        }
-    };
-    std::map<std::pair<size_t, unsigned int>, Row> rows;
-    for (const std::string& model : AllModels()) {
-        std::istringstream words(OnModel(model, print));
-        size_t builder = 0, form = 0;
-        unsigned int id = 0;
-        for (std::string className; words >> builder >> id >> className >> form;) {
-            Row& row = rows[{builder, id}];
-            row.className = className;
-            row.forms.insert(form);
-        }
-    }
-    return rows;
-}
-
-/// Lists that follow the unit's hardware, or the family itself, value by value; they count as one form.
-constexpr eParam_t kOneForm[] = {
-    eParamID_VideoInSelect, eParamID_SDIIn_VideoInputRate, eParamID_AudioInSelect,
-    eParamID_TimecodeIn,    eParamID_LocalTimecodeIn,      eParamID_FileSystemFormat,
-    eParamID_LossOfVideo,   eParamID_StorageCommand,       eParamID_CurrentFileSystem,
-    eParamID_ProductID,     eParamID_VideoSGFormat_Single,
-};
-
-TEST(Catalogue, RowsOfEachBuilderAndClass)
-{
-    std::vector<size_t> perBuilder(std::size(kBuilders));
-    std::map<std::string, size_t> perClass;
-    std::vector<std::string> members(std::size(kBuilders));
-    for (const auto& [key, row] : ReadRows()) {
-        const auto& [builder, id] = key;
-        const size_t forms = std::ranges::count(kOneForm, id) ? 1 : row.forms.size();
-        perBuilder[builder] += forms;
-        perClass[row.className] += forms;
-        std::ostringstream member;
-        member << ' ' << std::hex << id << " x" << forms;
-        members[builder] += member.str();
-    }
-    // In the order of the builders, which is that of groups 0, 1, 2 and so on.
-    constexpr size_t kRows[] = {2, 41, 15, 1, 1, 9, 3, 7, 4, 29, 4,  4, 8, 9, 2, 1,  5, 5, 18, 4,  2, 9,
-                                4, 0,  0,  1, 1, 1, 1, 7, 2, 19, 25, 2, 8, 1, 2, 49, 4, 4, 2,  20, 1};
-    static_assert(std::size(kRows) == std::size(kBuilders));
-    for (size_t builder = 0; builder < std::size(kRows); ++builder)
-        EXPECT_EQ(perBuilder[builder], kRows[builder]) << "builder " << builder << ":" << members[builder];
-    // The 20 preset names are rows of their own here.
-    EXPECT_THAT(perClass, testing::ElementsAre(testing::Pair("Alarm", 49), testing::Pair("Data", 1),
-                                               testing::Pair("Enum", 184), testing::Pair("Integer", 49),
-                                               testing::Pair("String", 35 + 19)));
 }
 
 // ---- Entries that others rely on to the letter ----
