@@ -87,7 +87,10 @@ void Program::WaitForOutput(const std::string& text) const
 
 void Program::Signal(int signal) const
 {
-    if (m_child > 0) kill(m_child, signal);  // -1 would be every process
+    if (m_child <= 0) return;  // -1 would be every process
+    kill(m_child, signal);
+    siginfo_t info;
+    if (signal == SIGSTOP) waitid(P_PID, static_cast<id_t>(m_child), &info, WSTOPPED | WEXITED | WNOWAIT);
 }
 
 std::vector<std::string> Program::Inherited() const

@@ -28,6 +28,7 @@ class Program {
     std::string Err() const { return ContentOf(m_err.get()); }
     /// Waits until it has written a text on standard output or standard error; fails the test after a while.
     void WaitForOutput(const std::string& text) const;
+    /// When one that stops it returns, none of its threads runs any more.
     void Signal(int signal) const;
     ProgramResult Wait();
     /// What the descriptors are that a program which it starts would inherit, besides those that it has inherited
