@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <atomic>
 #include <deque>
@@ -8,7 +7,7 @@
 
 #include "config/access/client/queues/posix_mq_client.h"
 #include "config/access/client/queues/posix_mq_factory.h"
-#include "support/program.h"
+#include "support/daemon.h"
 #include "support/queue_test.h"
 #include "support/raw_peer.h"
 #include "support/raw_queue_client.h"
@@ -24,18 +23,14 @@ class MainstayQueue : public QueueTest {
     void Start() override
     {
         m_ended = false;
-        m_daemon.emplace(std::vector<std::string>{MAINSTAY, "--tcp-port", "0", "--udp-port", "0"}, "",
-                         std::vector<std::string>{"PRODUCT_ID=OAK"});
+        m_daemon.emplace(std::vector<std::string>{});
         m_daemon->WaitForOutput("mainstay: ready, model OAK (250 parameters), queue /mainstay, TCP port ");
-        m_uri = "tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", m_daemon->Err()));
-        m_udp = "udp://127.0.0.1:" + std::to_string(NumberAfter("UDP port ", m_daemon->Err()));
+        m_uri = m_daemon->Tcp();
     }
     /// A daemon that is not killed removes its queue.
     void TearDown() override
     {
-        if (!m_daemon || m_ended) return;
-        m_daemon->Signal(SIGTERM);
-        m_daemon->Wait();
+        if (m_daemon && !m_ended) m_daemon->Stop();
     }
     ProgramResult EndDaemon(int signal)
     {
@@ -53,8 +48,8 @@ class MainstayQueue : public QueueTest {
         return RunProgram(Command(m_uri, std::move(arguments)), input, {"PRODUCT_ID=OAK"});
     }
 
-    std::optional<Program> m_daemon;
-    std::string m_uri, m_udp;
+    std::optional<Daemon> m_daemon;
+    std::string m_uri;
 
   private:
     bool m_ended = false;
@@ -152,15 +147,14 @@ TEST_F(MainstayQueue, IsTakenOverAfterACrashAndRemovedAtAStop)
     RawClient client;
     client.Connect();
     EndDaemon(SIGKILL);
-    Program successor({MAINSTAY, "--no-tcp", "--no-udp"}, "", {"PRODUCT_ID=OAK"});
+    Daemon successor({"--no-tcp", "--no-udp"});
     EXPECT_EQ(client.Ask(80, kNumber).value, 1u) << "a client outlives a daemon";
     EXPECT_EQ(client.Ask(112, kText).error, 0u);
     RawClient other(1);
     other.Connect();
     other.Ask(81, eParamID_FanSpeed, 99);
     EXPECT_EQ(client.Receive().value, 99u) << "it may have listened";
-    successor.Signal(SIGTERM);
-    EXPECT_EQ(successor.Wait().status, 0);
+    successor.Stop();
     EXPECT_EQ(mq_open(mq::kRequestQueue, O_WRONLY), -1);
 }
 
@@ -219,7 +213,7 @@ TEST_F(MainstayQueueNotify, TheToolReachesTheDaemonThroughQueues)
         Tool({"set", "RegisterSave", std::to_string(value = value % 20 + 1)});
         return !watcher.Out().empty();
     }));
-    for (const std::string& place : {std::string("queue"), m_uri, m_udp}) {
+    for (const std::string& place : {std::string("queue"), m_uri, m_daemon->Udp()}) {
         EXPECT_EQ(RunProgram(Command(place, {"set", "ReelName", "by " + place})).status, 0);
         watcher.WaitForOutput("ReelName = \"by " + place + "\"\n");
     }

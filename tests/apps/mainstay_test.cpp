@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -11,7 +10,7 @@
 #include <sstream>
 
 #include "config/values/config_value.h"
-#include "support/program.h"
+#include "support/daemon.h"
 #include "support/raw_peer.h"
 #include "support/scripted_server.h"
 #include "support/temporary_directory.h"
@@ -32,30 +31,15 @@ std::string ProgramPath(const char* variable, const char* own)
 const std::string kMainstay = ProgramPath("VEXA_MAINSTAY", MAINSTAY);
 const std::string kTool = ProgramPath("VEXA_VEXACTL", VEXACTL);
 
-/// A daemon on free ports. Texts are big-endian on both sides, so that either may be of another machine.
-class Daemon {
-  public:
-    explicit Daemon(const std::vector<std::string>& environment = {})
-        : m_program({kMainstay, "--no-mq", "--tcp-port", "0", "--udp-port", "0", "--byteorder", "big"}, "",
-                    environment)
+/// Texts are big-endian on both sides, so that either may be of another machine.
+struct AnyDaemon : Daemon {
+    explicit AnyDaemon(const std::vector<std::string>& environment = {})
+        : Daemon({"--no-mq", "--byteorder", "big"}, environment, kMainstay)
     {
-        m_program.WaitForOutput("mainstay: ready");
-        tcpPort = std::to_string(NumberAfter("TCP port ", m_program.Err()));
-        udpPort = std::to_string(NumberAfter("UDP port ", m_program.Err()));
     }
-    void Signal(int signal) const { m_program.Signal(signal); }
-    ProgramResult Wait() { return m_program.Wait(); }
-    std::vector<std::string> Inherited() const { return m_program.Inherited(); }
-
     /// A configuration of its own, because all daemons of a host multicast to the same group.
-    std::string Tcp() const { return "tcp://127.0.0.1:" + tcpPort + "/" + kConfig; }
-    std::string Udp() const { return "udp://127.0.0.1:" + udpPort + "/" + kConfig; }
-
-    std::string tcpPort, udpPort;
-
-  private:
-    inline static const std::string kConfig = "configid=" + std::to_string(getpid());
-    Program m_program;
+    std::string Tcp() const { return Daemon::Tcp() + "/configid=" + std::to_string(getpid()); }
+    std::string Udp() const { return Daemon::Udp() + "/configid=" + std::to_string(getpid()); }
 };
 
 std::vector<std::string> ToolCommand(const std::string& uri, std::vector<std::string> arguments)
@@ -71,7 +55,7 @@ ProgramResult Tool(const std::string& uri, std::vector<std::string> arguments, c
 
 TEST(Mainstay, WatchersSeeWhatOthersSet)
 {
-    Daemon daemon;
+    AnyDaemon daemon;
     Program overTcp(ToolCommand(daemon.Tcp(), {"watch"}));
     Program overUdp(ToolCommand(daemon.Udp(), {"watch"}));
     Program* const watchers[] = {&overTcp, &overUdp};
@@ -95,13 +79,12 @@ TEST(Mainstay, WatchersSeeWhatOthersSet)
 
     overTcp.Signal(SIGINT);
     EXPECT_EQ(overTcp.Wait().status, 0);
-    daemon.Signal(SIGTERM);
-    EXPECT_EQ(daemon.Wait().status, 0);
+    daemon.Stop();
 }
 
 TEST(Mainstay, TheToolKnowsWhatBecameOfAValue)
 {
-    Daemon daemon;
+    AnyDaemon daemon;
     for (const std::string& uri : {daemon.Tcp(), daemon.Udp()}) {
         const ProgramResult run =
             Tool(uri, {"shell"},
@@ -190,14 +173,13 @@ TEST(Mainstay, TheModelIsTheDevicesAndTransportsStandInForEachOther)
 
 TEST(Mainstay, AWatchFollowsADeviceThatComesBack)
 {
-    std::optional<Program> daemon;
+    std::optional<Daemon> daemon;
     const auto start = [&](const std::string& port) {
-        daemon.emplace(std::vector<std::string>{kMainstay, "--no-mq", "--no-udp", "--tcp-port", port}, "",
-                       std::vector<std::string>{"PRODUCT_ID=OAK"});
-        daemon->WaitForOutput("mainstay: ready");
-        return std::to_string(NumberAfter("TCP port ", daemon->Err()));
+        daemon.emplace(std::vector<std::string>{"--no-mq", "--tcp-port", port},
+                       std::vector<std::string>{"PRODUCT_ID=OAK"}, kMainstay);
+        return daemon->Tcp();
     };
-    const std::string port = start("0"), uri = "tcp://127.0.0.1:" + port;
+    const std::string uri = start("0");
     Program watch(ToolCommand(uri, {"--json", "watch", "--initial", "--follow", "--count", "2", "FanSpeed"}));
     watch.WaitForOutput("\"kind\":\"initial\"");
     EXPECT_EQ(Tool(uri, {"set", "FanSpeed", "70"}).status, 0);
@@ -205,7 +187,7 @@ TEST(Mainstay, AWatchFollowsADeviceThatComesBack)
     daemon->Signal(SIGKILL);
     daemon->Wait();
     watch.WaitForOutput("\"state\":\"lost\"");
-    start(port);
+    start(uri.substr(uri.rfind(':') + 1));
     const ProgramResult run = watch.Wait();
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_THAT(run.out, ContainsRegex("\"clock\":\"receiver\",\"kind\":\"difference\".*\"value\":50"));
@@ -215,7 +197,7 @@ TEST(Mainstay, ADaemonThatIsGoneOrSilentIsOneLineAndAStatus)
 {
     std::string tcp, udp;
     {
-        Daemon daemon;
+        AnyDaemon daemon;
         tcp = daemon.Tcp();
         udp = daemon.Udp();
         Program watch(ToolCommand(tcp, {"watch", "--initial"}));
@@ -253,14 +235,14 @@ TEST(Mainstay, StartsOnceAndTellsTheServiceManager)
     path.copy(address.sun_path, sizeof address.sun_path - 1);
     ASSERT_EQ(bind(manager, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
 
-    Daemon daemon({"NOTIFY_SOCKET=" + path, "WATCHDOG_USEC=100000", "WATCHDOG_PID"});
+    AnyDaemon daemon({"NOTIFY_SOCKET=" + path, "WATCHDOG_USEC=100000", "WATCHDOG_PID"});
     char state[64] = {};
     for (const char* const expected : {"READY=1", "WATCHDOG=1", "WATCHDOG=1"}) {
         EXPECT_GT(recv(manager, state, sizeof state, 0), 0);
         EXPECT_STREQ(state, expected);
     }
     for (const bool tcp : {true, false}) {
-        const std::string port = tcp ? daemon.tcpPort : daemon.udpPort;
+        const std::string port = std::to_string(tcp ? daemon.TcpPort() : daemon.UdpPort());
         const ProgramResult second = RunProgram(
             {kMainstay, "--no-mq", tcp ? "--no-udp" : "--no-tcp", tcp ? "--tcp-port" : "--udp-port", port});
         EXPECT_EQ(second.status, 1);
@@ -268,8 +250,7 @@ TEST(Mainstay, StartsOnceAndTellsTheServiceManager)
                     testing::EndsWith("mainstay: cannot serve " + std::string(tcp ? "TCP" : "UDP") +
                                       " port " + port + ": Address already in use\n"));
     }
-    daemon.Signal(SIGINT);
-    EXPECT_EQ(daemon.Wait().status, 0);
+    daemon.Stop(SIGINT);
     do memset(state, 0, sizeof state);
     while (recv(manager, state, sizeof state - 1, 0) > 0 && strcmp(state, "WATCHDOG=1") == 0);
     EXPECT_STREQ(state, "STOPPING=1");

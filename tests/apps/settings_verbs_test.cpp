@@ -1,14 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
-#include "support/program.h"
+#include "support/daemon.h"
+#include "support/temporary_directory.h"
 #include "support/terminal.h"
 
 using testing::AllOf;
@@ -22,65 +17,43 @@ namespace {
 /// A daemon of the model OAK, the tool at it, and a directory for files.
 class SettingsVerbs : public testing::Test {
   protected:
-    SettingsVerbs()
-        : m_daemon({MAINSTAY, "--no-mq", "--tcp-port", "0", "--udp-port", "0"}, "", {"PRODUCT_ID=OAK"})
-    {
-        m_daemon.WaitForOutput("mainstay: ready");
-        uri = "tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", m_daemon.Err()));
-        std::string name = testing::TempDir() + "settings.XXXXXX";
-        directory = std::string(mkdtemp(name.data())) + "/";
-    }
-    ~SettingsVerbs() override { std::filesystem::remove_all(directory); }
-
     std::vector<std::string> Command(std::vector<std::string> arguments) const
     {
         arguments.insert(arguments.begin(), {VEXACTL, "-d", uri, "--timeout", "1"});
         return arguments;
     }
-    ProgramResult Tool(std::vector<std::string> arguments, const std::string& input = "") const
-    {
-        return RunProgram(Command(std::move(arguments)), input);
-    }
     /// With the status that is expected. @return what it printed.
     std::string Run(std::vector<std::string> arguments, int status = 0, const std::string& input = "") const
     {
         const std::string words = testing::PrintToString(arguments);
-        const ProgramResult run = Tool(std::move(arguments), input);
+        const ProgramResult run = RunProgram(Command(std::move(arguments)), input);
         EXPECT_EQ(run.status, status) << words << run.out << run.err;
         return run.out + run.err;
     }
     std::string Write(const std::string& name, const std::string& settings) const
     {
-        std::ofstream(directory + name) << "[settings]\n" << settings;
-        return directory + name;
+        WriteFile(directory / name, "[settings]\n" + settings);
+        return directory / name;
     }
-    std::string Read(const std::string& name) const
-    {
-        std::ostringstream text;
-        text << std::ifstream(directory + name).rdbuf();
-        return text.str();
-    }
-    void Signal(int signal) const { m_daemon.Signal(signal); }
 
-    std::string uri, directory;
-
-  private:
-    Program m_daemon;
+    const TemporaryDirectory directory;
+    const Daemon daemon;
+    const std::string uri = daemon.Tcp();
 };
 
 TEST_F(SettingsVerbs, WhatWasSavedComesBack)
 {
-    const std::string a = directory + "a.toml", b = directory + "b.toml";
+    const std::string a = directory / "a.toml", b = directory / "b.toml";
     Run({"set", "FanSpeed=70", "ClipName=1", "Take=7", "CustomClipName=say \"hi\" é", "IPConfig=1",
          "IPAddress=10.0.0.9"});
     Run({"set", "SystemPassword", "geheim"});
     EXPECT_THAT(Run({"save", a}), HasSubstr("settings saved"));
     EXPECT_THAT(
-        Read("a.toml"),
+        ReadFile(directory / "a.toml"),
         AllOf(HasSubstr("[device]\nmodel = \"OAK\"\n"), HasSubstr("\nFanSpeed = 70  # 30 to 100 %\n"),
               HasSubstr("\nIPAddress = \"10.0.0.9\"\n"), HasSubstr("CustomClipName = \"say \\\"hi\\\" é\""),
               Not(HasSubstr("geheim")), Not(HasSubstr("SystemState")), Not(HasSubstr("PersistStatus"))));
-    EXPECT_EQ(Run({"save"}), Read("a.toml"));
+    EXPECT_EQ(Run({"save"}), ReadFile(directory / "a.toml"));
     EXPECT_EQ(Run({"diff", a}), "");
 
     EXPECT_THAT(Run({"reset", "--all"}),
@@ -111,7 +84,7 @@ TEST_F(SettingsVerbs, WhatWasSavedComesBack)
 
 TEST_F(SettingsVerbs, AFileIsReplacedWholeAndSecretsArePrivate)
 {
-    const std::string file = directory + "a.toml", link = directory + "link.toml";
+    const std::string file = directory / "a.toml", link = directory / "link.toml";
     std::filesystem::create_symlink(file, link);
     std::ofstream(file) << "before";
     chmod(file.c_str(), 0664);
@@ -119,10 +92,10 @@ TEST_F(SettingsVerbs, AFileIsReplacedWholeAndSecretsArePrivate)
     Run({"set", "SystemPassword", "geheim"});
     Run({"save", link});
     EXPECT_EQ(mode(), std::filesystem::perms{0664});
-    EXPECT_THAT(Read("a.toml"), Not(HasSubstr("SystemPassword")));
+    EXPECT_THAT(ReadFile(directory / "a.toml"), Not(HasSubstr("SystemPassword")));
     Run({"save", "--secrets", link});
     EXPECT_EQ(mode(), std::filesystem::perms{0600});
-    EXPECT_THAT(Read("a.toml"), HasSubstr("SystemPassword = \"geheim\""));
+    EXPECT_THAT(ReadFile(directory / "a.toml"), HasSubstr("SystemPassword = \"geheim\""));
     EXPECT_TRUE(std::filesystem::is_symlink(link));
     Run({"set", "SystemPassword", "other"});
     for (const std::vector<std::string>& arguments :
@@ -131,8 +104,8 @@ TEST_F(SettingsVerbs, AFileIsReplacedWholeAndSecretsArePrivate)
                     AllOf(HasSubstr("********"), Not(HasSubstr("geheim")), Not(HasSubstr("other"))));
     EXPECT_THAT(Run({"--show-secrets", "get", "SystemPassword"}), HasSubstr("geheim"));
     EXPECT_THAT(Run({"save", "/dev/full"}, 1), HasSubstr("cannot write \"/dev/full\": No space left"));
-    EXPECT_THAT(Run({"save", directory + "no/a.toml"}, 1), HasSubstr("cannot write"));
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), {}), 2)
+    EXPECT_THAT(Run({"save", directory / "no/a.toml"}, 1), HasSubstr("cannot write"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.Path()), {}), 2)
         << "nothing is left beside";
 }
 
@@ -186,17 +159,15 @@ TEST_F(SettingsVerbs, AFailedWriteTakesTheOthersBack)
 
 TEST_F(SettingsVerbs, SidesOfADiffAreToldApart)
 {
-    for (const char* const name : {"defaults", "rec-7"})
-        std::ofstream(directory + name) << "[settings]\nFanSpeed = 70\n";
+    for (const char* const name : {"defaults", "rec-7"}) Write(name, "FanSpeed = 70\n");
     for (const std::string model : {"OAK", "ELM"})
-        std::ofstream(directory + model + ".toml")
-            << "[device]\nmodel = \"" + model + "\"\n[settings]\nGenLock = 1\n";
+        WriteFile(directory / model + ".toml",
+                  "[device]\nmodel = \"" + model + "\"\n[settings]\nGenLock = 1\n");
     struct Row {
         std::vector<std::string> words;
         int status;
         const char* message;
     };
-    const std::string path = directory.substr(0, directory.size() - 1);
     const Row rows[] = {
         {{"./defaults"}, 1, "FanSpeed  70 % -> 50 %\n"},
         {{"rec-7", "OAK.toml"}, 1, "GenLock   - -> 1 Video Input\nFanSpeed  70 % -> -\n"},
@@ -209,14 +180,14 @@ TEST_F(SettingsVerbs, SidesOfADiffAreToldApart)
         {{"./defaults", "127.0.0.1:1"}, 6, "cannot connect to 127.0.0.1:1"},
     };
     for (const Row& row : rows) {
-        std::vector<std::string> command{"/bin/sh", "-c", "cd \"$0\" && exec \"$@\"", path};
+        std::vector<std::string> command{"/bin/sh", "-c", "cd \"$0\" && exec \"$@\"", directory.Path()};
         for (const std::string& word : Command({"diff"})) command.push_back(word);
         command.insert(command.end(), row.words.begin(), row.words.end());
         const ProgramResult run = RunProgram(command);
         EXPECT_EQ(run.status, row.status) << testing::PrintToString(row.words) << run.out << run.err;
         EXPECT_THAT(run.out + run.err, HasSubstr(row.message));
     }
-    EXPECT_THAT(Run({"-d", uri + "," + uri, "save", directory + "x"}, 2), HasSubstr("save takes one device"));
+    EXPECT_THAT(Run({"-d", uri + "," + uri, "save", directory / "x"}, 2), HasSubstr("save takes one device"));
     EXPECT_THAT(Run({"reset", "SystemState"}, 4), HasSubstr("SystemState: no setting"));
     EXPECT_THAT(Run({"reset", "--network", "FanSpeed"}, 2), HasSubstr("--network requires --all"));
 }
@@ -241,10 +212,7 @@ TEST_F(SettingsVerbs, WithoutAYesTheOldValuesComeBack)
     Run({"shell"}, 4, "set --confirm 20 FanSpeed=80 GenLock=1\nno\nset --confirm 20 FanSpeed=65\nyes\n");
     EXPECT_EQ(Run({"diff", "defaults"}, 1), "FanSpeed  50 % -> 65 %\n");
 
-    Terminal person(Command({"apply", "--confirm", "20", file}), {});
-    person.WaitFor("Keep the changes? [y/N], 20 s");
-    person.Type("y\n");
-    EXPECT_EQ(person.Wait(), 0);
+    Run({"apply", file});
     Terminal silent(Command({"set", "--confirm", "0.3", "FanSpeed", "90"}), {});
     silent.WaitFor("FanSpeed 90 % -> 70 % put back");
     EXPECT_EQ(silent.Wait(), 4);
@@ -260,24 +228,24 @@ TEST_F(SettingsVerbs, ADeviceThatIsLostGetsItsOldValuesWhenItComesBack)
 {
     Terminal back(Command({"set", "--confirm", "20", "FanSpeed", "60"}), {});
     back.WaitFor("Keep the changes?");
-    Signal(SIGSTOP);
+    daemon.Signal(SIGSTOP);
     back.Type("y\n");
-    Signal(SIGCONT);
+    daemon.Signal(SIGCONT);
     EXPECT_EQ(back.Wait(), 0);
 
     const std::vector<std::string> command = Command({"set", "--confirm", "2", "FanSpeed", "70"});
     Terminal yes(command, {});
     yes.WaitFor("Keep the changes?");
-    Signal(SIGSTOP);
+    daemon.Signal(SIGSTOP);
     yes.Type("y\n");
     yes.WaitFor("the connection did not come back in time; the old values are put back");
-    Signal(SIGCONT);
+    daemon.Signal(SIGCONT);
     yes.WaitFor("FanSpeed 70 % -> 60 % put back");
     EXPECT_EQ(yes.Wait(), 4);
 
     Terminal gone(command, {});
     gone.WaitFor("Keep the changes?");
-    Signal(SIGKILL);
+    daemon.Signal(SIGKILL);
     gone.Type("n\n");
     gone.WaitFor("FanSpeed could not be put back to 60 %: the device cannot be reached");
     EXPECT_EQ(gone.Wait(), 4);

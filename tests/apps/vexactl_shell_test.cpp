@@ -1,19 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
-#include "support/program.h"
+#include "support/daemon.h"
+#include "support/temporary_directory.h"
 #include "support/terminal.h"
 
 using testing::HasSubstr;
 using testing::Not;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -26,33 +20,14 @@ class VexactlShell : public testing::Test {
         GTEST_SKIP() << "this shell has no line editor";
 #endif
     }
-    ~VexactlShell() override
-    {
-        fs::remove_all(m_home);
-    }
-
     std::vector<std::string> Environment(const std::string& locale = "C.UTF-8",
                                          const std::string& model = "OAK") const
     {
-        return {"PRODUCT_ID=" + model, "TERM=xterm", "LC_ALL=" + locale, "XDG_STATE_HOME=" + m_home};
-    }
-    std::string History() const
-    {
-        std::ifstream file(HistoryPath());
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-    std::string HistoryPath() const
-    {
-        return m_home + "/vexactl/history";
+        return {"PRODUCT_ID=" + model, "TERM=xterm", "LC_ALL=" + locale, "XDG_STATE_HOME=" + m_home.Path()};
     }
 
-  private:
-    static std::string MakeFolder()
-    {
-        std::string folder = testing::TempDir() + "vexactl_shell_XXXXXX";
-        return mkdtemp(folder.data());
-    }
-    const std::string m_home = MakeFolder();
+    const TemporaryDirectory m_home;
+    const std::string m_history = m_home / "vexactl/history";
 };
 
 TEST_F(VexactlShell, KeepsEveryCharacterInAnyLocale)
@@ -87,10 +62,8 @@ TEST_F(VexactlShell, TabCompletesVerbsNamesAndValues)
 
 TEST_F(VexactlShell, ChangesStandAboveTheLineThatIsTyped)
 {
-    Program daemon({MAINSTAY, "--no-mq", "--no-udp", "--tcp-port", "0"}, "", {"PRODUCT_ID=OAK"});
-    daemon.WaitForOutput("ready");
-    const std::string port = std::to_string(NumberAfter("TCP port ", daemon.Out() + daemon.Err()));
-    const std::string uri = "tcp://127.0.0.1:" + port, prompt = "127.0.0.1:" + port + "> ";
+    const Daemon daemon;
+    const std::string uri = daemon.Tcp(), prompt = uri.substr(6) + "> ";
     // The device has a reel, and this host's model has none.
     Terminal shell({VEXACTL, "--uri", uri, "shell"}, Environment("C.UTF-8", "HAZEL"));
     shell.WaitFor(prompt);
@@ -145,9 +118,9 @@ TEST_F(VexactlShell, HistoryOutlivesItAndKeepsNoPasswords)
         shell.Type("quit\r");
         EXPECT_EQ(shell.Wait(), 0);
     }
-    EXPECT_EQ(History(), "set FanSpeed 77\nquit\n");
+    EXPECT_EQ(ReadFile(m_history), "set FanSpeed 77\nquit\n");
     struct stat file {};
-    EXPECT_EQ(stat(HistoryPath().c_str(), &file), 0);
+    EXPECT_EQ(stat(m_history.c_str(), &file), 0);
     EXPECT_EQ(file.st_mode & 0777U, 0600U);
 
     Terminal next({VEXACTL, "--uri", "local:", "shell"}, Environment());

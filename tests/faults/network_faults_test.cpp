@@ -1,11 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <functional>
 
 #include "faults/faults.h"
-#include "support/program.h"
+#include "support/daemon.h"
 
 using namespace faults;
 
@@ -49,11 +48,7 @@ bool IsServed(RawPeer& peer, bool overTcp)
 class FaultyDaemon {
   public:
     FaultyDaemon()
-        : program({MAINSTAY, "--no-mq", "--tcp-port", "0", "--udp-port", "0"}, "", faults.Environment())
     {
-        program.WaitForOutput("mainstay: ready");
-        tcpPort = NumberAfter("TCP port ", program.Err());
-        udpPort = NumberAfter("UDP port ", program.Err());
         m_bystander = std::make_unique<RawPeer>(tcpPort);
         EXPECT_EQ(m_bystander->Ask(Request(16, 0, 0, 6), 7)[0], 32u);
         // The calls that wait for it and for datagrams have begun: they are not the ones that fail.
@@ -62,9 +57,7 @@ class FaultyDaemon {
     ~FaultyDaemon()
     {
         EXPECT_TRUE(EverybodyIsServed());
-        program.Signal(SIGTERM);
-        const ProgramResult result = program.Wait();
-        EXPECT_EQ(result.status, 0) << result.err;
+        program.Stop();
     }
     bool EverybodyIsServed()
     {
@@ -73,8 +66,8 @@ class FaultyDaemon {
     }
 
     Faults faults;
-    Program program;
-    int tcpPort, udpPort;
+    Daemon program{{"--no-mq"}, faults.Environment()};
+    const int tcpPort = program.TcpPort(), udpPort = program.UdpPort();
 
   private:
     std::unique_ptr<RawPeer> m_bystander;

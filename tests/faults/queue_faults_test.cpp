@@ -1,14 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mqueue.h>
-#include <signal.h>
 
 #include <optional>
 
 #include "config/access/client/queues/posix_mq_client.h"
 #include "config/access/client/queues/posix_mq_factory.h"
 #include "faults/faults.h"
-#include "support/program.h"
+#include "support/daemon.h"
 #include "support/queue_test.h"
 
 using namespace faults;
@@ -70,24 +69,17 @@ TEST_F(MainstayQueueFaults, ADaemonThatCannotStartSaysWhy)
 
 class MainstayQueueFaulty : public QueueTest {
   protected:
-    void Start() override
-    {
-        m_daemon.emplace(std::vector<std::string>{MAINSTAY, "--tcp-port", "0", "--no-udp"}, "",
-                         m_faults.Environment());
-        m_daemon->WaitForOutput("mainstay: ready");
-    }
+    void Start() override { m_daemon.emplace(std::vector<std::string>{"--no-udp"}, m_faults.Environment()); }
     /// A daemon that is not killed removes its queue.
     void TearDown() override
     {
         if (!m_daemon) return;
         ExpectService();
-        m_daemon->Signal(SIGTERM);
-        const ProgramResult result = m_daemon->Wait();
-        EXPECT_EQ(result.status, 0) << result.err;
+        m_daemon->Stop();
     }
 
     Faults m_faults;
-    std::optional<Program> m_daemon;
+    std::optional<Daemon> m_daemon;
 };
 
 TEST_F(MainstayQueueFaulty, OneClientSuffersAtMost)

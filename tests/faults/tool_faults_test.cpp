@@ -1,9 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include "faults/faults.h"
-#include "support/program.h"
+#include "support/daemon.h"
 #include "support/queue_test.h"
 
 using namespace faults;
@@ -24,28 +23,25 @@ struct Row {
     Failure failure;
     int status;
     std::string message;  ///< empty: the failure has no effect
-    std::string verb = "get";
 };
 
 /// The tool, over the network with a configuration of this process. @param transport  tcp, udp or mq.
-std::vector<std::string> CommandOver(const std::string& transport, const Program& daemon)
+std::vector<std::string> CommandOver(const std::string& transport, const Daemon& daemon)
 {
     if (transport == "mq") return {VEXACTL, "--verbose", "--timeout", "20", "--mq"};
-    const int port = NumberAfter(transport == "tcp" ? "TCP port " : "UDP port ", daemon.Err());
+    const std::string uri = transport == "tcp" ? daemon.Tcp() : daemon.Udp();
     return {VEXACTL, "--verbose", "--timeout", "20",
-            "--uri=" + transport + "://127.0.0.1:" + std::to_string(port) +
-                "/configid=" + std::to_string(getpid())};
+            "--uri=" + uri + "/configid=" + std::to_string(getpid())};
 }
 
 /// The tool, with calls that fail, at a daemon where nothing does.
-void RunRows(const std::vector<Row>& rows, Program& daemon)
+void RunRows(const std::vector<Row>& rows, Daemon&& daemon)
 {
-    daemon.WaitForOutput("mainstay: ready");
     for (const Row& row : rows) {
         SCOPED_TRACE(row.transport + ", call " + std::to_string(row.failure.call) + ", " +
                      strerror(row.failure.error) + ", after " + std::to_string(row.failure.skip));
         auto command = CommandOver(row.transport, daemon);
-        command.insert(command.end(), {row.verb, "RegisterSave", "ReelName"});
+        command.insert(command.end(), {"get", "RegisterSave", "ReelName"});
         Faults faults;
         faults.Arm(row.failure);
         const ProgramResult result = RunProgram(command, "", faults.Environment());
@@ -56,14 +52,12 @@ void RunRows(const std::vector<Row>& rows, Program& daemon)
         }
         EXPECT_GE(faults.Failed(row.failure.call), std::min(row.failure.times, 3));
     }
-    daemon.Signal(SIGTERM);
-    EXPECT_EQ(daemon.Wait().status, 0);
+    daemon.Stop();
 }
 
 TEST(ToolFaults, OverTheNetwork)
 {
     const std::string lost = "vexactl: lost the connection to ";
-    Program daemon({MAINSTAY, "--no-mq", "--tcp-port", "0", "--udp-port", "0"}, "", {"PRODUCT_ID=OAK"});
     RunRows(
         {
             {"tcp", {kSend, EINTR, 3}, 0, ""},
@@ -85,13 +79,12 @@ TEST(ToolFaults, OverTheNetwork)
             {"udp", {kPthreadCreate, EAGAIN, 1, 2}, 6, ": Resource temporarily unavailable\n"},
             {"udp", {kSend, ENOBUFS, 1, 1}, 0, ""},
         },
-        daemon);
+        Daemon());
 }
 
 TEST_F(MainstayQueueToolFaults, OverTheQueues)
 {
     const std::string noQueue = "PosixMQFactory::Connect - mq_open failed: ";
-    Program daemon({MAINSTAY, "--no-tcp", "--no-udp"}, "", {"PRODUCT_ID=OAK"});
     RunRows(
         {
             {"mq", {kMqTimedsend, EINTR, 3}, 0, ""},
@@ -112,7 +105,7 @@ TEST_F(MainstayQueueToolFaults, OverTheQueues)
             {"mq", {kMqGetattr, EBADF}, 6, "unable to get mq_msgsize: Bad file descriptor\n"},
             {"mq", {kEventfd, EMFILE, 1, 1}, 6, "vexactl: eventfd: Too many open files\n"},
         },
-        daemon);
+        Daemon({"--no-tcp", "--no-udp"}));
 }
 
 /// Without a notification, events are met when the watch asks whether the daemon is still there. The value of the
@@ -123,8 +116,7 @@ TEST_F(MainstayQueueToolFaults, AWatchWithoutNotificationHearsLater)
         Call call;
         std::string message, value;
     };
-    Program daemon({MAINSTAY, "--no-tcp", "--no-udp"}, "", {"PRODUCT_ID=OAK"});
-    daemon.WaitForOutput("mainstay: ready");
+    Daemon daemon({"--no-tcp", "--no-udp"});
     for (const Refused& row :
          {Refused{kMqSetattr, "EnableMQEvents - mq_setattr failed to set O_NONBLOCK on", "7"},
           Refused{kMqNotify, "EnableMQEvents - mq_notify (enable): Bad file descriptor\n", "8"}}) {
@@ -142,16 +134,14 @@ TEST_F(MainstayQueueToolFaults, AWatchWithoutNotificationHearsLater)
         EXPECT_THAT(result.err, HasSubstr(row.message));
         EXPECT_THAT(result.out, HasSubstr("  RegisterSave = " + row.value + "\n"));
     }
-    daemon.Signal(SIGTERM);
-    EXPECT_EQ(daemon.Wait().status, 0);
+    daemon.Stop();
 }
 
 /// The allocations from the first socket on, one after the other: the tool does all, or says that it failed.
 TEST(ToolFaults, WithoutMemory)
 {
     constexpr int kOfTheMessage = 20;  // allocations, at most, of a tool that gets no socket
-    Program daemon({MAINSTAY, "--no-mq", "--tcp-port", "0", "--no-udp"}, "", {"PRODUCT_ID=OAK"});
-    daemon.WaitForOutput("mainstay: ready");
+    const Daemon daemon({"--no-mq", "--no-udp"});
     auto command = CommandOver("tcp", daemon);
     command.insert(command.end(), {"set", "ReelName", "a text that does not fit into its object"});
     const ProgramResult whole = RunProgram(command, "", {"PRODUCT_ID=OAK"});

