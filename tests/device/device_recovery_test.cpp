@@ -4,7 +4,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <map>
@@ -243,31 +242,6 @@ TEST(DeviceModel, FollowsAStoreThroughRandomCuts)
     }
     EXPECT_EQ(told[eParamID_SysName], Value(name));
     for (const eParam_t id : kNumbers) EXPECT_EQ(told[id], Value(store->Get(id)));
-}
-
-TEST(DeviceModel, ManyDevicesAtOnce)
-{
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__powerpc__)
-    constexpr int kDevices = 100;
-#else
-    constexpr int kDevices = 500;
-#endif
-    constexpr rlim_t kOfEach = 5;  // descriptors, of both ends, and some to spare
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-    if (limit.rlim_cur < kOfEach * kDevices)
-        GTEST_SKIP() << "there are only " << limit.rlim_cur << " descriptors";
-    LocalStore store(92);
-    TestServer server;
-    std::vector<std::unique_ptr<Device>> devices;
-    for (int i = 0; i < kDevices; ++i) devices.push_back(std::make_unique<Device>(server.Uri("tcp", 92)));
-    for (const auto& device : devices)
-        ASSERT_TRUE(device->WaitUntilInStep(kPatience)) << device->Status().reason;
-    store->Set(eParamID_RegisterSave, 9u);
-    for (const auto& device : devices)
-        EXPECT_TRUE(Eventually([&] { return device->Kept(eParamID_RegisterSave).value == Value(9u); }));
 }
 
 }  // namespace

@@ -173,44 +173,35 @@ TEST(Device, WhoReadsTooSlowlyIsToldHowMuchWasSkipped)
     EXPECT_EQ(told + skipped, kChanges);
 }
 
-TEST(Device, LeavesWithoutAnErrorInTheLog)
-{
-    TestServer server;
-    const std::string lines = StderrOf([&] {
-        {
-            Device device(server.Uri("tcp", 82));
-            EXPECT_TRUE(device.WaitUntilInStep(kPatience));
-        }
-        EXPECT_TRUE(Eventually([] { return net::NetworkTCPConnection::Count() == 0; }));
-    });
-    EXPECT_THAT(lines, testing::Not(HasSubstr("error")));
-}
-
 // ---- one that is not as it should be ----
 
-TEST(Device, AnAddressThatIsNotUnderstoodIsRefused)
+/// As a device does whose numbers are all 7.
+void Answer(ScriptedPeer& peer, const net::XCONFIGMGR_REQUEST_T& request, uint32_t model = 8)
 {
-    Device device("http://rec-7");
-    EXPECT_EQ(device.Status().state, DeviceState::kRefused);
-    EXPECT_EQ(device.Status().reason, "\"http://rec-7\": \"http\" is none of tcp, udp, mq and local");
-    EXPECT_FALSE(device.WaitUntilInStep(kPatience));
-    EXPECT_EQ(device.Get("FanSpeed").failure, Failure::kNotConnected);
-    EXPECT_EQ(device.Set("FanSpeed", "70").outcome, Outcome::kNotSent);
+    if (request.msgtype == XCFG_GET_PARAM_REQUEST)
+        peer.Send(
+            ReplyTo(request, XCFG_GET_PARAM_RESPONSE, request.paramID == eParamID_ProductID ? model : 7));
+    else
+        peer.Send(ReplyTo(request, XCFG_GET_STREAM_PARAM_RESPONSE, 0, TextPayload("x", request.paramID)));
 }
 
-/// Answers the questions for the model and all further ones as a device does whose numbers are all 7, up to the
-/// end of the connection or until `answers` requests are answered.
+/// Up to the end of the connection or until `answers` requests are answered.
 void Serve(ScriptedPeer& peer, uint32_t model, int answers = INT_MAX)
 {
     while (answers-- > 0 && !testing::Test::HasFailure()) {
         const auto request = peer.Receive();
         if (request.msgtype == XCFG_DISCONNECT_REQUEST || request.msgtype == 0) return;
-        if (request.msgtype == XCFG_GET_PARAM_REQUEST)
-            peer.Send(
-                ReplyTo(request, XCFG_GET_PARAM_RESPONSE, request.paramID == eParamID_ProductID ? model : 7));
-        else
-            peer.Send(ReplyTo(request, XCFG_GET_STREAM_PARAM_RESPONSE, 0, TextPayload("x", request.paramID)));
+        Answer(peer, request, model);
     }
+}
+
+/// One that serves so many requests and then says nothing more.
+void ConnectAndServe(ScriptedPeer& peer, uint32_t model, int answers = INT_MAX)
+{
+    peer.Connect();
+    peer.Receive(28);
+    Serve(peer, model, answers);
+    if (answers != INT_MAX) peer.AwaitEnd();
 }
 
 TEST(Device, WhatIsNoDeviceHasAReason)
@@ -229,26 +220,11 @@ TEST(Device, WhatIsNoDeviceHasAReason)
         {"no answer to the request to connect in time", DeviceState::kConnecting,
          [](ScriptedPeer& peer) { peer.AwaitEnd(); }},
         {"its model, number 4711, is not known to this version", DeviceState::kOtherModel,
-         [](ScriptedPeer& peer) {
-             peer.Connect();
-             peer.Receive(28);
-             Serve(peer, 4711, 2);
-             peer.AwaitEnd();
-         }},
+         [](ScriptedPeer& peer) { ConnectAndServe(peer, 4711, 2); }},
         {"it is HAZEL, not OAK", DeviceState::kOtherModel,
-         [](ScriptedPeer& peer) {
-             peer.Connect();
-             peer.Receive(28);
-             Serve(peer, 5, 2);
-             peer.AwaitEnd();
-         }},
+         [](ScriptedPeer& peer) { ConnectAndServe(peer, 5, 2); }},
         {"no answer in time", DeviceState::kConnecting,
-         [](ScriptedPeer& peer) {
-             peer.Connect();
-             peer.Receive(28);
-             Serve(peer, 8, 9);
-             peer.AwaitEnd();
-         }},
+         [](ScriptedPeer& peer) { ConnectAndServe(peer, 8, 9); }},
     };
     for (const auto& [reason, state, script] : kRows) {
         SCOPED_TRACE(reason);
@@ -265,11 +241,7 @@ TEST(Device, WhatIsNoDeviceHasAReason)
 
 TEST(Device, OneThatNamesNoKnownModelMayBeTakenForOne)
 {
-    ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) {
-        peer.Connect();
-        peer.Receive(28);
-        Serve(peer, 4711);
-    });
+    ScriptedServer server(SOCK_STREAM, [](ScriptedPeer& peer) { ConnectAndServe(peer, 4711); });
     Device device(server.Uri(), {.model = "OAK", .assumesModel = true});
     ASSERT_TRUE(device.WaitUntilInStep(kPatience)) << device.Status().reason;
     EXPECT_TRUE(device.Status().isModelAssumed);
@@ -284,11 +256,7 @@ net::XCONFIGMGR_REQUEST_T ServeUpTo(ScriptedPeer& peer, eParam_t id)
     for (;;) {
         const auto request = peer.Receive();
         if (request.paramID == id || testing::Test::HasFailure()) return request;
-        if (request.msgtype == XCFG_GET_PARAM_REQUEST)
-            peer.Send(
-                ReplyTo(request, XCFG_GET_PARAM_RESPONSE, request.paramID == eParamID_ProductID ? 8 : 1));
-        else
-            peer.Send(ReplyTo(request, XCFG_GET_STREAM_PARAM_RESPONSE, 0, TextPayload("x", request.paramID)));
+        Answer(peer, request);
     }
 }
 

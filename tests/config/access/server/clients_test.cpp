@@ -7,14 +7,11 @@
 #include <mutex>
 
 #include "config/access/server/network/network_tcp_connection.h"
-#include "config/access/server/peer_stores.h"
-#include "config/access/server/queues/queue_service.h"
 #include "config/base/local_process.h"
 #include "config/base/origin.h"
 #include "support/many_changes.h"
-#include "support/queue_test.h"
+#include "support/queue_service_test.h"
 #include "support/raw_queue_client.h"
-#include "support/stderr_of.h"
 #include "support/test_server.h"
 
 using testing::ElementsAre;
@@ -157,24 +154,7 @@ TEST(NetworkServerClients, OfThisHostAreKnownByTheirProcess)
     close(ends[1]);
 }
 
-class MainstayQueueClients : public QueueTest {
-  protected:
-    void Start() override
-    {
-        StderrOf([] { CreateDescriptors(); });
-        m_store = OpenPeerStore(0);
-        m_service.emplace();
-        ASSERT_TRUE(m_service->Start());
-    }
-    void TearDown() override
-    {
-        m_service.reset();
-        ClosePeerStore(m_store);
-    }
-
-    Config* m_store = nullptr;
-    std::optional<vexa::config::access::QueueService> m_service;
-};
+using MainstayQueueClients = QueueServiceTest;
 
 TEST_F(MainstayQueueClients, AreKnownByTheirProcess)
 {

@@ -10,77 +10,33 @@
 #include "config/access/client/queues/posix_mq_client.h"
 #include "config/access/client/queues/posix_mq_factory.h"
 #include "config/access/io/left_queues.h"
-#include "config/access/server/peer_stores.h"
-#include "config/config.h"
-#include "config/descriptors/registry/registry.h"
 #include "support/in_child.h"
-#include "support/queue_test.h"
+#include "support/many_changes.h"
+#include "support/queue_service_test.h"
 #include "support/raw_queue_client.h"
-#include "support/stderr_of.h"
 #include "support/stuck_listener.h"
 
 using testing::HasSubstr;
-namespace net = vexa::corvalis::config::access;
 
 namespace {
 
 constexpr unsigned int kLast = 17;
 constexpr long kLibrarysDepth = 0;
 
-/// The service and the store that it serves.
-class MainstayQueueService : public QueueTest {
+/// With changes of the numbers of its store.
+class MainstayQueueService : public QueueServiceTest {
   protected:
-    using Values = std::map<eParam_t, unsigned int>;
-
     void Start() override
     {
-        StderrOf([] { CreateDescriptors(); });
-        m_store = net::OpenPeerStore(0);
-        for (const eParam_t id : m_store->GetParamIDs())
-            if (m_store->GetParamDescriptor(id)->GetParamType() != eCParam_StringValue) TryNumber(id);
-        ASSERT_GT(m_numbers.size(), 50u);
-        m_service.emplace();
-        ASSERT_TRUE(m_service->Start());
+        QueueServiceTest::Start();
+        m_changes.emplace(*m_store);
+        ASSERT_GT(m_changes->Parameters(), 50u);
     }
-    void TearDown() override
-    {
-        m_service.reset();
-        net::ClosePeerStore(m_store);
-    }
-
-    /// A change of one number after the other, each with two values.
-    void Change(int count)
-    {
-        for (int i = 0; i < count; ++i, ++m_changes) {
-            const auto& [id, values] = m_numbers[m_changes % m_numbers.size()];
-            m_store->Set(id, values[m_changes / m_numbers.size() % 2]);
-        }
-    }
+    void Change(int count) { m_changes->Make(count); }
     /// The last change: a value that comes only once.
     void ChangeLast() { m_store->Set(kNumber, kLast); }
-    void ExpectStored(const Values& heard) const
-    {
-        EXPECT_GE(heard.size(), m_numbers.size());
-        for (const auto& [id, value] : heard) EXPECT_EQ(value, m_store->Get(id)) << std::hex << id;
-    }
 
-    Config* m_store = nullptr;
-    std::optional<mq::QueueService> m_service;
-
-  private:
-    void TryNumber(eParam_t id)
-    {
-        const unsigned int first = m_store->Get(id);
-        for (const unsigned int second : {first + 1, first - 1}) {
-            if (!m_store->Set(id, second) || m_store->Get(id) != second) continue;
-            m_store->Set(id, first);
-            if (m_store->Get(id) == first) m_numbers.push_back({id, {first, second}});
-            return;
-        }
-    }
-
-    std::vector<std::pair<eParam_t, std::array<unsigned int, 2>>> m_numbers;
-    size_t m_changes = 0;
+    std::optional<ManyChanges> m_changes;
 };
 
 /// Counts what a store announces.
@@ -94,7 +50,7 @@ class Counting : public ConfigEventListener {
 
 /// What a client has heard.
 struct Heard {
-    std::map<eParam_t, unsigned int> values;
+    std::map<uint32_t, uint32_t> values;
     size_t events = 0;
 
     void Read(RawClient& client)
@@ -130,7 +86,7 @@ TEST_F(MainstayQueueService, WhatListenersHearLastIsWhatTheStoreHolds)
             ChangeLast();
             for (int i = 0; i < 3; ++i) {
                 while (!heard[i].HasLast() && !HasFailure()) heard[i].Read(clients[i]);
-                ExpectStored(heard[i].values);
+                EXPECT_TRUE(m_changes->AreHeard(heard[i].values));
             }
         });
         EXPECT_EQ(heard[kQuick].events, announced.count) << "the quick one misses nothing";
@@ -154,7 +110,8 @@ TEST_F(MainstayQueueService, AListenerThatBlocksEndsWithTheStoresValues)
     ChangeLast();
     listener.gate.Open();
     EXPECT_TRUE(Eventually([&] { return listener.Last()[kNumber] == kLast; }));
-    ExpectStored(listener.Last());
+    const auto last = listener.Last();
+    EXPECT_TRUE(m_changes->AreHeard({last.begin(), last.end()}));
     factory.Disconnect(client);
 }
 
