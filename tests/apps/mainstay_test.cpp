@@ -15,10 +15,7 @@
 #include "support/scripted_server.h"
 #include "support/temporary_directory.h"
 
-using testing::AllOf;
-using testing::ContainsRegex;
-using testing::HasSubstr;
-using testing::IsEmpty;
+using testing::AllOf, testing::ContainsRegex, testing::HasSubstr, testing::IsEmpty;
 
 namespace {
 

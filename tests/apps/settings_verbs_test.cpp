@@ -6,11 +6,7 @@
 #include "support/temporary_directory.h"
 #include "support/terminal.h"
 
-using testing::AllOf;
-using testing::ContainsRegex;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
+using testing::AllOf, testing::ContainsRegex, testing::HasSubstr, testing::IsEmpty, testing::Not;
 
 namespace {
 

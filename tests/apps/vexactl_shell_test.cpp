@@ -6,8 +6,7 @@
 #include "support/temporary_directory.h"
 #include "support/terminal.h"
 
-using testing::HasSubstr;
-using testing::Not;
+using testing::HasSubstr, testing::Not;
 
 namespace {
 

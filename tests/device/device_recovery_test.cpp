@@ -1,7 +1,5 @@
 // A device that goes, comes back, or is silent: nobody who follows it ends with an old value.
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -19,11 +17,7 @@
 #include "support/test_server.h"
 
 using namespace std::chrono_literals;
-using vexa::Change;
-using vexa::Device;
-using vexa::DeviceState;
-using vexa::Failure;
-using vexa::Value;
+using vexa::Change, vexa::Device, vexa::DeviceState, vexa::Failure, vexa::Value;
 
 namespace {
 
@@ -139,7 +133,7 @@ class Proxy {
   public:
     explicit Proxy(int serverPort) : m_serverPort(serverPort)
     {
-        sockaddr_in address = Local(0);
+        sockaddr_in address = Address("127.0.0.1", 0);
         socklen_t length = sizeof address;
         EXPECT_EQ(bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
         EXPECT_EQ(listen(m_listener, 8), 0);
@@ -165,19 +159,11 @@ class Proxy {
     int port = 0;
 
   private:
-    static sockaddr_in Local(int port)
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        return address;
-    }
     void Accept()
     {
         for (int client = 0; (client = accept(m_listener, nullptr, nullptr)) != -1;) {
             const int server = socket(AF_INET, SOCK_STREAM, 0);
-            const sockaddr_in address = Local(m_serverPort);
+            const sockaddr_in address = Address("127.0.0.1", m_serverPort);
             EXPECT_EQ(connect(server, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
             const std::lock_guard hold(m_lock);
             m_open.insert(m_open.end(), {client, server});

@@ -13,12 +13,8 @@
 #include "support/test_server.h"
 
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using vexa::Device;
-using vexa::DeviceState;
-using vexa::Failure;
-using vexa::Value;
+using testing::ElementsAre, testing::HasSubstr;
+using vexa::Device, vexa::DeviceState, vexa::Failure, vexa::Value;
 using Outcome = vexa::SetResult::Outcome;
 
 namespace {

@@ -10,8 +10,7 @@
 
 namespace {
 
-using vexa::Catalogue;
-using vexa::Value;
+using vexa::Catalogue, vexa::Value;
 
 ParamDescriptor& Parameter(const char* model, const char* name)
 {

@@ -11,13 +11,8 @@
 #include "support/temporary_directory.h"
 
 namespace fs = std::filesystem;
-using state::Batch;
-using state::SettingsFile;
-using state::Values;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::SizeIs;
+using state::Batch, state::SettingsFile, state::Values;
+using testing::ElementsAre, testing::HasSubstr, testing::IsEmpty, testing::SizeIs;
 
 namespace {
 

@@ -1,10 +1,9 @@
 /// Events as a network server sends them, and what becomes of a connection.
 #pragma once
 
-#include <arpa/inet.h>
-
 #include <string>
 
+#include "support/raw_peer.h"
 #include "support/scripted_server.h"
 
 constexpr eParam_t kNumber = eParamID_RegisterSave, kText = eParamID_CustomClipName;
@@ -35,11 +34,8 @@ class EventSender {
     }
     void Send(const std::string& bytes, const char* to = net::kMulticastGroup)
     {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(net::kMulticastPort);
-        address.sin_addr.s_addr = inet_addr(to);
-        EXPECT_TRUE(m_socket.sendto(bytes.data(), static_cast<unsigned int>(bytes.size()), address));
+        EXPECT_TRUE(m_socket.sendto(bytes.data(), static_cast<unsigned int>(bytes.size()),
+                                    Address(to, net::kMulticastPort)));
     }
 
   private:

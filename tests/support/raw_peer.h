@@ -76,6 +76,15 @@ inline WordList ReplyWords(uint32_t type, int32_t config, uint32_t id, uint32_t 
     return {type, 0x21234, 7, configID, 5, 4097, id, error, value, 11, 22, size, size ? 3072u : 0u};
 }
 
+inline sockaddr_in Address(const char* host, int port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = inet_addr(host);
+    return address;
+}
+
 /// A TCP or UDP client of a server on this host.
 class RawPeer {
   public:
@@ -136,14 +145,6 @@ class RawPeer {
     }
 
   protected:
-    static sockaddr_in Address(const char* host, int port)
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<uint16_t>(port));
-        address.sin_addr.s_addr = inet_addr(host);
-        return address;
-    }
     static int MakeSocket(int type, int receiveBuffer)
     {
         const int made = socket(AF_INET, type | SOCK_CLOEXEC, 0);

@@ -17,8 +17,7 @@
 
 using control::Answer, control::ControlServer, control::Failure, control::Json, control::Peer,
     control::Stream;
-using testing::HasSubstr;
-using testing::StartsWith;
+using testing::HasSubstr, testing::StartsWith;
 
 namespace {
 

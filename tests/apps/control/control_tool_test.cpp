@@ -13,11 +13,7 @@
 
 using control::Answer, control::ControlServer, control::Failure, control::Json, control::Peer,
     control::Stream;
-using testing::AllOf;
-using testing::ContainsRegex;
-using testing::HasSubstr;
-using testing::MatchesRegex;
-using testing::Not;
+using testing::AllOf, testing::ContainsRegex, testing::HasSubstr, testing::MatchesRegex, testing::Not;
 
 namespace {
 

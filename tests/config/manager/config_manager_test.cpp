@@ -13,10 +13,8 @@
 #include "support/gate.h"
 #include "support/store.h"
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-using vexa::config::IntegerQueue;
-using vexa::config::StringQueue;
+using testing::ElementsAre, testing::IsEmpty;
+using vexa::config::IntegerQueue, vexa::config::StringQueue;
 
 namespace {
 

@@ -9,10 +9,7 @@
 #include "support/gate.h"
 #include "support/store.h"
 
-using testing::Contains;
-using testing::ElementsAre;
-using testing::Not;
-using testing::StartsWith;
+using testing::Contains, testing::ElementsAre, testing::Not, testing::StartsWith;
 
 namespace {
 

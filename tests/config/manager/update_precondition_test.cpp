@@ -5,9 +5,7 @@
 #include "config/descriptors/integer_descriptor.h"
 #include "support/store.h"
 
-using vexa::config::IntegerQueue;
-using vexa::config::StringQueue;
-using vexa::config::UpdatePreconditionValues;
+using vexa::config::IntegerQueue, vexa::config::StringQueue, vexa::config::UpdatePreconditionValues;
 
 namespace {
 

@@ -17,8 +17,7 @@
 #include "support/stderr_of.h"
 #include "support/stream_bytes.h"
 
-using vexa::config::values::PresetsParamVector;
-using vexa::config::values::Vector;
+using vexa::config::values::PresetsParamVector, vexa::config::values::Vector;
 using namespace std::string_literals;
 
 namespace {

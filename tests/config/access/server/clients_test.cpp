@@ -14,8 +14,7 @@
 #include "support/raw_queue_client.h"
 #include "support/test_server.h"
 
-using testing::ElementsAre;
-using testing::HasSubstr;
+using testing::ElementsAre, testing::HasSubstr;
 using namespace vexa::corvalis::config::access;
 
 namespace {

@@ -13,8 +13,7 @@
 #include "support/in_child.h"
 
 namespace generic = vexa::config::generic;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using testing::ElementsAre, testing::IsEmpty;
 
 namespace {
 

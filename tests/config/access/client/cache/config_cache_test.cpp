@@ -12,8 +12,7 @@
 #include "support/recording_listener.h"
 #include "support/store.h"
 
-using testing::Contains;
-using testing::ElementsAre;
+using testing::Contains, testing::ElementsAre;
 
 namespace {
 

@@ -14,8 +14,7 @@
 #include "support/scripted_server.h"
 #include "support/stderr_of.h"
 
-using testing::ElementsAre;
-using testing::HasSubstr;
+using testing::ElementsAre, testing::HasSubstr;
 
 namespace {
 

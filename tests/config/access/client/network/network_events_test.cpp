@@ -14,8 +14,7 @@
 #include "support/stderr_of.h"
 #include "support/stuck_listener.h"
 
-using testing::ElementsAre;
-using testing::HasSubstr;
+using testing::ElementsAre, testing::HasSubstr;
 using vexa::ConnectionChange;
 
 namespace {

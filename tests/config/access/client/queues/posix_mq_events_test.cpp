@@ -9,8 +9,7 @@
 #include "support/mq_client_test.h"
 #include "support/raw_peer.h"
 
-using testing::ElementsAre;
-using testing::HasSubstr;
+using testing::ElementsAre, testing::HasSubstr;
 using namespace std::chrono_literals;
 
 namespace {

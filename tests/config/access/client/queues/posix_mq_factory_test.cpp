@@ -14,9 +14,7 @@
 #include "support/scripted_daemon.h"
 #include "support/stderr_of.h"
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::StartsWith;
+using testing::AllOf, testing::HasSubstr, testing::StartsWith;
 using namespace std::chrono_literals;
 
 namespace {

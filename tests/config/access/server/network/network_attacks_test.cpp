@@ -85,10 +85,7 @@ bool CanShare(int port, const char* address)
     const int other = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const int yes = 1;
     setsockopt(other, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    sockaddr_in at{};
-    at.sin_family = AF_INET;
-    at.sin_port = htons(static_cast<uint16_t>(port));
-    at.sin_addr.s_addr = inet_addr(address);
+    const sockaddr_in at = Address(address, port);
     const bool isShared = bind(other, reinterpret_cast<const sockaddr*>(&at), sizeof at) == 0;
     close(other);
     return isShared;

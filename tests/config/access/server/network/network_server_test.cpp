@@ -13,9 +13,7 @@
 #include "support/test_server.h"
 
 using namespace vexa::corvalis::config::access;
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
+using testing::AllOf, testing::ElementsAre, testing::HasSubstr;
 
 namespace {
 

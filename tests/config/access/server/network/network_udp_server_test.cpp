@@ -13,8 +13,7 @@
 #include "support/test_server.h"
 
 using namespace vexa::corvalis::config::access;
-using testing::ElementsAre;
-using testing::HasSubstr;
+using testing::ElementsAre, testing::HasSubstr;
 
 namespace {
 
@@ -263,9 +262,6 @@ class SpoofedClients {
         : m_connection(m_socket, std::endian::native, patience)
     {
         EXPECT_TRUE(m_socket.create());
-        m_from.sin_family = AF_INET;
-        m_from.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        m_from.sin_port = htons(9);
     }
     /// @return whether the configuration is open now.
     bool Connect(eConfigID_t config)
@@ -284,7 +280,7 @@ class SpoofedClients {
 
   private:
     Socket m_socket{AF_INET, SOCK_DGRAM};
-    sockaddr_in m_from{};
+    const sockaddr_in m_from = Address("127.0.0.1", 9);
     NetworkUDPConnection m_connection;
 };
 
