@@ -10,7 +10,8 @@ vexa.prefs.tcp_port = Pref.uint("TCP port", 43110, "Where servers listen")
 vexa.prefs.udp_port = Pref.uint("UDP port", 43110, "Where servers listen")
 vexa.prefs.event_port = Pref.uint("Multicast port", 63110, "Where UDP clients hear changes")
 
-local errors = {[0] = "none", [53] = "refused, or no such parameter", [60] = "no such text", [0xFFFFFFFF] = "refused"}
+local errors = {[0] = "none", [1] = "no data", [53] = "refused, or no such parameter", [60] = "no such text",
+                [0xFFFFFFFF] = "refused"}
 local formats = {[0] = "none", [3072] = "payload"}
 local orders = {le = "little-endian", be = "big-endian"}
 
@@ -47,6 +48,8 @@ local e = {
                               expert.severity.WARN),
     refused = ProtoExpert.new("vexa.refused", "The request was refused", expert.group.RESPONSE_CODE,
                               expert.severity.NOTE),
+    unanswered = ProtoExpert.new("vexa.unanswered", "The capture has no answer to it", expert.group.SEQUENCE,
+                                 expert.severity.NOTE),
 }
 vexa.experts = e
 
@@ -131,7 +134,8 @@ local function name_of(id)
 end
 
 -- A value object: class, configuration, parameter and type, then a text and its NUL, or a number. Its words have the
--- order of the host that wrote it, which only their values tell.
+-- order of the host that wrote it, which only their values tell. Returns the order, what is shown, and whether the text
+-- has its end.
 local function object_of(range)
     if range:len() < 17 then return nil end
     for _, order in ipairs({"le", "be"}) do
@@ -139,9 +143,13 @@ local function object_of(range)
             local bytes = range(at, 4)
             return order == "le" and bytes:le_uint() or bytes:uint()
         end
-        if word(0) == 1 and word(12) == 12 then return order, in_one_line(range(16):stringz(ENC_UTF_8)) end
+        if word(0) == 1 and word(12) == 12 then
+            local ends = range:raw(16):find("\0", 1, true) ~= nil
+            local text = range(16)
+            return order, in_one_line(ends and text:stringz(ENC_UTF_8) or text:string(ENC_UTF_8)), ends
+        end
         if word(0) == 0 and word(12) > 0 and word(12) < 12 and range:len() == 20 then
-            return order, shown(word(8), word(16))
+            return order, shown(word(8), word(16)), true
         end
     end
 end
@@ -177,9 +185,9 @@ local function alarm_of(range)
         if not number then return nil end
         if number == 1 then state = value == 0 and "clear" or "raised" end
         if number == 2 then severity = value end
-        if number == 3 and value then
+        if number == 3 and type(value) == "userdata" then
             local inner, text = protobuf_field(value, 0)
-            if inner == 1 and text then texts[#texts + 1] = in_one_line(text:string(ENC_UTF_8)) end
+            if inner == 1 and type(text) == "userdata" then texts[#texts + 1] = in_one_line(text:string(ENC_UTF_8)) end
         end
         at = after
     end
@@ -194,10 +202,12 @@ local waiting, linked  -- the requests that wait by what will answer them; by pl
 
 function vexa.init() waiting, linked = {}, {} end
 
--- Of all that a capture may have dissected anew, only the first pass comes in the order of the capture.
+-- Of all that a capture may have dissected anew, only the first pass comes in the order of the capture. `place` tells
+-- messages of a frame apart: what was put together from segments and the rest of the last one are two buffers.
 local function link(pinfo, place, is_udp, message)
-    if pinfo.visited then return linked[place] or {} end
     local record, type = message.record, message.type
+    place = table.concat({pinfo.number, place, type, message.connection, message.request, message.id or ""}, " ")
+    if pinfo.visited then return linked[place] or {} end
     local is_request = record == ASK or record == CONNECTION or record == LISTENER
     local stream = tcp_stream()
     local ends = stream and tostring(stream) or table.concat(is_request and
@@ -211,6 +221,7 @@ local function link(pinfo, place, is_udp, message)
     local own = {}
     linked[place] = own
     if not type then return own end
+    own.expects = is_request and type ~= 129
     local key = table.concat({ends, message.connection, message.request, type, type ~= 65 and message.id or ""}, " ")
     if is_request then
         -- Over UDP, and for what only a refusal answers, the newest counts: the others may never be answered.
@@ -226,7 +237,10 @@ local function link(pinfo, place, is_udp, message)
     return own
 end
 
-local function add_links(tree, links)
+local function add_links(tree, pinfo, links)
+    if pinfo.visited and links.expects and not links.response_in then
+        tree:add_proto_expert_info(e.unanswered)
+    end
     if links.response_in then tree:add(f.response_in, links.response_in):set_generated() end
     if links.request_in then
         tree:add(f.request_in, links.request_in):set_generated()
@@ -246,11 +260,9 @@ local function add_payload(tree, range, message)
         if text then tree:add(f.text, range, text) end
         return text or range:len() .. " bytes"
     end
-    local order, text = object_of(range)
-    if not order then
-        item:add_proto_expert_info(e.payload)
-        return range:len() .. " bytes"
-    end
+    local order, text, ends = object_of(range)
+    if not ends then item:add_proto_expert_info(e.payload) end
+    if not order then return range:len() .. " bytes" end
     tree:add(f.order, range, orders[order])
     tree:add(f.text, range, text)
     return '"' .. text .. '"'
@@ -276,7 +288,7 @@ local function add_words(tree, tvb, record, message)
     end
 end
 
--- One whole message. `place` names it among all of the capture.
+-- One whole message. `place` names it among those of its frame.
 local function dissect_message(tvb, pinfo, root, record, is_udp, place)
     local message = {record = record}
     for i, name in ipairs({"type", "connection", "request"}) do message[name] = tvb(4 * (i - 1), 4):uint() end
@@ -305,7 +317,7 @@ local function dissect_message(tvb, pinfo, root, record, is_udp, place)
         summary = summary .. ", error " .. (message.error == 0xFFFFFFFF and "-1" or message.error)
     end
     tree:set_text("Device parameters, " .. summary)
-    add_links(tree, link(pinfo, place, is_udp, message))
+    add_links(tree, pinfo, link(pinfo, place, is_udp, message))
     return summary
 end
 
@@ -331,10 +343,16 @@ end
 
 local MOST_SHOWN = 8
 
+-- A frame may come in parts: what was put together from segments, and the rest of the last one.
 local function show(pinfo, summaries)
     local rest = #summaries > MOST_SHOWN and " and " .. #summaries - MOST_SHOWN .. " more" or ""
+    local text = table.concat(summaries, ", ", 1, math.min(#summaries, MOST_SHOWN)) .. rest
+    if tostring(pinfo.cols.protocol) == "VEXA" then
+        pinfo.cols.info:append(", " .. text)
+    else
+        pinfo.cols.info = text
+    end
     pinfo.cols.protocol = "VEXA"
-    pinfo.cols.info = table.concat(summaries, ", ", 1, math.min(#summaries, MOST_SHOWN)) .. rest
 end
 
 -- A connection's bytes from any boundary of segments. What is no message is left out to the end of its segment: the
@@ -354,7 +372,7 @@ local function dissect_tcp(tvb, pinfo, root)
             end
             break
         end
-        local place = table.concat({pinfo.number, tvb:len(), at}, " ")
+        local place = tvb:offset() .. " " .. at
         local record = records[tvb(at, 4):uint()]
         summaries[#summaries + 1] = dissect_message(tvb(at, length):tvb(), pinfo, root, record, false, place)
         at = at + length
@@ -363,20 +381,26 @@ local function dissect_tcp(tvb, pinfo, root)
     return tvb:len()
 end
 
+-- A datagram that lacks bytes; a capture that did not keep them is no fault of it.
+local function add_cut_off(tvb, root, bytes)
+    local item = root:add(vexa, tvb(), "Device parameters, cut off")
+    if tvb:reported_len() < bytes then item:add_proto_expert_info(e.length) end
+    return "[cut off: " .. tvb:len() .. " bytes]"
+end
+
+local function datagram(tvb, pinfo, root)
+    if tvb:len() < 4 and tvb:reported_len() >= 4 then return add_cut_off(tvb, root, 4) end
+    local record = tvb:len() >= 4 and record_of(tvb(0, 4):uint(), true, tvb:reported_len())
+    if not record then return add_garbage(tvb, 0, root) end
+    local range = tvb:len() >= record.bytes and word_of(tvb, record, "length")
+    local bytes = record.bytes + (range and range:uint() or 0)
+    if tvb:len() < bytes then return add_cut_off(tvb, root, bytes) end
+    return dissect_message(tvb, pinfo, root, record, true, "")
+end
+
 -- One datagram is one message, which its record's zeros may follow.
 local function dissect_udp(tvb, pinfo, root)
-    local record = tvb:len() >= 4 and record_of(tvb(0, 4):uint(), true, tvb:len())
-    if not record then
-        show(pinfo, {add_garbage(tvb, 0, root)})
-        return tvb:len()
-    end
-    local range = tvb:len() >= record.bytes and word_of(tvb, record, "length")
-    if tvb:len() < record.bytes or range and range:uint() > tvb:len() - record.bytes then
-        root:add(vexa, tvb(), "Device parameters, cut off"):add_proto_expert_info(e.length)
-        show(pinfo, {"[cut off: " .. tvb:len() .. " bytes]"})
-        return tvb:len()
-    end
-    show(pinfo, {dissect_message(tvb, pinfo, root, record, true, tostring(pinfo.number))})
+    show(pinfo, {datagram(tvb, pinfo, root)})
     return tvb:len()
 end
 

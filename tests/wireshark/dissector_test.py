@@ -23,9 +23,10 @@ class Capture:
     """A file of packets, as if they had been captured: no right to capture is needed."""
 
     def __init__(self):
-        self.packets, self.sequence = [], {}
+        self.packets, self.sequence, self.cut = [], {}, {}
 
-    def add(self, protocol, source, target, data):
+    def add(self, protocol, source, target, data, captured=None):
+        """Appends it; `captured` bytes of the data are all that the capture has, as with a snap length."""
         if protocol == UDP:
             head = struct.pack(">HHHH", *source[1:], *target[1:], 8 + len(data), 0)
         else:
@@ -36,12 +37,15 @@ class Capture:
         ip = struct.pack(">BBHHHBBH4s4s", 0x45, 0, size, 0, 0, 64, protocol, 0, socket.inet_aton(source[0]),
                          socket.inet_aton(target[0]))
         self.packets.append(ip + head + data)
+        if captured is not None:
+            self.cut[len(self.packets) - 1] = len(ip + head) + captured
 
     def write(self, path):
         with open(path, "wb") as file:
             file.write(struct.pack("<IHHIIII", 0xA1B2C3D4, 2, 4, 0, 0, 262144, 101))
             for number, packet in enumerate(self.packets):
-                file.write(struct.pack("<IIII", 1_800_000_000, number * 1000, len(packet), len(packet)) + packet)
+                file.write(struct.pack("<IIII", 1_800_000_000, number * 1000, self.cut.get(number, len(packet)),
+                                       len(packet)) + packet[:self.cut.get(number)])
         return path
 
 
@@ -52,11 +56,11 @@ def tshark(path, *arguments):
     return result.stdout
 
 
-def messages(path, *fields, only="vexa.type"):
+def messages(path, *fields, only="vexa.type", passes=("-2",)):
     """A row of texts for each packet with a message, each text a field's values with commas."""
     names = [word for field in fields for word in ("-e", field)]
     return [row.split("\t") for row in
-            tshark(path, "-2", "-Y", only, "-T", "fields", *names).splitlines()]
+            tshark(path, *passes, "-Y", only, "-T", "fields", *names).splitlines()]
 
 
 def faults(path):
@@ -70,6 +74,10 @@ def request(kind, parameter=None, value=0, payload=b"", number=0):
     if kind in (48, 49):
         return prefix + struct.pack(">I", parameter)
     return prefix + struct.pack(">6I", parameter, value, 1_800_000_000, 5, len(payload), 3072 if payload else 0) + payload
+
+
+def string_response(payload, number):
+    return struct.pack(">13I", 128, 0x1234, number, 0, 0, 4096, REEL_NAME, 0, 0, 0, 0, len(payload), 3072) + payload
 
 
 def text(parameter, words, order="="):
@@ -136,8 +144,8 @@ def conversation(daemon, tmp_path_factory):
     tcp.receive(52 + 52)
     tcp.send(request(113, REEL_NAME, payload=text(REEL_NAME, "Scene é"), number=3) + request(112, REEL_NAME, number=4))
     tcp.receive(2 * (52 + len(text(REEL_NAME, "Scene é"))))
-    tcp.send(request(113, FAN_SPEED, payload=text(FAN_SPEED, "fast"), number=5))
-    tcp.receive(52)
+    tcp.send(request(113, FAN_SPEED, payload=text(FAN_SPEED, "fast"), number=5) + request(80, REEL_NAME, number=7))
+    tcp.receive(52 + 52)
     tcp.send(request(49, 0, number=6))
     tcp.receive(28)
     udp.send(request(16))
@@ -175,10 +183,17 @@ def test_the_page_is_true(conversation, tmp_path):
     shown = subprocess.run(shlex.split(command.replace("wireshark/", f"{ROOT}/wireshark/")), cwd=tmp_path,
                            capture_output=True, text=True, check=True, timeout=60).stdout
     assert "Set Request FanSpeed = 70 %, Get Request FanSpeed" in shown
-    filters = re.findall(r"^\|[^|]+\| (`vexa.*`) \|$", page, re.M)
-    assert len(filters) > 5
-    for each in re.findall(r"`([^`]+)`", "".join(filters)):
-        tshark(tmp_path / "a.pcap", "-Y", each.replace("\\|", "|"))
+    filters = {each.replace("\\|", "|") for row in re.findall(r"^\|[^|]+\| (`vexa.*`) \|$", page, re.M)
+               for each in re.findall(r"`([^`]+)`", row)}
+    found = {each for each in filters if tshark(tmp_path / "a.pcap", "-2", "-Y", each)}
+    assert filters - found == {'vexa.param matches "^Clip"', 'vexa.text contains "ProRes"', "vexa.response_time > 0.05",
+                               "vexa.unanswered", "vexa.unknown || vexa.bad_length || vexa.bad_payload",
+                               *(['vexa.order == "big-endian"'] if sys.byteorder == "little" else [])}
+    assert tshark(tmp_path / "a.pcap", "-Y", "vexa.refused") == tshark(tmp_path / "a.pcap", "-Y", "vexa.error > 0")
+    command, = re.findall(r"`(tshark -G .*?)`", page)
+    shown = subprocess.run(command.replace("wireshark/", f"{ROOT}/wireshark/"), shell=True, capture_output=True, text=True,
+                           check=True, timeout=60).stdout
+    assert "vexa.param" in shown and "vexa.unanswered" in shown
 
 
 def test_requests_and_answers_are_linked(conversation, tmp_path):
@@ -187,6 +202,7 @@ def test_requests_and_answers_are_linked(conversation, tmp_path):
     answered = messages(path, "frame.number", "vexa.request_in", "vexa.response_time", only="vexa.request_in")
     assert len(answered) == 13
     for frame, question, after in answered:
+        question, after = question.split(",")[0], after.split(",")[0]
         assert frame in asked[question].split(",")
         assert float(after) == pytest.approx(0.001 * (int(frame) - int(question)))
 
@@ -210,6 +226,34 @@ def test_segments_may_end_anywhere(conversation, tmp_path, size):
     found = [",".join(filter(None, column)) for column in zip(*messages(path, *fields))]
     assert faults(path) == ""
     assert [column.replace(",,", ",") for column in expected] == found
+    links = ("frame.number", "vexa.request_in", "vexa.response_in")
+    assert [row[:2] for row in messages(path, *links, passes=())] == [row[:2] for row in messages(path, *links)]
+
+
+def test_a_frame_in_two_parts(tmp_path):
+    """What ends a message of the segment before, and the rest: alike but for their numbers."""
+    capture, client, server = Capture(), ("10.0.0.9", 40000), ("10.0.0.7", PORT)
+    for number in (1, 2, 3):
+        capture.add(TCP, client, server, request(112, REEL_NAME, number=number))
+    data = b"".join(string_response(text(REEL_NAME, f"A{number}"), number) for number in (1, 2))
+    capture.add(TCP, server, client, data[:60])
+    capture.add(TCP, server, client, data[60:])
+    path = capture.write(tmp_path / "a.pcap")
+    assert messages(path, "frame.number", "vexa.response_in") == [["1", "5"], ["2", "5"], ["3", ""], ["5", ""]]
+    for passes in ((), ("-2",)):
+        assert messages(path, "vexa.request_in", "_ws.col.Info", only="vexa.request_in", passes=passes) == [
+            ["1,2", 'Get String Response ReelName = "A1", Get String Response ReelName = "A2"']]
+    assert messages(path, "frame.number", only="vexa.unanswered") == [["3"]]
+
+
+def test_what_the_capture_has_cut_off_is_no_fault(tmp_path):
+    capture, client, server = Capture(), ("10.0.0.9", 40000), ("10.0.0.7", PORT)
+    data = request(113, REEL_NAME, payload=text(REEL_NAME, "A012"))
+    for size in (len(data) - 1, 48, 30, 3):
+        capture.add(UDP, client, server, data, captured=size)
+        capture.add(UDP, client, server, data[:size])
+    path = capture.write(tmp_path / "a.pcap")
+    assert [row[0] for row in messages(path, "frame.number", only="vexa.bad_length || vexa.unknown")] == ["2", "4", "6", "8"]
 
 
 def test_texts_of_either_byte_order(tmp_path):
@@ -238,12 +282,16 @@ def test_garbage_does_not_stop_it(conversation, tmp_path):
         for kind, start in ((113, b"\x01\0\0\0"), (113, b"\0\0\0\1"), (258, b"\x08\x01\x1a"), (258, b"")):
             payload = (start + chance.randbytes(size))[:size]
             capture.add(UDP, client, server, request(kind, ALARM if kind == 258 else REEL_NAME, payload=payload))
+    for payload in (text(REEL_NAME, "AB")[:-1], bytes.fromhex("08011805"), bytes.fromhex("08011a020805")):
+        kind = 113 if payload[0] == 1 else 258
+        capture.add(UDP, client, server, request(kind, REEL_NAME if kind == 113 else ALARM, payload=payload))
     capture.add(TCP, client, server, b"\xff" * 30)
     capture.add(TCP, client, server, good)
     path = capture.write(tmp_path / "a.pcap")
     assert tshark(path, "-Y", "_ws.lua.error || _ws.malformed && !vexa.bad_length") == ""
     assert tshark(path, "-Y", f"vexa.type == 80 && ip.src == 10.0.0.9 && udp.length == {8 + len(good)}").count("\n") >= 400
     assert messages(path, "vexa.param", only="tcp.srcport == 40000 && vexa.type") == [["FanSpeed"]]
+    assert messages(path, "vexa.text", only="vexa.bad_payload && vexa.text == AB") == [["AB"]]
 
 
 def until(condition):
@@ -268,5 +316,4 @@ def test_a_capture_of_the_tool(daemon, tmp_path):
     capture.wait(20)
     assert faults(path) == ""
     assert messages(path, "frame.number", only='vexa.param == "FanSpeed"')
-    assert messages(path, "frame.number",
-                    only="vexa.type in {80, 112, 256} && !vexa.response_in && !vexa.request_in") == []
+    assert messages(path, "frame.number", only="vexa.unanswered") == []
