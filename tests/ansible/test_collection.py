@@ -3,14 +3,18 @@ import json
 import os
 import pathlib
 import re
+import select
+import socket
 import subprocess
 import sys
+import threading
+import time
 
 import pytest
 import vexa
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "python"))
-from daemons import ROOT, Daemon
+from daemons import ROOT, Daemon, until
 
 PAGE = (ROOT / "docs/ansible.md").read_text()
 
@@ -22,11 +26,15 @@ class Fleet:
         for number in range(1, 11):
             (folder / str(number)).mkdir()
             self.daemons.append(Daemon(folder / str(number)))
-        hosts = "".join(f"rec-{number} device={daemon.address}\n" for number, daemon in enumerate(self.daemons, 1))
-        (folder / "inventory").write_text(f"[recorders]\n{hosts}[recorders:vars]\nansible_connection=local\n"
-                                          f"ansible_python_interpreter={sys.executable}\n")
+        inventory, = re.findall(r"```ini\n(.*?)```", PAGE, re.S)
+        inventory, count = re.subn(r"^# (ansible_python_interpreter=).*", rf"\g<1>{sys.executable}", inventory, flags=re.M)
+        assert count == 1
+        (folder / "inventory").write_text(inventory)
+        (folder / "host_vars").mkdir()
+        for number, daemon in enumerate(self.daemons, 1):
+            (folder / f"host_vars/rec-{number}").write_text(f"device: {daemon.address}\n")
 
-    def play(self, playbook, *arguments):
+    def play(self, playbook, *arguments, hosts=10):
         """What every host came to, and all that was shown."""
         (self.folder / "fleet.yml").write_text(playbook)
         result = subprocess.run(["ansible-playbook", "-i", "inventory", "fleet.yml", "-f", "10", *arguments], cwd=self.folder,
@@ -34,7 +42,7 @@ class Fleet:
                                 env={**os.environ, "HOME": str(self.folder), "ANSIBLE_NOCOLOR": "1"})
         shown = result.stdout + result.stderr
         recap = re.findall(r"^rec-\d+ .*ok=(\d+) .*changed=(\d+) .*failed=(\d+)", shown, re.M)
-        assert len(recap) == 10, shown
+        assert len(recap) == hosts, shown
         return {tuple(map(int, each[1:])) for each in recap}, shown
 
     def values(self, name):
@@ -92,6 +100,28 @@ def test_a_file_that_the_tool_has_saved(fleet):
     assert changed == {(0, 1)} and shown.count("HAZEL") >= 10
 
 
+def test_files_that_say_what_cannot_be(fleet):
+    for words, reason in (
+            ("[settings]\n0x4604000a = 60\nfanspeed = 61\n", "FanSpeed: named twice"),
+            ('[settings]\nReelName = { hex = "0g" }\n', "ReelName: non-hexadecimal"),
+            ("[device]\nmodel = 5\n", "the model of [device] is a text, not 5")):
+        (fleet.folder / "c.toml").write_text(words)
+        changed, shown = fleet.play(task(src=str(fleet.folder / "c.toml")), "--limit", "rec-1", hosts=1)
+        assert changed == {(0, 1)} and reason in shown and "Traceback" not in shown, shown
+    assert fleet.values("FanSpeed")[0] not in (60, 61)
+    (fleet.folder / "c.toml").write_text('[settings]\nReelName = { hex = "c3a9" }\n')
+    fleet.play(task(src=str(fleet.folder / "c.toml")), "--limit", "rec-1", hosts=1)
+    assert fleet.values("ReelName")[0] == "é"
+
+
+def test_words_that_yaml_takes_for_booleans(fleet):
+    playbook = ("- hosts: recorders\n  gather_facts: false\n  tasks:\n  - vexa.device.settings:\n"
+                "      device: '{{ device }}'\n      values: {LoopPlay: %s}\n")
+    for word, value in (("On", 1), ("Off", 0)):
+        fleet.play(playbook % word, "--limit", "rec-1", hosts=1)
+        assert fleet.values("LoopPlay")[0] == value
+
+
 def test_secrets_are_set_and_not_shown(fleet):
     changed, shown = fleet.play(task(secrets={"SystemPassword": "hunter2"}), "--diff", "-vvv")
     assert changed == {(1, 0)} and set(fleet.values("SystemPassword")) == {"hunter2"}
@@ -103,6 +133,64 @@ def test_a_device_that_is_gone_fails_alone(fleet):
     changed, shown = fleet.play(task(values={"FanSpeed": 71}, timeout=1))
     assert changed == {(1, 0), (0, 1)} and "Connection refused" in shown
     fleet.daemons[3].start()
+
+
+class Relay(threading.Thread):
+    """Passes a daemon's bytes on until a number has been set through it; then nobody listens, for a while or for ever."""
+
+    def __init__(self, daemon, comes_back):
+        super().__init__(daemon=True)
+        self.port, self.comes_back, self.has_set = daemon.port, comes_back, False
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.end = self.listener.getsockname()
+        self.start()
+
+    def run(self):
+        while self.listener:
+            with self.listener.accept()[0] as client, socket.create_connection(("127.0.0.1", self.port)) as server:
+                self.relay(client, server)
+                if self.has_set:
+                    self.listener.close()
+                    self.listener = None
+            if self.has_set and self.comes_back:
+                time.sleep(1)
+                self.comes_back, self.listener = False, socket.create_server(self.end)
+
+    def relay(self, client, server):
+        other, requests = {client: server, server: client}, b""
+        is_first = not self.has_set
+        while True:
+            for end in select.select(list(other), [], [])[0]:
+                data = end.recv(65536)
+                if not data:
+                    return
+                if end is server or not is_first:
+                    other[end].sendall(data)
+                    continue
+                requests += data
+                while (size := self.size_of(requests)) <= len(requests):
+                    server.sendall(requests[:size])
+                    self.has_set = requests[:4] == (81).to_bytes(4, "big")
+                    if self.has_set:
+                        return
+                    requests = requests[size:]
+
+    @staticmethod
+    def size_of(requests):
+        """The bytes of the first one, as far as they are known."""
+        size = {16: 24, 17: 24, 48: 28, 49: 28}.get(int.from_bytes(requests[:4], "big"), 48)
+        return size + (int.from_bytes(requests[40:44], "big") if size == 48 and len(requests) >= 48 else 0)
+
+
+@pytest.mark.parametrize("comes_back", [True, False])
+def test_a_device_that_is_lost_while_values_are_set(fleet, comes_back):
+    before = fleet.values("FanSpeed")[0]
+    relay = Relay(fleet.daemons[0], comes_back)
+    changed, shown = fleet.play(task(values={"FanSpeed": 92, "ReelName": "lost"}, timeout=4), "--limit", "rec-1",
+                                "-e", f"device=127.0.0.1:{relay.end[1]}", hosts=1)
+    last = "the old values are back" if comes_back else "sent, not confirmed, not put back: FanSpeed, ReelName"
+    assert changed == {(0, 1)} and last in shown and '"after": "92 %"' in shown, shown
+    until(lambda: fleet.values("FanSpeed")[0] == (before if comes_back else 92))
 
 
 def test_the_documentation_is_sound():

@@ -7,7 +7,7 @@ short_description: Settings of a networked video device
 description:
   - Sets what differs, in the order in which settings have an effect, and reads it back. Idempotent.
   - All values are checked before the first is sent. When the device refuses one, or stores another one, the old values are
-    put back, and the task fails.
+    put back, and the task fails; also after the device was lost meanwhile, if it comes back in time.
   - Runs where the device is reached from, which is usually the controller, C(connection=local).
 options:
   device:
@@ -56,11 +56,13 @@ EXAMPLES = r"""
 
 RETURN = r"""
 settings:
-  description: What was changed, or in check mode would be, by name.
-  returned: always
+  description: What was changed, or in check mode would be, by name. After a failure, what was to be changed.
+  returned: unless the file or the device could not be read
   type: dict
   sample: {"FanSpeed": {"before": "50 %", "after": "70 %"}}
 """
+
+import time
 
 from ansible.module_utils.basic import AnsibleModule
 from ansible_collections.vexa.device.plugins.module_utils.connection import OPTIONS, connect, is_secret
@@ -80,8 +82,10 @@ def read_file(path):
     for key in document:
         if key not in ("device", "settings") or not isinstance(document[key], dict):
             raise ValueError(f"{path}: a file of settings has [device] and [settings], not {key}")
-    return document.get("device", {}).get("model"), {
-        name: plain(value) for name, value in document.get("settings", {}).items()}
+    model = document.get("device", {}).get("model")
+    if model is not None and not isinstance(model, str):
+        raise ValueError(f"{path}: the model of [device] is a text, not {model}")
+    return model, document.get("settings", {})
 
 
 def plain(value):
@@ -95,9 +99,13 @@ def wanted(module, device, file_settings):
     """The values by the names of the device, as it would hold them; the objections."""
     values, objections = {}, []
     for source in (file_settings, module.params["values"], module.params["secrets"]):
+        named = set()
         for name, value in source.items():
             try:
                 parameter = device.info(name)
+                if parameter.name in named:
+                    objections.append(f"{parameter.name}: named twice")
+                named.add(parameter.name)
                 if not parameter.is_setting:
                     objections.append(f"{parameter.name}: no setting: the device does not keep it, or reports it")
                 elif source is module.params["values"] and is_secret(parameter):
@@ -126,15 +134,46 @@ def differences(device, values):
     return before, objections
 
 
-def carry(device, before, values):
+def put_back(device, before):
+    """Sets what differs one by one: of many, one value that is out of its range by now would keep the others from being
+    sent. Twice, because what depends on another value comes after it. The names of what still differs."""
+    for is_last in (False, False, True):
+        now = device.values(*before)
+        left = [name for name in reversed(list(before)) if now.get(name) != before[name]]
+        if is_last or not left:
+            return left
+        for name in left:
+            device.set(name, before[name])
+
+
+def put_back_in_time(device, before, timeout):
+    """put_back, again for so many seconds where the device is lost. Raises OSError when it does not come back."""
+    end = time.monotonic() + timeout
+    while True:
+        device.wait(max(0, end - time.monotonic()))
+        try:
+            return put_back(device, before)
+        except OSError:
+            if time.monotonic() > end:
+                raise
+            time.sleep(0.1)  # it may not have noticed yet that the device is lost
+
+
+def carry(device, before, values, timeout):
     """Sets them, and puts back what was there if one is not stored. The objections."""
     results = device.set_many({name: values[name] for name in before})
     failed = [f"{name}: {result.reason}" for name, result in results.items() if not result]
-    if failed:
-        back = device.set_many(before)
-        lost = [name for name, result in back.items() if not result]
-        failed.append(f"not put back: {', '.join(lost)}" if lost else "the old values are back")
-    return failed
+    if not failed:
+        return []
+    try:
+        left = put_back_in_time(device, before, timeout)
+        return failed + [f"not put back: {', '.join(left)}" if left else "the old values are back"]
+    except OSError as error:
+        reason = str(error)
+    unknown = [name for name, result in results.items() if result.outcome.name == "UNKNOWN"]
+    stored = [name for name in before if name not in unknown]
+    return failed + [f"{what}, not put back: {', '.join(names)}" for what, names in (
+        ("sent, not confirmed", unknown), ("sent", stored)) if names] + [reason]
 
 
 def main():
@@ -153,7 +192,7 @@ def main():
         objections += more
         changes = {name: change(device, name, before[name], values[name]) for name in before}
         if not objections and before and not module.check_mode:
-            objections = carry(device, before, values)
+            objections = carry(device, before, values, module.params["timeout"])
     except (LookupError, OSError, ValueError) as error:
         module.fail_json(msg=str(error))
     if objections:
