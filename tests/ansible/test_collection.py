@@ -104,6 +104,8 @@ def test_files_that_say_what_cannot_be(fleet):
     for words, reason in (
             ("[settings]\n0x4604000a = 60\nfanspeed = 61\n", "FanSpeed: named twice"),
             ('[settings]\nReelName = { hex = "0g" }\n', "ReelName: non-hexadecimal"),
+            ("[settings]\nLoopPlay = true\n", "LoopPlay: it takes a number or a text"),
+            ('[settings]\nReelName = ["a"]\n', "ReelName: it takes a number or a text"),
             ("[device]\nmodel = 5\n", "the model of [device] is a text, not 5")):
         (fleet.folder / "c.toml").write_text(words)
         changed, shown = fleet.play(task(src=str(fleet.folder / "c.toml")), "--limit", "rec-1", hosts=1)

@@ -92,6 +92,8 @@ def plain(value):
     """What stands in a file or a playbook as the package takes it: dates and times as texts, { hex = "00ff" } as bytes."""
     if isinstance(value, dict) and set(value) == {"hex"}:
         return bytes.fromhex(str(value["hex"]))
+    if isinstance(value, (dict, list)):
+        raise ValueError("it takes a number or a text")
     return value if isinstance(value, (int, float, str)) else str(value)
 
 
@@ -110,6 +112,8 @@ def wanted(module, device, file_settings):
                     objections.append(f"{parameter.name}: no setting: the device does not keep it, or reports it")
                 elif source is module.params["values"] and is_secret(parameter):
                     objections.append(f"{parameter.name}: a password, which belongs under secrets")
+                elif source is file_settings and isinstance(value, bool):  # in a playbook On is one, not in a file
+                    objections.append(f"{parameter.name}: it takes a number or a text")
                 else:
                     values[parameter.name] = parameter.parse(plain(value))
             except (LookupError, ValueError, TypeError) as error:
