@@ -169,6 +169,19 @@ TEST(Device, WhoReadsTooSlowlyIsToldHowMuchWasSkipped)
     EXPECT_EQ(told + skipped, kChanges);
 }
 
+TEST(Device, LeavesWithoutAnErrorInTheLog)
+{
+    TestServer server;
+    const std::string lines = StderrOf([&] {
+        {
+            Device device(server.Uri("tcp", 82));
+            EXPECT_TRUE(device.WaitUntilInStep(kPatience));
+        }
+        EXPECT_TRUE(Eventually([] { return net::NetworkTCPConnection::Count() == 0; }));
+    });
+    EXPECT_THAT(lines, testing::Not(HasSubstr("error")));
+}
+
 // ---- one that is not as it should be ----
 
 /// As a device does whose numbers are all 7.
