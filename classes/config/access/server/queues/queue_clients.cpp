@@ -128,7 +128,7 @@ QueueClients::Client* QueueClients::FindOrAdopt(uint32_t connectionID)
     if (known != m_clients.end()) return &known->second;
     Client* const client = Open(connectionID);
     if (!client) return nullptr;
-    SetWanted(*client, true);
+    SetWanted(*client, m_right != corvalis::config::access::Right::kNone);
     if (client->holdsLock) SendGoodbye(client->queue, connectionID);
     return client;
 }

@@ -463,7 +463,7 @@ bool QueueService::Service::ParamChanged(eParam_t id, unsigned int value, timeva
 {
     Response event;
     Stamp(event, time);
-    if (!m_changes.AreWanted()) return true;
+    if (!m_changes.AreWanted() || !net::MayRead(m_right, *m_store, id)) return true;
     event.value = value;
     AddEvent(event, XCFG_PARAM_CHANGED_EVENT, id, "");
     return true;
