@@ -194,14 +194,25 @@ bool NotReady(Ready how, const char* what, LinkFailure& failure)
     return false;
 }
 
-bool ConnectTo(const std::string& host, int port, int type, const Deadline& deadline, int wake,
-               SocketFd& socket, LinkFailure& failure)
+/// Names have only the addresses that this host can reach; it is not asked about numeric ones, as loopback alone does not
+/// count for it.
+int LookUp(const std::string& host, int port, int type, addrinfo** found)
 {
     addrinfo hints{};
     hints.ai_socktype = type;
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+    const std::string service = std::to_string(port);
+    const int error = getaddrinfo(host.c_str(), service.c_str(), &hints, found);
+    if (error != EAI_NONAME) return error;
     hints.ai_flags = AI_ADDRCONFIG | AI_NUMERICSERV;
+    return getaddrinfo(host.c_str(), service.c_str(), &hints, found);
+}
+
+bool ConnectTo(const std::string& host, int port, int type, const Deadline& deadline, int wake,
+               SocketFd& socket, LinkFailure& failure)
+{
     addrinfo* found = nullptr;
-    const int error = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
+    const int error = LookUp(host, port, type, &found);
     if (error != 0) {
         failure = {LinkFailure::Kind::kLost, error == EAI_SYSTEM ? strerror(errno) : gai_strerror(error)};
         return false;
