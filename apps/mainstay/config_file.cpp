@@ -2,7 +2,9 @@
 
 #include <toml++/toml.h>
 
+#include <algorithm>
 #include <chrono>
+#include <set>
 #include <sstream>
 
 #include "device/format.h"
@@ -41,6 +43,17 @@ std::vector<std::string> TextsOf(const toml::node& node)
     return texts;
 }
 
+/// Anything else would do for a text, and for the name of a directory.
+void CheckKind(const std::string& key, const toml::node& node)
+{
+    static const std::set<std::string> kTexts{"state", "media", "control", "byteorder", "bind", "allow"};
+    if (node.is_boolean() && !key.starts_with("no-")) Refuse(node, "\"" + key + "\" takes no true or false");
+    if (!kTexts.contains(key)) return;
+    const toml::array* const list = node.as_array();
+    const bool areTexts = list ? std::ranges::all_of(*list, &toml::node::is_string) : node.is_string();
+    if (!areTexts) Refuse(node, "\"" + key + "\" takes a text");
+}
+
 }  // namespace
 
 std::vector<CLI::ConfigItem> ConfigFile::from_config(std::istream& input) const
@@ -53,9 +66,8 @@ std::vector<CLI::ConfigItem> ConfigFile::from_config(std::istream& input) const
     }
     std::vector<CLI::ConfigItem> settings;
     for (const auto& [key, node] : file) {
-        // Anything else would take it for a text, and as the name of a directory.
-        if (node.is_boolean() && !key.str().starts_with("no-"))
-            Refuse(node, "\"" + std::string(key.str()) + "\" takes no true or false");
+        CheckKind(std::string(key.str()), node);
+        if (const toml::array* const list = node.as_array(); list && list->empty()) continue;  // none given
         if (key == "action")
             ReadActions(node);
         else

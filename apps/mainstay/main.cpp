@@ -110,17 +110,32 @@ int Serve(const Options& options, const sigset_t& stops)
     return 0;
 }
 
+/// @param bound  those before it, to which it is added.
+std::string ObjectionToBind(const std::string& text, std::vector<std::string>& bound)
+{
+    // That it is this machine's, an interface behind "%" included, the system tells later.
+    const size_t end = std::min(text.find('%'), text.size());
+    const auto address = net::PeerAddress::Parse(text.substr(0, end));
+    if (!address) return "\"" + text + "\" is no address of IPv4 or IPv6";
+    const auto isIPv6 = [](const std::string& one) { return one.find(':') != std::string::npos; };
+    const auto isAll = [](const std::string& one) { return one == "0.0.0.0" || one == "::"; };
+    const std::string plain = address->Text() + text.substr(end);
+    if (isIPv6(text) != isIPv6(plain)) return "\"" + text + "\" is " + plain + ": write it so";
+    for (const std::string& other : bound)
+        if (other == plain || (isIPv6(other) == isIPv6(plain) && (isAll(other) || isAll(plain))))
+            return "\"" + text + "\" is listened on already, by " + other;
+    bound.push_back(plain);
+    return "";
+}
+
 /// A list of the command line replaces that of the file.
 void AddAccess(CLI::App& app, Options& options)
 {
+    const auto bound = std::make_shared<std::vector<std::string>>();
     app.add_option(
            "--bind", options.bind,
            "Address of this machine to listen on, once or more; UDP takes those of IPv4. Default: all")
-        ->check([](const std::string& text) {
-            // That it is this machine's, an interface behind "%" included, the system tells later.
-            const auto address = net::PeerAddress::Parse(text.substr(0, text.find('%')));
-            return address ? "" : "\"" + text + "\" is no address of IPv4 or IPv6";
-        })
+        ->check([bound](const std::string& text) { return ObjectionToBind(text, *bound); })
         ->allow_extra_args(false)
         ->type_name("ADDRESS");
     const auto rules = std::make_shared<net::AccessRules>();
