@@ -19,6 +19,8 @@ namespace {
 /// Peers and requests that are listed. Peers have a list of their own: addresses can be forged, and however many there
 /// are, the requests that were denied stay.
 constexpr size_t kListedPeers = 64, kListedRequests = 256;
+/// Entries of one address in a minute; what comes on top is one more, so that nobody pushes out those of others.
+constexpr std::ptrdiff_t kRequestsOfAddress = 16;
 constexpr size_t kLongestValue = 100;  // bytes
 constexpr time_t kSeconds = 60;        // in which the same is one entry
 /// Peers that the log names in a minute: who forges addresses must not fill it.
@@ -38,6 +40,7 @@ struct Known {
     std::atomic<uint64_t> count = 0;
 
     bool Add(std::deque<Entry>& list, size_t room, Entry entry) VEXA_REQUIRES(lock);
+    void AddRequest(Entry entry) VEXA_REQUIRES(lock);
     bool MayPrint(time_t now) VEXA_REQUIRES(lock);
 };
 
@@ -47,15 +50,25 @@ Known& AllDenials()
     return *known;
 }
 
+/// Whether an entry is of the same address, and of the minute before the other one.
+bool IsOfTheMinute(const Entry& entry, const Entry& later)
+{
+    const time_t age = later.denial.time.tv_sec - entry.denial.time.tv_sec;
+    return entry.address == later.address && age >= 0 && age < kSeconds;
+}
+
+bool IsSame(const Entry& entry, const Entry& later)
+{
+    return IsOfTheMinute(entry, later) && entry.denial.param == later.denial.param &&
+           entry.denial.asked == later.denial.asked && entry.denial.configID == later.denial.configID;
+}
+
 /// @return whether it is a new entry.
 bool Known::Add(std::deque<Entry>& list, size_t room, Entry entry)
 {
-    const auto same = std::find_if(list.rbegin(), list.rend(), [&](const Entry& other) {
-        return other.address == entry.address && other.denial.param == entry.denial.param &&
-               other.denial.asked == entry.denial.asked && other.denial.configID == entry.denial.configID;
-    });
-    const time_t now = entry.denial.time.tv_sec;
-    if (same != list.rend() && now >= same->denial.time.tv_sec && now - same->denial.time.tv_sec < kSeconds) {
+    const auto same =
+        std::find_if(list.rbegin(), list.rend(), [&](const Entry& other) { return IsSame(other, entry); });
+    if (same != list.rend()) {
         ++same->denial.times;
         return false;
     }
@@ -63,6 +76,20 @@ bool Known::Add(std::deque<Entry>& list, size_t room, Entry entry)
     list.push_back(std::move(entry));
     if (watcher) watcher(list.back().denial);
     return true;
+}
+
+void Known::AddRequest(Entry entry)
+{
+    const auto isOfTheMinute = [&](const Entry& other) { return IsOfTheMinute(other, entry); };
+    const auto isSame = [&](const Entry& other) { return IsSame(other, entry); };
+    if (std::ranges::count_if(requests, isOfTheMinute) >= kRequestsOfAddress &&
+        std::ranges::none_of(requests, isSame)) {
+        entry.denial.asked = "further requests";
+        entry.denial.configID = 0;
+        entry.denial.param = {};
+        entry.denial.value.clear();
+    }
+    Add(requests, kListedRequests, std::move(entry));
 }
 
 bool Known::MayPrint(time_t now)
@@ -125,12 +152,12 @@ void DenyRequest(const DeniedRequest& request, Config& config, eParam_t id, cons
     denial.time = Now();
     denial.asked = RequestName(request.type);
     denial.configID = config.GetConfigID();
-    denial.param = id;
+    if (config.GetParamDescriptor(id)) denial.param = id;  // unknown ones are all alike
     denial.value = ValueText(config, id, value);
     denial.who = request.who;
     denial.why = std::string("its right is ") + NameOf(request.right) + ", and this takes " + needed;
     const MutexLock hold(known.lock);
-    known.Add(known.requests, kListedRequests, {std::move(denial), request.address});
+    known.AddRequest({std::move(denial), request.address});
 }
 
 std::vector<Denial> Denials()

@@ -18,16 +18,18 @@ namespace vexa::corvalis::config::access {
 struct Denial {
     timeval time{};  ///< of the first
     uint64_t times = 1;
-    std::string asked;  ///< "connect", "get", "set", "get_text", "set_text", "get_data", "set_data"
+    std::string
+        asked;  ///< "connect", "get", "set", "get_text", "set_text", "get_data", "set_data", "further requests"
     eConfigID_t configID = 0;
-    eParam_t param{};   ///< 0: none, as when a peer was not let in
+    eParam_t param{};   ///< 0: none, as when a peer was not let in, or one that there is not
     std::string value;  ///< that was to be set; asterisks for a password, and never much of a text
     std::string
         who;  ///< as of a change: "tcp 10.0.0.5:51234 ..."; of a peer that was not let in "tcp 10.0.0.5"
     std::string why;
 };
 
-/// A peer is not let in: counted, listed, and told in the log once a minute and address. Thread: any.
+/// A peer is not let in: counted, listed, and told in the log once a minute and address, as long as the addresses are
+/// not more than are listed. Thread: any.
 void DenyPeer(Transport transport, const PeerAddress& peer);
 
 /// A request that a peer may not make.
