@@ -227,9 +227,9 @@ int Socket::listen()
     return 0;
 }
 
-int Socket::accept(Socket* peer)
+int Socket::accept(Socket* peer, sockaddr_storage* from)
 {
-    return domain == AF_UNIX ? accept_local(peer) : accept_inet(peer);
+    return domain == AF_UNIX ? accept_local(peer) : accept_inet(peer, from);
 }
 
 int Socket::accept_local(Socket* peer)
@@ -243,12 +243,14 @@ int Socket::accept_local(Socket* peer)
     return 0;
 }
 
-int Socket::accept_inet(Socket* peer)
+int Socket::accept_inet(Socket* peer, sockaddr_storage* from)
 {
-    socklen_t length = sizeof inet_address;
+    sockaddr_storage address{};
+    socklen_t length = sizeof address;
     const Operation operation(*this);
-    sockaddr* const from = domain == AF_INET ? AsSockaddr(inet_address) : nullptr;
-    peer->fd = Repeat([&] { return accept4(operation.fd, from, from ? &length : nullptr, SOCK_CLOEXEC); });
+    peer->fd = Repeat([&] { return accept4(operation.fd, AsSockaddr(address), &length, SOCK_CLOEXEC); });
+    if (address.ss_family == AF_INET) memcpy(&inet_address, &address, sizeof inet_address);
+    if (from) *from = address;
     if (peer->fd > 0) return 1;
     ReportErrno("Socket::accept - socket <= 0");
     return 0;
@@ -488,7 +490,7 @@ int Socket::wait_ready(short events, unsigned int timeout_ms)
     return result > 0 ? descriptor.revents : 0;
 }
 
-Socket* Socket::wait_any(const std::vector<std::unique_ptr<Socket>>& sockets)
+Socket* Socket::wait_any(const std::vector<std::unique_ptr<Socket>>& sockets, const Socket* last)
 {
     std::list<Operation> operations;
     std::vector<pollfd> descriptors;
@@ -498,8 +500,11 @@ Socket* Socket::wait_any(const std::vector<std::unique_ptr<Socket>>& sockets)
         descriptors.push_back({descriptor, POLLIN, 0});
     }
     if (poll(descriptors.data(), descriptors.size(), -1) <= 0) return nullptr;
-    const auto ready = std::ranges::find_if(descriptors, [](const pollfd& one) { return one.revents != 0; });
-    return sockets[static_cast<size_t>(ready - descriptors.begin())].get();
+    const auto served = std::ranges::find(sockets, last, &std::unique_ptr<Socket>::get);
+    size_t next = static_cast<size_t>(served - sockets.begin()) % sockets.size();
+    do next = (next + 1) % sockets.size();
+    while (descriptors[next].revents == 0);
+    return sockets[next].get();
 }
 
 int Socket::set_non_blocking(bool blocking)

@@ -56,9 +56,10 @@ class Socket {
     int bind_inet(int port);
     int listen();
     /// @param peer  unopened; gets the new descriptor.
-    int accept(Socket* peer);
+    /// @param from  its address: also of one that has reset the connection by then, for which getpeername has none.
+    int accept(Socket* peer, sockaddr_storage* from = nullptr);
     int accept_local(Socket* peer);
-    int accept_inet(Socket* peer);
+    int accept_inet(Socket* peer, sockaddr_storage* from = nullptr);
     /// @param host  dotted; names are not looked up. Text that is no address connects to this host.
     int connect(const std::string& host, int port);
     int connect_local(const std::string& host, int port);
@@ -96,8 +97,9 @@ class Socket {
     static void report_timeout(unsigned int timeout_ms);
     /// Waits, for polling. @return the events of poll that are ready; 0 after the time, or when interrupted.
     int wait_ready(short events, unsigned int timeout_ms);
-    /// Waits for input of any of them. @return the first that has some, or is closed; null when interrupted.
-    static Socket* wait_any(const std::vector<std::unique_ptr<Socket>>& sockets);
+    /// Waits for input of any of them. @param last  of them, whose turn comes last: a busy one starves no other; null:
+    /// none. @return the next that has some, or is closed; null when interrupted.
+    static Socket* wait_any(const std::vector<std::unique_ptr<Socket>>& sockets, const Socket* last);
 
     /// Deliberately inverted, callers rely on it: false makes the descriptor non-blocking, true blocking.
     int set_non_blocking(bool blocking);

@@ -16,7 +16,12 @@ namespace {
 /// What an address uses.
 struct Used {
     size_t connections = 0;
-    std::map<eConfigID_t, size_t> stores;  // users of each
+    std::map<eConfigID_t, size_t> stores, datagramStores;  // users of each
+
+    std::map<eConfigID_t, size_t>& StoresOf(Transport transport)
+    {
+        return transport == Transport::kUdp ? datagramStores : stores;
+    }
 };
 
 struct Shares {
@@ -26,7 +31,9 @@ struct Shares {
     void EraseIfUnused(const PeerAddress& site) VEXA_REQUIRES(lock)
     {
         const auto found = used.find(site);
-        if (found->second.connections == 0 && found->second.stores.empty()) used.erase(found);
+        if (found->second.connections == 0 && found->second.stores.empty() &&
+            found->second.datagramStores.empty())
+            used.erase(found);
     }
 };
 
@@ -57,12 +64,12 @@ void GiveConnectionBack(const PeerAddress& site)
     all.EraseIfUnused(site);
 }
 
-void GiveStoreBack(const PeerAddress& site, eConfigID_t configID)
+void GiveStoreBack(Transport transport, const PeerAddress& site, eConfigID_t configID)
 {
     Shares& all = AllShares();
     const MutexLock hold(all.lock);
-    Used& used = all.used[site];
-    if (--used.stores[configID] == 0) used.stores.erase(configID);
+    auto& stores = all.used[site].StoresOf(transport);
+    if (--stores[configID] == 0) stores.erase(configID);
     all.EraseIfUnused(site);
 }
 
@@ -83,22 +90,30 @@ std::optional<PeerAddress> AddressOf(const sockaddr_storage& peer)
     return std::nullopt;
 }
 
-Admitted Admission::Ask(const std::optional<PeerAddress>& peer)
+Admitted Admission::Ask(const sockaddr_storage& peer)
 {
-    if (!m_rules || !peer) return {};
-    const bool isOwn = peer->IsLoopback() || IsOwn(*peer);
-    return {m_rules->Of(*peer, isOwn), isOwn ? std::nullopt : std::optional(peer->Site())};
+    if (!m_rules) return {Right::kAdmin, std::nullopt};
+    const std::optional<PeerAddress> address = AddressOf(peer);
+    if (!address) return {};
+    const bool isOwn = address->IsLoopback() || IsOwn(peer);
+    return {m_rules->Of(*address, isOwn), isOwn ? std::nullopt : std::optional(address->Site())};
+}
+
+Admission::OwnAddress Admission::WithInterface(const sockaddr_storage& address)
+{
+    const auto& ipv6 = reinterpret_cast<const sockaddr_in6&>(address);
+    const bool isOfLink = address.ss_family == AF_INET6 && IN6_IS_ADDR_LINKLOCAL(&ipv6.sin6_addr);
+    return {*AddressOf(address), isOfLink ? ipv6.sin6_scope_id : 0};
 }
 
 /// The machine's addresses may change, and asking for them for each of many peers would take too long.
-bool Admission::IsOwn(const PeerAddress& peer)
+bool Admission::IsOwn(const sockaddr_storage& peer)
 {
-    constexpr std::chrono::milliseconds kKnownFor(100);
     const auto now = std::chrono::steady_clock::now();
     if (now >= m_nextLook) {
         m_nextLook = now + kKnownFor;
         ifaddrs* all = nullptr;
-        if (getifaddrs(&all) != 0) return m_own.contains(peer);
+        if (getifaddrs(&all) != 0) return m_own.contains(WithInterface(peer));
         m_own.clear();
         for (const ifaddrs* one = all; one; one = one->ifa_next) {
             sockaddr_storage address{};
@@ -106,11 +121,11 @@ bool Admission::IsOwn(const PeerAddress& peer)
             const bool isIPv4 = one->ifa_addr->sa_family == AF_INET;
             if (!isIPv4 && one->ifa_addr->sa_family != AF_INET6) continue;
             memcpy(&address, one->ifa_addr, isIPv4 ? sizeof(sockaddr_in) : sizeof(sockaddr_in6));
-            m_own.insert(*AddressOf(address));
+            m_own.insert(WithInterface(address));
         }
         freeifaddrs(all);
     }
-    return m_own.contains(peer);
+    return m_own.contains(WithInterface(peer));
 }
 
 bool IsPassword(Config& config, eParam_t id)
@@ -140,20 +155,18 @@ Share ShareOfConnections(const Admitted& peer)
     return ShareThat([site] { GiveConnectionBack(site); });
 }
 
-Share ShareOfStores(const Admitted& peer, eConfigID_t configID)
+Share ShareOfStores(Transport transport, const Admitted& peer, eConfigID_t configID)
 {
-    if (!peer.limitedAs) return Unlimited();
+    if (!peer.limitedAs || configID == 0) return Unlimited();
     const PeerAddress site = *peer.limitedAs;
     Shares& all = AllShares();
     {
         const MutexLock hold(all.lock);
-        if (const auto known = all.used.find(site); known != all.used.end() &&
-                                                    known->second.stores.size() >= kMaxStoresOfAddress &&
-                                                    !known->second.stores.contains(configID))
-            return nullptr;
-        ++all.used[site].stores[configID];
+        auto& stores = all.used[site].StoresOf(transport);
+        if (stores.size() >= kMaxStoresOfAddress && !stores.contains(configID)) return nullptr;
+        ++stores[configID];
     }
-    return ShareThat([site, configID] { GiveStoreBack(site, configID); });
+    return ShareThat([transport, site, configID] { GiveStoreBack(transport, site, configID); });
 }
 
 }  // namespace vexa::corvalis::config::access

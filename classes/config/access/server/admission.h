@@ -7,8 +7,10 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <utility>
 
 #include "config/access/server/access_rules.h"
+#include "config/access/server/traffic.h"
 #include "config/param_ids.h"
 
 class Config;
@@ -18,32 +20,39 @@ namespace vexa::corvalis::config::access {
 /// Connections of one address at a time: many more than its programs need, and so few that thirty addresses together
 /// leave room for others.
 inline constexpr size_t kMaxConnectionsOfAddress = 64;
-/// Configurations of one address at a time: sixteen addresses may have their own, of kMaxPeerStores.
+/// Configurations of one address at a time, but for configuration 0, over TCP and as many over UDP, whose senders may be
+/// forged and must not take what TCP needs: eight addresses may have their own, of kMaxPeerStores.
 inline constexpr size_t kMaxStoresOfAddress = 4;
 
-/// What was found out of a peer when it came. Of one for whom no rules are made: everything.
+/// What was found out of a peer when it came.
 struct Admitted {
-    Right right = Right::kAdmin;
+    Right right = Right::kNone;
     /// Whose limits it is under; nothing: only those of all, as this machine's own programs are.
     std::optional<PeerAddress> limitedAs;
 };
 
-/// A peer's address; nothing for a local socket.
+/// A peer's address; nothing if it is none of IPv4 or IPv6.
 std::optional<PeerAddress> AddressOf(const sockaddr_storage& peer);
 
 /// Asks the rules about the peers of one server. Thread: one.
 class Admission {
   public:
+    /// How long what was found out of an address holds at least: the machine's own may change.
+    static constexpr std::chrono::milliseconds kKnownFor{100};
+
     /// @param rules  null: whoever comes may do everything.
     explicit Admission(std::shared_ptr<const AccessRules> rules) : m_rules(std::move(rules)) {}
-    /// @param peer  nothing: a process of this machine.
-    Admitted Ask(const std::optional<PeerAddress>& peer);
+    /// @param peer  of IPv4 or IPv6; to any other one nothing is permitted.
+    Admitted Ask(const sockaddr_storage& peer);
 
   private:
-    bool IsOwn(const PeerAddress& peer);
+    /// With the interface, where hosts behind several may have the same address; 0 elsewhere.
+    using OwnAddress = std::pair<PeerAddress, uint32_t>;
+    static OwnAddress WithInterface(const sockaddr_storage& address);
+    bool IsOwn(const sockaddr_storage& peer);
 
     std::shared_ptr<const AccessRules> m_rules;
-    std::set<PeerAddress> m_own;  // as the machine had them when they were last asked for
+    std::set<OwnAddress> m_own;  // as the machine had them when they were last asked for
     std::chrono::steady_clock::time_point m_nextLook;
 };
 
@@ -51,8 +60,8 @@ class Admission {
 using Share = std::shared_ptr<const void>;
 /// One connection. Thread: any.
 Share ShareOfConnections(const Admitted& peer);
-/// One user of a configuration. Thread: any.
-Share ShareOfStores(const Admitted& peer, eConfigID_t configID);
+/// One user of a configuration. Configuration 0, which is open anyway, is nobody's share. Thread: any.
+Share ShareOfStores(Transport transport, const Admitted& peer, eConfigID_t configID);
 
 /// Whether the value of a parameter is a password. Thread: any.
 bool IsPassword(Config& config, eParam_t id);

@@ -3,17 +3,21 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <list>
 #include <sstream>
 
+#include "config/access/server/admission.h"
 #include "config/param_ids.h"
 #include "support/program.h"
 #include "support/raw_peer.h"
 #include "support/temporary_directory.h"
 
 using testing::AllOf;
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
+using testing::NotNull;
 using namespace vexa::corvalis::config::access;
 
 namespace {
@@ -115,6 +119,12 @@ class DaemonWithRules {
 struct PeerFrom : RawPeer {
     PeerFrom(const char* address, int port, int type = SOCK_STREAM) : RawPeer(address, port, type) {}
     void Connect(size_t words) { EXPECT_EQ(Ask({16, 1, 0, 0, 0, 4096}, words)[0], 32u); }
+    /// Ends with a reset instead of an orderly close.
+    void ResetAtEnd()
+    {
+        const linger atOnce{1, 0};
+        setsockopt(m_socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+    }
     uint32_t Error(const WordList& request) { return Ask(request, 13)[7]; }
     uint32_t Value(const WordList& request) { return Ask(request, 13)[8]; }
 };
@@ -189,6 +199,39 @@ TEST(MainstayRules, EachTransportRefusesInItsOwnWay)
                 AllOf(HasSubstr("rule      127.0.0.3=write\n"), HasSubstr("denied    ")));
     EXPECT_THAT(daemon.Control({"clients"}),
                 AllOf(HasSubstr("  read   "), HasSubstr("  write  "), HasSubstr("  admin  ")));
+}
+
+/// Its address is not to be had from the socket any more, and its bytes still are.
+TEST(MainstayRules, APeerThatResetsItsConnectionIsNobodyElse)
+{
+    const DaemonWithRules daemon({"--allow", "127.0.0.4=none"});
+    {
+        std::list<PeerFrom> peers;
+        for (int i = 0; i < 40; ++i) {
+            PeerFrom& peer = peers.emplace_back("127.0.0.4", daemon.tcpPort);
+            peer.ResetAtEnd();
+            peer.Send(NetworkBytes({16, 1, 0, 0, 0, 4096}) + NetworkBytes(RequestWords(81, 0, kNumber, 91)));
+            if (i % 2) peers.clear();
+        }
+    }
+    PeerFrom admin("127.0.0.1", daemon.tcpPort);
+    admin.Connect(7);
+    EXPECT_NE(admin.Value(RequestWords(80, 0, kNumber)), 91u);
+    EXPECT_THAT(daemon.Control({"log"}),
+                AllOf(HasSubstr("connect denied 40 times"), Not(HasSubstr("FanSpeed"))));
+}
+
+TEST(MainstayRules, ConfigurationsOverUdpAreAShareOfTheirOwn)
+{
+    const Admitted peer{Right::kRead, PeerAddress::Parse("10.0.0.1")};
+    std::vector<Share> shares;
+    for (int config = 1; config <= 4; ++config)
+        shares.push_back(ShareOfStores(Transport::kUdp, peer, eConfigID_t{config}));
+    EXPECT_THAT(shares, Each(NotNull()));
+    EXPECT_FALSE(ShareOfStores(Transport::kUdp, peer, eConfigID_t{5}));
+    EXPECT_TRUE(ShareOfStores(Transport::kUdp, peer, eConfigID_t{4}));
+    EXPECT_TRUE(ShareOfStores(Transport::kUdp, peer, eConfigID_t{0}));
+    EXPECT_TRUE(ShareOfStores(Transport::kTcp, peer, eConfigID_t{5}));
 }
 
 TEST(MainstayRules, PasswordsAreAnnouncedToAdministratorsOnly)

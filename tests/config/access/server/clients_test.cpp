@@ -146,7 +146,8 @@ TEST(NetworkServerClients, OfThisHostAreKnownByTheirProcess)
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     auto socket = std::make_unique<Socket>(AF_UNIX, SOCK_STREAM);
     socket->fd = ends[0];
-    const NetworkTCPConnection connection(std::move(socket));
+    const NetworkTCPConnection connection(std::move(socket), std::endian::native, TcpStream::kStallTimeout,
+                                          {Right::kAdmin, std::nullopt}, nullptr, {});
     const ClientInfo info = Only("unix", 0);
     EXPECT_EQ(info.address, vexa::ProcessText(getpid(), geteuid()));
     EXPECT_EQ(info.program, vexa::ProgramName(getpid()));

@@ -57,14 +57,6 @@ void FindOutWhetherThePeerLives(int descriptor, std::chrono::milliseconds stallT
     setsockopt(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, &unackedMs, sizeof unackedMs);
 }
 
-std::optional<PeerAddress> PeerOf(const Socket& socket)
-{
-    sockaddr_storage address{};
-    socklen_t length = sizeof address;
-    if (getpeername(socket.fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) return std::nullopt;
-    return AddressOf(address);
-}
-
 size_t MaxConnections()
 {
     rlimit limit{};
@@ -132,7 +124,7 @@ class NetworkServer::Running {
     void RepeatUntilStopped(const Step& step);
     void ServeConnection();
     std::unique_ptr<NetworkTCPConnection> WaitForConnection();
-    std::unique_ptr<NetworkTCPConnection> LetIn(std::unique_ptr<Socket> client);
+    std::unique_ptr<NetworkTCPConnection> LetIn(std::unique_ptr<Socket> client, const sockaddr_storage& from);
     void WaitForDatagram();
     void PauseIfExhausted(int error);
 
@@ -142,6 +134,7 @@ class NetworkServer::Running {
         std::make_shared<Ending>();  // shared with a Stop that is running
     std::vector<std::string> m_addresses{""};
     std::vector<std::unique_ptr<Socket>> m_sockets;  // of the same port
+    const Socket* m_lastReady = nullptr;             // of those; of the server's thread
     std::shared_ptr<const AccessRules> m_rules;
     std::unique_ptr<Admission> m_admission;                 // of the server's thread
     std::unique_ptr<NetworkUDPConnection> m_udpConnection;  // of the server's thread
@@ -344,10 +337,12 @@ void NetworkServer::Running::ServeConnection()
 
 std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::WaitForConnection()
 {
-    Socket* const socket = Socket::wait_any(m_sockets);
+    Socket* const socket = Socket::wait_any(m_sockets, m_lastReady);
+    m_lastReady = socket;
     if (!socket || m_ending->IsStopped()) return nullptr;
     auto client = std::make_unique<Socket>(socket->domain, m_type);
-    if (socket->accept(client.get())) return LetIn(std::move(client));
+    sockaddr_storage from{};
+    if (socket->accept(client.get(), &from)) return LetIn(std::move(client), from);
     const int error = errno;
     PrintError("NetworkServer::WaitForConnection");
     Print("NetworkServer::WaitForConnection - accept failed\n");
@@ -356,12 +351,14 @@ std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::WaitForConnection(
 }
 
 /// @return null, after one line, for a client that is turned away.
-std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::LetIn(std::unique_ptr<Socket> client)
+std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::LetIn(std::unique_ptr<Socket> client,
+                                                                    const sockaddr_storage& from)
 {
-    const std::optional<PeerAddress> address = PeerOf(*client);
-    const Admitted admitted = m_admission->Ask(address);
-    if (address && admitted.right == Right::kNone) {
-        DenyPeer(Transport::kTcp, *address);
+    const std::optional<PeerAddress> address = AddressOf(from);
+    const bool isLocal = m_domain == AF_UNIX;  // there are no rules for a process of this machine
+    const Admitted admitted = isLocal ? Admitted{Right::kAdmin, std::nullopt} : m_admission->Ask(from);
+    if (admitted.right == Right::kNone) {
+        if (address) DenyPeer(Transport::kTcp, *address);
         return nullptr;
     }
     Share share = ShareOfConnections(admitted);
@@ -381,7 +378,7 @@ std::unique_ptr<NetworkTCPConnection> NetworkServer::Running::LetIn(std::unique_
     client->set_buffer_size(SO_SNDBUF, kSocketBufferBytes);
     if (m_domain == AF_INET) FindOutWhetherThePeerLives(client->fd, m_stallTimeout);
     return std::make_unique<NetworkTCPConnection>(std::move(client), m_payloadOrder, m_stallTimeout, admitted,
-                                                  std::move(share));
+                                                  std::move(share), from);
 }
 
 void NetworkServer::Running::RunUDP()
@@ -405,7 +402,9 @@ void NetworkServer::Running::WaitForDatagram()
     std::array<char, kMaxMessageBytes> datagram;
     sockaddr_in from{};
     // One socket is received from at once, which takes one system call less.
-    Socket* const socket = m_sockets.size() == 1 ? m_sockets.front().get() : Socket::wait_any(m_sockets);
+    Socket* const socket =
+        m_sockets.size() == 1 ? m_sockets.front().get() : Socket::wait_any(m_sockets, m_lastReady);
+    m_lastReady = socket;
     if (!socket || (m_sockets.size() > 1 && m_ending->IsStopped())) return;
     errno = 0;  // distinguishes an empty datagram, or the end, from a failure
     const int length = socket->recvfrom(datagram.data(), static_cast<unsigned int>(datagram.size()), from);

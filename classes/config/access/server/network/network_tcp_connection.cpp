@@ -26,18 +26,15 @@ namespace {
 std::atomic<size_t> connections = 0;
 
 /// What an accepted socket tells of the other end: over the network its address, on this host its process.
-ClientInfo PeerOf(const Socket& socket)
+ClientInfo PeerOf(const Socket& socket, const sockaddr_storage& from)
 {
     ClientInfo peer;
     gettimeofday(&peer.since, nullptr);
-    sockaddr_storage address{};
-    socklen_t length = sizeof address;
     ucred process{};
     socklen_t processLength = sizeof process;
-    if (getpeername(socket.fd, reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
-        (address.ss_family == AF_INET || address.ss_family == AF_INET6)) {
+    if (from.ss_family == AF_INET || from.ss_family == AF_INET6) {
         peer.transport = "tcp";
-        peer.address = AddressText(address);
+        peer.address = AddressText(from);
     } else if (getsockopt(socket.fd, SOL_SOCKET, SO_PEERCRED, &process, &processLength) == 0) {
         peer.transport = "unix";
         peer.address = vexa::ProcessText(process.pid, process.uid);
@@ -86,14 +83,14 @@ const NetworkTCPConnection::RequestHandler* NetworkTCPConnection::FindHandler(ui
 
 NetworkTCPConnection::NetworkTCPConnection(std::unique_ptr<Socket> socket, std::endian payloadOrder,
                                            std::chrono::milliseconds stallTimeout, Admitted admitted,
-                                           Share share)
+                                           Share share, const sockaddr_storage& from)
     : m_payloadOrder(payloadOrder),
       m_patience(
           static_cast<unsigned int>(std::clamp<long long>(stallTimeout.count(), 0, Deadline::kNever - 1))),
       m_stream(std::make_shared<TcpStream>(std::move(socket), stallTimeout)),
       m_admitted(admitted),
       m_connectionShare(std::move(share)),
-      m_peer(PeerOf(m_stream->Peer())),
+      m_peer(PeerOf(m_stream->Peer(), from)),
       m_origin(OriginOf(m_peer)),
       m_requestEnd(m_patience)
 {
@@ -164,7 +161,7 @@ bool NetworkTCPConnection::OpenStore(eConfigID_t configID)
 {
     if (m_config && m_configID == configID) return true;
     LeaveStore();
-    m_storeShare = ShareOfStores(m_admitted, configID);
+    m_storeShare = ShareOfStores(Transport::kTcp, m_admitted, configID);
     if (!m_storeShare)
         return Report("mainstay: %s has %zu configurations open, and gets no other one\n", m_origin.c_str(),
                       kMaxStoresOfAddress);

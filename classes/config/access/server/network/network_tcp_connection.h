@@ -27,10 +27,10 @@ class NetworkTCPConnection : public NetworkConnection, public ConfigEventListene
     /// @param stallTimeout  as of TcpStream; also how long the client may take to connect, and to send the rest of
     /// a request that it has begun.
     /// @param admitted  what the client may do. @param share  of its address, kept as long as the connection.
-    explicit NetworkTCPConnection(std::unique_ptr<Socket> socket,
-                                  std::endian payloadOrder = std::endian::native,
-                                  std::chrono::milliseconds stallTimeout = TcpStream::kStallTimeout,
-                                  Admitted admitted = {}, Share share = nullptr);
+    /// @param from  its address, as accept had it.
+    NetworkTCPConnection(std::unique_ptr<Socket> socket, std::endian payloadOrder,
+                         std::chrono::milliseconds stallTimeout, Admitted admitted, Share share,
+                         const sockaddr_storage& from);
     ~NetworkTCPConnection() override;
     NetworkTCPConnection(const NetworkTCPConnection&) = delete;
     NetworkTCPConnection& operator=(const NetworkTCPConnection&) = delete;

@@ -94,7 +94,16 @@ bool NetworkUDPConnection::Entry::IsConnectedTo(const sockaddr_in& from) const
 Traffic* NetworkUDPConnection::Entry::TrafficOf(const Client& client)
 {
     const auto found = clients.find(client);
-    return found == clients.end() ? nullptr : &found->second.traffic;
+    if (found == clients.end()) return nullptr;
+    found->second.lastHeard = std::chrono::steady_clock::now();
+    return &found->second.traffic;
+}
+
+void NetworkUDPConnection::Entry::MakePermanent()
+{
+    isPermanent = true;
+    for (const auto& [client, listed] : clients) kept.try_emplace(listed.Host(), listed.ShareOfHost());
+    clients.clear();
 }
 
 NetworkUDPConnection::Listed::Listed(const Client& client, eConfigID_t configID, Right right, Share share)
@@ -123,8 +132,12 @@ void NetworkUDPConnection::Listed::AppendClients(std::vector<ClientInfo>& client
 /// Nothing is sent to a sender who has no right: he may be somebody else.
 bool NetworkUDPConnection::Admit(const sockaddr_in& from)
 {
-    if (from.sin_addr.s_addr != m_lastHost || from.sin_addr.s_addr == INADDR_ANY) {
-        m_admitted = m_admission.Ask(PeerAddress(from.sin_addr));
+    const auto now = std::chrono::steady_clock::now();
+    if (from.sin_addr.s_addr != m_lastHost || from.sin_addr.s_addr == INADDR_ANY || now >= m_askAgain) {
+        m_askAgain = now + Admission::kKnownFor;
+        sockaddr_storage address{};
+        memcpy(&address, &from, sizeof from);
+        m_admitted = m_admission.Ask(address);
         m_lastHost = from.sin_addr.s_addr;
     }
     if (m_admitted.right != Right::kNone) return true;
@@ -204,10 +217,26 @@ bool NetworkUDPConnection::CloseSilent()
                                         : entry.second.lastHeard;
     };
     const auto silent = std::ranges::min_element(m_entries, {}, when);
-    if (silent == m_entries.end() || when(*silent) > std::chrono::steady_clock::now() - m_patience)
-        return false;
+    if (silent == m_entries.end() || !IsSilentSince(when(*silent))) return false;
     Close(silent);
     return true;
+}
+
+/// An address that is at its limit loses what it has been silent about for that long.
+void NetworkUDPConnection::ForgetSilent(uint32_t host)
+{
+    for (auto next = m_entries.begin(); next != m_entries.end();) {
+        const auto current = next++;
+        Entry& entry = current->second;
+        std::erase_if(entry.clients, [&](const auto& client) {
+            return client.second.Host() == host && IsSilentSince(client.second.lastHeard);
+        });
+        if (entry.isPermanent && entry.kept.contains(host) && IsSilentSince(entry.lastHeard)) {
+            entry.isPermanent = false;
+            entry.kept.clear();
+        }
+        CloseIfUnused(current->first);
+    }
 }
 
 void NetworkUDPConnection::Announce(eConfigID_t configID)
@@ -311,7 +340,7 @@ void NetworkUDPConnection::Remember(Entry& entry, const MessagePrefix& request, 
 {
     const Client client = ClientOf(request, from);
     if (entry.isPermanent || entry.clients.contains(client)) return;
-    Share share = ShareOfStores(m_admitted, request.configID);
+    Share share = ShareOfStores(Transport::kUdp, m_admitted, request.configID);
     if (!share) return;
     entry.clients.try_emplace(client, client, request.configID, m_admitted.right, std::move(share));
     Count(Transport::kUdp, Counter::kConnections);
@@ -320,7 +349,11 @@ void NetworkUDPConnection::Remember(Entry& entry, const MessagePrefix& request, 
 void NetworkUDPConnection::ProcessConnectRequest(const MessagePrefix& request, const sockaddr_in& from)
 {
     // Asked before, so that an address that has enough does not open another one even for a moment.
-    if (!ShareOfStores(m_admitted, request.configID)) {
+    const auto hasRoom = [&] {
+        return ShareOfStores(Transport::kUdp, m_admitted, request.configID) != nullptr;
+    };
+    if (!hasRoom()) ForgetSilent(from.sin_addr.s_addr);
+    if (!hasRoom()) {
         Count(Transport::kUdp, Counter::kRefused);
         Print("mainstay: %s has %zu configurations open, and gets no other one\n",
               PeerAddress(from.sin_addr).Text().c_str(), kMaxStoresOfAddress);
@@ -333,10 +366,7 @@ void NetworkUDPConnection::ProcessConnectRequest(const MessagePrefix& request, c
     }
     entry->lastHeard = std::chrono::steady_clock::now();
     Remember(*entry, request, from);
-    if (entry->clients.size() > kMaxClients) {
-        entry->isPermanent = true;
-        entry->clients.clear();
-    }
+    if (entry->clients.size() > kMaxClients) entry->MakePermanent();
     // As long as a response with a value, for old clients that read a fixed length.
     if (!Confirm(request, XCFG_CONNECT_RESPONSE, kResponseBytes, from))
         Print("NetworkUDPConnection::ProcessConnectRequest - send failed\n");

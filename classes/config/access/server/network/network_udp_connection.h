@@ -66,6 +66,10 @@ class NetworkUDPConnection : public NetworkConnection {
       public:
         explicit Listed(const Client& client, eConfigID_t configID, Right right, Share share);
         Traffic traffic;
+        std::chrono::steady_clock::time_point lastHeard = std::chrono::steady_clock::now();
+
+        uint32_t Host() const { return m_host; }
+        const Share& ShareOfHost() const { return m_share; }
 
       private:
         void AppendClients(std::vector<ClientInfo>& clients) const;
@@ -83,6 +87,7 @@ class NetworkUDPConnection : public NetworkConnection {
         Config* config = nullptr;  // from OpenPeerStore
         std::unique_ptr<ChangeAnnouncer> announcer;
         std::map<Client, Listed> clients;
+        std::map<uint32_t, Share> kept;  // by host, of the clients that a permanent one does not remember
         bool isAnnounced = false;
         bool isPermanent = false;
         std::chrono::steady_clock::time_point lastHeard;
@@ -90,8 +95,10 @@ class NetworkUDPConnection : public NetworkConnection {
         bool IsConnected() const { return isPermanent || !clients.empty(); }
         bool IsConnectedTo(const sockaddr_in& from) const;
         size_t MaxPayloadFor(const sockaddr_in& from) const;
-        /// Null: the client has not connected, or is not known any more.
+        /// Has heard of a client. @return null: it has not connected, or is not known any more.
         Traffic* TrafficOf(const Client& client);
+        /// Stays open for good, without remembering its clients; their addresses keep their shares.
+        void MakePermanent();
     };
     /// A datagram: the request, its payload and its sender.
     struct Datagram {
@@ -122,6 +129,11 @@ class NetworkUDPConnection : public NetworkConnection {
     const std::string& OriginOf(const sockaddr_in& from);
     Entry* OpenEntry(eConfigID_t configID);
     bool CloseSilent();
+    bool IsSilentSince(std::chrono::steady_clock::time_point when) const
+    {
+        return when <= std::chrono::steady_clock::now() - m_patience;
+    }
+    void ForgetSilent(uint32_t host);
     void Close(std::map<uint32_t, Entry>::iterator entry);
     void CloseIfUnused(uint32_t configID);
     void AnnounceStream(Entry& entry, const Datagram& datagram, eMessageType_t type,
@@ -138,9 +150,10 @@ class NetworkUDPConnection : public NetworkConnection {
     MulticastSender m_sender;  // outlives the announcers
     std::map<uint32_t, Entry> m_entries;
     Admission m_admission{nullptr};
-    uint32_t m_lastHost = INADDR_ANY;  // of the last datagram, from which none comes
-    Admitted m_admitted;               // that host
-    sockaddr_in m_last{};              // who has sent the last request
+    uint32_t m_lastHost = INADDR_ANY;                  // of the last datagram, from which none comes
+    Admitted m_admitted;                               // that host
+    std::chrono::steady_clock::time_point m_askAgain;  // the addresses of this machine may change
+    sockaddr_in m_last{};                              // who has sent the last request
     std::string m_lastOrigin;
 };
 
