@@ -15,7 +15,10 @@ void Serve(int descriptor)
 {
     auto socket = std::make_unique<net::Socket>(AF_UNIX, SOCK_STREAM);
     socket->fd = descriptor;
-    Require((new net::NetworkTCPConnection(std::move(socket)))->Start(), "a connection starts");
+    const net::Admitted admitted{net::Right::kAdmin, {}};
+    auto* const connection = new net::NetworkTCPConnection(
+        std::move(socket), std::endian::native, net::TcpStream::kStallTimeout, admitted, nullptr, {});
+    Require(connection->Start(), "a connection starts");
 }
 
 }  // namespace
