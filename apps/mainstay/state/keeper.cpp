@@ -534,8 +534,14 @@ void Keeper::Run()
         while (!m_isEnding && !deadline.IsOver()) m_changed.Wait(m_lock, deadline);
         if (m_isEnding) break;
         const vexa::MutexUnlock release(m_lock);
-        const bool isWritten = WriteOnce();
-        if (isWritten && m_file.WantsBackUp()) BackUp();
+        bool isWritten = false;
+        try {
+            isWritten = WriteOnce();
+            if (isWritten && m_file.WantsBackUp()) BackUp();
+        } catch (const std::
+                     exception&) {  // no memory, not even for saying so: all values are written the next time
+            MarkDirty();
+        }
         delay =
             isWritten ? m_interval : std::clamp(10 * m_interval, m_interval, std::max(m_interval, kRetry));
     }
