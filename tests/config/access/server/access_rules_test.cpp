@@ -8,6 +8,7 @@
 
 #include "config/access/server/admission.h"
 #include "config/param_ids.h"
+#include "device/catalogue.h"
 #include "support/program.h"
 #include "support/raw_peer.h"
 #include "support/temporary_directory.h"
@@ -232,6 +233,23 @@ TEST(MainstayRules, ConfigurationsOverUdpAreAShareOfTheirOwn)
     EXPECT_TRUE(ShareOfStores(Transport::kUdp, peer, eConfigID_t{4}));
     EXPECT_TRUE(ShareOfStores(Transport::kUdp, peer, eConfigID_t{0}));
     EXPECT_TRUE(ShareOfStores(Transport::kTcp, peer, eConfigID_t{5}));
+}
+
+TEST(MainstayRules, OneReaderDoesNotHideWhatOthersWereDenied)
+{
+    const DaemonWithRules daemon({"--allow", "127.0.0.2", "--allow", "127.0.0.3"});
+    PeerFrom first("127.0.0.2", daemon.tcpPort), many("127.0.0.3", daemon.tcpPort);
+    first.Connect(7);
+    first.Send(RequestWords(81, 0, kNumber, 80));
+    first.Value(RequestWords(80, 0, kNumber));
+    many.Connect(7);
+    for (uint32_t unknown = 1; unknown <= 300; ++unknown) many.Send(RequestWords(81, 0, unknown, 1));
+    for (const auto& [id, descriptor] : vexa::Catalogue::Of("OAK")->All())
+        many.Send(RequestWords(81, 0, id, 1));
+    many.Value(RequestWords(80, 0, kNumber));
+    EXPECT_THAT(daemon.Control({"log"}),
+                AllOf(HasSubstr("FanSpeed  set 80 denied  (tcp 127.0.0.2:"),
+                      HasSubstr("set 1 denied 300 times"), HasSubstr("further requests denied ")));
 }
 
 TEST(MainstayRules, PasswordsAreAnnouncedToAdministratorsOnly)
