@@ -5,6 +5,7 @@
 #include <time.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -121,9 +122,10 @@ std::string ObjectionToBind(const std::string& text, std::vector<std::string>& b
     const auto isAll = [](const std::string& one) { return one == "0.0.0.0" || one == "::"; };
     const std::string plain = address->Text() + text.substr(end);
     if (isIPv6(text) != isIPv6(plain)) return "\"" + text + "\" is " + plain + ": write it so";
-    for (const std::string& other : bound)
-        if (other == plain || (isIPv6(other) == isIPv6(plain) && (isAll(other) || isAll(plain))))
-            return "\"" + text + "\" is listened on already, by " + other;
+    const auto other = std::ranges::find_if(bound, [&](const std::string& one) {
+        return one == plain || (isIPv6(one) == isIPv6(plain) && (isAll(one) || isAll(plain)));
+    });
+    if (other != bound.end()) return "\"" + text + "\" is listened on already, by " + *other;
     bound.push_back(plain);
     return "";
 }
