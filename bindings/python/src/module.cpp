@@ -252,19 +252,17 @@ class PythonDevice {
     }
 
     /// What the device told last.
-    py::object Item(const std::string& name)
-    {
-        return Got(name, [&](Device& device, eParam_t id) { return device.Kept(id); });
-    }
+    py::object Item(const std::string& name) { return Got(name, kKept, ToPython); }
     py::object Read(const std::string& name)
     {
-        return Got(name, [&](Device& device, eParam_t id) { return device.Get(id); });
+        return Got(
+            name, [](Device& device, eParam_t id) { return device.Get(id); }, ToPython);
     }
     py::object Text(const std::string& name)
     {
-        const auto catalogue = Parameters();
-        ParamDescriptor& descriptor = Find(*catalogue, name);
-        return DecodedText(Format(descriptor, Kept(descriptor)));
+        return Got(name, kKept, [](ParamDescriptor& descriptor, const Value& value) {
+            return DecodedText(Format(descriptor, value));
+        });
     }
 
     py::dict Values(const Names& patterns)
@@ -368,20 +366,11 @@ class PythonDevice {
                 if (descriptors[i] == outcome.descriptor) outcome.result = results[i];
     }
 
-    Value Kept(ParamDescriptor& descriptor)
-    {
-        const auto device = Open();
-        GetResult result;
-        {
-            const Unlocked unlocked;
-            result = device->Kept(descriptor.GetParamID());
-        }
-        if (!result) Raise(result.failure, result.reason);
-        return *std::move(result.value);
-    }
+    static constexpr auto kKept = [](Device& device, eParam_t id) { return device.Kept(id); };
 
-    template <class Ask>
-    py::object Got(const std::string& name, Ask ask)
+    /// @param ask  for the value, without the interpreter's lock. @param show  what it is in Python.
+    template <class Ask, class Show>
+    py::object Got(const std::string& name, Ask ask, Show show)
     {
         const auto catalogue = Parameters();
         ParamDescriptor& descriptor = Find(*catalogue, name);
@@ -392,7 +381,7 @@ class PythonDevice {
             result = ask(*device, descriptor.GetParamID());
         }
         if (!result) Raise(result.failure, result.reason);
-        return ToPython(descriptor, *result.value);
+        return show(descriptor, *result.value);
     }
 
     /// @param prepare  is done to each value without the interpreter's lock. @param show  what the dictionary has for it.
