@@ -8,10 +8,6 @@ description:
   - Reads the model, the software and the values of a device. Passwords are left out.
   - Runs where the device is reached from, which is usually the controller, C(connection=local).
 options:
-  device:
-    description: Its address, as C(rec-7), C(10.0.0.7:43110), C([fe80::1]) or C(udp://rec-7).
-    type: str
-    required: true
   patterns:
     description: Names of parameters, as of files; all without one.
     type: list
@@ -20,11 +16,8 @@ options:
   model:
     description: The only model that will do.
     type: str
-  timeout:
-    description: Seconds to wait for the device, and for each of its answers.
-    type: float
-    default: 5
 requirements: [vexa (the Python package)]
+extends_documentation_fragment: [vexa.device.device]
 author: The vexaconfig developers (@vexaconfig)
 """
 

@@ -10,10 +10,6 @@ description:
     put back, and the task fails; also after the device was lost meanwhile, if it comes back in time.
   - Runs where the device is reached from, which is usually the controller, C(connection=local).
 options:
-  device:
-    description: Its address, as C(rec-7), C(10.0.0.7:43110), C([fe80::1]) or C(udp://rec-7).
-    type: str
-    required: true
   values:
     description:
       - Settings by name, each with a number, or with what people write, as C("70 %"), C("ProRes 422") or C("10.0.0.9").
@@ -30,11 +26,8 @@ options:
   model:
     description: The only model that will do; else that of O(src), if it names one.
     type: str
-  timeout:
-    description: Seconds to wait for the device, and for each of its answers.
-    type: float
-    default: 5
 requirements: [vexa (the Python package), Python 3.11 for O(src)]
+extends_documentation_fragment: [vexa.device.device]
 author: The vexaconfig developers (@vexaconfig)
 """
 
